@@ -1,0 +1,12 @@
+set(TIRN_KERNEL_SIDE "standin" CACHE STRING "Kernel side: module (a node's own) or standin (user space)")
+set_property(CACHE TIRN_KERNEL_SIDE PROPERTY STRINGS module standin)
+set(TIRN_SHELL "" CACHE STRING "Shell that runs commands; empty: found out at run time")
+option(TIRN_TESTS "Build the tests" ON)
+option(TIRN_BENCH "Build the benchmarks" OFF)
+
+if(TIRN_KERNEL_SIDE STREQUAL "module" AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  message(FATAL_ERROR "TIRN_KERNEL_SIDE=module: system call 259 is another call on x86-64")
+endif()
+if(NOT TIRN_KERNEL_SIDE MATCHES "^(module|standin)$")
+  message(FATAL_ERROR "TIRN_KERNEL_SIDE must be module or standin, not '${TIRN_KERNEL_SIDE}'")
+endif()

@@ -1,0 +1,17 @@
+/* The whole public face of the library. */
+#ifndef TIRN_TIRN_H
+#define TIRN_TIRN_H
+
+#include "tirn/base.h"
+#include "tirn/bitops.h"
+#include "tirn/cpumask.h"
+#include "tirn/fs.h"
+#include "tirn/init.h"
+#include "tirn/jiffies.h"
+#include "tirn/mem.h"
+#include "tirn/process.h"
+#include "tirn/shm.h"
+#include "tirn/smp.h"
+#include "tirn/syscall.h"
+
+#endif

@@ -1,0 +1,21 @@
+#include <unistd.h>
+
+#include "kernel/device_paths.h"
+#include "kernel/kernel.h"
+#include "zut.h"
+
+namespace tirn::kernel {
+
+long private_call(uint64_t command, uint64_t a, uint64_t b, uint64_t c, uint64_t d) {
+  return zut_private_call(command, a, b, c, d);
+}
+
+DevicePaths jiffies_device() {
+  DevicePaths paths{kSysfsBase, kDevBase};
+  if (access(kSysfsBase, F_OK) != 0) {
+    zut_jiffies_device(&paths.sysfs, &paths.dev);  // where it cannot be offered the true paths stay, and fail
+  }
+  return paths;
+}
+
+}  // namespace tirn::kernel
