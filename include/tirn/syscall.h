@@ -1,0 +1,118 @@
+/*
+ * Private calls between processes of a node: a server registers groups of commands and serves them on the loopback
+ * address, clients call them with MORU_SysCall.
+ *
+ * The wire: TCP, 127.0.0.1 port 5583; a frame is a header of 32 bytes (struct moru_frame_header) and `len` bytes
+ * of payload, in both directions. A client sends one request and waits for its reply before the next.
+ */
+#ifndef TIRN_SYSCALL_H
+#define TIRN_SYSCALL_H
+
+#include "tirn/base.h"
+
+TIRN_EXTERN_C_BEGIN
+
+#define MORU_SYSCALL_PORT 5583
+#define MORU_SYSCALL_GROUPS 32u          /* group ids are below this */
+#define MORU_SYSCALL_GROUP_ENTRIES 255u  /* entries of a group at most */
+#define MORU_SYSCALL_INPUT_MAX 510u      /* bytes of input that a server takes in */
+#define MORU_SYSCALL_OUTPUT_MAX 1048576u /* bytes of output that a reply can carry */
+
+/* How an entry is called; checked at registration only. */
+enum moru_syscall_type {
+  MORU_SYSCALL_DIRECT = 0,
+  MORU_SYSCALL_INDIRECT = 1,
+};
+
+typedef struct MORU_SYSCALL_PARAM {
+  uint32_t uiInBufLen;  /* bytes of input */
+  uint32_t uiOutBufLen; /* capacity of the output buffer; after MORU_SysCall the bytes received */
+  uint32_t uiOutLen;    /* a handler stores here the bytes that it wrote */
+  void* pvInBuf;
+  void* pvOutBuf;
+} MORU_SYSCALL_PARAM;
+
+/*
+ * Serves one command, on the thread of the caller's connection: handlers run at the same time on several threads.
+ * `param` has the input, and an output buffer of MORU_SYSCALL_OUTPUT_MAX bytes whatever uiOutBufLen says of the
+ * client's. The result goes to the client.
+ */
+typedef int (*moru_syscall_handler)(uint32_t cmd, MORU_SYSCALL_PARAM* param);
+
+typedef struct MORU_SYSCALL_ENTRY {
+  uint32_t uiCmd;  /* group id times 256, plus the number in the group */
+  uint32_t uiType; /* enum moru_syscall_type */
+  moru_syscall_handler pfnSysCall;
+} MORU_SYSCALL_ENTRY;
+
+/* The header of a frame, in the host's byte order. */
+struct moru_frame_header {
+  uint64_t cmd;    /* the command; in a reply as received */
+  uint64_t len;    /* bytes of payload behind the header */
+  uint64_t outlen; /* capacity of the client's output buffer; in a reply as received */
+  int64_t ret;     /* 0 in a request; the handler's result in a reply, -1 for an unknown command */
+};
+
+/*
+ * Makes this process a server: forgets all registered groups and starts the listener. 0, or -1 if its thread could
+ * not be started. Whether the port could be bound is told by the log alone. Call it before registering.
+ * @safety MT-Unsafe race:groups, AS-Unsafe lock heap
+ */
+TIRN_API int MORU_PrivateSysCallInit(void);
+
+/* Starts the listener thread; registered groups stay. 0, or -1 if the thread could not be started.
+ * @safety MT-Safe, AS-Unsafe lock heap */
+TIRN_API int MORU_PrivateSysCallIntfInit(void);
+
+/* Does nothing; a listener runs as long as its process.
+ * @safety MT-Safe, AS-Safe */
+TIRN_API void MORU_PrivateSysCallIntfExit(void);
+
+/* Does nothing. Always 0.
+ * @safety MT-Safe, AS-Safe */
+TIRN_API int MORU_SyscallInit(void);
+
+/*
+ * Calls command `cmd` of the server on this machine. Input and output as `param` says; afterwards
+ * param->uiOutBufLen holds the bytes received, unless the reply had none.
+ * The handler's result as 32 bits; all ones for an unknown command, a reply larger than the output buffer (the
+ * connection stays in step), a NULL `param` or a failed transport. A failure of transport ends the connection, and
+ * the next call makes a new one. If the connection breaks while the reply is awaited, a request without input and
+ * output reads as success with 0.
+ * All threads of a process share one connection and take turns. Input beyond MORU_SYSCALL_INPUT_MAX bytes does not
+ * reach the handler.
+ * @safety MT-Safe, AS-Unsafe lock
+ */
+TIRN_API uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param);
+
+/*
+ * Registers `count` commands of a group; the entries are copied. 0; -1 for a group of MORU_SYSCALL_GROUPS or more,
+ * entries that MORU_CheckGroupCalls refuses, a group that has entries already (they stay), or no memory.
+ * @safety MT-Unsafe race:groups, AS-Unsafe heap
+ */
+TIRN_API int MORU_RegSysCall(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t count);
+
+/*
+ * Looks at entries before they are registered: 0, or -1 for a NULL array, more than 255 entries, an unknown type, a
+ * command of another group or a NULL handler; the log tells which.
+ * @safety MT-Safe, AS-Unsafe heap
+ */
+TIRN_API int MORU_CheckGroupCalls(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t count);
+
+/*
+ * Forgets a group and frees its entries. 0, or -1 for a group of MORU_SYSCALL_GROUPS or more. A lookup that starts
+ * afterwards finds nothing; the caller sees to it that no call of the group is under way.
+ * @safety MT-Unsafe race:groups, AS-Unsafe heap
+ */
+TIRN_API int MORU_UnRegSysCall(uint32_t group);
+
+/*
+ * The first entry of a command in its group's order of registration, or NULL. A group that is not registered, or
+ * that cannot exist, is told by the log. The entry lives until its group is unregistered.
+ * @safety MT-Unsafe race:groups, AS-Unsafe heap
+ */
+TIRN_API const MORU_SYSCALL_ENTRY* MORU_FindSysCall(uint32_t cmd);
+
+TIRN_EXTERN_C_END
+
+#endif
