@@ -13,13 +13,13 @@ TIRN_EXTERN_C_BEGIN
 
 /* Results of MORU_Netlink_ext3_listen. */
 enum moru_netlink_result {
-  MORU_NETLINK_CLOSED = 0,       /* the descriptor was closed */
-  MORU_NETLINK_BAD_FD = -2,      /* a negative descriptor */
-  MORU_NETLINK_NO_HANDLER = -3,  /* no handler */
-  MORU_NETLINK_BIND = -4,        /* the socket could not be bound */
-  MORU_NETLINK_NO_MEMORY = -5,   /* no buffer */
-  MORU_NETLINK_RECEIVE = -6,     /* receiving failed, by a signal too */
-  MORU_NETLINK_BAD_PID = -7,     /* an address below 1 */
+  MORU_NETLINK_CLOSED = 0,      /* the descriptor was closed */
+  MORU_NETLINK_BAD_FD = -2,     /* a negative descriptor */
+  MORU_NETLINK_NO_HANDLER = -3, /* no handler */
+  MORU_NETLINK_BIND = -4,       /* the socket could not be bound */
+  MORU_NETLINK_NO_MEMORY = -5,  /* no buffer */
+  MORU_NETLINK_RECEIVE = -6,    /* receiving failed, by a signal too */
+  MORU_NETLINK_BAD_PID = -7,    /* an address below 1 */
 };
 
 /* Receives a report: MORU_NETLINK_EXT3_PAYLOAD bytes, the first word of which is the mark. */

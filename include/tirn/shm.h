@@ -5,8 +5,6 @@
 #ifndef TIRN_SHM_H
 #define TIRN_SHM_H
 
-#include <sys/types.h>
-
 #include "tirn/base.h"
 
 TIRN_EXTERN_C_BEGIN
@@ -29,10 +27,10 @@ TIRN_API void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mod
 TIRN_API int kesa_shm_destroy(const char* name);
 
 /* shmget. @safety MT-Safe, AS-Safe */
-TIRN_API int kesa_shmget_ex(key_t key, size_t size, int flags);
+TIRN_API int kesa_shmget_ex(int32_t key, size_t size, int flags);
 
 /* shmget, making the segment where it is missing, readable and writable for its owner. @safety MT-Safe, AS-Safe */
-TIRN_API int kesa_shmget(key_t key, size_t size);
+TIRN_API int kesa_shmget(int32_t key, size_t size);
 
 /* Maps a System V segment at an address of the system's choice; NULL on failure. @safety MT-Safe, AS-Safe */
 TIRN_API void* kesa_shmat(int id);
