@@ -1,0 +1,81 @@
+// The one shape of a log line: hurn() behind its own hurn_level_check(), with plain names of file and function.
+#ifndef TIRN_BASE_LOG_H
+#define TIRN_BASE_LOG_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "hurn.h"
+#include "libtirn/base/rate_guard.h"
+#include "tirn/base.h"
+
+namespace tirn {
+
+inline constexpr uint32_t kModule = TIRN_MODULE_ID;
+inline constexpr uint32_t kError = TIRN_LOG_ERROR;
+inline constexpr uint32_t kWarning = TIRN_LOG_WARNING;
+inline constexpr uint32_t kInfo = TIRN_LOG_INFO;
+inline constexpr uint32_t kDebug = TIRN_LOG_DEBUG;
+
+template <size_t N>
+struct FileStem {
+  char text[N]{};
+};
+
+// "libtirn/init/kesa_init.cpp" gives "kesa_init".
+template <size_t N>
+consteval FileStem<N> file_stem(const char (&path)[N]) {
+  size_t begin = 0;
+  size_t end = N - 1;
+  for (size_t i = 0; i < N - 1; ++i) {
+    if (path[i] == '/') {
+      begin = i + 1;
+    }
+  }
+  for (size_t i = begin; i < N - 1; ++i) {
+    if (path[i] == '.') {
+      end = i;
+    }
+  }
+  FileStem<N> stem;
+  for (size_t i = begin; i < end; ++i) {
+    stem.text[i - begin] = path[i];
+  }
+  return stem;
+}
+
+// The source file being compiled, whichever header a line is written from.
+static constexpr auto kFile = file_stem(__BASE_FILE__);
+
+}  // namespace tirn
+
+// A line under another module's id or another function's name.
+#define TIRN_LOG_AS(module, level, function, ...)                                        \
+  do {                                                                                   \
+    if (hurn_level_check((module), (level)) == 0) {                                      \
+      hurn((module), (level), ::tirn::kFile.text, __LINE__, (function), 0, __VA_ARGS__); \
+    }                                                                                    \
+  } while (0)
+
+// A line without a level test.
+#define TIRN_LOG_ALWAYS(module, level, ...) \
+  hurn((module), (level), ::tirn::kFile.text, __LINE__, __func__, 0, __VA_ARGS__)
+
+#define TIRN_LOG(level, ...) TIRN_LOG_AS(::tirn::kModule, level, __func__, __VA_ARGS__)
+#define TIRN_ERROR(...) TIRN_LOG(::tirn::kError, __VA_ARGS__)
+#define TIRN_WARNING(...) TIRN_LOG(::tirn::kWarning, __VA_ARGS__)
+#define TIRN_INFO(...) TIRN_LOG(::tirn::kInfo, __VA_ARGS__)
+#define TIRN_DEBUG(...) TIRN_LOG(::tirn::kDebug, __VA_ARGS__)
+
+// A line of a site that may repeat at high rate. `first` is the level that is tested before anything else, `level`
+// the line's own, `report` that of the line that tells how many were suppressed. A line whose own level is off still
+// counts as printed.
+#define TIRN_LIMITED(first, level, report, ...)                                               \
+  do {                                                                                        \
+    static constinit ::tirn::RateGuard tirn_rate_guard;                                       \
+    if (tirn_rate_guard.admit((first), (report), {::tirn::kFile.text, __func__, __LINE__})) { \
+      TIRN_LOG(level, __VA_ARGS__);                                                           \
+    }                                                                                         \
+  } while (0)
+
+#endif

@@ -1,0 +1,35 @@
+// Keeps a noisy log site to a few lines in a row.
+#ifndef TIRN_BASE_RATE_GUARD_H
+#define TIRN_BASE_RATE_GUARD_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace tirn {
+
+struct LogSite {
+  const char* file;
+  const char* function;
+  uint32_t line;
+};
+
+// One site's state. The words are plain: a count that is lost between threads is accepted.
+class RateGuard {
+ public:
+  // True if the site's next line may be written. Tells the suppressed count when it is due.
+  bool admit(uint32_t first_level, uint32_t report_level, const LogSite& site);
+
+  static constexpr uint32_t kBurst = 3;
+  static constexpr uint64_t kWindow = 15000;           // jiffies since the last written line
+  static constexpr uint64_t kReportDistance = 150000;  // jiffies between two reports
+
+ private:
+  std::atomic<uint64_t> begin_{0};    // when the last line was written
+  std::atomic<uint32_t> printed_{0};  // lines since the window began
+  std::atomic<uint32_t> missed_{0};   // lines suppressed since the last report
+  std::atomic<uint64_t> report_{0};   // when the last report was written
+};
+
+}  // namespace tirn
+
+#endif
