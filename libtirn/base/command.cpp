@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "libtirn/base/bounded.h"
+#include "libtirn/base/bounds.h"
 
 namespace tirn {
 namespace {

@@ -1,6 +1,6 @@
 // The bounds-checked functions, as modules see them.
-#ifndef TIRN_BASE_BOUNDED_H
-#define TIRN_BASE_BOUNDED_H
+#ifndef TIRN_BASE_BOUNDS_H
+#define TIRN_BASE_BOUNDS_H
 
 #include "bounded.h"
 

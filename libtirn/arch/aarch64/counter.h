@@ -1,0 +1,21 @@
+// AArch64: the generic timer's virtual counter, as it is.
+#ifndef TIRN_ARCH_AARCH64_COUNTER_H
+#define TIRN_ARCH_AARCH64_COUNTER_H
+
+#include <cstdint>
+
+namespace tirn::arch {
+
+inline uint64_t counter_read() {
+  uint64_t ticks;
+  asm volatile("mrs %0, cntvct_el0" : "=r"(ticks));
+  return ticks;
+}
+
+inline void spin_hint() {
+  asm volatile("yield" ::: "memory");
+}
+
+}  // namespace tirn::arch
+
+#endif

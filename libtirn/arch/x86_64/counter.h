@@ -1,0 +1,37 @@
+// x86-64: the time-stamp counter scaled to ticks of 10 ns, or the monotonic raw clock in such ticks where the counter
+// is not invariant. 10 ns is coarse enough that two readings in a row lie a few ticks apart by either way.
+#ifndef TIRN_ARCH_X86_64_COUNTER_H
+#define TIRN_ARCH_X86_64_COUNTER_H
+
+#include <x86intrin.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace tirn::arch {
+
+inline constexpr uint64_t kCounterFrequency = 100000000;
+
+// Ticks per cycle of the time-stamp counter in units of 2^-64; 0: not calibrated yet, 1: the counter is not used.
+// Relaxed: the value says all that a reader needs.
+extern std::atomic<uint64_t> g_tick_scale;
+inline constexpr uint64_t kNotCalibrated = 0;
+inline constexpr uint64_t kNoCounter = 1;
+
+uint64_t counter_read_slow();
+
+inline uint64_t counter_read() {
+  const uint64_t scale = g_tick_scale.load(std::memory_order_relaxed);
+  if (scale <= kNoCounter) [[unlikely]] {
+    return counter_read_slow();
+  }
+  return static_cast<uint64_t>(static_cast<unsigned __int128>(__rdtsc()) * scale >> 64);
+}
+
+inline void spin_hint() {
+  _mm_pause();
+}
+
+}  // namespace tirn::arch
+
+#endif

@@ -1,0 +1,125 @@
+#include <bit>
+#include <cstring>
+
+#include "libtirn/arch/arch.h"
+#include "tirn/bitops.h"
+
+namespace {
+
+constexpr uint64_t kWord = 64;
+
+uint64_t word_at(const uint8_t* map, uint64_t index) {
+  uint64_t word;
+  std::memcpy(&word, map + index * 8, sizeof word);
+  return word;
+}
+
+// The searches are one: clear bits are the set bits of the words turned over. `kSkip` is the word without a hit.
+enum class Bit { set, clear };
+template <Bit kBit>
+constexpr uint64_t kSkip = kBit == Bit::set ? 0 : ~uint64_t{0};
+
+template <Bit kBit>
+uint64_t first_in(uint64_t word) {
+  return static_cast<uint64_t>(std::countr_zero(word ^ kSkip<kBit>));
+}
+
+template <Bit kBit>
+uint64_t find_first(const uint8_t* map, uint64_t size) {
+  constexpr uint64_t kInline = 8;  // words that are looked at before the call for long maps pays
+  const uint64_t words = size / kWord;
+  uint64_t at = 0;
+  while (at < words && at < kInline) {
+    if (const uint64_t word = word_at(map, at); word != kSkip<kBit>) {
+      return at * kWord + first_in<kBit>(word);
+    }
+    ++at;
+  }
+  if (at < words) {
+    at += tirn::arch::equal_words(map + at * 8, words - at, kSkip<kBit>);
+    if (at < words) {
+      return at * kWord + first_in<kBit>(word_at(map, at));
+    }
+  }
+  const uint64_t rest = size % kWord;
+  if (rest == 0) {
+    return size;
+  }
+  // The read puts zeros above the size: for clear bits the first of them is the size itself.
+  const uint64_t last = kesa_bitop_read_u64(map + words * 8, rest);
+  return last == kSkip<kBit> ? size : words * kWord + first_in<kBit>(last);
+}
+
+template <Bit kBit>
+uint64_t find_next(const uint8_t* map, uint64_t size, uint64_t offset) {
+  if (offset >= size) {
+    return size;
+  }
+  const uint64_t base = offset / kWord * kWord;
+  if (offset != base) {
+    const uint64_t left = size - base;
+    const uint64_t below = (uint64_t{1} << (offset - base)) - 1;
+    const uint64_t word = kesa_bitop_read_u64(map + base / 8, left);
+    const uint64_t kept = kBit == Bit::set ? word & ~below : word | below;
+    if (kept != kSkip<kBit>) {
+      const uint64_t found = first_in<kBit>(kept);
+      return found < left ? base + found : size;
+    }
+    if (left <= kWord) {
+      return size;
+    }
+    return base + kWord + find_first<kBit>(map + base / 8 + 8, left - kWord);
+  }
+  return base + find_first<kBit>(map + base / 8, size - base);
+}
+
+const uint8_t* bytes_of(const void* map) {
+  return static_cast<const uint8_t*>(map);
+}
+
+int store_found(uint64_t found, uint32_t size, int32_t* position) {
+  if (found >= size) {
+    return 0;
+  }
+  *position = static_cast<int32_t>(found);
+  return 1;
+}
+
+}  // namespace
+
+uint64_t find_first_bit(const void* map, uint64_t size) {
+  return find_first<Bit::set>(bytes_of(map), size);
+}
+
+uint64_t find_first_zero_bit(const void* map, uint64_t size) {
+  return find_first<Bit::clear>(bytes_of(map), size);
+}
+
+uint64_t find_next_bit(const void* map, uint64_t size, uint64_t offset) {
+  return find_next<Bit::set>(bytes_of(map), size, offset);
+}
+
+uint64_t kesa_find_next_zero_bit(const void* map, uint64_t size, uint64_t offset) {
+  return find_next<Bit::clear>(bytes_of(map), size, offset);
+}
+
+int kesa_bitop_findfirstsetbit(const void* map, uint32_t size, int32_t* position) {
+  return map != nullptr && position != nullptr ? store_found(find_first_bit(map, size), size, position) : 0;
+}
+
+int kesa_bitop_findfirstclrbit(const void* map, uint32_t size, int32_t* position) {
+  return map != nullptr && position != nullptr ? store_found(find_first_zero_bit(map, size), size, position) : 0;
+}
+
+int kesa_bitop_findnextsetbit(const void* map, uint32_t size, uint32_t offset, int32_t* position) {
+  return map != nullptr && position != nullptr ? store_found(find_next_bit(map, size, offset), size, position) : 0;
+}
+
+uint64_t kesa_bitop_read_u64(const uint8_t* bytes, uint64_t count) {
+  if (count >= kWord) {
+    return word_at(bytes, 0);
+  }
+  uint64_t word = 0;
+  std::memcpy(&word, bytes, (count + 7) / 8);
+  return word & ((uint64_t{1} << count) - 1);
+}
