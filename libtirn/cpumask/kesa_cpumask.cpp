@@ -1,0 +1,114 @@
+#include "tirn/cpumask.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/once.h"
+#include "tirn/bitops.h"
+
+namespace {
+
+constinit tirn::Once g_masks_loaded;
+
+kesa_cpumask g_possible_mask;
+kesa_cpumask g_online_mask;
+kesa_cpumask g_present_mask;
+
+int32_t load(kesa_cpumask* mask, const char* path) {
+  return load_cpumask(mask, path, static_cast<uint32_t>(std::strlen(path)));
+}
+
+int load_masks() {
+  for (kesa_cpumask* mask : {cpu_possible_mask, cpu_online_mask, cpu_present_mask}) {
+    init_cpumask_bit(mask, KESA_CPUMASK_WORDS);
+  }
+  const int32_t possible = load(cpu_possible_mask, "/sys/devices/system/cpu/possible");
+  const int32_t online = load(cpu_online_mask, "/sys/devices/system/cpu/online");
+  const int32_t present = load(cpu_present_mask, "/sys/devices/system/cpu/present");
+  if (possible < 0 || online < 0 || present < 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, "cpumask_init",
+                "Load_cpumask failed. possible_cpu = %d, online_cpu = %d, max_cpu=%d\n", possible, online, present);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+uint32_t held_at_end(uint64_t cpu) {
+  return static_cast<uint32_t>(std::min<uint64_t>(cpu, KESA_CPU_MAX));
+}
+
+}  // namespace
+
+kesa_cpumask* cpu_possible_mask = &g_possible_mask;
+kesa_cpumask* cpu_online_mask = &g_online_mask;
+kesa_cpumask* cpu_present_mask = &g_present_mask;
+
+int32_t cpumask_init() {
+  return g_masks_loaded.run(load_masks);
+}
+
+int32_t load_cpumask(kesa_cpumask* mask, const char* path, uint32_t) {
+  char list[256]{};
+  FILE* const file = std::fopen(path, "re");
+  if (file == nullptr) {
+    return tirn::kFail;
+  }
+  const bool got = std::fgets(list, sizeof list, file) != nullptr;
+  std::fclose(file);
+  if (!got) {
+    return tirn::kFail;
+  }
+  if (list[0] == '\n') {
+    return 0;
+  }
+  int32_t highest = 0;
+  for (char* token = list; token != nullptr;) {
+    char* const comma = std::strchr(token, ',');
+    if (comma != nullptr) {
+      *comma = '\0';
+    }
+    highest = std::max(highest, kesa_set_cpumask_bit(reinterpret_cast<uint8_t*>(mask), token));
+    token = comma != nullptr ? comma + 1 : nullptr;
+  }
+  return highest;
+}
+
+void init_cpumask_bit(void* mask, int32_t words) {
+  if (words > 0) {
+    std::memset(mask, 0, static_cast<size_t>(words) * sizeof(uint64_t));
+  }
+}
+
+int32_t kesa_set_cpumask_bit(uint8_t* mask, const char* token) {
+  int lower = 1;  // a token without a number names no CPU
+  int upper = 0;
+  int found;
+  if (std::strchr(token, '-') != nullptr) {
+    found = sscanf_s(token, "%d-%d", &lower, &upper);
+  } else {
+    found = sscanf_s(token, "%d", &lower);
+    if (found == 1) {
+      upper = lower;
+    }
+  }
+  if (found < 0) {
+    TIRN_ERROR("sscanf_s failed.ret is %d.", found);
+  }
+  // What lies outside the mask is left out, so that a corrupt list cannot write beyond it.
+  const int last = std::min(upper, static_cast<int>(KESA_CPU_MAX) - 1);
+  for (int cpu = std::max(lower, 0); cpu <= last; ++cpu) {
+    mask[cpu / 8] = static_cast<uint8_t>(mask[cpu / 8] | 1u << cpu % 8);
+  }
+  return upper;
+}
+
+uint32_t kesa_first_cpu(const kesa_cpumask* mask) {
+  return held_at_end(find_first_bit(mask, KESA_CPU_MAX));
+}
+
+uint32_t kesa_next_cpu(uint32_t n, const kesa_cpumask* mask) {
+  return held_at_end(find_next_bit(mask, KESA_CPU_MAX, uint64_t{n} + 1));
+}

@@ -1,0 +1,113 @@
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/private_call.h"
+#include "tirn/fs.h"
+
+namespace {
+
+struct ReportMessage {
+  nlmsghdr head;
+  uint8_t payload[MORU_NETLINK_EXT3_PAYLOAD];
+};
+static_assert(sizeof(ReportMessage) == 72);
+
+bool is_report(const ReportMessage& message, size_t received) {
+  uint32_t mark = 0;
+  if (received < offsetof(ReportMessage, payload) + sizeof mark) {
+    return false;
+  }
+  std::memcpy(&mark, message.payload, sizeof mark);
+  return mark == MORU_NETLINK_EXT3_MAGIC;
+}
+
+// What the message's sender left out reads as zeros.
+ssize_t receive(int fd, ReportMessage& message) {
+  message = {};
+  iovec piece{&message, sizeof message};
+  msghdr header{};
+  header.msg_iov = &piece;
+  header.msg_iovlen = 1;
+  errno = 0;
+  return recvmsg(fd, &header, 0);
+}
+
+uint32_t present_time() {
+  uint64_t seconds = 0;
+  return tirn::private_call(tirn::PrivateCommand::time, &seconds) == 0 ? static_cast<uint32_t>(seconds) : 0;
+}
+
+}  // namespace
+
+int MORU_Netlink_ext3_create() {
+  const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, MORU_NETLINK_EXT3_PROTOCOL);
+  if (fd < 0) {
+    TIRN_ERROR("MORU_Netlink_ext3_create failed, sockfd:%d, errno:%d,%s.", fd, errno, strerror(errno));
+    return -1;
+  }
+  return fd;
+}
+
+int MORU_Netlink_ext3_listen(int fd, int pid, moru_netlink_handler handler) {
+  if (fd < 0) {
+    return MORU_NETLINK_BAD_FD;
+  }
+  if (pid < 1) {
+    return MORU_NETLINK_BAD_PID;
+  }
+  if (handler == nullptr) {
+    return MORU_NETLINK_NO_HANDLER;
+  }
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_pid = static_cast<uint32_t>(pid);
+  address.nl_groups = 1;
+  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    return MORU_NETLINK_BIND;
+  }
+  const auto message = tirn::tagged_block<ReportMessage>(1);
+  if (message == nullptr) {
+    return MORU_NETLINK_NO_MEMORY;
+  }
+  for (;;) {
+    const ssize_t received = receive(fd, message[0]);
+    if (received < 1) {
+      return errno == EBADF ? MORU_NETLINK_CLOSED : MORU_NETLINK_RECEIVE;
+    }
+    if (is_report(message[0], static_cast<size_t>(received))) {
+      handler(message[0].payload);
+    }
+  }
+}
+
+void MORU_Netlink_ext3_release(int fd) {
+  if (fd >= 0) {
+    close(fd);
+  }
+}
+
+void get_random_bytes(void* buf, int len) {
+  if (buf == nullptr) {
+    return;
+  }
+  unsigned seed = present_time();
+  auto* at = static_cast<uint8_t*>(buf);
+  for (int left = len; left > 0;) {
+    const int number = rand_r(&seed);
+    const int piece = std::min(left, static_cast<int>(sizeof number));
+    if (memcpy_s(at, static_cast<size_t>(left), &number, static_cast<size_t>(piece)) != 0) {
+      TIRN_ERROR("memcpy_sp failed.");
+    }
+    at += piece;
+    left -= piece;
+  }
+}

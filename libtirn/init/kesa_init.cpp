@@ -1,0 +1,71 @@
+#include <execinfo.h>
+
+#include "libtirn/base/log.h"
+#include "libtirn/base/once.h"
+#include "tirn/cpumask.h"
+#include "tirn/init.h"
+#include "tirn/jiffies.h"
+#include "tirn/smp.h"
+
+namespace {
+
+constinit tirn::Once g_initialised;
+
+struct StartStep {
+  int (*call)();
+  const char* failure;  // what is logged when the step fails; nullptr: its result does not matter
+  bool is_fatal;
+};
+
+int name_this_module() {
+  kesa_pid_set_name(TIRN_MODULE_ID, "TIRN");
+  return tirn::kOk;
+}
+
+// The order is binding: the log's rate guard reads the clock, so the clock stands first.
+constexpr StartStep kStartSteps[] = {
+    {kesa_glibc_init, nullptr, false},   {jiffies_usr_main, "Get jiffies usr addr failed.", true},
+    {jiffies_Init, nullptr, false},      {pid_init_names, nullptr, false},
+    {name_this_module, nullptr, false},  {cpumask_init, nullptr, false},
+    {globalCpuNum_init, nullptr, false}, {kesa_gettime_init, "Kesa time initialize failed.", true},
+};
+
+// Logs under the name of the exported function whose work this is.
+int run_start_steps() {
+  constexpr char kFunction[] = "kesa_Init";
+  TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa init start.");
+  int result = tirn::kOk;
+  for (const StartStep& step : kStartSteps) {
+    const int step_result = step.call();
+    if (step_result == tirn::kOk || step.failure == nullptr) {
+      continue;
+    }
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "%s", step.failure);
+    if (step.is_fatal) {
+      result = step_result;
+      break;
+    }
+  }
+  TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa init end ret %d.", result);
+  return result == tirn::kOk ? tirn::kOk : tirn::kFail;
+}
+
+}  // namespace
+
+uint32_t kesa_Init() {
+  return static_cast<uint32_t>(g_initialised.run(run_start_steps));
+}
+
+int kesa_destory() {
+  return g_initialised.undo([] {
+    constexpr char kFunction[] = "kesa_destory";
+    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa destroy start.");
+    pid_destroy_names();
+    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa destroy end.");
+  });
+}
+
+int kesa_glibc_init() {
+  void* frames[3];
+  return backtrace(frames, 3);
+}

@@ -1,0 +1,65 @@
+#include "libtirn/init/module_names.h"
+
+#include <atomic>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/once.h"
+#include "tirn/init.h"
+
+namespace {
+
+constinit std::atomic<const char*> ModuleNameTable[TIRN_MODULE_COUNT];
+constinit tirn::Once g_names_built;
+
+// The text of an id that is out of range; shared by all callers.
+char g_overflow_name[10];
+
+int build_names() {
+  for (auto& name : ModuleNameTable) {
+    if (name.load(std::memory_order_relaxed) == nullptr) {
+      name.store("NONE", std::memory_order_relaxed);
+    }
+  }
+  for (const auto& row : tirn::ModuleNameRows) {
+    if (row.id < TIRN_MODULE_COUNT) {
+      ModuleNameTable[row.id].store(row.name, std::memory_order_relaxed);
+    }
+  }
+  return tirn::kOk;
+}
+
+}  // namespace
+
+int pid_init_names() {
+  return g_names_built.run(build_names, tirn::Once::Done::on_success, tirn::Once::LockFailure::is_result);
+}
+
+// The test is the same as that of pid_init_names, not its opposite: built names outlive tear-down, during and after
+// which modules still log by name.
+int pid_destroy_names() {
+  const auto clear_names = [] {
+    for (auto& name : ModuleNameTable) {
+      name.store(nullptr, std::memory_order_relaxed);
+    }
+    return tirn::kOk;
+  };
+  return g_names_built.run(clear_names, tirn::Once::Done::never, tirn::Once::LockFailure::is_result);
+}
+
+const char* kesa_pid_get_name(uint32_t id) {
+  pid_init_names();
+  if (id < TIRN_MODULE_COUNT) {
+    const char* const name = ModuleNameTable[id].load(std::memory_order_acquire);
+    return name != nullptr ? name : "NONE";
+  }
+  sprintf_s(g_overflow_name, sizeof g_overflow_name, "<%u>", id & 0xFFFFu);
+  return g_overflow_name;
+}
+
+void kesa_pid_set_name(uint32_t id, const char* name) {
+  if (id >= TIRN_MODULE_COUNT || name == nullptr) {
+    return;
+  }
+  pid_init_names();
+  ModuleNameTable[id].store(name, std::memory_order_release);  // with kesa_pid_get_name: the text is there
+}

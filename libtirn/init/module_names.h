@@ -1,0 +1,20 @@
+// The components of a node by module id.
+#ifndef TIRN_INIT_MODULE_NAMES_H
+#define TIRN_INIT_MODULE_NAMES_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tirn {
+
+struct ModuleNameRow {
+  uint16_t id;
+  const char* name;
+};
+
+inline constexpr size_t kModuleNameRows = 220;
+extern const ModuleNameRow ModuleNameRows[kModuleNameRows];
+
+}  // namespace tirn
+
+#endif

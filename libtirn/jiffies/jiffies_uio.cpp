@@ -1,0 +1,138 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/jiffies_device.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "tirn/jiffies.h"
+
+namespace {
+
+using tirn::Fd;
+
+constexpr size_t kChildSize = 128;
+constexpr size_t kPathSize = 128;
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// The first entry of the folder whose name begins with "uio".
+bool find_child(const char* folder, char (&child)[kChildSize]) {
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder));
+  while (directory != nullptr) {
+    const dirent* const entry = readdir(directory.get());
+    if (entry == nullptr) {
+      break;
+    }
+    if (std::strncmp(entry->d_name, "uio", 3) == 0) {
+      if (strcpy_s(child, sizeof child, entry->d_name) == 0) {
+        return true;
+      }
+      TIRN_ERROR("strcpy_s failed.");
+    }
+  }
+  return false;
+}
+
+Fd open_map_file(const char* folder, const char* child, const char* file) {
+  char path[2 * kPathSize + kChildSize];
+  sprintf_s(path, sizeof path, "%s%s%s", folder, child, file);
+  return Fd(open(path, O_RDONLY | O_CLOEXEC));
+}
+
+// A number's text: what a file of the map holds, up to 32 bytes of it.
+struct MapText {
+  explicit MapText(const Fd& file) {
+    if (read(file.get(), text, sizeof text - 1) < 0) {
+      text[0] = '\0';
+    }
+  }
+  char text[33]{};
+};
+
+// Whether the counter at `offset` can be read for as long as the mapping lives: it lies in the mapping, and in the
+// file where the device is one.
+bool holds_counter(const Fd& device, uint64_t size, uint64_t offset) {
+  constexpr uint64_t kCounter = sizeof(uint64_t);
+  struct stat status;
+  if (offset % kCounter != 0 || size < kCounter || offset > size - kCounter || fstat(device.get(), &status) != 0) {
+    return false;
+  }
+  return !S_ISREG(status.st_mode) || offset + kCounter <= static_cast<uint64_t>(status.st_size);
+}
+
+void* map_device(const Fd& device, uint64_t size, uint64_t offset) {
+  if (!holds_counter(device, size, offset)) {
+    errno = EINVAL;
+    return MAP_FAILED;
+  }
+  return mmap(nullptr, size, PROT_READ, MAP_PRIVATE, device.get(), 0);
+}
+
+}  // namespace
+
+int jiffies_uio_adp_open() {
+  const tirn::DevicePaths base = tirn::jiffies_device();
+  char child[kChildSize]{};
+  if (!find_child(base.sysfs, child)) {
+    TIRN_ERROR("Kesa jiffies get child dir (%s) failed, errno=%d.", child, errno);
+    return tirn::kFail;
+  }
+  char path[kPathSize];
+  sprintf_s(path, sizeof path, "%s%s", base.dev, child);
+  // Declared in the reverse of the order in which they are closed.
+  const Fd device(open(path, O_RDONLY | O_CLOEXEC));
+  if (!device) {
+    return tirn::kFail;
+  }
+  g_jiffies_uio.dev_fd = device.get();
+  Fd offset_file;
+  Fd size_file;
+  const Fd addr_file = open_map_file(base.sysfs, child, "/maps/map0/addr");
+  if (!addr_file) {
+    TIRN_ERROR("Kesa jiffies open addr_fd map failed, errno=%d.", errno);
+    return tirn::kFail;
+  }
+  size_file = open_map_file(base.sysfs, child, "/maps/map0/size");
+  if (!size_file) {
+    TIRN_ERROR("Kesa jiffies open size_fd map failed, errno=%d.", errno);
+    return tirn::kFail;
+  }
+  offset_file = open_map_file(base.sysfs, child, "/maps/map0/offset");
+  if (!offset_file) {
+    TIRN_ERROR("Kesa jiffies open map failed, errno=%d.", errno);
+    return tirn::kFail;
+  }
+  const uint64_t addr = std::strtoul(MapText(addr_file).text, nullptr, 0);
+  const auto size = static_cast<uint64_t>(std::strtol(MapText(size_file).text, nullptr, 0));
+  const auto offset = static_cast<uint64_t>(std::strtol(MapText(offset_file).text, nullptr, 0));
+  const void* const mapping = map_device(device, size, offset);
+  if (mapping == MAP_FAILED) {
+    TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno);
+    return tirn::kFail;
+  }
+  g_jiffies_uio.addr_fd = addr_file.get();
+  g_jiffies_uio.size_fd = size_file.get();
+  g_jiffies_uio.offset_fd = offset_file.get();
+  g_jiffies_uio.addr = addr;
+  g_jiffies_uio.size = size;
+  const auto* const counter =
+      static_cast<const uint64_t*>(static_cast<const void*>(static_cast<const char*>(mapping) + offset));
+  std::atomic_ref(g_jiffies_uio.jiffies).store(counter, std::memory_order_release);
+  return tirn::kOk;
+}
+
+int jiffies_uio_adp_close() {
+  return close(g_jiffies_uio.dev_fd);
+}
