@@ -1,0 +1,58 @@
+#include "tour.h"
+
+#include <hurn.h>
+#include <time.h>
+#include <tirn/init.h>
+
+#include <cstdio>
+
+namespace tirnctl {
+namespace {
+
+constexpr Stop kStops[] = {
+    {"Start-up", "The steps of kesa_Init, one by one in a child process, then all of them in this one.",
+     show_start_up},
+    {"Memory", "Blocks carry the id of the module that owns them, and the bytes of each module are counted.",
+     show_memory},
+    {"Clocks", "Jiffies (4 ms) and the cycle clock beside the system's clocks, over a second.", show_clocks},
+    {"Processors", "The kernel's CPU lists as masks.", show_cpus},
+    {"A private call", "From the caller through the command word to the kernel side, and back with the result.",
+     show_private_call},
+    {"The loopback service", "A command registered in one process, called from another.", show_service},
+};
+
+// The library's log lines stand in the page, set off from what the tour prints itself.
+void show_line(const hurn_line* line) {
+  std::printf("    log | %s: %s\n", line->function != nullptr ? line->function : "-", line->text);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+uint64_t now() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec);
+}
+
+int run_tour() {
+  const hurn_content_record record{HURN_CALLBACK_ONLY, show_line};
+  kesa_log_register_callback(&record);
+  int failed = 0;
+  int number = 0;
+  for (const Stop& stop : kStops) {
+    std::printf("%s%d. %s\n   %s\n\n", number == 0 ? "" : "\n", number + 1, stop.title, stop.what);
+    std::fflush(stdout);
+    ++number;
+    if (!stop.show()) {
+      std::printf("    this stop failed\n");
+      ++failed;
+    }
+    std::fflush(stdout);
+  }
+  kesa_log_register_callback(nullptr);
+  std::printf("\n%d stops, %d failed\n", number, failed);
+  return failed == 0 ? 0 : 1;
+}
+
+}  // namespace tirnctl

@@ -1,0 +1,30 @@
+// The tour: each stop shows one of the library's jobs on real input of this machine.
+#ifndef TIRNCTL_TOUR_H
+#define TIRNCTL_TOUR_H
+
+#include <cstdint>
+
+namespace tirnctl {
+
+// A stop; false where it could not be shown.
+struct Stop {
+  const char* title;
+  const char* what;
+  bool (*show)();
+};
+
+bool show_start_up();
+bool show_memory();
+bool show_clocks();
+bool show_cpus();
+bool show_private_call();
+bool show_service();
+
+int run_tour();
+
+// Nanoseconds of CLOCK_MONOTONIC.
+uint64_t now();
+
+}  // namespace tirnctl
+
+#endif
