@@ -1,0 +1,117 @@
+#include "child_process.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <thread>
+
+namespace tirn::test {
+namespace {
+
+[[noreturn]] void run_piece(const std::function<int()>& piece, int out, int err) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const rlimit no_core{0, 0};
+  setrlimit(RLIMIT_CORE, &no_core);
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  const bool had_failed = testing::Test::HasFailure();
+  int status = piece();
+  if (!had_failed && testing::Test::HasFailure()) {
+    status = ChildProcess::kFailedInside;
+  }
+  fflush(stdout);
+  _exit(status);
+}
+
+std::string contents(int fd) {
+  std::string text;
+  char piece[4096];
+  ssize_t length;
+  while ((length = pread(fd, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0) {
+    text.append(piece, static_cast<size_t>(length));
+  }
+  return text;
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::function<int()>& piece, std::chrono::milliseconds limit)
+    : end_(std::chrono::steady_clock::now() + limit),
+      out_(memfd_create("stdout", MFD_CLOEXEC)),  // files: a full pipe would stop the child, a grandchild hold it
+      err_(memfd_create("stderr", MFD_CLOEXEC)) {
+  fflush(stdout);  // what waits in the buffer would be written by both
+  pid_ = fork();
+  if (pid_ == 0) {
+    run_piece(piece, out_, err_);
+  }
+  if (pid_ < 0) {
+    ADD_FAILURE() << "fork failed, errno " << errno;
+    is_over_ = true;
+  }
+}
+
+ChildProcess::~ChildProcess() {
+  if (!is_over_) {
+    kill(SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  close(out_);
+  close(err_);
+}
+
+void ChildProcess::kill(int signal) const {
+  if (!is_over_) {
+    ::kill(pid_, signal);
+  }
+}
+
+std::string ChildProcess::out() const {
+  return contents(out_);
+}
+
+ChildOutcome ChildProcess::wait() {
+  int status = 0;
+  while (!is_over_) {
+    const pid_t ended = waitpid(pid_, &status, outcome_.timed_out ? 0 : WNOHANG);
+    if (ended == pid_) {
+      is_over_ = true;
+      outcome_.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      outcome_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    } else if (ended < 0 && errno != EINTR) {
+      is_over_ = true;
+      ADD_FAILURE() << "somebody else has waited for child " << pid_;
+    } else if (std::chrono::steady_clock::now() > end_) {
+      outcome_.timed_out = true;
+      kill(SIGKILL);
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  outcome_.out = contents(out_);
+  outcome_.err = contents(err_);
+  return outcome_;
+}
+
+ChildOutcome run_child(const std::function<int()>& piece, std::chrono::milliseconds limit) {
+  return ChildProcess(piece, limit).wait();
+}
+
+std::ostream& operator<<(std::ostream& stream, const ChildOutcome& outcome) {
+  stream << "child: ";
+  if (outcome.timed_out) {
+    stream << "killed at its time limit";
+  } else if (outcome.signal != 0) {
+    stream << "killed by signal " << outcome.signal;
+  } else {
+    stream << "status " << outcome.status;
+  }
+  return stream << "\nstdout:\n" << outcome.out << "\nstderr:\n" << outcome.err << '\n';
+}
+
+}  // namespace tirn::test

@@ -1,0 +1,80 @@
+#include "kernel_side.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace tirn::test {
+namespace {
+
+constexpr uint32_t kCommandLimit = 0x900;
+constexpr size_t kDeviceBytes = 4096;
+constexpr size_t kCounterOffset = 0x80;
+
+constinit std::atomic<int> g_errors[kCommandLimit];
+
+long fail_as_set(uint64_t word, uint64_t, uint64_t, uint64_t, uint64_t) {
+  errno = g_errors[static_cast<uint32_t>(word)].load(std::memory_order_relaxed);
+  return -1;
+}
+
+}  // namespace
+
+KernelSide::~KernelSide() {
+  for (const auto& [command, calls] : calls_before_) {
+    zut_replace(command, nullptr);
+  }
+  zut_offer_jiffies(1);
+  zut_set_jiffies_paths(nullptr, nullptr);
+}
+
+void KernelSide::watch(uint32_t command) {
+  calls_before_.try_emplace(command, zut_call_count(command));
+}
+
+void KernelSide::replace(uint32_t command, zut_handler handler) {
+  watch(command);
+  zut_replace(command, handler);
+}
+
+void KernelSide::failing(uint32_t command, int error) {
+  g_errors[command].store(error, std::memory_order_relaxed);
+  replace(command, fail_as_set);
+}
+
+uint64_t KernelSide::calls(uint32_t command) const {
+  const auto before = calls_before_.find(command);
+  return zut_call_count(command) - (before != calls_before_.end() ? before->second : 0);
+}
+
+void KernelSide::no_jiffies() {
+  zut_offer_jiffies(0);
+}
+
+void KernelSide::jiffies_at(const std::string& sysfs, const std::string& dev) {
+  // The library keeps the paths for ever.
+  zut_set_jiffies_paths(strdup(sysfs.c_str()), strdup(dev.c_str()));
+}
+
+JiffiesDevice::JiffiesDevice(KernelSide& kernel, uint64_t start) {
+  folder_.write_file("sysfs/uio0/maps/map0/addr", "0x0\n");
+  folder_.write_file("sysfs/uio0/maps/map0/size", "0x1000\n");
+  folder_.write_file("sysfs/uio0/maps/map0/offset", "0x80\n");
+  const std::string device = folder_.write_file("dev/uio0", std::string(kDeviceBytes, '\0'));
+  const int fd = open(device.c_str(), O_RDWR | O_CLOEXEC);
+  void* const page = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (page == MAP_FAILED) {
+    std::abort();
+  }
+  close(fd);
+  counter_ = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
+  set(start);
+  kernel.jiffies_at(folder_.path("sysfs/"), folder_.path("dev/"));
+}
+
+}  // namespace tirn::test

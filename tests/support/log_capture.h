@@ -1,0 +1,63 @@
+// The log lines of the test process and of its forked children.
+#ifndef TIRN_TEST_LOG_CAPTURE_H
+#define TIRN_TEST_LOG_CAPTURE_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hurn.h"
+#include "tirn/base.h"
+
+namespace tirn::test {
+
+struct LogLine {
+  uint32_t module;
+  uint32_t level;
+  pid_t process;
+  uint32_t line;
+  std::string file;
+  std::string function;
+  std::string text;
+};
+
+// Takes every line from the log library while it lives, instead of the sink. Lines are kept in memory that forked
+// children share, without a lock, so lines of signal handlers and of children that die are seen too.
+// A text to look for may hold `*`, which stands for any characters. One capture at a time.
+class LogCapture {
+ public:
+  // Sets this level for module 381, and puts back the former one at the end.
+  explicit LogCapture(uint32_t level = HURN_DEBUG);
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+  ~LogCapture();
+
+  std::vector<LogLine> lines() const;
+  std::vector<std::string> texts() const;
+  size_t count(std::string_view text) const;
+  size_t count(uint32_t level, std::string_view text) const;
+  bool has(uint32_t level, std::string_view function, std::string_view text) const;
+  // True as soon as such a line is there; false when the limit has passed.
+  bool wait_for(std::string_view text, std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
+  // Forgets the lines so far.
+  void clear();
+
+ private:
+  uint32_t former_level_;
+  size_t first_ = 0;
+};
+
+// A row for each line: for the message of a failure.
+std::ostream& operator<<(std::ostream& out, const LogCapture& capture);
+
+bool matches(std::string_view text, std::string_view pattern);
+
+}  // namespace tirn::test
+
+#endif

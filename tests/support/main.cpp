@@ -1,0 +1,23 @@
+// Every test program's main, and what the sanitizers are told where the environment does not say otherwise.
+#include <gtest/gtest.h>
+
+// Deaths by a signal are part of what is tested, so the signals stay the program's own.
+#define SIGNALS_STAY "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0:handle_abort=0"
+
+extern "C" {
+#define TOLD __attribute__((visibility("default"), no_sanitize("address", "thread", "undefined")))
+TOLD const char* __asan_default_options() {
+  return SIGNALS_STAY ":detect_leaks=1:allocator_may_return_null=1";
+}
+TOLD const char* __tsan_default_options() {
+  return SIGNALS_STAY ":die_after_fork=0:halt_on_error=1:second_deadlock_stack=1:allocator_may_return_null=1";
+}
+TOLD const char* __ubsan_default_options() {
+  return "print_stacktrace=1";
+}
+}
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,264 @@
+#include "private_root.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+namespace tirn::test {
+namespace {
+namespace fs = std::filesystem;
+
+// Namespaces are root's; any user becomes root of a user namespace first.
+std::string enter_namespace(int kind, const char* name) {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (unshare(user == 0 ? kind : kind | CLONE_NEWUSER) != 0) {
+    return std::string("no ") + name + " namespace here: " + std::strerror(errno);
+  }
+  if (user != 0) {
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+  }
+  return {};
+}
+
+void expect_done(bool done, const char* what, const std::string& path) {
+  EXPECT_TRUE(done) << what << ' ' << path << ": " << std::strerror(errno);
+}
+
+// Shows `source` at `target`, which is made as its kind wants it.
+void show(const std::string& source, const std::string& target) {
+  struct stat status;
+  if (lstat(source.c_str(), &status) != 0) {
+    return;  // gone meanwhile
+  }
+  if (S_ISLNK(status.st_mode)) {
+    char link[PATH_MAX]{};
+    if (readlink(source.c_str(), link, sizeof link - 1) >= 0) {
+      expect_done(::symlink(link, target.c_str()) == 0, "symlink", target);
+    }
+    return;
+  }
+  if (S_ISDIR(status.st_mode)) {
+    ::mkdir(target.c_str(), status.st_mode & 07777);
+  } else {
+    close(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  }
+  expect_done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind", target);
+}
+
+std::vector<std::string> entries(const std::string& folder) {
+  std::vector<std::string> names;
+  DIR* const stream = opendir(folder.c_str());
+  while (const dirent* const entry = stream != nullptr ? readdir(stream) : nullptr) {
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+      names.emplace_back(entry->d_name);
+    }
+  }
+  if (stream != nullptr) {
+    closedir(stream);
+  }
+  return names;
+}
+
+bool is_there(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0;
+}
+
+}  // namespace
+
+PrivateRoot::PrivateRoot() {
+  refusal_ = enter_namespace(CLONE_NEWNS, "mount");
+  if (!refusal_.empty()) {
+    return;
+  }
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    refusal_ = std::string("mounts cannot be made private here: ") + std::strerror(errno);
+    return;
+  }
+  build_root();
+}
+
+// The machine's root may be read-only or somebody's own: a new root in memory shows each of its entries, so that
+// new ones can stand beside them.
+void PrivateRoot::build_root() {
+  const std::string place = fs::exists("/tmp") ? "/tmp" : "/mnt";
+  const int machine_place = open(place.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  char here[PATH_MAX];
+  const char* const folder = getcwd(here, sizeof here);
+  if (mount("tirn_test", place.c_str(), "tmpfs", 0, "mode=755") != 0) {
+    refusal_ = std::string("no memory file system here: ") + std::strerror(errno);
+    close(machine_place);
+    return;
+  }
+  struct stat status;
+  if (stat(place.c_str(), &status) == 0) {
+    ours_.insert(status.st_dev);
+  }
+  // Else the place's own showing would have the new root on it.
+  mount(nullptr, place.c_str(), nullptr, MS_UNBINDABLE, nullptr);
+  for (const std::string& name : entries("/")) {
+    const std::string path = "/" + name;
+    show(path == place ? "/proc/self/fd/" + std::to_string(machine_place) + "/." : path, place + path);
+  }
+  mount(nullptr, place.c_str(), nullptr, MS_PRIVATE, nullptr);
+  close(machine_place);
+  // With both arguments alike the old root comes to lie over the new one, and is taken off there.
+  if (chdir(place.c_str()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0 ||
+      chdir(folder != nullptr ? folder : "/") != 0) {
+    refusal_ = std::string("the root cannot be changed here: ") + std::strerror(errno);
+  }
+}
+
+bool PrivateRoot::is_ours(const std::string& path) const {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 && ours_.count(status.st_dev) != 0;
+}
+
+void PrivateRoot::mount_memory(const std::string& folder, const std::string& options) {
+  expect_done(mount("tirn_test", folder.c_str(), "tmpfs", 0, options.c_str()) == 0, "tmpfs", folder);
+  struct stat status;
+  if (stat(folder.c_str(), &status) == 0) {
+    ours_.insert(status.st_dev);
+  }
+}
+
+// Puts memory over a folder of the machine, with the folder's entries in it.
+void PrivateRoot::cover(const std::string& folder) {
+  const int machine_folder = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  struct stat status;
+  fstat(machine_folder, &status);
+  char options[32];
+  snprintf(options, sizeof options, "mode=%o", status.st_mode & 07777);
+  mount_memory(folder, options);
+  const std::string machine_path = "/proc/self/fd/" + std::to_string(machine_folder);
+  for (const std::string& name : entries(machine_path + "/.")) {
+    show(machine_path + "/" + name, folder + "/" + name);
+  }
+  close(machine_folder);
+}
+
+// Takes away what stands at the path. Nothing of the machine is removed, only its showing.
+void PrivateRoot::clear(const std::string& path) {
+  while (umount2(path.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) == 0) {
+  }
+  if (!is_there(path)) {
+    return;
+  }
+  if (!is_ours(path)) {
+    ADD_FAILURE() << path << " cannot be replaced";
+    return;
+  }
+  if (fs::is_directory(fs::symlink_status(path))) {
+    for (const std::string& name : entries(path)) {
+      clear(path + "/" + name);
+    }
+  }
+  expect_done(::remove(path.c_str()) == 0, "remove", path);
+}
+
+// The path's folder is there and ours, and nothing of that name is in it.
+void PrivateRoot::make_room(const std::string& path) {
+  fs::path folder = fs::path(path).parent_path();
+  while (!fs::exists(folder)) {
+    folder = folder.parent_path();
+  }
+  folder = fs::canonical(folder);
+  if (!is_ours(folder)) {
+    cover(folder);
+  }
+  std::error_code error;
+  fs::create_directories(fs::path(path).parent_path(), error);
+  EXPECT_FALSE(error) << path << ": " << error.message();
+  clear(path);
+}
+
+void PrivateRoot::write_file(const std::string& path, std::string_view text, unsigned mode) {
+  if (!is_ours(path) || !fs::is_regular_file(fs::symlink_status(path))) {
+    make_room(path);
+  }
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << text;
+  file.close();
+  expect_done(!file.fail(), "write", path);
+  chmod(path.c_str(), mode);
+}
+
+void PrivateRoot::symlink(const std::string& target, const std::string& path) {
+  make_room(path);
+  expect_done(::symlink(target.c_str(), path.c_str()) == 0, "symlink", path);
+}
+
+void PrivateRoot::mkdir(const std::string& path) {
+  if (!fs::is_directory(path)) {
+    make_room(path);
+    expect_done(::mkdir(path.c_str(), 0755) == 0, "mkdir", path);
+  }
+}
+
+void PrivateRoot::bind(const std::string& source, const std::string& path) {
+  const int fd = open(source.c_str(), O_PATH | O_CLOEXEC);
+  expect_done(fd >= 0, "bind", source);
+  make_room(path);
+  struct stat status {};
+  fstat(fd, &status);
+  const std::string from = "/proc/self/fd/" + std::to_string(fd);
+  if (S_ISDIR(status.st_mode)) {
+    ::mkdir(path.c_str(), 0755);
+  } else {
+    close(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  }
+  expect_done(mount(from.c_str(), path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind", path);
+  close(fd);
+}
+
+void PrivateRoot::tmpfs(const std::string& path, const std::string& options) {
+  mkdir(path);
+  mount_memory(fs::canonical(path), options);
+}
+
+void PrivateRoot::remove(const std::string& path) {
+  if (is_there(path)) {
+    make_room(path);
+  }
+}
+
+std::string private_network() {
+  std::string refusal = enter_namespace(CLONE_NEWNET, "network");
+  if (!refusal.empty()) {
+    return refusal;
+  }
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  if (ioctl(fd, SIOCGIFFLAGS, &request) != 0) {
+    refusal = std::string("no loopback device here: ") + std::strerror(errno);
+  } else {
+    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+    if (ioctl(fd, SIOCSIFFLAGS, &request) != 0) {
+      refusal = std::string("the loopback device cannot be set up here: ") + std::strerror(errno);
+    }
+  }
+  close(fd);
+  return refusal;
+}
+
+}  // namespace tirn::test
