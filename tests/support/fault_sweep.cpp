@@ -1,0 +1,107 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+#include "child_process.h"
+#include "faults.h"
+
+namespace tirn::test {
+namespace {
+
+// What a child leaves for its parent, however it ends.
+struct Report {
+  uint32_t calls;
+  Fault fault;
+};
+
+std::map<int, std::string> open_descriptors() {
+  std::map<int, std::string> open;
+  DIR* const folder = opendir("/proc/self/fd");
+  while (const dirent* const entry = folder != nullptr ? readdir(folder) : nullptr) {
+    const int fd = std::atoi(entry->d_name);
+    if (entry->d_name[0] != '.' && fd != dirfd(folder)) {
+      std::error_code ignored;
+      open[fd] = std::filesystem::read_symlink(std::string("/proc/self/fd/") + entry->d_name, ignored).string();
+    }
+  }
+  if (folder != nullptr) {
+    closedir(folder);
+  }
+  return open;
+}
+
+void expect_descriptors(const std::map<int, std::string>& before, int kept) {
+  const auto after = open_descriptors();
+  std::ostringstream names;
+  for (const auto& [fd, name] : after) {
+    if (before.count(fd) == 0) {
+      names << ' ' << fd << " (" << name << ')';
+    }
+  }
+  EXPECT_LE(after.size(), before.size() + static_cast<size_t>(kept)) << "leaked descriptors:" << names.str();
+  EXPECT_GE(after.size(), before.size()) << "descriptors closed that were another's";
+}
+
+int run_with_fault(const Scenario& scenario, uint32_t number, Report& report) {
+  const LogCapture log;
+  scenario.prepare();
+  const auto descriptors = open_descriptors();
+  Faults faults({.kinds = scenario.kinds, .number = number, .object = scenario.object});
+  report.fault.number = number;
+  const long result = scenario.run();
+  faults.stop();
+  report.calls = faults.calls();
+  report.fault = faults.fault();
+  scenario.check(result, report.fault, log);
+  scenario.clean_up();
+  EXPECT_LE(faults.blocks(), scenario.blocks_kept) << "leaked heap blocks";
+  expect_descriptors(descriptors, scenario.descriptors_kept);
+  if (testing::Test::HasFailure()) {
+    std::ostringstream lines;
+    lines << log;
+    std::puts(lines.str().c_str());
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::vector<std::string> find_problems(const Scenario& scenario, uint32_t* calls) {
+  std::vector<std::string> problems;
+  void* const memory = mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  auto& report = *static_cast<Report*>(memory);
+  uint32_t last = 0;
+  for (uint32_t number = 0; number <= last; ++number) {
+    report = {};
+    const ChildOutcome outcome = run_child([&] { return run_with_fault(scenario, number, report); }, scenario.limit);
+    if (!outcome.exited()) {
+      std::ostringstream text;
+      text << report.fault << " (call " << number << " of " << last << ")\n" << outcome;
+      problems.push_back(text.str());
+    }
+    if (number == 0) {
+      last = report.calls;
+    }
+  }
+  munmap(memory, sizeof(Report));
+  if (calls != nullptr) {
+    *calls = last;
+  }
+  return problems;
+}
+
+void sweep(const Scenario& scenario) {
+  uint32_t calls = 0;
+  for (const std::string& problem : find_problems(scenario, &calls)) {
+    ADD_FAILURE() << problem;
+  }
+  EXPECT_GT(calls, 0u) << "nothing that could fail was called";
+}
+
+}  // namespace tirn::test

@@ -1,0 +1,293 @@
+#include "faults.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/mman.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tirn::test {
+namespace {
+
+constexpr size_t kMostBlocks = 16384;
+
+// What the replacements see of the one Faults that lives.
+struct State {
+  FaultPlan plan;
+  std::atomic<bool> failing;
+  std::atomic<uint32_t> calls;
+  uintptr_t base;
+  Fault fault;
+  std::atomic<void*> blocks[kMostBlocks];
+};
+constinit State g_state{};
+
+void keep_block(void* block) {
+  for (auto& place : g_state.blocks) {
+    void* none = nullptr;
+    if (block == nullptr || place.compare_exchange_strong(none, block)) {
+      return;
+    }
+  }
+  std::abort();
+}
+
+void forget_block(void* block) {
+  for (auto& place : g_state.blocks) {
+    void* expected = block;
+    if (block == nullptr || place.compare_exchange_strong(expected, nullptr)) {
+      return;
+    }
+  }
+}
+
+bool is_to_fail(const char* function, FaultKind kind, uintptr_t caller) {
+  const FaultPlan& plan = g_state.plan;
+  const bool is_meant =
+      plan.function != nullptr ? std::strcmp(plan.function, function) == 0 : (plan.kinds & kind) != 0;
+  if (!is_meant || !g_state.failing.load(std::memory_order_acquire)) {
+    return false;
+  }
+  const uint32_t number = g_state.calls.fetch_add(1) + 1;
+  if (plan.number == 0 || number < plan.number || (number > plan.number && !plan.and_later)) {
+    return false;
+  }
+  if (number == plan.number) {
+    g_state.fault.number = number;
+    g_state.fault.caller = caller - g_state.base;
+    std::strncpy(g_state.fault.function, function, sizeof g_state.fault.function - 1);
+    g_state.fault.happened = true;
+  }
+  return true;
+}
+
+template <size_t N>
+struct Name {
+  consteval Name(const char (&from)[N]) { std::copy_n(from, N, text); }
+  char text[N];
+};
+
+template <typename Result>
+Result as_result(long value) {
+  if constexpr (std::is_pointer_v<Result>) {
+    return reinterpret_cast<Result>(value);
+  } else {
+    return static_cast<Result>(value);
+  }
+}
+
+// Stands in for one function: fails where that is planned, else goes on to the true one.
+template <Name kName, typename Function, FaultKind kKind, int kError, long kFailure>
+struct Fallible;
+
+template <Name kName, typename Result, typename... Arguments, bool kNoexcept, FaultKind kKind, int kError,
+          long kFailure>
+struct Fallible<kName, Result(Arguments...) noexcept(kNoexcept), kKind, kError, kFailure> {
+  static inline Result (*real)(Arguments...) = nullptr;
+
+  static Result call(Arguments... arguments) {
+    if (is_to_fail(kName.text, kKind, reinterpret_cast<uintptr_t>(__builtin_return_address(0)))) {
+      if (kFailure != kError) {
+        errno = kError;
+      }
+      return as_result<Result>(kFailure);
+    }
+    const Result result = real(arguments...);
+    if constexpr (kKind == kHeapFaults) {
+      keep_block(result);
+    }
+    return result;
+  }
+};
+
+// Stands in for a function that gives a block back.
+template <Name kName, typename... Arguments>
+struct Releasing {
+  static inline void (*real)(void*, Arguments...) = nullptr;
+
+  static void call(void* block, Arguments... arguments) {
+    forget_block(block);
+    real(block, arguments...);
+  }
+};
+
+void* (*g_real_realloc)(void*, size_t) = nullptr;
+
+void* reallocate(void* block, size_t size) {
+  if (is_to_fail("realloc", kHeapFaults, reinterpret_cast<uintptr_t>(__builtin_return_address(0)))) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* const result = g_real_realloc(block, size);
+  if (result != nullptr || size == 0) {
+    forget_block(block);
+    keep_block(result);
+  }
+  return result;
+}
+
+struct Row {
+  const char* name;
+  void* replacement;
+  void (*set_real)(void*);
+};
+
+// Calls that fail with errno and this result.
+template <Name kName, typename Function, FaultKind kKind, int kError, long kFailure>
+Row row() {
+  using Stand = Fallible<kName, Function, kKind, kError, kFailure>;
+  return {kName.text, reinterpret_cast<void*>(Stand::call),
+          [](void* real) { Stand::real = reinterpret_cast<decltype(Stand::real)>(real); }};
+}
+
+// Calls that give the error itself.
+template <Name kName, typename Function, FaultKind kKind, int kError>
+Row error_row() {
+  return row<kName, Function, kKind, kError, kError>();
+}
+
+template <Name kName, typename... Arguments>
+Row releasing_row() {
+  using Stand = Releasing<kName, Arguments...>;
+  return {kName.text, reinterpret_cast<void*>(Stand::call),
+          [](void* real) { Stand::real = reinterpret_cast<decltype(Stand::real)>(real); }};
+}
+
+using Open = int(const char*, int, mode_t);
+using OpenAt = int(int, const char*, int, mode_t);
+using Control = int(int, int, long);
+using NewNothrow = void*(size_t, const std::nothrow_t&);
+
+// vfork is not here: its child may not return through a frame that the parent still needs.
+const Row kRows[] = {
+    row<"malloc", decltype(malloc), kHeapFaults, ENOMEM, 0>(),
+    row<"calloc", decltype(calloc), kHeapFaults, ENOMEM, 0>(),
+    row<"aligned_alloc", decltype(aligned_alloc), kHeapFaults, ENOMEM, 0>(),
+    row<"strdup", decltype(strdup), kHeapFaults, ENOMEM, 0>(),
+    row<"strndup", decltype(strndup), kHeapFaults, ENOMEM, 0>(),
+    row<"_ZnwmRKSt9nothrow_t", NewNothrow, kHeapFaults, ENOMEM, 0>(),
+    row<"_ZnamRKSt9nothrow_t", NewNothrow, kHeapFaults, ENOMEM, 0>(),
+    {"realloc", reinterpret_cast<void*>(reallocate),
+     [](void* real) { g_real_realloc = reinterpret_cast<decltype(g_real_realloc)>(real); }},
+    releasing_row<"free">(),
+    releasing_row<"_ZdlPv">(),
+    releasing_row<"_ZdaPv">(),
+    releasing_row<"_ZdlPvm", size_t>(),
+    releasing_row<"_ZdaPvm", size_t>(),
+    row<"open", Open, kFileFaults, EMFILE, -1>(),
+    row<"open64", Open, kFileFaults, EMFILE, -1>(),
+    row<"openat", OpenAt, kFileFaults, EMFILE, -1>(),
+    row<"fopen", decltype(fopen), kFileFaults, EMFILE, 0>(),
+    row<"fopen64", decltype(fopen), kFileFaults, EMFILE, 0>(),
+    row<"fdopen", decltype(fdopen), kFileFaults, ENOMEM, 0>(),
+    row<"popen", decltype(popen), kFileFaults, EMFILE, 0>(),
+    row<"opendir", decltype(opendir), kFileFaults, EMFILE, 0>(),
+    row<"socket", decltype(socket), kFileFaults, EMFILE, -1>(),
+    row<"bind", int(int, const sockaddr*, socklen_t), kFileFaults, EADDRINUSE, -1>(),
+    row<"listen", decltype(listen), kFileFaults, EADDRINUSE, -1>(),
+    row<"connect", int(int, const sockaddr*, socklen_t), kFileFaults, ECONNREFUSED, -1>(),
+    row<"pipe", decltype(pipe), kFileFaults, EMFILE, -1>(),
+    row<"pipe2", decltype(pipe2), kFileFaults, EMFILE, -1>(),
+    row<"fcntl", Control, kFileFaults, EBADF, -1>(),
+    row<"read", decltype(read), kFileFaults, EIO, -1>(),
+    row<"write", decltype(write), kFileFaults, ENOSPC, -1>(),
+    row<"fgets", decltype(fgets), kFileFaults, EIO, 0>(),
+    row<"fwrite", decltype(fwrite), kFileFaults, ENOSPC, 0>(),
+    row<"fflush", decltype(fflush), kFileFaults, ENOSPC, -1>(),
+    row<"fsync", decltype(fsync), kFileFaults, EIO, -1>(),
+    row<"fstat", int(int, struct stat*), kFileFaults, EIO, -1>(),
+    row<"stat", int(const char*, struct stat*), kFileFaults, EACCES, -1>(),
+    row<"rename", decltype(rename), kFileFaults, EROFS, -1>(),
+    row<"unlink", decltype(unlink), kFileFaults, EROFS, -1>(),
+    row<"ftruncate", decltype(ftruncate), kFileFaults, EFBIG, -1>(),
+    row<"fallocate", decltype(fallocate), kFileFaults, ENOSPC, -1>(),
+    error_row<"posix_fallocate", decltype(posix_fallocate), kFileFaults, ENOSPC>(),
+    row<"mmap", decltype(mmap), kFileFaults, ENOMEM, -1>(),
+    row<"mmap64", decltype(mmap), kFileFaults, ENOMEM, -1>(),
+    row<"shm_open", decltype(shm_open), kFileFaults, ENFILE, -1>(),
+    row<"shmget", decltype(shmget), kFileFaults, ENOSPC, -1>(),
+    row<"shmat", decltype(shmat), kFileFaults, ENOMEM, -1>(),
+    row<"sem_open", sem_t*(const char*, int, mode_t, unsigned), kFileFaults, ENFILE, 0>(),
+    row<"sem_init", decltype(sem_init), kThreadFaults, ENOSPC, -1>(),
+    row<"fork", decltype(fork), kThreadFaults, EAGAIN, -1>(),
+    row<"timer_create", decltype(timer_create), kThreadFaults, EAGAIN, -1>(),
+    error_row<"pthread_create", decltype(pthread_create), kThreadFaults, EAGAIN>(),
+    error_row<"pthread_attr_init", decltype(pthread_attr_init), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_attr_setstacksize", decltype(pthread_attr_setstacksize), kThreadFaults, EINVAL>(),
+    error_row<"pthread_attr_setdetachstate", decltype(pthread_attr_setdetachstate), kThreadFaults, EINVAL>(),
+    error_row<"pthread_attr_setschedpolicy", decltype(pthread_attr_setschedpolicy), kThreadFaults, EINVAL>(),
+    error_row<"pthread_attr_setschedparam", decltype(pthread_attr_setschedparam), kThreadFaults, EINVAL>(),
+    error_row<"pthread_attr_setinheritsched", decltype(pthread_attr_setinheritsched), kThreadFaults, EINVAL>(),
+    error_row<"pthread_getattr_np", decltype(pthread_getattr_np), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_key_create", decltype(pthread_key_create), kThreadFaults, EAGAIN>(),
+    error_row<"pthread_setspecific", decltype(pthread_setspecific), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_mutex_init", decltype(pthread_mutex_init), kThreadFaults, EAGAIN>(),
+    error_row<"pthread_mutexattr_init", decltype(pthread_mutexattr_init), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_cond_init", decltype(pthread_cond_init), kThreadFaults, EAGAIN>(),
+    error_row<"pthread_condattr_init", decltype(pthread_condattr_init), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_sigmask", decltype(pthread_sigmask), kThreadFaults, EINVAL>(),
+    error_row<"pthread_mutex_lock", decltype(pthread_mutex_lock), kLockFaults, EINVAL>(),
+};
+
+}  // namespace
+
+Faults::Faults(const FaultPlan& plan) : imports_(plan.object) {
+  g_state.plan = plan;
+  g_state.calls = 0;
+  g_state.base = imports_.base();
+  g_state.fault = {};
+  for (auto& block : g_state.blocks) {
+    block.store(nullptr, std::memory_order_relaxed);
+  }
+  for (const Row& row : kRows) {
+    if (void* const real = imports_.function(row.name); real != nullptr) {
+      row.set_real(real);
+      imports_.redirect(row.name, row.replacement);
+    }
+  }
+  g_state.failing.store(true, std::memory_order_release);
+}
+
+Faults::~Faults() {
+  stop();
+}
+
+void Faults::stop() {
+  g_state.failing.store(false, std::memory_order_release);
+}
+
+uint32_t Faults::calls() const {
+  return g_state.calls.load();
+}
+
+Fault Faults::fault() const {
+  return g_state.fault;
+}
+
+int Faults::blocks() const {
+  return static_cast<int>(std::count_if(std::begin(g_state.blocks), std::end(g_state.blocks),
+                                        [](const auto& block) { return block.load() != nullptr; }));
+}
+
+std::ostream& operator<<(std::ostream& out, const Fault& fault) {
+  if (!fault.happened) {
+    return out << "no fault";
+  }
+  return out << "failing call " << fault.number << ", " << fault.function << " called at 0x" << std::hex
+             << fault.caller << std::dec;
+}
+
+}  // namespace tirn::test

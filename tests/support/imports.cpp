@@ -1,0 +1,110 @@
+#include "imports.h"
+
+#include <elf.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace tirn::test {
+namespace {
+
+#if defined(__x86_64__)
+constexpr uint32_t kFunctionRelocations[] = {R_X86_64_JUMP_SLOT, R_X86_64_GLOB_DAT, R_X86_64_64};
+#elif defined(__aarch64__)
+constexpr uint32_t kFunctionRelocations[] = {R_AARCH64_JUMP_SLOT, R_AARCH64_GLOB_DAT, R_AARCH64_ABS64};
+#endif
+
+struct Wanted {
+  Object object;
+  dl_phdr_info found;
+};
+
+int match_object(dl_phdr_info* info, size_t, void* argument) {
+  auto* const wanted = static_cast<Wanted*>(argument);
+  const bool is_library = std::strstr(info->dlpi_name, "/libtirn.so") != nullptr;
+  if (wanted->object == Object::library ? is_library : info->dlpi_name[0] == '\0') {
+    wanted->found = *info;
+    return 1;
+  }
+  return 0;
+}
+
+bool is_function_address(uint32_t type) {
+  for (const uint32_t relocation : kFunctionRelocations) {
+    if (type == relocation) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+Imports::Imports(Object object) {
+  Wanted wanted{object, {}};
+  if (dl_iterate_phdr(match_object, &wanted) == 0) {
+    std::abort();
+  }
+  base_ = wanted.found.dlpi_addr;
+  uintptr_t entry[DT_NUM]{};
+  for (int i = 0; i < wanted.found.dlpi_phnum; ++i) {
+    const ElfW(Phdr)& segment = wanted.found.dlpi_phdr[i];
+    if (segment.p_type == PT_DYNAMIC) {
+      for (auto* at = reinterpret_cast<const ElfW(Dyn)*>(base_ + segment.p_vaddr); at->d_tag != DT_NULL; ++at) {
+        if (at->d_tag < DT_NUM) {
+          entry[at->d_tag] = at->d_un.d_ptr;
+        }
+      }
+    }
+  }
+  const auto* const symbols = reinterpret_cast<const ElfW(Sym)*>(entry[DT_SYMTAB]);
+  const auto* const names = reinterpret_cast<const char*>(entry[DT_STRTAB]);
+  for (const auto& [table, size] : {std::pair{DT_RELA, DT_RELASZ}, std::pair{DT_JMPREL, DT_PLTRELSZ}}) {
+    const auto* const begin = reinterpret_cast<const ElfW(Rela)*>(entry[table]);
+    const auto* const end = begin + entry[size] / sizeof(ElfW(Rela));
+    for (const auto* at = begin; at != end; ++at) {
+      if (is_function_address(ELF64_R_TYPE(at->r_info)) && at->r_addend == 0) {
+        auto** const address = reinterpret_cast<void**>(base_ + at->r_offset);
+        slots_.push_back({names + symbols[ELF64_R_SYM(at->r_info)].st_name, address, nullptr});
+      }
+    }
+  }
+}
+
+void* Imports::function(std::string_view name) const {
+  for (const Slot& slot : slots_) {
+    if (slot.name == name) {
+      return __atomic_load_n(slot.address, __ATOMIC_ACQUIRE);
+    }
+  }
+  return nullptr;
+}
+
+void Imports::redirect(std::string_view name, void* replacement) {
+  const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  for (Slot& slot : slots_) {
+    if (slot.name != name) {
+      continue;
+    }
+    // The addresses lie in pages that the loader has made read-only.
+    const uintptr_t page = reinterpret_cast<uintptr_t>(slot.address) & ~(page_size - 1);
+    if (mprotect(reinterpret_cast<void*>(page), page_size, PROT_READ | PROT_WRITE) != 0) {
+      std::abort();
+    }
+    void* const former = __atomic_exchange_n(slot.address, replacement, __ATOMIC_ACQ_REL);
+    slot.former = slot.former == nullptr ? former : slot.former;
+  }
+}
+
+Imports::~Imports() {
+  for (const Slot& slot : slots_) {
+    if (slot.former != nullptr) {
+      __atomic_store_n(slot.address, slot.former, __ATOMIC_RELEASE);
+    }
+  }
+}
+
+}  // namespace tirn::test
