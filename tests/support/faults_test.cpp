@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 
 #include "tirn/mem.h"
@@ -69,16 +70,15 @@ TEST(Faults, FindALeakedDescriptor) {
 }
 
 TEST(Faults, FindACrash) {
-  const auto problems = find_problems({.run =
-                                           [] {
-                                             auto* const number =
-                                                 static_cast<volatile int*>(std::malloc(sizeof(int)));
-                                             *number = 1;
-                                             std::free(const_cast<int*>(number));
-                                             return 0L;
-                                           },
-                                       .kinds = kHeapFaults,
-                                       .object = Object::program});
+  const auto die_without_memory = [] {
+    void* const block = std::malloc(1);
+    if (block == nullptr) {
+      std::raise(SIGSEGV);
+    }
+    std::free(block);
+    return 0L;
+  };
+  const auto problems = find_problems({.run = die_without_memory, .kinds = kHeapFaults, .object = Object::program});
   ASSERT_EQ(problems.size(), 1u);
   EXPECT_NE(problems[0].find("killed by signal 11"), std::string::npos) << problems[0];
 }
