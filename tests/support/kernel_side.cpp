@@ -1,6 +1,5 @@
 #include "kernel_side.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace tirn::test {
 namespace {
@@ -21,6 +21,27 @@ constinit std::atomic<int> g_errors[kCommandLimit];
 long fail_as_set(uint64_t word, uint64_t, uint64_t, uint64_t, uint64_t) {
   errno = g_errors[static_cast<uint32_t>(word)].load(std::memory_order_relaxed);
   return -1;
+}
+
+// The library maps the device once in a process, so all devices of a process have one page.
+struct Page {
+  int fd = memfd_create("jiffies", MFD_CLOEXEC);
+  uint64_t* counter = nullptr;
+
+  Page() {
+    void* const memory = ftruncate(fd, kDeviceBytes) == 0
+                             ? mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
+                             : MAP_FAILED;
+    if (memory == MAP_FAILED) {
+      std::abort();
+    }
+    counter = reinterpret_cast<uint64_t*>(static_cast<char*>(memory) + kCounterOffset);
+  }
+};
+
+const Page& page() {
+  static const Page kPage;
+  return kPage;
 }
 
 }  // namespace
@@ -61,18 +82,15 @@ void KernelSide::jiffies_at(const std::string& sysfs, const std::string& dev) {
   zut_set_jiffies_paths(strdup(sysfs.c_str()), strdup(dev.c_str()));
 }
 
-JiffiesDevice::JiffiesDevice(KernelSide& kernel, uint64_t start) {
+JiffiesDevice::JiffiesDevice(KernelSide& kernel, uint64_t start) : counter_(page().counter) {
   folder_.write_file("sysfs/uio0/maps/map0/addr", "0x0\n");
   folder_.write_file("sysfs/uio0/maps/map0/size", "0x1000\n");
   folder_.write_file("sysfs/uio0/maps/map0/offset", "0x80\n");
-  const std::string device = folder_.write_file("dev/uio0", std::string(kDeviceBytes, '\0'));
-  const int fd = open(device.c_str(), O_RDWR | O_CLOEXEC);
-  void* const page = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  if (page == MAP_FAILED) {
+  std::filesystem::create_directory(folder_.path("dev"));
+  const std::string page_file = "/proc/self/fd/" + std::to_string(page().fd);
+  if (symlink(page_file.c_str(), folder_.path("dev/uio0").c_str()) != 0) {
     std::abort();
   }
-  close(fd);
-  counter_ = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
   set(start);
   kernel.jiffies_at(folder_.path("sysfs/"), folder_.path("dev/"));
 }

@@ -39,7 +39,7 @@ class KernelSide {
 };
 
 // A jiffies device whose counter stands still until the test moves it. To be made before the library first looks
-// for the device.
+// for the device; later ones move the counter of the first.
 class JiffiesDevice {
  public:
   explicit JiffiesDevice(KernelSide& kernel, uint64_t start = 1000000);
@@ -54,7 +54,7 @@ class JiffiesDevice {
 
  private:
   TempFolder folder_;
-  uint64_t* counter_ = nullptr;
+  uint64_t* counter_;
 };
 
 }  // namespace tirn::test
