@@ -1,0 +1,46 @@
+// Measures a group: rows in turns and in fresh order, disturbed repetitions dropped.
+#ifndef TIRN_BENCH_RUNNER_H
+#define TIRN_BENCH_RUNNER_H
+
+#include <string>
+#include <vector>
+
+#include "support/bench.h"
+
+namespace tirn::bench {
+
+enum class Role { ours, peer, shown };
+const char* name_of(Role role);
+
+struct RowNumbers {
+  double median, p10, p90;  // ns of one operation
+  size_t kept, tried;       // repetitions
+};
+
+struct RowResult {
+  std::string name;
+  Role role;
+  RowNumbers numbers;
+};
+
+// One per placement that was met often enough.
+struct GroupResult {
+  std::string name;
+  Unit unit;
+  Placement placement = Placement::none;
+  double target = 0, least = 0;
+  std::vector<RowResult> rows = {};
+  const RowResult* best_peer() const;
+  const RowResult& ours() const { return rows.front(); }
+  double ratio() const;  // 0 without peers
+  bool has_target() const { return target != 0; }
+  bool passes() const { return ratio() <= target && ratio() >= least; }
+  std::string remark = {};   // for instance that the cap on tries was hit
+  std::string skipped = {};  // the reason, if nothing was measured
+};
+
+std::vector<GroupResult> run(const Group& group);
+
+}  // namespace tirn::bench
+
+#endif
