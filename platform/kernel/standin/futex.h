@@ -1,0 +1,67 @@
+// Futexes of one process, as the C library offers no call for them.
+#ifndef ZUT_FUTEX_H
+#define ZUT_FUTEX_H
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdint>
+
+namespace zut {
+
+inline constexpr int64_t kSecond = 1'000'000'000;
+inline constexpr int64_t kJiffy = 4'000'000;
+
+inline int64_t monotonic_now() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * kSecond + now.tv_nsec;
+}
+
+inline timespec to_timespec(int64_t nanoseconds) {
+  return {nanoseconds / kSecond, nanoseconds % kSecond};
+}
+
+// Sleeps while `*word` is `expected`, until `deadline` (monotonic nanoseconds). A wait with a deadline ends at any
+// signal, whereas one without is started again behind the program's back where its handler has SA_RESTART.
+inline long futex_wait(const void* word, uint32_t expected, int64_t deadline) {
+  const timespec until = to_timespec(deadline);
+  return syscall(SYS_futex, word, FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, expected, &until, nullptr,
+                 FUTEX_BITSET_MATCH_ANY);
+}
+
+inline void futex_wake(const void* word) {
+  syscall(SYS_futex, word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, INT_MAX, nullptr, nullptr, 0);
+}
+
+// A lock that names its process, so that a child forked while another thread held it can tell that nobody will
+// release its copy, and takes it over.
+class ProcessLock {
+ public:
+  bool try_lock() {
+    const uint32_t mine = static_cast<uint32_t>(getpid());
+    uint32_t holder = holder_.load(std::memory_order_relaxed);
+    // The acquire pairs with the release in unlock.
+    return holder != mine && holder_.compare_exchange_strong(holder, mine, std::memory_order_acquire);
+  }
+  void lock() {
+    while (!try_lock()) {
+      futex_wait(&holder_, static_cast<uint32_t>(getpid()), monotonic_now() + kSecond);
+    }
+  }
+  void unlock() {
+    holder_.store(0, std::memory_order_release);
+    futex_wake(&holder_);
+  }
+
+ private:
+  std::atomic<uint32_t> holder_{0};
+};
+
+}  // namespace zut
+
+#endif
