@@ -2,8 +2,12 @@
  * hurn, the log library of a node: eleven operations. Every operation works before hurn_init, with the
  * defaults: level info for each module, lines to standard error.
  *
- * A line is formatted on the caller's stack, cut at HURN_LINE_MAX bytes with a mark, and put out by one
- * write, so lines of several threads never mix. No operation changes errno.
+ * A line is formatted on the caller's stack, cut at HURN_LINE_MAX bytes with the mark "...[cut]", and put out
+ * by one write, so lines of several threads never mix; a line feed is added where the text ends without one:
+ *
+ *   2026-10-01T12:34:56.789012Z program[PID/TID] error MODULE FILE:LINE FUNCTION: text
+ *
+ * The time is universal time. No operation changes errno.
  */
 #ifndef HURN_H
 #define HURN_H
@@ -32,7 +36,8 @@ extern "C" {
 #define HURN_NO_GROUP 0xFFFFFFFFu
 
 /* One line as a content callback sees it. `file` and `function` are NULL, module, level and line are all
- * ones where the line came by hurn_original or hurn_vraw. The text has no line feed added. */
+ * ones where the line came by hurn_original or hurn_vraw. The text is the message as cut, with a zero behind
+ * it and no line feed added. */
 struct hurn_line {
   uint32_t module;
   uint32_t level;
@@ -43,7 +48,8 @@ struct hurn_line {
   size_t length;
 };
 
-/* The callback sees the line instead of the sink, not beside it. */
+/* The callback sees the line instead of the sink, not beside it. Lines that a callback writes itself, or that a
+ * signal handler writes while one runs in its thread, go to the sink alone. */
 #define HURN_CALLBACK_ONLY 1u
 
 struct hurn_content_record {
@@ -54,8 +60,10 @@ struct hurn_content_record {
 /*
  * Names the program and the sink. `program` stands in each line; NULL: the process's own short name. `sink`:
  * NULL or "stderr"; "syslog"; "file:PATH", "file:PATH:BYTES" or "file:PATH:BYTES:KEEP" for a file that is
- * renamed to PATH.1 .. PATH.KEEP when it has grown past BYTES (default 16 MiB, 4 files kept).
- * 0, or -1 with the former sink kept: a sink of another form, or a file that cannot be opened.
+ * renamed to PATH.1 .. PATH.KEEP when it has grown past BYTES (default 16 MiB, 4 files kept; PATH has no colon,
+ * BYTES is 1 or more, KEEP 1 to 999). A line that the file or the system log does not take goes to standard
+ * error. Processes may share a file: each finds it renamed at the latest when its own count of bytes is full.
+ * 0, or -1 with the former sink and name kept: a sink of another form, or a file that cannot be opened.
  * @safety MT-Safe, AS-Unsafe lock
  */
 HURN_API int hurn_init(const char* program, const char* sink);
@@ -75,12 +83,15 @@ HURN_API int hurn_loglevel_get(uint32_t module);
 HURN_API int hurn_level_check(uint32_t module, uint32_t level);
 
 /* Writes a line without asking for the module's level; nothing if `level` is none of the four (the format is
- * then not looked at). `file`, `function`: plain names. @safety MT-Safe, AS-Unsafe heap (floating formats) */
+ * then not looked at). `file`, `function`: plain names, NULL shows as "?". Lines beyond a limit of the module's
+ * or the level's group are counted instead. @safety MT-Safe, AS-Unsafe heap (floating formats) */
 HURN_API void hurn(uint32_t module, uint32_t level, const char* file, uint32_t line, const char* function,
                    uint32_t reserved, const char* format, ...) __attribute__((format(printf, 7, 8)));
 
-/* Writes a line unconditionally: no level, no group limit, no allocation and no lock, so it may be called in a
- * signal handler. Returns the text's length, or -1. @safety MT-Safe, AS-Safe */
+/* Writes the text alone, unconditionally: no level, no group limit, no prefix, no allocation and no lock, so it
+ * may be called in a signal handler (with formats other than floating ones and widths up to a few hundred). In a
+ * system log it has the error level. Returns the text's length as cut, or -1 for a NULL or bad format.
+ * @safety MT-Safe, AS-Safe */
 HURN_API int hurn_original(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /* hurn_original with a va_list. @safety MT-Safe, AS-Safe */
@@ -92,9 +103,10 @@ HURN_API int hurn_vraw(const char* format, va_list arguments) __attribute__((for
  */
 HURN_API uint32_t hurn_get_group_id(const char* group);
 
-/* Lets at most `lines` lines of the group through in each window of `milliseconds`; either of them 0: no limit.
- * Suppressed lines are counted and told by one line when the next window lets a line through. 0, or -1 for a
- * group that does not exist. @safety MT-Safe, AS-Safe */
+/* Lets at most `lines` lines of the group (2^24 - 1 at the highest) through in each window of `milliseconds`, which
+ * its first line opens; either of them 0: no limit. Suppressed lines are counted and told by one line ahead of the
+ * next line that is let through. Never holds back hurn_original and hurn_vraw. 0, or -1 for a group that does not
+ * exist. @safety MT-Safe, AS-Safe */
 HURN_API int hurn_ratelimit_set(uint32_t group, uint32_t lines, uint32_t milliseconds);
 
 /* Takes a copy of the record; its callback then sees each line that is written. A record with a NULL callback

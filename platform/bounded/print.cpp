@@ -1,0 +1,54 @@
+#include <cstdarg>
+#include <cstdio>
+
+#include "bounded.h"
+#include "region.h"
+
+namespace {
+
+using tirn::bounded::check_destination;
+
+// The length that the text would have, with up to `most` characters of it written; -1 with the destination
+// emptied if there is no such text.
+__attribute__((format(printf, 4, 0))) int print(char* destination, size_t size, size_t most, const char* format,
+                                                va_list arguments) {
+  if (check_destination(destination, size))
+    return -1;
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it loses sight of the list on its way here
+  const int length = format ? vsnprintf(destination, most + 1, format, arguments) : -1;
+  if (length < 0)
+    destination[0] = '\0';
+  return length;
+}
+
+}  // namespace
+
+int vsprintf_s(char* destination, size_t size, const char* format, va_list arguments) {
+  const int length = print(destination, size, size - 1, format, arguments);
+  if (length < 0 || static_cast<size_t>(length) < size)
+    return length;
+  destination[0] = '\0';
+  return -1;
+}
+
+int vsnprintf_s(char* destination, size_t size, size_t count, const char* format, va_list arguments) {
+  const size_t most = count < size ? count : size - 1;
+  const int length = print(destination, size, most, format, arguments);
+  return length < 0 || static_cast<size_t>(length) > most ? -1 : length;
+}
+
+int sprintf_s(char* destination, size_t size, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = vsprintf_s(destination, size, format, arguments);
+  va_end(arguments);
+  return length;
+}
+
+int snprintf_s(char* destination, size_t size, size_t count, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = vsnprintf_s(destination, size, count, format, arguments);
+  va_end(arguments);
+  return length;
+}

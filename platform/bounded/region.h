@@ -1,0 +1,24 @@
+// What the memory and text functions ask about their arguments.
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
+namespace tirn::bounded {
+
+// 0, or the error of a destination that nothing may be written to. A size beyond any object is a negative
+// number that has become a size.
+inline int check_destination(const void* destination, size_t size) {
+  if (!destination)
+    return EINVAL;
+  return size == 0 || size > PTRDIFF_MAX ? ERANGE : 0;
+}
+
+inline bool overlap(const void* a, size_t a_count, const void* b, size_t b_count) {
+  const auto first = reinterpret_cast<uintptr_t>(a);
+  const auto second = reinterpret_cast<uintptr_t>(b);
+  return second - first < a_count || first - second < b_count;
+}
+
+}  // namespace tirn::bounded

@@ -1,0 +1,32 @@
+// The directives of a scan format.
+#pragma once
+
+#include <bitset>
+#include <cstddef>
+#include <cstdint>
+
+namespace tirn::bounded {
+
+inline constexpr size_t kNoWidth = SIZE_MAX;
+
+constexpr bool is_space(int c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+constexpr bool is_digit(int c) {
+  return c >= '0' && c <= '9';
+}
+
+struct Directive {
+  char conversion = '\0';
+  bool suppressed = false;
+  bool modified = false;
+  unsigned bytes = 4;  // of the argument, where it is a number
+  size_t width = kNoWidth;
+  std::bitset<256> set;  // what a token may hold
+};
+
+// Reads the directive behind a percent sign and moves `format` behind it. Its conversion is 0 where the format
+// ends in it.
+Directive parse_directive(const char*& format);
+
+}  // namespace tirn::bounded

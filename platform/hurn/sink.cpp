@@ -1,0 +1,351 @@
+#include "sink.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sched.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "line.h"
+
+namespace tirn::logging {
+namespace {
+
+enum class Kind { kStderr, kFile, kSyslog };
+
+constexpr uint64_t kDefaultLimit = 16u << 20;
+constexpr unsigned kDefaultKeep = 4;
+constexpr unsigned kMostKept = 999;
+constexpr size_t kLongestPath = PATH_MAX - sizeof ".999";
+
+// What a description asks for.
+struct Plan {
+  Kind kind = Kind::kStderr;
+  char path[PATH_MAX];
+  uint64_t limit = kDefaultLimit;
+  unsigned keep = kDefaultKeep;
+};
+
+// Names are kept for good, since a writer may hold one at any time; each is kept once.
+struct Name {
+  Name* next;
+  char text[];
+};
+
+constinit std::atomic<Kind> kind{Kind::kStderr};
+constinit std::atomic<const char*> program{nullptr};
+
+// The file's descriptor keeps its number for good: another file is moved below it with dup3, so a writer that
+// has read the number cannot hit a stranger's file.
+constinit std::atomic<int> file{-1};
+constinit std::atomic<uint64_t> size{0};
+constinit std::atomic<uint64_t> limit{kDefaultLimit};
+
+// The process that changes or rotates the sink; 0: none. A child of fork does not wait for its parent's thread.
+constinit std::atomic<pid_t> owner{0};
+
+// Owned: touched only by the owner.
+constinit Name* names = nullptr;
+constinit unsigned keep = kDefaultKeep;
+char path[PATH_MAX];
+char older_path[PATH_MAX];
+char newer_path[PATH_MAX];
+
+bool try_own() {
+  const pid_t self = getpid();
+  pid_t present = owner.load(std::memory_order_relaxed);
+  // Acquire: pairs with the release in ~Ownership, for all that is marked as owned.
+  return present != self && owner.compare_exchange_strong(present, self, std::memory_order_acquire);
+}
+
+class Ownership {
+ public:
+  Ownership() = default;
+  ~Ownership() { owner.store(0, std::memory_order_release); }
+  Ownership(const Ownership&) = delete;
+  Ownership& operator=(const Ownership&) = delete;
+};
+
+void wait_to_own() {
+  while (!try_own())
+    sched_yield();
+}
+
+// The bytes written; a failure after the first write loses the rest.
+size_t write_all(int descriptor, const char* bytes, size_t length) {
+  size_t done = 0;
+  while (done < length) {
+    const ssize_t count = write(descriptor, bytes + done, length - done);
+    if (count > 0)
+      done += static_cast<size_t>(count);
+    else if (count == 0 || errno != EINTR)
+      break;
+  }
+  return done;
+}
+
+int open_log(const char* name) {
+  return open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640);
+}
+
+void remember_size(int descriptor) {
+  struct stat state {};
+  size.store(fstat(descriptor, &state) == 0 ? static_cast<uint64_t>(state.st_size) : 0, std::memory_order_relaxed);
+}
+
+// Opens what stands at `path` now below the known descriptor.
+void reopen() {
+  const int fresh = open_log(path);
+  if (fresh < 0)
+    return;
+  dup3(fresh, file.load(std::memory_order_relaxed), O_CLOEXEC);
+  remember_size(fresh);
+  close(fresh);
+}
+
+bool put_number(char (&result)[PATH_MAX], unsigned number) {
+  const int length =
+      number ? snprintf(result, sizeof result, "%s.%u", path, number) : snprintf(result, sizeof result, "%s", path);
+  return length < PATH_MAX;
+}
+
+// Moves the files up to the first free number, or to the oldest that is kept, one number up. False where one
+// cannot be moved, as the next would replace it then.
+bool shift_files() {
+  unsigned number = 1;
+  while (number < keep && put_number(older_path, number) && access(older_path, F_OK) == 0)
+    number++;
+  for (; number > 0; number--) {
+    if (!put_number(older_path, number) || !put_number(newer_path, number - 1) || rename(newer_path, older_path) != 0)
+      return false;
+  }
+  return true;
+}
+
+// Keeps other processes that share the file from renaming it meanwhile. The lock lies on a description of its
+// own: one that a fork has shared would let both in.
+class FileLock {
+ public:
+  explicit FileLock(const char* name) : descriptor_(open(name, O_WRONLY | O_CLOEXEC | O_NOCTTY)) {}
+  ~FileLock() {
+    if (descriptor_ < 0)
+      return;
+    flock(descriptor_, LOCK_UN);
+    close(descriptor_);
+  }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+  int descriptor() const { return descriptor_; }
+  bool is_busy() const { return flock(descriptor_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
+
+ private:
+  const int descriptor_;
+};
+
+// Whether the descriptor's file still has the name `path`.
+bool is_named(int descriptor) {
+  struct stat named {
+  }, opened{};
+  return stat(path, &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_ino == opened.st_ino &&
+         named.st_dev == opened.st_dev;
+}
+
+// Runs in whatever thread or handler has written the line that was too much, at most once at a time. Whoever
+// writes meanwhile reaches the old file, under its new name too.
+void rotate() {
+  if (!try_own())
+    return;
+  const Ownership ownership;
+  if (kind.load(std::memory_order_relaxed) != Kind::kFile ||
+      size.load(std::memory_order_relaxed) <= limit.load(std::memory_order_relaxed))
+    return;
+  const FileLock lock(path);
+  if (lock.is_busy())
+    return;
+  // Where it fails, the next attempt is due when as much has been written again.
+  size.store(0, std::memory_order_relaxed);
+  // Another process may have renamed the file already, before the lock or long ago.
+  const bool renamed = !is_named(lock.descriptor()) || !is_named(file.load(std::memory_order_relaxed));
+  if (renamed || shift_files())
+    reopen();
+}
+
+bool write_to_file(const char* bytes, size_t length) {
+  const size_t written = write_all(file.load(std::memory_order_relaxed), bytes, length);
+  if (size.fetch_add(written, std::memory_order_relaxed) + written > limit.load(std::memory_order_relaxed))
+    rotate();
+  return written != 0;
+}
+
+// One datagram, without the line feed, by a socket of its own: syslog() would take a lock and allocate.
+bool write_to_syslog(const Line& line, unsigned priority) {
+  const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (descriptor < 0)
+    return false;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  memcpy(address.sun_path, "/dev/log", sizeof "/dev/log");
+  char head[128];
+  const int length = snprintf(head, sizeof head, "<%u>%.64s[%d]: ", LOG_USER | priority, program_name(), getpid());
+  iovec parts[] = {{head, static_cast<size_t>(length)},
+                   {const_cast<char*>(line.bytes) + line.body, line.end - 1 - line.body}};
+  msghdr message{};
+  message.msg_name = &address;
+  message.msg_namelen = sizeof address;
+  message.msg_iov = parts;
+  message.msg_iovlen = 2;
+  const bool sent = sendmsg(descriptor, &message, MSG_NOSIGNAL) >= 0;
+  close(descriptor);
+  return sent;
+}
+
+// Takes the part up to the next colon off the rest.
+std::string_view next_field(std::string_view& rest) {
+  const size_t colon = rest.find(':');
+  const std::string_view field = rest.substr(0, colon);
+  rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+  return field;
+}
+
+template <typename Number>
+bool read_number(std::string_view digits, Number most, Number& value) {
+  const char* end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, value);
+  return error == std::errc() && stop == end && value >= 1 && value <= most;
+}
+
+// Relative names are made absolute, so that a later change of the folder does not move the log.
+bool fix_path(std::string_view name, char (&result)[PATH_MAX]) {
+  result[0] = '\0';
+  if (name.empty() || (name[0] != '/' && !getcwd(result, sizeof result)))
+    return false;
+  const size_t length = strlen(result);
+  if (length + 1 + name.size() > kLongestPath)
+    return false;
+  snprintf(result + length, sizeof result - length, "%s%.*s", length ? "/" : "", static_cast<int>(name.size()),
+           name.data());
+  return true;
+}
+
+bool parse(const char* description, Plan& plan) {
+  const std::string_view whole = description ? description : "stderr";
+  if (whole == "stderr")
+    return true;
+  if (whole == "syslog") {
+    plan.kind = Kind::kSyslog;
+    return true;
+  }
+  std::string_view rest = whole;
+  if (next_field(rest) != "file" || !fix_path(next_field(rest), plan.path))
+    return false;
+  plan.kind = Kind::kFile;
+  const char* end = whole.data() + whole.size();
+  if (end[-1] == ':')
+    return false;
+  if (!rest.empty() && !read_number(next_field(rest), uint64_t{INT64_MAX}, plan.limit))
+    return false;
+  return rest.empty() || read_number(rest, kMostKept, plan.keep);
+}
+
+const char* intern(const char* text) {
+  for (Name* name = names; name; name = name->next) {
+    if (!strcmp(name->text, text))
+      return name->text;
+  }
+  const size_t length = strlen(text) + 1;
+  auto* name = static_cast<Name*>(malloc(sizeof(Name) + length));
+  if (!name)
+    return nullptr;
+  memcpy(name->text, text, length);
+  name->next = names;
+  names = name;
+  return name->text;
+}
+
+bool use_file(const Plan& plan) {
+  int fresh = open_log(plan.path);
+  if (fresh < 0)
+    return false;
+  int known = file.load(std::memory_order_relaxed);
+  if (known < 0)
+    known = fcntl(fresh, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  else if (dup3(fresh, known, O_CLOEXEC) < 0)
+    known = -1;
+  close(fresh);
+  if (known < 0)
+    return false;
+  memcpy(path, plan.path, strlen(plan.path) + 1);
+  keep = plan.keep;
+  limit.store(plan.limit, std::memory_order_relaxed);
+  remember_size(known);
+  file.store(known, std::memory_order_relaxed);
+  return true;
+}
+
+// A writer may be on its way to the file still: its line goes to standard error then, and the file is free.
+void leave_file() {
+  const int known = file.load(std::memory_order_relaxed);
+  if (known >= 0)
+    dup3(STDERR_FILENO, known, O_CLOEXEC);
+}
+
+void use(Kind next) {
+  // Release: pairs with the acquire in write_line; the descriptor is there before the kind that uses it.
+  kind.store(next, std::memory_order_release);
+  if (next != Kind::kFile)
+    leave_file();
+}
+
+}  // namespace
+
+const char* program_name() {
+  // Acquire: pairs with the release in open_sink, for the name's bytes.
+  const char* name = program.load(std::memory_order_acquire);
+  return name ? name : program_invocation_short_name;
+}
+
+void write_line(const Line& line, unsigned priority) {
+  const Kind now = kind.load(std::memory_order_acquire);
+  if (now == Kind::kFile && write_to_file(line.bytes, line.end))
+    return;
+  if (now == Kind::kSyslog && write_to_syslog(line, priority))
+    return;
+  write_all(STDERR_FILENO, line.bytes, line.end);
+}
+
+bool open_sink(const char* name, const char* description) {
+  Plan plan;
+  if (!parse(description, plan))
+    return false;
+  wait_to_own();
+  const Ownership ownership;
+  const char* kept = name ? intern(name) : nullptr;
+  if ((name && !kept) || (plan.kind == Kind::kFile && !use_file(plan)))
+    return false;
+  program.store(kept, std::memory_order_release);
+  use(plan.kind);
+  return true;
+}
+
+void reset_sink() {
+  wait_to_own();
+  const Ownership ownership;
+  program.store(nullptr, std::memory_order_relaxed);
+  use(Kind::kStderr);
+}
+
+}  // namespace tirn::logging
