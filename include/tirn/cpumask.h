@@ -27,7 +27,7 @@ TIRN_API int32_t cpumask_init(void);
 
 /*
  * Adds the CPUs of a list file of the kernel's form ("0-3,8,10-11") to a mask; the list is cut at 255 bytes.
- * The highest range end that it names, 0 for an empty list, -1 if the file cannot be opened or holds no byte.
+ * The highest range end that it names, 0 for an empty list, -1 if the file cannot be read or holds no byte.
  * `path_length` is not used.
  * @safety MT-Safe race:mask, AS-Unsafe heap
  */

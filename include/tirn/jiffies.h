@@ -25,11 +25,12 @@ struct jiffies_uio {
 
 TIRN_API extern struct jiffies_uio g_jiffies_uio;
 
-/* The processor's nominal clock in gigahertz, for callers; 2.6 until it is asked for or measured. */
+/* The processor's nominal clock in gigahertz, for callers: 0 at load, 2.6 from kesa_gettime_init on, and what
+ * kesa_get_tsc_freq or kesa_estimate_tsc_freq find. */
 TIRN_API extern double currCpuGHz;
 
 /* Sets up device and clock, once; the clock serves where the device is missing. 0, or the clock's error.
- * @safety MT-Safe, AS-Unsafe lock */
+ * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int jiffies_Init(void);
 
 /* Does nothing: the mapping lives as long as the process.
@@ -37,7 +38,7 @@ TIRN_API int jiffies_Init(void);
 TIRN_API void jiffies_fini(void);
 
 /* Finds and maps the jiffies device, once it is there. 0, or -1; a later call tries again.
- * @safety MT-Safe, AS-Unsafe lock */
+ * @safety MT-Safe race:g_jiffies_uio, AS-Unsafe lock heap */
 TIRN_API int jiffies_usr_main(void);
 
 /* The device's record.
@@ -51,7 +52,8 @@ TIRN_API struct jiffies_uio* jiffies_uio_get(void);
  */
 TIRN_API int jiffies_uio_adp_open(void);
 
-/* Closes the descriptor number that the record shows, whosever it is by now; the mapping stays. The result of close.
+/* Closes the descriptor number that the record shows, whosever it is by now (0 before the device was looked for); the
+ * mapping stays. The result of close.
  * @safety MT-Unsafe race:g_jiffies_uio, AS-Safe */
 TIRN_API int jiffies_uio_adp_close(void);
 
@@ -86,7 +88,7 @@ TIRN_API int kesa_gettime_init(void);
 /*
  * Reads the counter's frequency and sets the whole nanoseconds per tick; currCpuGHz becomes 2.6. A frequency that
  * does not divide 10^9 gives a truncated scale, one above 1 GHz gives 0. Always 0.
- * @safety MT-Safe, AS-Safe
+ * @safety MT-Unsafe race:currCpuGHz, AS-Safe
  */
 TIRN_API int kesa_CheckCurrCpu(void);
 

@@ -17,10 +17,10 @@ enum kesa_mtx_kind {
 
 /*
  * A stamp of this process incarnation: CLOCK_MONOTONIC_RAW in nanoseconds at the first call, the same at every
- * later call; 0 for good if the clock could not be read then. Weak, so that a program may put its own in place.
+ * later call; 0 for good if the clock could not be read then. Exported as a weak symbol, so that a program may put its own in place.
  * @safety MT-Safe, AS-Unsafe lock
  */
-TIRN_API uint64_t ps_get_version(void) __attribute__((weak));
+TIRN_API uint64_t ps_get_version(void);
 
 /*
  * Initialises a mutex of one of the kinds above. The result of pthread_mutex_init; -1 for another kind, with

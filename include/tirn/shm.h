@@ -14,8 +14,8 @@ TIRN_EXTERN_C_BEGIN
 TIRN_API void* kesa_shm_create(const char* name, uint32_t size);
 
 /*
- * Opens or makes the object `name` (shm_open's flags and mode), gives it `size` bytes that really exist, and maps
- * them with the access that the flags name. Every call sets the object's size: all users are to pass the same.
+ * Opens or makes the object `name` (shm_open's flags and mode), gives it `size` bytes, whose pages are made now where
+ * the file system can, and maps them with the access that the flags name (the system maps no O_WRONLY object). Every call sets the object's size: all users are to pass the same.
  * NULL: a NULL name; an object that could not be opened (errno tells; EEXIST under O_EXCL is no fault and not
  * logged); no room (found here, not at a later store); no mapping.
  * @safety MT-Safe, AS-Unsafe heap

@@ -18,7 +18,8 @@ TIRN_API int globalCpuNum_init(void);
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API uint32_t num_online_cpus(void);
 
-/* CPUs configured, kept after the first answer; 0 where the system does not tell, or tells more than 256.
+/* CPUs configured, kept after the first answer; 0 where the system does not tell, or tells more than 256 when asked
+ * here.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API uint32_t num_config_cpus(void);
 

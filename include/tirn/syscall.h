@@ -77,8 +77,8 @@ TIRN_API int MORU_SyscallInit(void);
  * param->uiOutBufLen holds the bytes received, unless the reply had none.
  * The handler's result as 32 bits; all ones for an unknown command, a reply larger than the output buffer (the
  * connection stays in step), a NULL `param` or a failed transport. A failure of transport ends the connection, and
- * the next call makes a new one. If the connection breaks while the reply is awaited, a request without input and
- * output reads as success with 0.
+ * the next call makes a new one. If the connection breaks while the reply is awaited, a request without input reads as
+ * success with 0, with the output buffer and uiOutBufLen as they were.
  * All threads of a process share one connection and take turns. Input beyond MORU_SYSCALL_INPUT_MAX bytes does not
  * reach the handler.
  * @safety MT-Safe, AS-Unsafe lock

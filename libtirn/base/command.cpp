@@ -25,15 +25,15 @@ bool is_refused(const char* command, const char* allowed) {
 FirstLine first_line(const char* command, const char* allowed, char* line, int size) {
   memset_s(line, static_cast<size_t>(size), 0, static_cast<size_t>(size));
   if (is_refused(command, allowed)) {
-    return FirstLine::no_pipe;
+    return FirstLine::kNoPipe;
   }
   FILE* const pipe = popen(command, "re");
   if (pipe == nullptr) {
-    return FirstLine::no_pipe;
+    return FirstLine::kNoPipe;
   }
   const bool got = std::fgets(line, size, pipe) != nullptr;
   pclose(pipe);
-  return got ? FirstLine::read : FirstLine::empty;
+  return got ? FirstLine::kRead : FirstLine::kEmpty;
 }
 
 bool format_command(char* buffer, uint32_t size, const char* format, ...) {

@@ -6,11 +6,11 @@
 
 namespace tirn {
 
-enum class FirstLine { read, empty, no_pipe };
+enum class FirstLine { kRead, kEmpty, kNoPipe };
 
 // Runs `command` in a shell and reads the first line of its output, at most size - 1 bytes with its line feed, into
 // `line`, which is zeroed first. `allowed`: the special characters that the command itself needs; with any other of
-// them the command is not run, which shows as no_pipe.
+// them the command is not run, which shows as kNoPipe.
 FirstLine first_line(const char* command, const char* allowed, char* line, int size);
 
 // Formats a command line into `buffer`; false, with the buffer emptied, where it does not fit. The caller logs its own

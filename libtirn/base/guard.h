@@ -3,8 +3,10 @@
 #define TIRN_BASE_GUARD_H
 
 #include <pthread.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -24,7 +26,9 @@ class Fd {
   }
   ~Fd() {
     if (fd_ >= 0) {
+      const int error = errno;  // of whatever made the owner return
       close(fd_);
+      errno = error;
     }
   }
 
@@ -54,18 +58,42 @@ class MutexLock {
   const int error_;
 };
 
-// A block of the tagged heap under this library's id; `tagged_block` fills in the caller for the heap's reports.
+// Anonymous memory, zeroed; pages that nobody touches cost nothing.
+class Mapping {
+ public:
+  explicit Mapping(size_t size)
+      : address_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)), size_(size) {}
+  Mapping(const Mapping&) = delete;
+  Mapping& operator=(const Mapping&) = delete;
+  ~Mapping() {
+    if (*this) {
+      munmap(address_, size_);
+    }
+  }
+
+  void* get() const { return address_; }
+  explicit operator bool() const { return address_ != MAP_FAILED; }
+
+ private:
+  void* const address_;
+  const size_t size_;
+};
+
+// Frees a block of the tagged heap; the heap's reports name who made it.
 struct FreeTagged {
-  void operator()(void* block) const { kesa_free(block); }
+  void operator()(void* block) const { kesa_freesub(block, function, line); }
+  const char* function = "";
+  uint32_t line = 0;
 };
 template <typename T>
 using TaggedBlock = std::unique_ptr<T, FreeTagged>;
 
+// `size` bytes under this library's id, at least a T.
 template <typename T>
-TaggedBlock<T[]> tagged_block(int32_t count, const char* function = __builtin_FUNCTION(),
-                              uint32_t line = __builtin_LINE()) {
-  const auto bytes = static_cast<int32_t>(sizeof(T)) * count;
-  return TaggedBlock<T[]>(static_cast<T*>(kesa_mallocsubstandard(TIRN_MODULE_ID, bytes, 0, function, line)));
+TaggedBlock<T> tagged_block(uint32_t size = sizeof(T), const char* function = __builtin_FUNCTION(),
+                            uint32_t line = __builtin_LINE()) {
+  void* const block = kesa_mallocsubstandard(TIRN_MODULE_ID, static_cast<int32_t>(size), 0, function, line);
+  return TaggedBlock<T>(static_cast<T*>(block), {function, line});
 }
 
 }  // namespace tirn

@@ -10,18 +10,14 @@ namespace tirn::list {
 using Link = kesa_list_head;
 
 // A link as %p takes it.
-inline const void* shown(const Link* link) {
-  return link;
-}
+inline const void* shown(const Link* link) { return link; }
 
 inline void init(Link* head) {
   head->next = head;
   head->prev = head;
 }
 
-inline bool is_empty(const Link* head) {
-  return head->next == head;
-}
+inline bool is_empty(const Link* head) { return head->next == head; }
 
 inline void insert_between(Link* link, Link* prev, Link* next) {
   next->prev = link;
@@ -30,12 +26,8 @@ inline void insert_between(Link* link, Link* prev, Link* next) {
   prev->next = link;
 }
 
-inline void push_front(Link* head, Link* link) {
-  insert_between(link, head, head->next);
-}
-inline void push_back(Link* head, Link* link) {
-  insert_between(link, head->prev, head);
-}
+inline void push_front(Link* head, Link* link) { insert_between(link, head, head->next); }
+inline void push_back(Link* head, Link* link) { insert_between(link, head->prev, head); }
 
 // Takes a link off its list and poisons it.
 inline void remove(Link* link) {
@@ -45,10 +37,10 @@ inline void remove(Link* link) {
   link->prev = KESA_LIST_POISON_PREV;
 }
 
-// The checks of a link that is about to be relinked. Lines bear `function`, the name of whoever relinks;
+// The checks (internal to each file, whose name their lines bear) of a link that is about to be relinked. Lines bear `function`, the name of whoever relinks;
 // `print_element(link)` shows the element of each link concerned. Nothing is repaired, and the caller goes on.
 template <typename PrintElement>
-void check_links(const Link* cur, const char* function, PrintElement print_element) {
+static void check_links(const Link* cur, const char* function, PrintElement print_element) {
   const Link* const prev = cur->prev;
   const Link* const next = cur->next;
   if (prev == nullptr || prev == KESA_LIST_POISON_PREV) {
@@ -69,7 +61,7 @@ void check_links(const Link* cur, const char* function, PrintElement print_eleme
 
 // The check of a walk that came to `cur` from `last`.
 template <typename PrintElement>
-void check_step(const Link* cur, const Link* last, const char* function, PrintElement print_element) {
+static void check_step(const Link* cur, const Link* last, const char* function, PrintElement print_element) {
   if (cur->prev != last) {
     TIRN_LOG_AS(kModule, kError, function, "Abnormal list node cur:%p(%p,%p), is not point to last:%p", shown(cur),
                 shown(cur->next), shown(cur->prev), shown(last));

@@ -13,24 +13,24 @@ namespace tirn {
 
 class Once {
  public:
-  // What makes a run count as done. `never`: a step that only has to keep clear of the set-up.
-  enum class Done { on_success, always, never };
+  // What makes a run count as done. kNever: a step that only has to keep clear of the set-up.
+  enum class Done { kOnSuccess, kAlways, kNever };
   // A mutex that cannot be locked: the process is corrupted anyway, so this counts as done, or is told.
-  enum class LockFailure { counts_as_done, is_result };
+  enum class LockFailure { kCountsAsDone, kIsResult };
 
   // Runs `step` unless it is done, and gives its result; kOk where it is done already.
   template <typename Step>
-  int run(Step step, Done done = Done::on_success, LockFailure lock_failure = LockFailure::counts_as_done) {
+  int run(Step step, Done done = Done::kOnSuccess, LockFailure lock_failure = LockFailure::kCountsAsDone) {
     if (is_done()) {
       return kOk;
     }
     if (const int error = pthread_mutex_lock(&mutex_); error != 0) {
-      return lock_failure == LockFailure::is_result ? error : kOk;
+      return lock_failure == LockFailure::kIsResult ? error : kOk;
     }
     int result = kOk;
     if (!is_done()) {
       result = step();
-      if (done == Done::always || (done == Done::on_success && result == kOk)) {
+      if (done == Done::kAlways || (done == Done::kOnSuccess && result == kOk)) {
         done_.store(1, std::memory_order_release);  // with is_done(): whoever sees the flag sees the set-up
       }
     }

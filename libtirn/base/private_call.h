@@ -10,45 +10,41 @@
 namespace tirn {
 
 enum class PrivateCommand : uint32_t {
-  reset_local_board = 0x000,
-  reboot = 0x001,
-  reboot_count = 0x002,
-  panic = 0x003,
-  local_time = 0x100,
-  local_from_utc = 0x101,
-  time = 0x102,
-  dst_from_utc = 0x103,
-  dst_time = 0x104,
-  start_getty_query = 0x200,
-  stop_getty_query = 0x201,
-  tty_print_on = 0x202,
-  tty_print_off = 0x203,
-  cpufreq_low_all = 0x300,
-  cpufreq_high_all = 0x301,
-  cpufreq_step_up_all = 0x302,
-  cpufreq_step_down_all = 0x303,
-  local_cpufreq = 0x304,
-  get_idle_no_cstates = 0x305,
-  set_idle_no_cstates = 0x306,
-  cpu_task_info = 0x307,
-  free_memory = 0x400,
-  memory_table = 0x401,
-  memory_dump = 0x402,
-  thread_registers = 0x500,
-  thread_status = 0x701,
-  dump_cpu_stack_kernel = 0x702,
-  dump_cpu_stack = 0x703,
-  dump_idle_thread_stack = 0x704,
-  wait = 0x800,
+  kResetLocalBoard = 0x000,
+  kReboot = 0x001,
+  kRebootCount = 0x002,
+  kPanic = 0x003,
+  kLocalTime = 0x100,
+  kLocalFromUtc = 0x101,
+  kTime = 0x102,
+  kDstFromUtc = 0x103,
+  kDstTime = 0x104,
+  kStartGettyQuery = 0x200,
+  kStopGettyQuery = 0x201,
+  kTtyPrintOn = 0x202,
+  kTtyPrintOff = 0x203,
+  kCpufreqLowAll = 0x300,
+  kCpufreqHighAll = 0x301,
+  kCpufreqStepUpAll = 0x302,
+  kCpufreqStepDownAll = 0x303,
+  kLocalCpufreq = 0x304,
+  kGetIdleNoCstates = 0x305,
+  kSetIdleNoCstates = 0x306,
+  kCpuTaskInfo = 0x307,
+  kFreeMemory = 0x400,
+  kMemoryTable = 0x401,
+  kMemoryDump = 0x402,
+  kThreadRegisters = 0x500,
+  kThreadStatus = 0x701,
+  kDumpCpuStackKernel = 0x702,
+  kDumpCpuStack = 0x703,
+  kDumpIdleThreadStack = 0x704,
+  kWait = 0x800,
 };
 
 // An argument as the call carries it: pointers by address, numbers widened.
-inline uint64_t private_argument(const volatile void* pointer) {
-  return reinterpret_cast<uintptr_t>(pointer);
-}
-inline uint64_t private_argument(uint64_t number) {
-  return number;
-}
+inline uint64_t private_argument(const volatile void* pointer) { return reinterpret_cast<uintptr_t>(pointer); }
+inline uint64_t private_argument(uint64_t number) { return number; }
 
 // The module id stands in the high half of the command word; arguments that are not given are all ones. The command's
 // result, or -1 with errno.

@@ -1,5 +1,7 @@
 #include "libtirn/base/rate_guard.h"
 
+#include <cerrno>
+
 #include "libtirn/base/log.h"
 #include "tirn/jiffies.h"
 
@@ -7,10 +9,12 @@ namespace tirn {
 
 bool RateGuard::admit(uint32_t first_level, uint32_t report_level, const LogSite& site) {
   constexpr auto relaxed = std::memory_order_relaxed;
+  const int error = errno;  // the line's own arguments may still read it
   if (hurn_level_check(kModule, first_level) != 0) {
     return false;
   }
   const uint64_t now = kesa_get_jiffies();
+  errno = error;
   uint32_t printed = printed_.load(relaxed);
   const bool window_over = static_cast<int64_t>(begin_.load(relaxed) + kWindow - now) < 1;
   if (window_over) {

@@ -22,9 +22,7 @@ uint32_t kesa_set_bit(uint32_t bit, void* map) {
   return at.mask;
 }
 
-void kesa_clear_bit(uint32_t bit, void* map) {
-  BitByte(bit, map).clear();
-}
+void kesa_clear_bit(uint32_t bit, void* map) { BitByte(bit, map).clear(); }
 
 int kesa_test_and_set_bit(uint32_t bit, void* map) {
   BitByte at(bit, map);

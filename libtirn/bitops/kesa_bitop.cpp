@@ -15,9 +15,9 @@ uint64_t word_at(const uint8_t* map, uint64_t index) {
 }
 
 // The searches are one: clear bits are the set bits of the words turned over. `kSkip` is the word without a hit.
-enum class Bit { set, clear };
+enum class Bit { kSet, kClear };
 template <Bit kBit>
-constexpr uint64_t kSkip = kBit == Bit::set ? 0 : ~uint64_t{0};
+constexpr uint64_t kSkip = kBit == Bit::kSet ? 0 : ~uint64_t{0};
 
 template <Bit kBit>
 uint64_t first_in(uint64_t word) {
@@ -60,7 +60,7 @@ uint64_t find_next(const uint8_t* map, uint64_t size, uint64_t offset) {
     const uint64_t left = size - base;
     const uint64_t below = (uint64_t{1} << (offset - base)) - 1;
     const uint64_t word = kesa_bitop_read_u64(map + base / 8, left);
-    const uint64_t kept = kBit == Bit::set ? word & ~below : word | below;
+    const uint64_t kept = kBit == Bit::kSet ? word & ~below : word | below;
     if (kept != kSkip<kBit>) {
       const uint64_t found = first_in<kBit>(kept);
       return found < left ? base + found : size;
@@ -73,9 +73,7 @@ uint64_t find_next(const uint8_t* map, uint64_t size, uint64_t offset) {
   return base + find_first<kBit>(map + base / 8, size - base);
 }
 
-const uint8_t* bytes_of(const void* map) {
-  return static_cast<const uint8_t*>(map);
-}
+const uint8_t* bytes_of(const void* map) { return static_cast<const uint8_t*>(map); }
 
 int store_found(uint64_t found, uint32_t size, int32_t* position) {
   if (found >= size) {
@@ -87,20 +85,16 @@ int store_found(uint64_t found, uint32_t size, int32_t* position) {
 
 }  // namespace
 
-uint64_t find_first_bit(const void* map, uint64_t size) {
-  return find_first<Bit::set>(bytes_of(map), size);
-}
+uint64_t find_first_bit(const void* map, uint64_t size) { return find_first<Bit::kSet>(bytes_of(map), size); }
 
-uint64_t find_first_zero_bit(const void* map, uint64_t size) {
-  return find_first<Bit::clear>(bytes_of(map), size);
-}
+uint64_t find_first_zero_bit(const void* map, uint64_t size) { return find_first<Bit::kClear>(bytes_of(map), size); }
 
 uint64_t find_next_bit(const void* map, uint64_t size, uint64_t offset) {
-  return find_next<Bit::set>(bytes_of(map), size, offset);
+  return find_next<Bit::kSet>(bytes_of(map), size, offset);
 }
 
 uint64_t kesa_find_next_zero_bit(const void* map, uint64_t size, uint64_t offset) {
-  return find_next<Bit::clear>(bytes_of(map), size, offset);
+  return find_next<Bit::kClear>(bytes_of(map), size, offset);
 }
 
 int kesa_bitop_findfirstsetbit(const void* map, uint32_t size, int32_t* position) {
@@ -116,6 +110,9 @@ int kesa_bitop_findnextsetbit(const void* map, uint32_t size, uint32_t offset, i
 }
 
 uint64_t kesa_bitop_read_u64(const uint8_t* bytes, uint64_t count) {
+  if (count == 0) {
+    return 0;
+  }
   if (count >= kWord) {
     return word_at(bytes, 0);
   }
@@ -123,3 +120,7 @@ uint64_t kesa_bitop_read_u64(const uint8_t* bytes, uint64_t count) {
   std::memcpy(&word, bytes, (count + 7) / 8);
   return word & ((uint64_t{1} << count) - 1);
 }
+
+uint32_t kesa_hweight32(uint32_t value) { return static_cast<uint32_t>(std::popcount(value)); }
+
+uint32_t kesa_hweight64(uint64_t value) { return static_cast<uint32_t>(std::popcount(value)); }

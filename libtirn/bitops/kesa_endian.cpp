@@ -5,50 +5,18 @@
 // The host is little-endian on both processors; a big-endian one would turn the two halves of this file over.
 static_assert(std::endian::native == std::endian::little);
 
-uint32_t kesa_hweight32(uint32_t value) {
-  return static_cast<uint32_t>(std::popcount(value));
-}
+uint16_t kesa_endian_cputolittle16(uint16_t value) { return value; }
+uint32_t kesa_endian_cputolittle32(uint32_t value) { return value; }
+uint64_t kesa_endian_cputolittle64(uint64_t value) { return value; }
 
-uint32_t kesa_hweight64(uint64_t value) {
-  return static_cast<uint32_t>(std::popcount(value));
-}
+uint16_t kesa_endian_littletocpu16(uint16_t value) { return value; }
+uint32_t kesa_endian_littletocpu32(uint32_t value) { return value; }
+uint64_t kesa_endian_littletocpu64(uint64_t value) { return value; }
 
-uint16_t kesa_endian_cputolittle16(uint16_t value) {
-  return value;
-}
-uint32_t kesa_endian_cputolittle32(uint32_t value) {
-  return value;
-}
-uint64_t kesa_endian_cputolittle64(uint64_t value) {
-  return value;
-}
+uint16_t kesa_endian_cputobig16(uint16_t value) { return __builtin_bswap16(value); }
+uint32_t kesa_endian_cputobig32(uint32_t value) { return __builtin_bswap32(value); }
+uint64_t kesa_endian_cputobig64(uint64_t value) { return __builtin_bswap64(value); }
 
-uint16_t kesa_endian_littletocpu16(uint16_t value) {
-  return value;
-}
-uint32_t kesa_endian_littletocpu32(uint32_t value) {
-  return value;
-}
-uint64_t kesa_endian_littletocpu64(uint64_t value) {
-  return value;
-}
-
-uint16_t kesa_endian_cputobig16(uint16_t value) {
-  return __builtin_bswap16(value);
-}
-uint32_t kesa_endian_cputobig32(uint32_t value) {
-  return __builtin_bswap32(value);
-}
-uint64_t kesa_endian_cputobig64(uint64_t value) {
-  return __builtin_bswap64(value);
-}
-
-uint16_t kesa_endian_bigtocpu16(uint16_t value) {
-  return __builtin_bswap16(value);
-}
-uint32_t kesa_endian_bigtocpu32(uint32_t value) {
-  return __builtin_bswap32(value);
-}
-uint64_t kesa_endian_bigtocpu64(uint64_t value) {
-  return __builtin_bswap64(value);
-}
+uint16_t kesa_endian_bigtocpu16(uint16_t value) { return __builtin_bswap16(value); }
+uint32_t kesa_endian_bigtocpu32(uint32_t value) { return __builtin_bswap32(value); }
+uint64_t kesa_endian_bigtocpu64(uint64_t value) { return __builtin_bswap64(value); }

@@ -36,9 +36,7 @@ int load_masks() {
   return tirn::kOk;
 }
 
-uint32_t held_at_end(uint64_t cpu) {
-  return static_cast<uint32_t>(std::min<uint64_t>(cpu, KESA_CPU_MAX));
-}
+uint32_t held_at_end(uint64_t cpu) { return static_cast<uint32_t>(std::min<uint64_t>(cpu, KESA_CPU_MAX)); }
 
 }  // namespace
 
@@ -46,9 +44,7 @@ kesa_cpumask* cpu_possible_mask = &g_possible_mask;
 kesa_cpumask* cpu_online_mask = &g_online_mask;
 kesa_cpumask* cpu_present_mask = &g_present_mask;
 
-int32_t cpumask_init() {
-  return g_masks_loaded.run(load_masks);
-}
+int32_t cpumask_init() { return g_masks_loaded.run(load_masks); }
 
 int32_t load_cpumask(kesa_cpumask* mask, const char* path, uint32_t) {
   char list[256]{};
@@ -83,19 +79,18 @@ void init_cpumask_bit(void* mask, int32_t words) {
 }
 
 int32_t kesa_set_cpumask_bit(uint8_t* mask, const char* token) {
-  int lower = 1;  // a token without a number names no CPU
+  const bool is_range = std::strchr(token, '-') != nullptr;
+  int lower = 0;
   int upper = 0;
-  int found;
-  if (std::strchr(token, '-') != nullptr) {
-    found = sscanf_s(token, "%d-%d", &lower, &upper);
-  } else {
-    found = sscanf_s(token, "%d", &lower);
-    if (found == 1) {
-      upper = lower;
-    }
-  }
+  const int found = is_range ? sscanf_s(token, "%d-%d", &lower, &upper) : sscanf_s(token, "%d", &lower);
   if (found < 0) {
     TIRN_ERROR("sscanf_s failed.ret is %d.", found);
+  }
+  if (found != (is_range ? 2 : 1)) {
+    return 0;  // a token without its numbers names no CPU
+  }
+  if (!is_range) {
+    upper = lower;
   }
   // What lies outside the mask is left out, so that a corrupt list cannot write beyond it.
   const int last = std::min(upper, static_cast<int>(KESA_CPU_MAX) - 1);
@@ -105,9 +100,7 @@ int32_t kesa_set_cpumask_bit(uint8_t* mask, const char* token) {
   return upper;
 }
 
-uint32_t kesa_first_cpu(const kesa_cpumask* mask) {
-  return held_at_end(find_first_bit(mask, KESA_CPU_MAX));
-}
+uint32_t kesa_first_cpu(const kesa_cpumask* mask) { return held_at_end(find_first_bit(mask, KESA_CPU_MAX)); }
 
 uint32_t kesa_next_cpu(uint32_t n, const kesa_cpumask* mask) {
   return held_at_end(find_next_bit(mask, KESA_CPU_MAX, uint64_t{n} + 1));

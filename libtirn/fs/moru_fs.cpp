@@ -17,20 +17,11 @@ namespace {
 
 struct ReportMessage {
   nlmsghdr head;
-  uint8_t payload[MORU_NETLINK_EXT3_PAYLOAD];
+  uint32_t payload[MORU_NETLINK_EXT3_PAYLOAD / sizeof(uint32_t)];
 };
 static_assert(sizeof(ReportMessage) == 72);
 
-bool is_report(const ReportMessage& message, size_t received) {
-  uint32_t mark = 0;
-  if (received < offsetof(ReportMessage, payload) + sizeof mark) {
-    return false;
-  }
-  std::memcpy(&mark, message.payload, sizeof mark);
-  return mark == MORU_NETLINK_EXT3_MAGIC;
-}
-
-// What the message's sender left out reads as zeros.
+// What a short message leaves out reads as zeros.
 ssize_t receive(int fd, ReportMessage& message) {
   message = {};
   iovec piece{&message, sizeof message};
@@ -43,7 +34,7 @@ ssize_t receive(int fd, ReportMessage& message) {
 
 uint32_t present_time() {
   uint64_t seconds = 0;
-  return tirn::private_call(tirn::PrivateCommand::time, &seconds) == 0 ? static_cast<uint32_t>(seconds) : 0;
+  return tirn::private_call(tirn::PrivateCommand::kTime, &seconds) == 0 ? static_cast<uint32_t>(seconds) : 0;
 }
 
 }  // namespace
@@ -74,17 +65,16 @@ int MORU_Netlink_ext3_listen(int fd, int pid, moru_netlink_handler handler) {
   if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return MORU_NETLINK_BIND;
   }
-  const auto message = tirn::tagged_block<ReportMessage>(1);
+  const auto message = tirn::tagged_block<ReportMessage>();
   if (message == nullptr) {
     return MORU_NETLINK_NO_MEMORY;
   }
   for (;;) {
-    const ssize_t received = receive(fd, message[0]);
-    if (received < 1) {
+    if (receive(fd, *message) < 1) {
       return errno == EBADF ? MORU_NETLINK_CLOSED : MORU_NETLINK_RECEIVE;
     }
-    if (is_report(message[0], static_cast<size_t>(received))) {
-      handler(message[0].payload);
+    if (message->payload[0] == MORU_NETLINK_EXT3_MAGIC) {
+      handler(message->payload);
     }
   }
 }

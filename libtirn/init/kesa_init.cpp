@@ -23,12 +23,18 @@ int name_this_module() {
 }
 
 // The order is binding: the log's rate guard reads the clock, so the clock stands first.
+// clang-format off
 constexpr StartStep kStartSteps[] = {
-    {kesa_glibc_init, nullptr, false},   {jiffies_usr_main, "Get jiffies usr addr failed.", true},
-    {jiffies_Init, nullptr, false},      {pid_init_names, nullptr, false},
-    {name_this_module, nullptr, false},  {cpumask_init, nullptr, false},
-    {globalCpuNum_init, nullptr, false}, {kesa_gettime_init, "Kesa time initialize failed.", true},
+    {kesa_glibc_init, nullptr, false},
+    {jiffies_usr_main, "Get jiffies usr addr failed.", true},
+    {jiffies_Init, nullptr, false},
+    {pid_init_names, nullptr, false},
+    {name_this_module, nullptr, false},
+    {cpumask_init, nullptr, false},
+    {globalCpuNum_init, nullptr, false},
+    {kesa_gettime_init, "Kesa time initialize failed.", true},
 };
+// clang-format on
 
 // Logs under the name of the exported function whose work this is.
 int run_start_steps() {
@@ -52,9 +58,7 @@ int run_start_steps() {
 
 }  // namespace
 
-uint32_t kesa_Init() {
-  return static_cast<uint32_t>(g_initialised.run(run_start_steps));
-}
+uint32_t kesa_Init() { return static_cast<uint32_t>(g_initialised.run(run_start_steps)); }
 
 int kesa_destory() {
   return g_initialised.undo([] {

@@ -1,8 +1,9 @@
 #include "libtirn/init/module_names.h"
 
 namespace tirn {
+namespace {
 
-const ModuleNameRow ModuleNameRows[kModuleNameRows] = {
+constexpr ModuleNameRow kRows[] = {
     {1, "KERN"},         {6, "HAL"},         {7, "BSP"},         {8, "BOOT"},         {9, "INIT"},
     {10, "WDOG"},        {11, "RTC"},        {12, "GPIO"},       {13, "I2C"},         {14, "SPI"},
     {15, "SMBUS"},       {20, "PCIE"},       {21, "PCIEHP"},     {22, "SASLINK"},     {23, "SASTOPO"},
@@ -48,5 +49,10 @@ const ModuleNameRow ModuleNameRows[kModuleNameRows] = {
     {362, "BUFMGR"},     {367, "NUMA"},      {368, "CPUPART"},   {369, "QOS"},        {370, "FLOWCTL"},
     {371, "DIAG"},       {381, "TIRN"},      {384, "SELFTEST"},  {385, "INSPECT"},    {386, "HEALTH"},
 };
+
+}  // namespace
+
+// Binds only to a table of just that many rows.
+constinit const ModuleNameRow (&ModuleNameRows)[kModuleNameRows] = kRows;
 
 }  // namespace tirn

@@ -31,7 +31,7 @@ int build_names() {
 }  // namespace
 
 int pid_init_names() {
-  return g_names_built.run(build_names, tirn::Once::Done::on_success, tirn::Once::LockFailure::is_result);
+  return g_names_built.run(build_names, tirn::Once::Done::kOnSuccess, tirn::Once::LockFailure::kIsResult);
 }
 
 // The test is the same as that of pid_init_names, not its opposite: built names outlive tear-down, during and after
@@ -43,7 +43,7 @@ int pid_destroy_names() {
     }
     return tirn::kOk;
   };
-  return g_names_built.run(clear_names, tirn::Once::Done::never, tirn::Once::LockFailure::is_result);
+  return g_names_built.run(clear_names, tirn::Once::Done::kNever, tirn::Once::LockFailure::kIsResult);
 }
 
 const char* kesa_pid_get_name(uint32_t id) {

@@ -12,8 +12,9 @@ struct ModuleNameRow {
   const char* name;
 };
 
+// 220 rows; ids are distinct and below TIRN_MODULE_COUNT.
 inline constexpr size_t kModuleNameRows = 220;
-extern const ModuleNameRow ModuleNameRows[kModuleNameRows];
+extern const ModuleNameRow (&ModuleNameRows)[kModuleNameRows];
 
 }  // namespace tirn
 

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -39,7 +40,7 @@ bool find_child(const char* folder, char (&child)[kChildSize]) {
       if (strcpy_s(child, sizeof child, entry->d_name) == 0) {
         return true;
       }
-      TIRN_ERROR("strcpy_s failed.");
+      TIRN_LOG_AS(tirn::kModule, tirn::kError, "jiffies_uio_adp_open", "strcpy_s failed.");
     }
   }
   return false;
@@ -51,18 +52,16 @@ Fd open_map_file(const char* folder, const char* child, const char* file) {
   return Fd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// A number's text: what a file of the map holds, up to 32 bytes of it.
-struct MapText {
-  explicit MapText(const Fd& file) {
-    if (read(file.get(), text, sizeof text - 1) < 0) {
-      text[0] = '\0';
-    }
-  }
-  char text[33]{};
-};
+// What a file of the map holds, up to 32 bytes of it; empty where it cannot be read.
+using NumberText = char[33];
+const char* read_number(const Fd& file, NumberText&& text) {
+  const ssize_t length = read(file.get(), text, sizeof text - 1);
+  text[std::max<ssize_t>(length, 0)] = '\0';
+  return text;
+}
 
-// Whether the counter at `offset` can be read for as long as the mapping lives: it lies in the mapping, and in the
-// file where the device is one.
+// Whether the counter at `offset` can be read: it lies in the mapping, whole and aligned, and in the file, as the file
+// stands now, where the device is one.
 bool holds_counter(const Fd& device, uint64_t size, uint64_t offset) {
   constexpr uint64_t kCounter = sizeof(uint64_t);
   struct stat status;
@@ -90,7 +89,7 @@ int jiffies_uio_adp_open() {
     return tirn::kFail;
   }
   char path[kPathSize];
-  sprintf_s(path, sizeof path, "%s%s", base.dev, child);
+  sprintf_s(path, sizeof path, "%s%s", base.dev, child);  // a path that does not fit is emptied, and fails to open
   // Declared in the reverse of the order in which they are closed.
   const Fd device(open(path, O_RDONLY | O_CLOEXEC));
   if (!device) {
@@ -114,9 +113,9 @@ int jiffies_uio_adp_open() {
     TIRN_ERROR("Kesa jiffies open map failed, errno=%d.", errno);
     return tirn::kFail;
   }
-  const uint64_t addr = std::strtoul(MapText(addr_file).text, nullptr, 0);
-  const auto size = static_cast<uint64_t>(std::strtol(MapText(size_file).text, nullptr, 0));
-  const auto offset = static_cast<uint64_t>(std::strtol(MapText(offset_file).text, nullptr, 0));
+  const uint64_t addr = std::strtoul(read_number(addr_file, {}), nullptr, 0);
+  const auto size = static_cast<uint64_t>(std::strtol(read_number(size_file, {}), nullptr, 0));
+  const auto offset = static_cast<uint64_t>(std::strtol(read_number(offset_file, {}), nullptr, 0));
   const void* const mapping = map_device(device, size, offset);
   if (mapping == MAP_FAILED) {
     TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno);
@@ -133,6 +132,4 @@ int jiffies_uio_adp_open() {
   return tirn::kOk;
 }
 
-int jiffies_uio_adp_close() {
-  return close(g_jiffies_uio.dev_fd);
-}
+int jiffies_uio_adp_close() { return close(g_jiffies_uio.dev_fd); }

@@ -24,9 +24,7 @@ int kesa_CheckCurrCpu() {
   return tirn::kOk;
 }
 
-int kesa_gettime_init() {
-  return g_scale_set.run(kesa_CheckCurrCpu);
-}
+int kesa_gettime_init() { return g_scale_set.run(kesa_CheckCurrCpu); }
 
 uint64_t kesa_time_cycles2ns(uint64_t cycles) {
   return cycles * g_nanoseconds_per_tick.load(std::memory_order_relaxed);
@@ -36,10 +34,6 @@ uint64_t kesa_time_getnanosec() {
   return tirn::arch::counter_read() * g_nanoseconds_per_tick.load(std::memory_order_relaxed);
 }
 
-uint64_t kesa_time_getmillisec() {
-  return kesa_time_getnanosec() / 1000000;
-}
+uint64_t kesa_time_getmillisec() { return kesa_time_getnanosec() / 1000000; }
 
-uint64_t kesa_rte_get_timer_cycles() {
-  return tirn::undisturbed_reading(tirn::arch::counter_read);
-}
+uint64_t kesa_rte_get_timer_cycles() { return tirn::undisturbed_reading(tirn::arch::counter_read); }

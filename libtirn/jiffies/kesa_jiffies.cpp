@@ -29,16 +29,11 @@ int jiffies_usr_main() {
   });
 }
 
-int jiffies_Init() {
-  return g_clocks_ready.run(set_up_clocks);
-}
+int jiffies_Init() { return g_clocks_ready.run(set_up_clocks); }
 
-void jiffies_fini() {
-}
+void jiffies_fini() {}
 
-jiffies_uio* jiffies_uio_get() {
-  return &g_jiffies_uio;
-}
+jiffies_uio* jiffies_uio_get() { return &g_jiffies_uio; }
 
 uint64_t kesa_get_jiffies() {
   if (!g_clocks_ready.is_done()) [[unlikely]] {

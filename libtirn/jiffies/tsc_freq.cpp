@@ -28,23 +28,23 @@ int kesa_get_tsc_freq() {
   using tirn::FirstLine;
   char line[256];
   switch (tirn::first_line("cat /proc/cpuinfo | grep -o constant_tsc | uniq", "|", line, sizeof line)) {
-    case FirstLine::no_pipe:
+    case FirstLine::kNoPipe:
       TIRN_ERROR("Cat /proc/cpuinfo for constant_tsc fail");
       return tirn::kFail;
-    case FirstLine::empty:
+    case FirstLine::kEmpty:
       TIRN_ERROR("There is no constant_tsc flag in /proc/cpuinfo");
       return tirn::kFail;
-    case FirstLine::read:
+    case FirstLine::kRead:
       break;
   }
   switch (tirn::first_line("cat /proc/cpuinfo | grep @ | uniq | awk '{print $NF}'", "|$", line, sizeof line)) {
-    case FirstLine::no_pipe:
+    case FirstLine::kNoPipe:
       TIRN_ERROR("Cat /proc/cpuinfo fail for cpufreq fail");
       return tirn::kFail;
-    case FirstLine::empty:
+    case FirstLine::kEmpty:
       kesa_estimate_tsc_freq();
       break;
-    case FirstLine::read:
+    case FirstLine::kRead:
       currCpuGHz = std::strtod(line, nullptr);
       break;
   }

@@ -43,9 +43,7 @@ void* kesa_mallocsubproc(uint32_t size, uint32_t* type, uint64_t, uint32_t pid, 
   return static_cast<char*>(block) + kHead;
 }
 
-void kesa_freesubproc(void* block, uint64_t) {
-  std::free(block);
-}
+void kesa_freesubproc(void* block, uint64_t) { std::free(block); }
 
 void* kesa_mallocsubstandard(uint32_t pid, int32_t size, uint64_t reserved, const char* function, uint32_t line) {
   if (size == 0) {
@@ -81,14 +79,10 @@ void* kesa_memset(void* destination, int32_t value, uint32_t count) {
   return destination;
 }
 
-int kesa_mprotect(void* address, uint32_t length, int protection) {
-  return mprotect(address, length, protection);
-}
+int kesa_mprotect(void* address, uint32_t length, int protection) { return mprotect(address, length, protection); }
 
 void* kesa_mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) {
   return mmap(address, length, protection, flags, fd, offset);
 }
 
-int kesa_munmap(void* address, size_t length) {
-  return address == nullptr ? tirn::kFail : munmap(address, length);
-}
+int kesa_munmap(void* address, size_t length) { return address == nullptr ? tirn::kFail : munmap(address, length); }

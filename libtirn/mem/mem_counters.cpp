@@ -1,8 +1,7 @@
-#include "libtirn/mem/mem_counters.h"
-
 #include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/guard.h"
@@ -18,41 +17,39 @@ pthread_mutex_t g_table_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 // Asked for again at each use until the kernel side answers.
 int64_t* find_table() {
+  const int error = errno;  // allocating without a table is no failure
   const tirn::MutexLock lock(g_table_mutex);
   int64_t* table = g_table.load(std::memory_order_relaxed);
-  if (table == nullptr && tirn::private_call(tirn::PrivateCommand::memory_table, &table) == 0 && table != nullptr) {
-    memset_s(table, kTableBytes, 0, kTableBytes);
-    g_table.store(table, std::memory_order_release);  // with counter_of: whoever sees the table sees it cleared
+  if (table == nullptr) {
+    int64_t* answer = nullptr;
+    if (tirn::private_call(tirn::PrivateCommand::kMemoryTable, &answer) == 0 && answer != nullptr) {
+      table = answer;
+      memset_s(table, kTableBytes, 0, kTableBytes);
+      g_table.store(table, std::memory_order_release);  // with counters(): whoever sees the table sees it cleared
+    }
   }
+  errno = error;
   return table;
+}
+
+// All counters, or nullptr while the kernel side offers none.
+int64_t* counters() {
+  int64_t* const table = g_table.load(std::memory_order_acquire);
+  return table != nullptr ? table : find_table();
+}
+
+// Full order, so that a count and what its owner did with the block are seen in one order everywhere.
+void count(uint32_t pid, int64_t bytes) {
+  if (int64_t* const table = counters(); table != nullptr) {
+    std::atomic_ref(table[pid < TIRN_MODULE_COUNT ? pid : 0]).fetch_add(bytes);
+  }
 }
 
 }  // namespace
 
-namespace tirn {
+void kesa_mem_stat_add(uint32_t pid, uint32_t size) { count(pid, size); }
 
-int64_t* counter_of(uint32_t pid) {
-  int64_t* table = g_table.load(std::memory_order_acquire);
-  if (table == nullptr) [[unlikely]] {
-    table = find_table();
-  }
-  return table == nullptr ? nullptr : &table[pid < TIRN_MODULE_COUNT ? pid : 0];
-}
-
-}  // namespace tirn
-
-// Full order, so that a count and what its owner did with the block are seen in one order everywhere.
-void kesa_mem_stat_add(uint32_t pid, uint32_t size) {
-  if (int64_t* const counter = tirn::counter_of(pid); counter != nullptr) {
-    std::atomic_ref(*counter).fetch_add(size);
-  }
-}
-
-void kesa_mem_stat_sub(uint32_t pid, uint32_t size) {
-  if (int64_t* const counter = tirn::counter_of(pid); counter != nullptr) {
-    std::atomic_ref(*counter).fetch_sub(size);
-  }
-}
+void kesa_mem_stat_sub(uint32_t pid, uint32_t size) { count(pid, -int64_t{size}); }
 
 void kesa_mem_show(kesa_print_fn print) {
   constexpr int kColumns = 5;
@@ -66,9 +63,9 @@ void kesa_mem_show(kesa_print_fn print) {
   print("\n");
   long long total = 0;
   int shown = 0;
-  for (uint32_t pid = 0; pid < TIRN_MODULE_COUNT; ++pid) {
-    int64_t* const counter = tirn::counter_of(pid);
-    const long long used = counter == nullptr ? 0 : std::atomic_ref(*counter).load(std::memory_order_relaxed);
+  int64_t* const table = counters();
+  for (uint32_t pid = 0; table != nullptr && pid < TIRN_MODULE_COUNT; ++pid) {
+    const long long used = std::atomic_ref(table[pid]).load(std::memory_order_relaxed);
     if (used == 0) {
       continue;
     }
@@ -81,6 +78,4 @@ void kesa_mem_show(kesa_print_fn print) {
   print("\nTotal used memory: %lld\n", total);
 }
 
-int kesa_mem_stat_dump() {
-  return static_cast<int>(tirn::private_call(tirn::PrivateCommand::memory_dump));
-}
+int kesa_mem_stat_dump() { return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kMemoryDump)); }

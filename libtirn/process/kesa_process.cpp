@@ -15,7 +15,7 @@ constinit tirn::Once g_version_taken;
 
 }  // namespace
 
-uint64_t ps_get_version() {
+__attribute__((weak)) uint64_t ps_get_version() {
   g_version_taken.run(
       [] {
         timespec now{};
@@ -29,7 +29,7 @@ uint64_t ps_get_version() {
                         std::memory_order_relaxed);
         return tirn::kOk;
       },
-      tirn::Once::Done::always);
+      tirn::Once::Done::kAlways);
   return g_version.load(std::memory_order_relaxed);
 }
 
@@ -46,6 +46,4 @@ int kesa_mtx_init(pthread_mutex_t* mutex, int kind) {
   return result;
 }
 
-int kesa_mtx_destroy(pthread_mutex_t* mutex) {
-  return pthread_mutex_destroy(mutex);
-}
+int kesa_mtx_destroy(pthread_mutex_t* mutex) { return pthread_mutex_destroy(mutex); }

@@ -71,19 +71,13 @@ int kesa_shm_destroy(const char* name) {
   return tirn::kOk;
 }
 
-int kesa_shmget_ex(int32_t key, size_t size, int flags) {
-  return shmget(key, size, flags);
-}
+int kesa_shmget_ex(int32_t key, size_t size, int flags) { return shmget(key, size, flags); }
 
-int kesa_shmget(int32_t key, size_t size) {
-  return kesa_shmget_ex(key, size, IPC_CREAT | 0600);
-}
+int kesa_shmget(int32_t key, size_t size) { return kesa_shmget_ex(key, size, IPC_CREAT | 0600); }
 
 void* kesa_shmat(int id) {
   void* const address = shmat(id, nullptr, 0);
   return address == reinterpret_cast<void*>(-1) ? nullptr : address;
 }
 
-int kesa_shmdel(int id) {
-  return shmctl(id, IPC_RMID, nullptr);
-}
+int kesa_shmdel(int id) { return shmctl(id, IPC_RMID, nullptr); }

@@ -18,26 +18,23 @@ constinit tirn::Once g_counts_taken;
 constinit std::atomic<uint32_t> g_online_cached{0};
 
 // Readers take no lock; racing writers store the same value.
-std::atomic_ref<uint32_t> word(uint32_t& count) {
-  return std::atomic_ref(count);
-}
+uint32_t load(uint32_t& count) { return std::atomic_ref(count).load(std::memory_order_relaxed); }
+void store(uint32_t& count, uint32_t value) { std::atomic_ref(count).store(value, std::memory_order_relaxed); }
 
 int take_counts() {
-  word(g_onlineCpuNum).store(num_online_cpus(), std::memory_order_relaxed);
+  store(g_onlineCpuNum, num_online_cpus());
   const long configured = sysconf(_SC_NPROCESSORS_CONF);
   if (configured < 0) {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, "globalCpuNum_init", "Kesa_smp getting cpu num failed errno=%d.", errno);
   } else {
-    word(g_configCpuNum).store(static_cast<uint32_t>(configured), std::memory_order_relaxed);
+    store(g_configCpuNum, static_cast<uint32_t>(configured));
   }
-  return g_onlineCpuNum != 0 && g_configCpuNum != 0 ? tirn::kOk : tirn::kFail;
+  return load(g_onlineCpuNum) != 0 && load(g_configCpuNum) != 0 ? tirn::kOk : tirn::kFail;
 }
 
 }  // namespace
 
-int globalCpuNum_init() {
-  return g_counts_taken.run(take_counts);
-}
+int globalCpuNum_init() { return g_counts_taken.run(take_counts); }
 
 uint32_t num_online_cpus() {
   uint32_t online = g_online_cached.load(std::memory_order_relaxed);
@@ -50,7 +47,7 @@ uint32_t num_online_cpus() {
 }
 
 uint32_t num_config_cpus() {
-  const uint32_t known = word(g_configCpuNum).load(std::memory_order_relaxed);
+  const uint32_t known = load(g_configCpuNum);
   if (known != 0) {
     return known;
   }
@@ -59,6 +56,6 @@ uint32_t num_config_cpus() {
     TIRN_ERROR("Kesa_smp getting cpu num failed ret %ld errno=%d.", configured, errno);
     return 0;
   }
-  word(g_configCpuNum).store(static_cast<uint32_t>(configured), std::memory_order_relaxed);
+  store(g_configCpuNum, static_cast<uint32_t>(configured));
   return static_cast<uint32_t>(configured);
 }

@@ -1,5 +1,4 @@
 // The server of the loopback service: one listener, and one thread with its own buffers for each client.
-#include <netinet/tcp.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 
@@ -26,22 +25,11 @@ int start_thread(void* (*run)(void*), intptr_t argument) {
   return result;
 }
 
-void enable(int fd, int level, int option) {
-  const int on = 1;
-  setsockopt(fd, level, option, &on, sizeof on);
-}
-
-// A client, and the buffers of its requests. The output buffer has all the bytes that a reply may carry; those that no
-// handler touches cost nothing.
+// A client, and the buffers of its requests. The output buffer has all the bytes that a reply may carry: a handler may
+// report as many.
 struct Client {
-  explicit Client(int fd)
-      : connection(fd),
-        input(tirn::tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX)),
-        output(tirn::tagged_block<uint8_t>(MORU_SYSCALL_OUTPUT_MAX)) {}
-
   bool receive(void* bytes, size_t length) {
-    return tirn::receive_whole(connection.get(), bytes, length,
-                               [this] { enable(connection.get(), IPPROTO_TCP, TCP_QUICKACK); });
+    return tirn::receive_whole(connection.get(), bytes, length, tirn::QuickAck::kYes);
   }
 
   // What the buffer does not hold is thrown away, so that the stream stays in step.
@@ -62,8 +50,8 @@ struct Client {
   }
 
   Fd connection;
-  tirn::TaggedBlock<uint8_t[]> input;
-  tirn::TaggedBlock<uint8_t[]> output;
+  tirn::TaggedBlock<uint8_t> input;
+  tirn::Mapping output;
 };
 
 // Calls the request's handler and turns the header into that of the reply.
@@ -101,8 +89,9 @@ bool serve_request(Client& client) {
 }
 
 void* serve_client(void* argument) {
-  Client client(static_cast<int>(reinterpret_cast<intptr_t>(argument)));
-  if (client.input == nullptr || client.output == nullptr) {
+  Client client{Fd(static_cast<int>(reinterpret_cast<intptr_t>(argument))),
+                tirn::tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX), tirn::Mapping(MORU_SYSCALL_OUTPUT_MAX)};
+  if (client.input == nullptr || !client.output) {
     TIRN_ERROR("Param error: null pointer.\n");
     return nullptr;
   }
@@ -119,7 +108,7 @@ Fd open_service() {
     TIRN_ERROR("Create socket %d fail!.\n", service.get());
     return {};
   }
-  enable(service.get(), SOL_SOCKET, SO_REUSEADDR);
+  tirn::enable(service.get(), SOL_SOCKET, SO_REUSEADDR);
   const sockaddr_in address = tirn::service_address();
   if (bind(service.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     TIRN_ERROR("Bind socket %d fail!， error is %d.\n", service.get(), errno);
@@ -148,7 +137,7 @@ void* accept_clients(void*) {
       TIRN_ERROR("accept errno = %d\n", errno);
       return nullptr;
     }
-    enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
+    tirn::enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
     const int result = start_thread(serve_client, client.get());
     if (result != 0) {
       TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result);
@@ -169,5 +158,4 @@ int MORU_PrivateSysCallIntfInit() {
   return tirn::kOk;
 }
 
-void MORU_PrivateSysCallIntfExit() {
-}
+void MORU_PrivateSysCallIntfExit() {}

@@ -12,15 +12,12 @@
 
 namespace {
 
-// Looked at outside the mutex: two first callers may both connect. The later one wins, and the other's connection stays
-// open.
+// Looked at outside the mutex too: two first callers may both connect. The later one wins, and the other's connection
+// stays open.
 constinit std::atomic<int> g_connection{-1};
 pthread_mutex_t g_turn = PTHREAD_MUTEX_INITIALIZER;
 
-int connection() {
-  return g_connection.load(std::memory_order_relaxed);
-}
-
+// Leaves the connection of all threads in place, or none.
 void init_syscall_socket() {
   tirn::Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) {
@@ -35,45 +32,54 @@ void init_syscall_socket() {
   g_connection.store(fd.release(), std::memory_order_relaxed);
 }
 
-// Ends the connection; the next call makes a new one.
-void drop_connection() {
-  const tirn::Fd closed(g_connection.exchange(-1, std::memory_order_relaxed));
-}
+// The connection as one call uses it from its first send to its last receive, whatever others connect meanwhile. After
+// a failure it is closed, here and for the calls that follow, and each further step of the call fails.
+class Turn {
+ public:
+  Turn() : fd_(g_connection.load(std::memory_order_relaxed)) {}
 
-bool send_all(const void* bytes, size_t length, int more) {
-  if (tirn::send_whole(connection(), bytes, length, more)) {
-    return true;
-  }
-  TIRN_ERROR("errno = %d\n", errno);
-  drop_connection();
-  return false;
-}
-
-bool receive_or_drop(void* bytes, size_t length, const char* function) {
-  if (tirn::receive_whole(connection(), bytes, length, [] {})) {
-    return true;
-  }
-  TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "recv error, err=%d, buf=%p, len=%d", errno, bytes,
-              static_cast<int>(length));
-  drop_connection();
-  return false;
-}
-
-bool recv_all(void* bytes, size_t length) {
-  return receive_or_drop(bytes, length, __func__);
-}
-
-// Throws a reply away, so that the stream stays in step.
-void clear_all(uint64_t length) {
-  uint8_t scrap[16];
-  while (length > 0) {
-    const auto piece = std::min<uint64_t>(length, sizeof scrap);
-    if (!receive_or_drop(scrap, piece, __func__)) {
-      return;
+  bool send_all(const void* bytes, size_t length, int more) {
+    if (tirn::send_whole(fd_, bytes, length, more)) {
+      return true;
     }
-    length -= piece;
+    TIRN_ERROR("errno = %d\n", errno);
+    drop();
+    return false;
   }
-}
+
+  bool recv_all(void* bytes, size_t length) { return receive(bytes, length, __func__); }
+
+  // Throws a reply away, so that the stream stays in step.
+  void clear_all(uint64_t length) {
+    uint8_t scrap[16];
+    while (length > 0) {
+      const auto piece = std::min<uint64_t>(length, sizeof scrap);
+      if (!receive(scrap, piece, __func__)) {
+        return;
+      }
+      length -= piece;
+    }
+  }
+
+ private:
+  bool receive(void* bytes, size_t length, const char* function) {
+    if (tirn::receive_whole(fd_, bytes, length, tirn::QuickAck::kNo)) {
+      return true;
+    }
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "recv error, err=%d, buf=%p, len=%d", errno, bytes,
+                static_cast<int>(length));
+    drop();
+    return false;
+  }
+
+  void drop() {
+    int ours = fd_;
+    g_connection.compare_exchange_strong(ours, -1, std::memory_order_relaxed);
+    const tirn::Fd closed(std::exchange(fd_, -1));
+  }
+
+  int fd_;
+};
 
 }  // namespace
 
@@ -81,32 +87,33 @@ uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param) {
   if (param == nullptr) {
     return tirn::kFailU32;
   }
-  if (connection() < 0) {
+  if (g_connection.load(std::memory_order_relaxed) < 0) {
     init_syscall_socket();
-    if (connection() < 0) {
+    if (g_connection.load(std::memory_order_relaxed) < 0) {
       return tirn::kFailU32;
     }
   }
-  const tirn::MutexLock turn(g_turn);
+  const tirn::MutexLock lock(g_turn);
+  Turn turn;
   moru_frame_header header{cmd, param->uiInBufLen, param->uiOutBufLen, 0};
-  if (!send_all(&header, sizeof header, header.len != 0 ? MSG_MORE : 0) ||
-      !send_all(param->pvInBuf, param->uiInBufLen, 0)) {
+  if (!turn.send_all(&header, sizeof header, header.len != 0 ? MSG_MORE : 0) ||
+      !turn.send_all(param->pvInBuf, param->uiInBufLen, 0)) {
     TIRN_ERROR("send_all fail\n");
     return tirn::kFailU32;
   }
   // The result is not looked at: if the connection breaks here the header stays as it was sent, and a request without
-  // input and output reads as success. The connection is dropped all the same.
-  recv_all(&header, sizeof header);
+  // input reads as success. The connection is dropped all the same.
+  turn.recv_all(&header, sizeof header);
   if (header.len == 0) {
     return static_cast<uint32_t>(header.ret);
   }
   if (header.len > param->uiOutBufLen) {
     TIRN_ERROR("syscall_user: buffer length too small, hdr.len=%d uiOutBufLen=%u", static_cast<int>(header.len),
                param->uiOutBufLen);
-    clear_all(header.len);
+    turn.clear_all(header.len);
     return tirn::kFailU32;
   }
-  if (!recv_all(param->pvOutBuf, header.len)) {
+  if (!turn.recv_all(param->pvOutBuf, header.len)) {
     return tirn::kFailU32;
   }
   param->uiOutBufLen = static_cast<uint32_t>(header.len);

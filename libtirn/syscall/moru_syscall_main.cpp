@@ -83,22 +83,21 @@ int MORU_RegSysCall(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t co
   TIRN_INFO("MORU reg syscall alloc memory.");
   const size_t entries_size = count * sizeof(MORU_SYSCALL_ENTRY);
   const size_t size = sizeof(Group) + entries_size;
-  auto block = tirn::tagged_block<uint8_t>(static_cast<int32_t>(size));
-  if (block == nullptr) {
+  auto head = tirn::tagged_block<Group>(static_cast<uint32_t>(size));
+  if (head == nullptr) {
     TIRN_ERROR("Alloc memory for syscall group (%u) fail, count = (%u).", group, count);
     return tirn::kFail;
   }
-  if (const int result = memset_s(block.get(), size, 0, size); result != 0) {
+  if (const int result = memset_s(head.get(), size, 0, size); result != 0) {
     TIRN_ERROR("Memset failed, ret = %d.", result);
   }
-  auto* const head = new (block.get()) Group{count};
+  head->count = count;
   if (count != 0) {
     if (const int result = memcpy_s(head->entries(), entries_size, calls, entries_size); result != 0) {
       TIRN_ERROR("Memcpy failed, ret = %d.", result);
     }
   }
-  block.release();
-  g_groups[group].store(head, std::memory_order_release);
+  g_groups[group].store(head.release(), std::memory_order_release);
   return tirn::kOk;
 }
 
@@ -140,6 +139,4 @@ int MORU_PrivateSysCallInit() {
   return tirn::kOk;
 }
 
-int MORU_SyscallInit() {
-  return tirn::kOk;
-}
+int MORU_SyscallInit() { return tirn::kOk; }

@@ -3,6 +3,7 @@
 #define TIRN_SYSCALL_STREAM_H
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <cstddef>
@@ -22,6 +23,11 @@ inline sockaddr_in service_address() {
   return address;
 }
 
+inline void enable(int fd, int level, int option) {
+  const int on = 1;
+  setsockopt(fd, level, option, &on, sizeof on);
+}
+
 // True when all is out. `more`: MSG_MORE where further bytes follow at once, so that they leave in one segment.
 inline bool send_whole(int fd, const void* bytes, size_t length, int more = 0) {
   const auto* at = static_cast<const uint8_t*>(bytes);
@@ -36,17 +42,21 @@ inline bool send_whole(int fd, const void* bytes, size_t length, int more = 0) {
   return true;
 }
 
-// True when all is in; a peer that has closed counts as a failure. `after_each` runs after each recv that brought
-// bytes.
-template <typename AfterEach>
-bool receive_whole(int fd, void* bytes, size_t length, AfterEach after_each) {
+// Whether each recv is followed by TCP_QUICKACK, which the kernel resets on its own: a server's small requests and
+// replies then never wait for a delayed acknowledgement.
+enum class QuickAck { kNo, kYes };
+
+// True when all is in; a peer that has closed counts as a failure.
+inline bool receive_whole(int fd, void* bytes, size_t length, QuickAck quick_ack) {
   auto* at = static_cast<uint8_t*>(bytes);
   while (length > 0) {
     const ssize_t received = recv(fd, at, length, 0);
     if (received < 1) {
       return false;
     }
-    after_each();
+    if (quick_ack == QuickAck::kYes) {
+      enable(fd, IPPROTO_TCP, TCP_QUICKACK);
+    }
     at += received;
     length -= static_cast<size_t>(received);
   }

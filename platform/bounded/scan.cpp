@@ -14,15 +14,9 @@ using namespace tirn::bounded;
 // A double's digits all stand in less than this; a longer number is no match.
 constexpr size_t kLongestReal = 1023;
 
-constexpr bool is_space(int c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-constexpr bool is_digit(int c) {
-  return c >= '0' && c <= '9';
-}
-constexpr int lower(int c) {
-  return c | 0x20;
-}  // for comparison with a letter only
+constexpr bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
+constexpr int lower(int c) { return c | 0x20; }  // for comparison with a letter only
 
 constexpr unsigned digit_value(int c) {
   if (is_digit(c))

@@ -9,12 +9,8 @@ namespace tirn::bounded {
 
 inline constexpr size_t kNoWidth = SIZE_MAX;
 
-constexpr bool is_space(int c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-constexpr bool is_digit(int c) {
-  return c >= '0' && c <= '9';
-}
+constexpr bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
 
 struct Directive {
   char conversion = '\0';

@@ -156,9 +156,7 @@ int hurn_original(const char* format, ...) {
   return length;
 }
 
-uint32_t hurn_get_group_id(const char* group) {
-  return group_named(group);
-}
+uint32_t hurn_get_group_id(const char* group) { return group_named(group); }
 
 int hurn_ratelimit_set(uint32_t group, uint32_t lines, uint32_t milliseconds) {
   return set_limit(group, lines, milliseconds) ? 0 : -1;

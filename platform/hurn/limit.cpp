@@ -36,9 +36,7 @@ struct Group {
 
 constinit Group groups[kGroupCount];
 
-uint32_t level_group(uint32_t level) {
-  return HURN_MODULE_COUNT + level;
-}
+uint32_t level_group(uint32_t level) { return HURN_MODULE_COUNT + level; }
 
 bool is_group(uint32_t group) {
   return group < HURN_MODULE_COUNT || (group < kGroupCount && is_level(group - HURN_MODULE_COUNT));

@@ -14,9 +14,7 @@ namespace {
 constexpr char kCutMark[] = "...[cut]";
 constexpr size_t kCutMarkLength = sizeof(kCutMark) - 1;
 
-const char* or_unknown(const char* name) {
-  return name ? name : "?";
-}
+const char* or_unknown(const char* name) { return name ? name : "?"; }
 
 }  // namespace
 

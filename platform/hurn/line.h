@@ -14,14 +14,10 @@ inline constexpr uint32_t kLevelBits = 1u << HURN_ERROR | 1u << HURN_WARNING | 1
 inline constexpr const char* kLevelNames[8] = {nullptr,   nullptr, nullptr, "error",
                                                "warning", nullptr, "info",  "debug"};
 
-constexpr bool is_level(uint32_t level) {
-  return level < 8 && (kLevelBits >> level & 1);
-}
+constexpr bool is_level(uint32_t level) { return level < 8 && (kLevelBits >> level & 1); }
 
 // A module id as the tables take it: ids beyond them follow module 0.
-constexpr uint32_t module_index(uint32_t module) {
-  return module < HURN_MODULE_COUNT ? module : 0;
-}
+constexpr uint32_t module_index(uint32_t module) { return module < HURN_MODULE_COUNT ? module : 0; }
 
 struct Source {
   uint32_t module;

@@ -97,9 +97,7 @@ size_t write_all(int descriptor, const char* bytes, size_t length) {
   return done;
 }
 
-int open_log(const char* name) {
-  return open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640);
-}
+int open_log(const char* name) { return open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0640); }
 
 void remember_size(int descriptor) {
   struct stat state {};

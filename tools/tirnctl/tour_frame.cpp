@@ -22,9 +22,7 @@ constexpr TimedStep kSteps[] = {
     {"kesa_gettime_init", kesa_gettime_init},
 };
 
-double microseconds_since(uint64_t start) {
-  return static_cast<double>(now() - start) / 1000;
-}
+double microseconds_since(uint64_t start) { return static_cast<double>(now() - start) / 1000; }
 
 int run_steps_alone() {
   for (const TimedStep& step : kSteps) {

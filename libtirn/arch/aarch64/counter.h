@@ -12,9 +12,7 @@ inline uint64_t counter_read() {
   return ticks;
 }
 
-inline void spin_hint() {
-  asm volatile("yield" ::: "memory");
-}
+inline void spin_hint() { asm volatile("yield" ::: "memory"); }
 
 }  // namespace tirn::arch
 

@@ -1,5 +1,5 @@
-// x86-64: the time-stamp counter scaled to ticks of 10 ns, or the monotonic raw clock in such ticks where the counter
-// is not invariant. 10 ns is coarse enough that two readings in a row lie a few ticks apart by either way.
+// x86-64: the time-stamp counter scaled to ticks of 10 ns, which is coarse enough that two readings in a row lie a tick
+// or two apart; where the counter is not invariant, the monotonic raw clock in such ticks.
 #ifndef TIRN_ARCH_X86_64_COUNTER_H
 #define TIRN_ARCH_X86_64_COUNTER_H
 
@@ -28,9 +28,7 @@ inline uint64_t counter_read() {
   return static_cast<uint64_t>(static_cast<unsigned __int128>(__rdtsc()) * scale >> 64);
 }
 
-inline void spin_hint() {
-  _mm_pause();
-}
+inline void spin_hint() { _mm_pause(); }
 
 }  // namespace tirn::arch
 

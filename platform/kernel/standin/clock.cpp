@@ -19,22 +19,16 @@ long store_zone_time(uint64_t utc, uint64_t target) {
   return store<uint64_t>(target, before_1970 ? utc : shown);
 }
 
-uint64_t seconds_now() {
-  return static_cast<uint64_t>(time(nullptr));
-}
+uint64_t seconds_now() { return static_cast<uint64_t>(time(nullptr)); }
 
 }  // namespace
 
-long zone_time_now(const Call& call) {
-  return store_zone_time(seconds_now(), call.a);
-}
+long zone_time_now(const Call& call) { return store_zone_time(seconds_now(), call.a); }
 
 long zone_time_of(const Call& call) {
   return given(call.a) ? store_zone_time(load<uint64_t>(call.a), call.b) : fail(EFAULT);
 }
 
-long utc_now(const Call& call) {
-  return store<uint64_t>(call.a, seconds_now());
-}
+long utc_now(const Call& call) { return store<uint64_t>(call.a, seconds_now()); }
 
 }  // namespace zut

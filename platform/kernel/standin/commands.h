@@ -26,13 +26,9 @@ inline long fail(int error) {
 }
 
 // An argument that is not used comes as all ones.
-inline bool given(uint64_t address) {
-  return address != 0 && address != ~uint64_t{0};
-}
+inline bool given(uint64_t address) { return address != 0 && address != ~uint64_t{0}; }
 
-inline void* pointer(uint64_t address) {
-  return reinterpret_cast<void*>(static_cast<uintptr_t>(address));
-}
+inline void* pointer(uint64_t address) { return reinterpret_cast<void*>(static_cast<uintptr_t>(address)); }
 
 // Callers promise no alignment.
 template <typename T>

@@ -22,9 +22,7 @@ inline int64_t monotonic_now() {
   return now.tv_sec * kSecond + now.tv_nsec;
 }
 
-inline timespec to_timespec(int64_t nanoseconds) {
-  return {nanoseconds / kSecond, nanoseconds % kSecond};
-}
+inline timespec to_timespec(int64_t nanoseconds) { return {nanoseconds / kSecond, nanoseconds % kSecond}; }
 
 // Sleeps while `*word` is `expected`, until `deadline` (monotonic nanoseconds). A wait with a deadline ends at any
 // signal, whereas one without is started again behind the program's back where its handler has SA_RESTART.

@@ -22,9 +22,7 @@ constinit std::atomic<uint32_t> idle_settings[kMostCpus]{};
 
 }  // namespace
 
-uint32_t cpu_count() {
-  return static_cast<uint32_t>(std::clamp<long>(sysconf(_SC_NPROCESSORS_CONF), 1, kMostCpus));
-}
+uint32_t cpu_count() { return static_cast<uint32_t>(std::clamp<long>(sysconf(_SC_NPROCESSORS_CONF), 1, kMostCpus)); }
 
 long switch_console(const Call& call) {
   const uint32_t which = call.command() & 0xF;
@@ -45,9 +43,7 @@ long change_frequency(const Call& call) {
   return store(call.a, next);
 }
 
-long read_frequency(const Call& call) {
-  return store(call.a, kFrequencies[frequency_step]);
-}
+long read_frequency(const Call& call) { return store(call.a, kFrequencies[frequency_step]); }
 
 long read_idle(const Call& call) {
   return call.a < cpu_count() ? store<uint32_t>(call.b, idle_settings[call.a]) : fail(EINVAL);

@@ -24,9 +24,7 @@ long free_memory(const Call& call) {
   return store<uint64_t>(call.a, uint64_t{info.freeram} * info.mem_unit);
 }
 
-long counter_table(const Call& call) {
-  return store<int64_t*>(call.a, counters);
-}
+long counter_table(const Call& call) { return store<int64_t*>(call.a, counters); }
 
 long print_counters(const Call&) {
   for (uint32_t module = 0; module < kCounters; ++module) {

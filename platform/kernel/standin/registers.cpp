@@ -17,9 +17,7 @@ constexpr uint64_t kThreadLimit = uint64_t{1} << 29;
 // A request names its thread in the bits above the phase, so that an answer which comes after its caller has given
 // up is never taken for another thread's.
 enum Phase : uint32_t { kIdle, kAsked, kAnswering, kAnswered };
-constexpr uint32_t request_of(pid_t thread, Phase phase) {
-  return static_cast<uint32_t>(thread) * 4 + phase;
-}
+constexpr uint32_t request_of(pid_t thread, Phase phase) { return static_cast<uint32_t>(thread) * 4 + phase; }
 
 constinit ProcessLock asking;  // one caller at a time
 constinit std::atomic<uint32_t> request{kIdle};
@@ -63,9 +61,7 @@ int own_signal() {
   return 0;
 }
 
-bool lives(pid_t thread) {
-  return syscall(SYS_tgkill, getpid(), thread, 0) == 0;
-}
+bool lives(pid_t thread) { return syscall(SYS_tgkill, getpid(), thread, 0) == 0; }
 
 // 0, or the error after which nobody will answer the request any more. A thread that ends takes the signal with it,
 // so its life is looked at now and then.

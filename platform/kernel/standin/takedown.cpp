@@ -32,9 +32,7 @@ long refuse_takedown(const Call& call) {
   return fail(ENOSYS);
 }
 
-long reboot_count(const Call& call) {
-  return store<uint32_t>(call.c, 0);
-}
+long reboot_count(const Call& call) { return store<uint32_t>(call.c, 0); }
 
 }  // namespace zut
 

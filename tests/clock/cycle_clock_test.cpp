@@ -1,0 +1,140 @@
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <cmath>
+
+#include "libtirn/arch/arch.h"
+#include "libtirn/jiffies/cycle_rules.h"
+#include "support/fake_tools.h"
+#include "support/log_capture.h"
+#include "support/private_root.h"
+#include "tirn/jiffies.h"
+
+using namespace tirn::test;
+
+namespace {
+
+uint64_t monotonic() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+}  // namespace
+
+TEST(CycleClock, IsZeroBeforeItsScaleIsSet) {
+  EXPECT_EQ(kesa_time_getnanosec(), 0u);
+  EXPECT_EQ(kesa_time_getmillisec(), 0u);
+  EXPECT_EQ(kesa_time_cycles2ns(1000), 0u);
+  EXPECT_NE(kesa_rte_get_timer_cycles(), 0u);  // the raw reading needs no set-up
+  EXPECT_EQ(currCpuGHz, 0.0);
+  EXPECT_EQ(kesa_gettime_init(), 0);
+  EXPECT_EQ(currCpuGHz, 2.6);
+  EXPECT_NE(kesa_time_getnanosec(), 0u);
+  currCpuGHz = 1.0;
+  EXPECT_EQ(kesa_gettime_init(), 0);  // once
+  EXPECT_EQ(currCpuGHz, 1.0);
+}
+
+TEST(CycleClock, AllReadingsHaveOneOriginAndKeepTime) {
+  ASSERT_EQ(kesa_gettime_init(), 0);
+  const uint64_t scale = kesa_time_cycles2ns(1);
+  EXPECT_EQ(scale, 1000000000 / tirn::arch::counter_frequency());
+  const uint64_t a = kesa_time_getnanosec();
+  const uint64_t b = kesa_time_cycles2ns(kesa_rte_get_timer_cycles());
+  const uint64_t c = kesa_time_getnanosec();
+  EXPECT_LE(a, b);
+  EXPECT_LE(b, c);
+  EXPECT_NEAR(static_cast<double>(kesa_time_getmillisec()), static_cast<double>(c) / 1e6, 1000);
+
+  const uint64_t system = monotonic();
+  const timespec span{0, 200000000};
+  nanosleep(&span, nullptr);
+  const double system_passed = static_cast<double>(monotonic() - system);
+  const double cycle_passed = static_cast<double>(kesa_time_getnanosec() - c);
+  EXPECT_NEAR(cycle_passed / system_passed, 1.0, 0.02);  // a scheduling delay between the two readings included
+}
+
+TEST(CycleClock, CounterIsCoarseEnoughForTheFilter) {
+  int apart = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const uint64_t first = tirn::arch::counter_read();
+    apart += tirn::arch::counter_read() - first > 8;
+  }
+  EXPECT_LT(apart, 500);  // a disturbed pair now and then is what the filter is for
+}
+
+TEST(CycleClock, FilterTakesTheFirstUndisturbedPair) {
+  struct Case {
+    const char* name;
+    std::vector<uint64_t> readings;  // the last one repeats
+    uint64_t expected;
+    size_t reads;
+  };
+  const Case cases[] = {
+      {"at once", {100, 108}, 108, 2},
+      {"second pair", {100, 109, 200, 201}, 201, 4},
+      {"a step back", {100, 99, 50, 50}, 50, 4},
+  };
+  for (const Case& c : cases) {
+    size_t reads = 0;
+    const uint64_t got =
+        tirn::undisturbed_reading([&] { return c.readings[std::min(reads++, c.readings.size() - 1)]; });
+    EXPECT_EQ(got, c.expected) << c.name;
+    EXPECT_EQ(reads, c.reads) << c.name;
+  }
+  uint64_t jittery = 0;
+  EXPECT_EQ(tirn::undisturbed_reading([&] { return jittery += 9; }), 400u * 9);  // the 200th pair all the same
+}
+
+TEST(CycleClock, RatesAreRoundedToTenMegahertz) {
+  const std::pair<uint64_t, uint64_t> cases[] = {{100000000, 100000000},
+                                                 {104999999, 100000000},
+                                                 {105000000, 110000000},
+                                                 {99999999, 100000000},
+                                                 {4999999, 0},
+                                                 {5000000, 10000000},
+                                                 {0, 0}};
+  for (const auto& [rate, expected] : cases) {
+    EXPECT_EQ(tirn::round_to_10mhz(rate), expected) << rate;
+  }
+  LogCapture log;
+  kesa_estimate_tsc_freq();
+  const double measured = static_cast<double>(tirn::arch::counter_frequency()) / 1e9;
+  EXPECT_NEAR(currCpuGHz, measured, 0.0101);
+  char text[64];
+  snprintf(text, sizeof text, "cpu standard hz is %f.", currCpuGHz);
+  EXPECT_TRUE(log.has(HURN_INFO, "kesa_estimate_tsc_freq", text)) << log;
+}
+
+TEST(TscFrequency, ComesFromTheModelNameOrIsMeasured) {
+  PrivateRoot root;
+  TIRN_NEEDS_PRIVATE_ROOT(root);
+  struct Case {
+    const char* name;
+    const char* cpuinfo;
+    int result;
+    double gigahertz;  // 0: measured
+    const char* text;
+  };
+  const Case cases[] = {
+      {"told", "flags : tsc constant_tsc\nmodel name : A CPU @ 2.50GHz\nmodel name : A CPU @ 2.50GHz\n", 0, 2.5, ""},
+      {"no figure", "flags : constant_tsc\nmodel name : A CPU @ later\n", 0, 0.0, nullptr},
+      {"not told", "flags : constant_tsc\nmodel name : A CPU\n", 0, -1, "cpu standard hz is *."},
+      {"not constant", "flags : tsc\n", -1, 7, "There is no constant_tsc flag in /proc/cpuinfo"},
+  };
+  for (const Case& c : cases) {
+    LogCapture log;
+    root.write_file("/proc/cpuinfo", c.cpuinfo);
+    currCpuGHz = 7;
+    EXPECT_EQ(kesa_get_tsc_freq(), c.result) << c.name;
+    if (c.gigahertz >= 0) {
+      EXPECT_EQ(currCpuGHz, c.gigahertz) << c.name;
+    } else {
+      EXPECT_NEAR(currCpuGHz, static_cast<double>(tirn::arch::counter_frequency()) / 1e9, 0.0101) << c.name;
+    }
+    if (c.text != nullptr && *c.text != '\0') {
+      EXPECT_EQ(log.count(c.text), 1u) << c.name << log;
+    }
+  }
+}

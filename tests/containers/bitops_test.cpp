@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "tirn/bitops.h"
+
+namespace {
+
+// Bytes that end where a page without access begins: a read beyond the map dies.
+class GuardedMap {
+ public:
+  explicit GuardedMap(size_t bytes) : bytes_(bytes) {
+    pages_ = static_cast<uint8_t*>(
+        mmap(nullptr, kSpan + 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(pages_ + kSpan, 4096, PROT_NONE);
+  }
+  ~GuardedMap() { munmap(pages_, kSpan + 4096); }
+  uint8_t* map() { return pages_ + kSpan - bytes_; }
+  bool bit(uint64_t n) { return (map()[n / 8] >> n % 8 & 1) != 0; }
+  void fill(int value) { std::memset(map(), value, bytes_); }
+
+ private:
+  static constexpr size_t kSpan = 16384;
+  size_t bytes_;
+  uint8_t* pages_;
+};
+
+uint64_t plain_search(GuardedMap& map, uint64_t size, uint64_t offset, bool wanted) {
+  for (uint64_t n = offset; n < size; ++n) {
+    if (map.bit(n) == wanted) {
+      return n;
+    }
+  }
+  return size;
+}
+
+}  // namespace
+
+// Against a search bit by bit, at every alignment of the map's end, for sparse, dense and mixed maps.
+TEST(BitSearch, AgreesWithAPlainSearch) {
+  const unsigned seed = std::random_device()();
+  std::mt19937_64 random(seed);
+  for (const uint64_t size :
+       {0, 1, 7, 8, 9, 63, 64, 65, 70, 127, 128, 129, 511, 512, 513, 1024, 1025, 2047, 4096, 9001}) {
+    GuardedMap map((size + 7) / 8);
+    for (int round = 0; round < 60; ++round) {
+      map.fill(round % 2 != 0 ? 0xFF : 0);
+      for (uint64_t flips = size == 0 ? 0 : random() % 3; flips > 0; --flips) {
+        const uint64_t n = random() % size;
+        map.map()[n / 8] = static_cast<uint8_t>(map.map()[n / 8] ^ 1 << n % 8);
+      }
+      const uint64_t offset = size == 0 ? 0 : random() % (size + 2);
+      SCOPED_TRACE(testing::Message() << "seed " << seed << " size " << size << " offset " << offset);
+      ASSERT_EQ(find_first_bit(map.map(), size), plain_search(map, size, 0, true));
+      ASSERT_EQ(find_first_zero_bit(map.map(), size), plain_search(map, size, 0, false));
+      ASSERT_EQ(find_next_bit(map.map(), size, offset), plain_search(map, size, offset, true));
+      ASSERT_EQ(kesa_find_next_zero_bit(map.map(), size, offset), plain_search(map, size, offset, false));
+    }
+  }
+}
+
+TEST(BitSearch, NothingIsReadForAnEmptyRange) {
+  EXPECT_EQ(find_first_bit(nullptr, 0), 0u);
+  EXPECT_EQ(find_first_zero_bit(nullptr, 0), 0u);
+  EXPECT_EQ(find_next_bit(nullptr, 0, 0), 0u);
+  EXPECT_EQ(kesa_find_next_zero_bit(nullptr, 64, 64), 64u);
+  EXPECT_EQ(find_next_bit(nullptr, 64, ~0ull), 64u);
+}
+
+// Bits of the last byte above the size do not count.
+TEST(BitSearch, BitsAboveTheSizeDoNotCount) {
+  const uint8_t high[] = {0x00, 0xF0};
+  EXPECT_EQ(find_first_bit(high, 12), 12u);
+  EXPECT_EQ(find_next_bit(high, 12, 3), 12u);
+  const uint8_t low[] = {0xFF, 0x0F};
+  EXPECT_EQ(find_first_zero_bit(low, 12), 12u);
+  EXPECT_EQ(kesa_find_next_zero_bit(low, 12, 5), 12u);
+}
+
+TEST(BitSearch, CheckedForms) {
+  const uint8_t map[] = {0x10, 0x02};
+  int32_t at = -7;
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 16, &at), 1);
+  EXPECT_EQ(at, 4);
+  EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 16, &at), 1);
+  EXPECT_EQ(at, 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 5, &at), 1);
+  EXPECT_EQ(at, 9);
+  at = -7;
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 4, &at), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 10, &at), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 16, &at), 0);
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(nullptr, 16, &at), 0);
+  EXPECT_EQ(kesa_bitop_findfirstclrbit(nullptr, 16, &at), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(nullptr, 16, 0, &at), 0);
+  EXPECT_EQ(at, -7);
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 16, nullptr), 0);
+  EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 16, nullptr), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 0, nullptr), 0);
+}
+
+TEST(BitRead, FirstBitsOfAMap) {
+  GuardedMap map(8);
+  const uint8_t bytes[] = {0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x81};
+  std::memcpy(map.map(), bytes, sizeof bytes);
+  const uint64_t whole = 0x8123456789ABCDEF;
+  for (uint64_t count = 0; count < 64; ++count) {
+    EXPECT_EQ(kesa_bitop_read_u64(map.map(), count), whole & ((1ull << count) - 1)) << count;
+    const size_t needed = (count + 7) / 8;
+    EXPECT_EQ(kesa_bitop_read_u64(map.map() + 8 - needed, count) >> count, 0u) << count;
+  }
+  EXPECT_EQ(kesa_bitop_read_u64(map.map(), 64), whole);
+  EXPECT_EQ(kesa_bitop_read_u64(map.map(), 1000), whole);
+}
+
+TEST(BitChange, SingleBitsOfAnUnalignedMap) {
+  GuardedMap map(3);
+  kesa_set_bit(9, map.map());
+  EXPECT_EQ(map.map()[1], 0x02);
+  EXPECT_EQ(kesa_test_and_set_bit(9, map.map()), 1);
+  EXPECT_EQ(kesa_test_and_set_bit(23, map.map()), 0);
+  EXPECT_EQ(map.map()[2], 0x80);
+  EXPECT_EQ(kesa_test_and_clear_bit(9, map.map()), 1);
+  EXPECT_EQ(kesa_test_and_clear_bit(9, map.map()), 0);
+  kesa_clear_bit(23, map.map());
+  EXPECT_EQ(map.map()[0] | map.map()[1] | map.map()[2], 0);
+}
+
+// Neighbouring bits of one byte, changed by two threads: no change is lost.
+TEST(BitChange, IsAtomicOnItsByte) {
+  uint8_t byte = 0;
+  const auto toggle = [&byte](uint32_t bit) {
+    for (int i = 0; i < 100001; ++i) {
+      if (i % 2 == 0) {
+        EXPECT_EQ(kesa_test_and_set_bit(bit, &byte), 0);
+      } else {
+        EXPECT_EQ(kesa_test_and_clear_bit(bit, &byte), 1);
+      }
+    }
+  };
+  std::thread other(toggle, 3);
+  toggle(4);
+  other.join();
+  EXPECT_EQ(byte, 0x18);
+}
+
+TEST(BitCount, Weights) {
+  EXPECT_EQ(kesa_hweight32(0), 0u);
+  EXPECT_EQ(kesa_hweight32(0xFFFFFFFF), 32u);
+  EXPECT_EQ(kesa_hweight32(0x80010101), 4u);
+  EXPECT_EQ(kesa_hweight64(~0ull), 64u);
+  EXPECT_EQ(kesa_hweight64(0x8000000100000001), 3u);
+}
+
+TEST(Endian, LittleStaysAndBigIsReversed) {
+  EXPECT_EQ(kesa_endian_cputolittle16(0x1234), 0x1234);
+  EXPECT_EQ(kesa_endian_cputolittle32(0x12345678), 0x12345678u);
+  EXPECT_EQ(kesa_endian_cputolittle64(0x123456789ABCDEF0), 0x123456789ABCDEF0u);
+  EXPECT_EQ(kesa_endian_littletocpu16(0x1234), 0x1234);
+  EXPECT_EQ(kesa_endian_littletocpu32(0x12345678), 0x12345678u);
+  EXPECT_EQ(kesa_endian_littletocpu64(0x123456789ABCDEF0), 0x123456789ABCDEF0u);
+  EXPECT_EQ(kesa_endian_cputobig16(0x1234), 0x3412);
+  EXPECT_EQ(kesa_endian_cputobig32(0x12345678), 0x78563412u);
+  EXPECT_EQ(kesa_endian_cputobig64(0x123456789ABCDEF0), 0xF0DEBC9A78563412u);
+  EXPECT_EQ(kesa_endian_bigtocpu16(0x1234), 0x3412);
+  EXPECT_EQ(kesa_endian_bigtocpu32(0x12345678), 0x78563412u);
+  EXPECT_EQ(kesa_endian_bigtocpu64(0x123456789ABCDEF0), 0xF0DEBC9A78563412u);
+}

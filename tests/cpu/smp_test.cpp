@@ -1,0 +1,85 @@
+// Counts as sysconf tells them. The program's own sysconf stands in for the C library's.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "support/log_capture.h"
+#include "tirn/smp.h"
+
+namespace {
+
+struct {
+  bool replaced = false;
+  long online = 0;
+  long configured = 0;
+} g_answer;
+
+}  // namespace
+
+extern "C" long sysconf(int name) noexcept {
+  static const auto real = reinterpret_cast<long (*)(int)>(dlsym(RTLD_NEXT, "sysconf"));
+  if (!g_answer.replaced || (name != _SC_NPROCESSORS_ONLN && name != _SC_NPROCESSORS_CONF)) {
+    return real(name);
+  }
+  const long answer = name == _SC_NPROCESSORS_ONLN ? g_answer.online : g_answer.configured;
+  if (answer < 0) {
+    errno = ENOSYS;
+  }
+  return answer;
+}
+
+using tirn::test::LogCapture;
+
+TEST(CpuCounts, OfThisMachine) {
+  const auto online = static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN));
+  globalCpuNum_init();
+  EXPECT_EQ(g_onlineCpuNum, online);
+  EXPECT_EQ(num_online_cpus(), online);
+  EXPECT_EQ(num_config_cpus(), g_configCpuNum);
+}
+
+TEST(CpuCounts, InitIsTriedAgainUntilBothAreKnown) {
+  LogCapture log;
+  g_answer = {true, -1, -1};
+  globalCpuNum_init();
+  EXPECT_EQ(g_onlineCpuNum, 0u);
+  EXPECT_EQ(g_configCpuNum, 0u);
+  EXPECT_TRUE(log.has(HURN_ERROR, "globalCpuNum_init", "Kesa_smp getting cpu num failed errno=38.")) << log;
+  g_answer = {true, 3, 4};
+  globalCpuNum_init();
+  EXPECT_EQ(g_onlineCpuNum, 3u);
+  EXPECT_EQ(g_configCpuNum, 4u);
+  g_answer = {true, 5, 6};
+  globalCpuNum_init();
+  EXPECT_EQ(g_onlineCpuNum, 3u);
+  EXPECT_EQ(g_configCpuNum, 4u);
+  EXPECT_EQ(num_config_cpus(), 4u);
+  EXPECT_EQ(num_online_cpus(), 3u);
+}
+
+TEST(CpuCounts, ConfiguredCountIsCheckedAndKept) {
+  struct Case {
+    long told;
+    uint32_t expected;
+    const char* text;
+  };
+  const Case cases[] = {
+      {257, 0, "Kesa_smp getting cpu num failed ret 257 errno=*."},
+      {0, 0, "Kesa_smp getting cpu num failed ret 0 errno=*."},
+      {-1, 0, "Kesa_smp getting cpu num failed ret -1 errno=38."},
+      {256, 256, nullptr},
+      {8, 256, nullptr},  // cached
+  };
+  for (const Case& c : cases) {
+    LogCapture log;
+    g_answer = {true, 1, c.told};
+    EXPECT_EQ(num_config_cpus(), c.expected) << c.told;
+    if (c.text != nullptr) {
+      EXPECT_TRUE(log.has(HURN_ERROR, "num_config_cpus", c.text)) << log;
+    } else {
+      EXPECT_TRUE(log.texts().empty()) << log;
+    }
+  }
+}

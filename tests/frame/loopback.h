@@ -1,0 +1,121 @@
+// A server of private calls in a child process, and a client that speaks the wire by hand.
+#ifndef TIRN_TEST_LOOPBACK_H
+#define TIRN_TEST_LOOPBACK_H
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "support/child_process.h"
+#include "support/log_capture.h"
+#include "support/private_root.h"
+#include "support/temp_folder.h"
+#include "support/wait_until.h"
+#include "tirn/syscall.h"
+
+namespace tirn::test {
+
+enum : uint32_t {
+  kGroup = 7,
+  kEcho = kGroup << 8,          // the input, as far as the client's buffer takes it; result: its length
+  kFill = kGroup << 8 | 1,      // as many bytes 0x5A as the u32 of the input says; result 0
+  kNegative = kGroup << 8 | 2,  // no output; result -5
+  kCapacity = kGroup << 8 | 3,  // no output; result: the capacity that the handler is told
+};
+
+inline int serve_echo(uint32_t, MORU_SYSCALL_PARAM* param) {
+  param->uiOutLen = std::min(param->uiInBufLen, param->uiOutBufLen);
+  std::memcpy(param->pvOutBuf, param->pvInBuf, param->uiOutLen);
+  return static_cast<int>(param->uiInBufLen);
+}
+
+inline int serve_fill(uint32_t, MORU_SYSCALL_PARAM* param) {
+  std::memcpy(&param->uiOutLen, param->pvInBuf, sizeof param->uiOutLen);
+  std::memset(param->pvOutBuf, 0x5A, std::min(param->uiOutLen, MORU_SYSCALL_OUTPUT_MAX));
+  return 0;
+}
+
+inline int serve_negative(uint32_t, MORU_SYSCALL_PARAM*) {
+  return -5;
+}
+inline int serve_capacity(uint32_t, MORU_SYSCALL_PARAM* param) {
+  return static_cast<int>(param->uiOutBufLen);
+}
+
+inline int run_server() {
+  const MORU_SYSCALL_ENTRY entries[] = {{kEcho, MORU_SYSCALL_DIRECT, serve_echo},
+                                        {kFill, MORU_SYSCALL_INDIRECT, serve_fill},
+                                        {kNegative, MORU_SYSCALL_DIRECT, serve_negative},
+                                        {kCapacity, MORU_SYSCALL_DIRECT, serve_capacity}};
+  if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 4) != 0) {
+    return 1;
+  }
+  pause();
+  return 0;
+}
+
+// A bare connection to the service; -1 where nobody listens.
+inline int connect_bare() {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(MORU_SYSCALL_PORT);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const timeval limit{20, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+class Server {
+ public:
+  Server() : child_(std::make_unique<ChildProcess>(run_server, std::chrono::seconds(150))) {
+    is_up_ = wait_until([] {
+      const int fd = connect_bare();
+      close(fd);
+      return fd >= 0;
+    });
+  }
+  bool is_up() const { return is_up_; }
+  pid_t pid() const { return child_->pid(); }
+  void end() {
+    child_->kill(SIGKILL);
+    child_->wait();
+  }
+
+ private:
+  std::unique_ptr<ChildProcess> child_;
+  bool is_up_ = false;
+};
+
+// A call with input and output as texts; result and output.
+inline std::pair<uint32_t, std::string> call(uint32_t cmd, std::string input, uint32_t capacity) {
+  std::string output(capacity, '\0');
+  MORU_SYSCALL_PARAM param{static_cast<uint32_t>(input.size()), capacity, 0, input.data(), output.data()};
+  const uint32_t result = MORU_SysCall(cmd, &param);
+  output.resize(std::min(param.uiOutBufLen, capacity));
+  return {result, output};
+}
+
+inline std::string u32_text(uint32_t value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+}  // namespace tirn::test
+
+#define TIRN_NEEDS_SERVER(server) \
+  TIRN_NEEDS_PRIVATE_NETWORK();   \
+  tirn::test::Server server;      \
+  ASSERT_TRUE(server.is_up())
+
+#endif

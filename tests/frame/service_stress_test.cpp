@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "loopback.h"
+
+using namespace tirn::test;
+
+// Far more clients than the listener's backlog, all at once, each with a call of its own.
+TEST(ServiceStress, TwoHundredClientsAtOnce) {
+  TIRN_NEEDS_SERVER(server);
+  constexpr int kClients = 200;
+  std::vector<int> clients;
+  for (int i = 0; i < kClients; ++i) {
+    clients.push_back(connect_bare());
+    ASSERT_GE(clients.back(), 0) << i;
+    const moru_frame_header header{kEcho, 4, 4, 0};
+    ASSERT_EQ(send(clients.back(), &header, sizeof header, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof header));
+  }
+  for (int i = 0; i < kClients; ++i) {
+    ASSERT_EQ(send(clients[i], &i, sizeof i, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof i));
+  }
+  for (int i = kClients - 1; i >= 0; --i) {
+    struct {
+      moru_frame_header header;
+      int payload;
+    } reply;
+    ASSERT_EQ(recv(clients[i], &reply, 36, MSG_WAITALL), 36) << i;
+    EXPECT_EQ(reply.header.ret, 4);
+    EXPECT_EQ(reply.payload, i);
+    close(clients[i]);
+  }
+}
+
+// Frames of random bytes on connections that die anywhere: the server answers a sound call after each.
+TEST(ServiceStress, RandomFramesNeverTakeTheServerDown) {
+  TIRN_NEEDS_SERVER(server);
+  LogCapture log(HURN_ERROR);
+  const unsigned seed = std::random_device()();
+  std::mt19937_64 random(seed);
+  for (int round = 0; round < 300; ++round) {
+    const int fd = connect_bare();
+    ASSERT_GE(fd, 0) << "seed " << seed;
+    std::string bytes(random() % 3000, '\0');
+    for (char& byte : bytes) {
+      byte = static_cast<char>(random());
+    }
+    if (bytes.size() >= sizeof(moru_frame_header)) {  // now and then a command that exists, with an absurd rest
+      const uint64_t cmd = random() % 2 != 0 ? kEcho + random() % 4 : random();
+      std::memcpy(bytes.data(), &cmd, sizeof cmd);
+      const uint64_t len = random() % 2 != 0 ? random() % 2000 : random();
+      std::memcpy(bytes.data() + 8, &len, sizeof len);
+    }
+    send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    close(fd);
+  }
+  EXPECT_EQ(call(kEcho, "alive", 8).second, "alive") << "seed " << seed;
+}
+
+// Eight threads whose calls are the first of their process: some connect twice, and each call stays on the connection
+// that it began on.
+TEST(ServiceStress, FirstCallersOfAProcess) {
+  TIRN_NEEDS_SERVER(server);
+  for (int round = 0; round < 60; ++round) {
+    const ChildOutcome outcome = run_child([] {
+      std::vector<std::thread> threads;
+      std::atomic<int> wrong{0};
+      for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&wrong, t] {
+          for (int i = 0; i < 20; ++i) {
+            const std::string text = std::to_string(t * 100 + i);
+            wrong += call(kEcho, text, 16).second != text;
+          }
+        });
+      }
+      for (auto& thread : threads) {
+        thread.join();
+      }
+      return wrong == 0 ? 0 : 1;
+    });
+    ASSERT_TRUE(outcome.exited()) << outcome;
+  }
+}

@@ -1,0 +1,176 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "loopback.h"
+
+using namespace tirn::test;
+
+namespace {
+
+bool receive_exactly(int fd, void* bytes, size_t length) {
+  return recv(fd, bytes, length, MSG_WAITALL) == static_cast<ssize_t>(length);
+}
+
+// Sends a frame by hand; whether a reply's header came.
+bool exchange(int fd, moru_frame_header request, const std::string& payload, moru_frame_header& reply) {
+  std::string frame(reinterpret_cast<const char*>(&request), sizeof request);
+  frame += payload;
+  return send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size()) &&
+         receive_exactly(fd, &reply, sizeof reply);
+}
+
+bool is_closed(int fd) {
+  char byte;
+  return recv(fd, &byte, 1, 0) <= 0;
+}
+
+}  // namespace
+
+TEST(Service, CallsAndResults) {
+  TIRN_NEEDS_SERVER(server);
+  EXPECT_EQ(call(kEcho, "hello", 16), std::make_pair(5u, std::string("hello")));
+  EXPECT_EQ(call(kNegative, "", 0).first, static_cast<uint32_t>(-5));
+  EXPECT_EQ(call(kNegative, "", 9).second.size(), 9u);  // no output: the capacity stays as it was
+  EXPECT_EQ(call(kFill, u32_text(MORU_SYSCALL_OUTPUT_MAX), MORU_SYSCALL_OUTPUT_MAX).second,
+            std::string(MORU_SYSCALL_OUTPUT_MAX, 0x5A));
+  // An unknown command, in a group and without, leaves the connection open.
+  LogCapture log;
+  EXPECT_EQ(call(kGroup << 8 | 99, "x", 4).first, 0xFFFFFFFFu);
+  EXPECT_EQ(call(0x1F00, "", 0).first, 0xFFFFFFFFu);
+  EXPECT_EQ(call(0xFFFFFFFF, "", 0).first, 0xFFFFFFFFu);
+  EXPECT_EQ(call(kEcho, "still", 16).second, "still");
+  EXPECT_EQ(log.count("*errno*"), 0u) << log;
+  EXPECT_EQ(MORU_SysCall(kEcho, nullptr), 0xFFFFFFFFu);
+}
+
+TEST(Service, ReplyThatDoesNotFitLeavesTheStreamInStep) {
+  TIRN_NEEDS_SERVER(server);
+  LogCapture log;
+  for (const uint32_t excess : {1u, 16u, 17u, 4000u}) {
+    log.clear();
+    EXPECT_EQ(call(kFill, u32_text(100 + excess), 100).first, 0xFFFFFFFFu);
+    EXPECT_TRUE(log.has(
+        HURN_ERROR, "MORU_SysCall",
+        "syscall_user: buffer length too small, hdr.len=" + std::to_string(100 + excess) + " uiOutBufLen=100"))
+        << log;
+    EXPECT_EQ(call(kEcho, "next", 8).second, "next");
+  }
+}
+
+TEST(Service, ReplyBeyondTheLimitEndsTheConnection) {
+  TIRN_NEEDS_SERVER(server);
+  LogCapture log;
+  EXPECT_EQ(call(kFill, u32_text(MORU_SYSCALL_OUTPUT_MAX + 1), MORU_SYSCALL_OUTPUT_MAX).first, 0xFFFFFFFFu);
+  EXPECT_TRUE(log.wait_for("hdr.cmd=701, hdr.len = 1048577\n")) << log;
+  EXPECT_TRUE(log.has(HURN_ERROR, "recv_all", "recv error, err=*, buf=0x*, len=32")) << log;
+  EXPECT_EQ(call(kEcho, "anew", 8).second, "anew");
+}
+
+TEST(Service, ServerThatGoesAway) {
+  TIRN_NEEDS_PRIVATE_NETWORK();
+  LogCapture log;
+  EXPECT_EQ(call(kEcho, "x", 4).first, 0xFFFFFFFFu);
+  EXPECT_TRUE(log.has(HURN_ERROR, "init_syscall_socket", "errno = 111\n")) << log;
+  Server server;
+  ASSERT_TRUE(server.is_up());
+  EXPECT_EQ(call(kEcho, "x", 4).second, "x");
+  server.end();
+  // The header stays as it was sent: without input and output that reads as success.
+  EXPECT_EQ(call(kNegative, "", 0).first, 0u);
+  EXPECT_EQ(call(kNegative, "", 0).first, 0xFFFFFFFFu);
+  Server next;
+  ASSERT_TRUE(next.is_up());
+  EXPECT_EQ(call(kEcho, "y", 4).second, "y");
+  next.end();
+  log.clear();
+  EXPECT_EQ(call(kEcho, "z", 4).first, 0xFFFFFFFFu);
+  EXPECT_GE(log.count(HURN_ERROR, "*"), 1u) << log;
+}
+
+TEST(Service, CorruptFramesStayWithinTheBuffers) {
+  TIRN_NEEDS_SERVER(server);
+  LogCapture log;
+  moru_frame_header reply;
+  const int fd = connect_bare();
+  // Input longer than the buffer: what fits reaches the handler, and the stream stays in step.
+  ASSERT_TRUE(exchange(fd, {kEcho, 100000, 1 << 20, 0}, std::string(100000, 'a'), reply));
+  EXPECT_EQ(reply.len, MORU_SYSCALL_INPUT_MAX);
+  EXPECT_EQ(reply.ret, static_cast<int64_t>(MORU_SYSCALL_INPUT_MAX));
+  EXPECT_EQ(reply.outlen, 1u << 20);
+  std::string output(reply.len, '\0');
+  ASSERT_TRUE(receive_exactly(fd, output.data(), output.size()));
+  EXPECT_EQ(output, std::string(MORU_SYSCALL_INPUT_MAX, 'a'));
+  // A client that claims a huge buffer: the handler is told of the server's.
+  ASSERT_TRUE(exchange(fd, {kCapacity, 0, ~0ull, 0}, "", reply));
+  EXPECT_EQ(reply.ret, static_cast<int64_t>(MORU_SYSCALL_OUTPUT_MAX));
+  EXPECT_EQ(reply.outlen, ~0ull);
+  ASSERT_TRUE(exchange(fd, {~0ull, 0, 0, 0}, "", reply));
+  EXPECT_EQ(reply.ret, -1);
+  // A length of 2^63: taken in and thrown away until the client gives up.
+  const moru_frame_header endless{kEcho, 1ull << 63, 64, 0};
+  ASSERT_EQ(send(fd, &endless, sizeof endless, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof endless));
+  const std::string flood(1 << 20, 'b');
+  EXPECT_EQ(send(fd, flood.data(), flood.size(), MSG_NOSIGNAL), static_cast<ssize_t>(flood.size()));
+  close(fd);
+  // Clients that die in the middle of a header and of their input.
+  const int half = connect_bare();
+  EXPECT_EQ(send(half, &endless, 7, MSG_NOSIGNAL), 7);
+  shutdown(half, SHUT_WR);
+  EXPECT_TRUE(is_closed(half));
+  close(half);
+  const int cut = connect_bare();
+  const moru_frame_header short_input{kEcho, 200, 200, 0};
+  EXPECT_EQ(send(cut, &short_input, sizeof short_input, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof short_input));
+  shutdown(cut, SHUT_WR);
+  EXPECT_TRUE(is_closed(cut));
+  close(cut);
+  EXPECT_EQ(call(kEcho, "alive", 8).second, "alive");
+}
+
+TEST(Service, SecondServerIsToldByTheLog) {
+  TIRN_NEEDS_SERVER(server);
+  LogCapture log;
+  EXPECT_EQ(MORU_PrivateSysCallInit(), 0);
+  EXPECT_TRUE(log.wait_for("Bind socket *fail!， error is 98.\n")) << log;
+  EXPECT_EQ(MORU_SyscallInit(), 0);
+  MORU_PrivateSysCallIntfExit();
+}
+
+TEST(Service, ThreadsBearTheirNames) {
+  TIRN_NEEDS_SERVER(server);
+  const int fd = connect_bare();
+  const auto names = [&] {
+    std::string all;
+    const std::string tasks = "/proc/" + std::to_string(server.pid()) + "/task";
+    DIR* const directory = opendir(tasks.c_str());
+    while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
+      all += read_file(tasks + "/" + entry->d_name + "/comm");
+    }
+    closedir(directory);
+    return all;
+  };
+  EXPECT_TRUE(wait_until([&] { return names().find("syscall_do_thr\n") != std::string::npos; })) << names();
+  EXPECT_NE(names().find("syscall_thr\n"), std::string::npos) << names();
+  close(fd);
+}
+
+TEST(Service, ThreadsOfAClientTakeTurns) {
+  TIRN_NEEDS_SERVER(server);
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  ASSERT_EQ(call(kEcho, "first", 8).second, "first");
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([&wrong, t] {
+      for (int i = 0; i < 200; ++i) {
+        const std::string text = std::to_string(t) + ":" + std::to_string(i);
+        wrong += call(kEcho, text, 32).second != text;
+      }
+    });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(wrong, 0);
+}

@@ -1,0 +1,199 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/kernel_side.h"
+#include "support/log_capture.h"
+#include "tirn/mem.h"
+
+using namespace tirn::test;
+
+namespace {
+
+std::string g_shown;
+
+__attribute__((format(printf, 1, 2))) int keep_text(const char* format, ...) {
+  char text[256];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  g_shown += text;
+  return length;
+}
+
+std::string shown() {
+  g_shown.clear();
+  kesa_mem_show(keep_text);
+  return g_shown;
+}
+
+const std::string kBegin =
+    "Begin to show used memory (Bytes) of all PID.\n"
+    "| PID         UsedMem | PID         UsedMem | PID         UsedMem | PID         UsedMem | PID         UsedMem "
+    "\n";
+
+}  // namespace
+
+TEST(TaggedMemory, CountsByOwner) {
+  LogCapture log;
+  auto* const bytes = static_cast<char*>(kesa_malloc(7, 100));
+  ASSERT_NE(bytes, nullptr);
+  const auto* const head = reinterpret_cast<const kesa_mem_head*>(bytes) - 1;
+  EXPECT_EQ(head->magic, 0xF5F5F5F5u);
+  EXPECT_EQ(head->size, 100u);
+  EXPECT_EQ(head->pid, 7u);
+  EXPECT_EQ(head->reserved, 0u);
+  std::memset(bytes, 0xAA, 100);
+  EXPECT_EQ(shown(), kBegin + "| 7               100 \nTotal used memory: 100\n");
+  // Ids out of range share counter 0, and are found again by the id in the head.
+  void* const beyond = kesa_malloc(1024, 10);
+  void* const far_beyond = kesa_malloc(5000, 20);
+  EXPECT_EQ(shown(), kBegin + "| 0                30 | 7               100 \nTotal used memory: 130\n");
+  kesa_free(beyond);
+  kesa_free(far_beyond);
+  kesa_free(bytes);
+  EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
+  EXPECT_TRUE(log.texts().empty()) << log;
+  EXPECT_EQ(KernelSide::last_word(0x401), 0x17D00000401u);
+}
+
+TEST(TaggedMemory, FiveCountersToALine) {
+  for (const uint32_t pid : {1u, 2u, 3u, 4u, 5u, 1023u}) {
+    kesa_mem_stat_add(pid, 1000000000 + pid);
+  }
+  kesa_mem_stat_sub(9, 5);
+  EXPECT_EQ(shown(), kBegin +
+                         "| 1        1000000001 | 2        1000000002 | 3        1000000003 | 4        1000000004 "
+                         "| 5        1000000005 \n"
+                         "| 9                -5 | 1023     1000001023 \nTotal used memory: 6000001033\n");
+  kesa_mem_show(nullptr);
+}
+
+TEST(TaggedMemory, SizesThatCannotBeServed) {
+  LogCapture log;
+  EXPECT_EQ(kesa_malloc(7, 0), nullptr);
+  EXPECT_TRUE(log.texts().empty()) << log;
+  for (const int32_t size : {-1, -16}) {  // with the head the sum of 32 bits wraps
+    log.clear();
+    EXPECT_EQ(kesa_malloc(7, size), nullptr);
+    EXPECT_TRUE(log.has(HURN_ERROR, "kesa_mallocsubstandard",
+                        "Malloc memory fails. PID: (7), size: (" + std::to_string(size) + "), type: (1)."))
+        << log;
+  }
+  EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
+  uint32_t type = 0;
+  void* const empty = kesa_mallocsubproc(0, &type, 0, 7, __func__, __LINE__);
+  EXPECT_NE(empty, nullptr);
+  EXPECT_EQ(type, 1u);
+  kesa_free(empty);
+  void* const untyped = kesa_mallocsubproc(8, nullptr, 0, 7, __func__, __LINE__);
+  EXPECT_NE(untyped, nullptr);
+  kesa_free(untyped);
+}
+
+TEST(TaggedMemory, FreeingWhatIsNotABlock) {
+  LogCapture log;
+  void* const plain = std::malloc(64);
+  kesa_freesub(plain, "somebody", 12);
+  EXPECT_TRUE(log.has(HURN_ERROR, "kesa_freesub", "mem magic is wrong, ptr(0x*), function(somebody) line(12)"))
+      << log;
+  log.clear();
+  for (int i = 0; i < 10; ++i) {
+    kesa_freesub(nullptr, "somebody", 13);
+  }
+  EXPECT_EQ(log.count(HURN_ERROR, "ptr  is null, function(somebody) line(13)"), 3u) << log;
+  EXPECT_EQ(log.texts().size(), 3u) << log;
+  for (int i = 0; i < 5; ++i) {  // not limited
+    kesa_freesub(std::malloc(1), "somebody", 14);
+  }
+  EXPECT_EQ(log.count("mem magic is wrong*line(14)"), 5u) << log;
+  EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
+}
+
+TEST(TaggedMemory, NullReportFollowsTheErrorLevel) {
+  KernelSide kernel;
+  JiffiesDevice jiffies(kernel);
+  LogCapture log(HURN_ERROR);
+  for (int i = 0; i < 5; ++i) {
+    kesa_freesub(nullptr, "somebody", 15);
+  }
+  jiffies.advance(15000);
+  kesa_freesub(nullptr, "somebody", 15);
+  EXPECT_EQ(log.count("ptr  is null*"), 4u) << log;
+  EXPECT_TRUE(log.has(HURN_ERROR, "kesa_freesub", "print: 2 messages suppressed.kesa_freesub,line=*.")) << log;
+}
+
+TEST(TaggedMemory, WorksUncountedWithoutTheService) {
+  KernelSide kernel;
+  kernel.failing(0x401, ENOSYS);
+  void* const bytes = kesa_malloc(7, 100);
+  ASSERT_NE(bytes, nullptr);
+  EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
+  EXPECT_GT(kernel.calls(0x401), 1u);  // asked for at each use
+  kesa_free(bytes);
+  kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+    *reinterpret_cast<void**>(out) = nullptr;
+    return 0L;
+  });
+  kesa_free(kesa_malloc(7, 100));
+  kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+    static int64_t table[1024] = {1, 2, 3};  // is cleared when it is taken over
+    *reinterpret_cast<void**>(out) = table;
+    return 0L;
+  });
+  void* const counted = kesa_malloc(8, 5);
+  EXPECT_EQ(shown(), kBegin + "| 8                 5 \nTotal used memory: 5\n");
+  kesa_free(counted);
+}
+
+TEST(TaggedMemory, CountsOfManyThreadsAreExact) {
+  std::vector<std::thread> threads;
+  std::vector<void*> kept(4);
+  for (size_t t = 0; t < kept.size(); ++t) {
+    threads.emplace_back([&kept, t] {
+      for (int i = 1; i < 5000; ++i) {
+        kesa_free(kesa_malloc(7, i % 300 + 1));
+      }
+      kept[t] = kesa_malloc(7, 11);
+    });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(shown(), kBegin + "| 7                44 \nTotal used memory: 44\n");
+  for (void* block : kept) {
+    kesa_free(block);
+  }
+}
+
+TEST(TaggedMemory, DumpAsksTheKernelSide) {
+  KernelSide kernel;
+  kernel.watch(0x402);
+  EXPECT_EQ(kesa_mem_stat_dump(), 0);
+  EXPECT_EQ(kernel.calls(0x402), 1u);
+  EXPECT_EQ(KernelSide::last_word(0x402), 0x17D00000402u);
+  kernel.failing(0x402, ENOSYS);
+  EXPECT_EQ(kesa_mem_stat_dump(), -1);
+}
+
+TEST(PageCalls, PassThrough) {
+  char text[8] = "abcdefg";
+  EXPECT_EQ(kesa_memset(text, 'x', 3), text);
+  EXPECT_STREQ(text, "xxxdefg");
+  EXPECT_EQ(kesa_memset(nullptr, 'x', 3), nullptr);
+  void* const page = kesa_mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(page, MAP_FAILED);
+  EXPECT_EQ(kesa_mprotect(page, 4096, PROT_READ), 0);
+  EXPECT_EQ(kesa_mprotect(static_cast<char*>(page) + 1, 4096, PROT_READ), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(kesa_munmap(page, 4096), 0);
+  EXPECT_EQ(kesa_munmap(nullptr, 4096), -1);
+}
