@@ -63,6 +63,7 @@ class Turn {
 
  private:
   bool receive(void* bytes, size_t length, const char* function) {
+    errno = 0;  // and 0 where the peer has closed
     if (tirn::receive_whole(fd_, bytes, length, tirn::QuickAck::kNo)) {
       return true;
     }

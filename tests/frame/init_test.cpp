@@ -121,9 +121,7 @@ TEST(LogFacade, ReachesTheLogLibrary) {
 
 namespace {
 std::atomic<int> g_lines{0};
-void count_line(const hurn_line*) {
-  ++g_lines;
-}
+void count_line(const hurn_line*) { ++g_lines; }
 }  // namespace
 
 TEST(LogFacade, CallbackAndGroupLimit) {

@@ -42,12 +42,8 @@ inline int serve_fill(uint32_t, MORU_SYSCALL_PARAM* param) {
   return 0;
 }
 
-inline int serve_negative(uint32_t, MORU_SYSCALL_PARAM*) {
-  return -5;
-}
-inline int serve_capacity(uint32_t, MORU_SYSCALL_PARAM* param) {
-  return static_cast<int>(param->uiOutBufLen);
-}
+inline int serve_negative(uint32_t, MORU_SYSCALL_PARAM*) { return -5; }
+inline int serve_capacity(uint32_t, MORU_SYSCALL_PARAM* param) { return static_cast<int>(param->uiOutBufLen); }
 
 inline int run_server() {
   const MORU_SYSCALL_ENTRY entries[] = {{kEcho, MORU_SYSCALL_DIRECT, serve_echo},
@@ -113,8 +109,10 @@ inline std::string u32_text(uint32_t value) {
 
 }  // namespace tirn::test
 
+// The log is captured before the server is forked, so that its lines are seen.
 #define TIRN_NEEDS_SERVER(server) \
   TIRN_NEEDS_PRIVATE_NETWORK();   \
+  tirn::test::LogCapture log;     \
   tirn::test::Server server;      \
   ASSERT_TRUE(server.is_up())
 

@@ -9,12 +9,8 @@ using tirn::test::LogCapture;
 
 namespace {
 
-int first(uint32_t, MORU_SYSCALL_PARAM*) {
-  return 1;
-}
-int second(uint32_t, MORU_SYSCALL_PARAM*) {
-  return 2;
-}
+int first(uint32_t, MORU_SYSCALL_PARAM*) { return 1; }
+int second(uint32_t, MORU_SYSCALL_PARAM*) { return 2; }
 
 std::vector<MORU_SYSCALL_ENTRY> entries_of(uint32_t group, uint32_t count) {
   std::vector<MORU_SYSCALL_ENTRY> entries;

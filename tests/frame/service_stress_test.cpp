@@ -38,7 +38,6 @@ TEST(ServiceStress, TwoHundredClientsAtOnce) {
 // Frames of random bytes on connections that die anywhere: the server answers a sound call after each.
 TEST(ServiceStress, RandomFramesNeverTakeTheServerDown) {
   TIRN_NEEDS_SERVER(server);
-  LogCapture log(HURN_ERROR);
   const unsigned seed = std::random_device()();
   std::mt19937_64 random(seed);
   for (int round = 0; round < 300; ++round) {

