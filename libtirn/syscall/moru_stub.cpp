@@ -16,12 +16,11 @@ using tirn::Fd;
 
 // Starts a detached thread. 0, or the error of pthread_create.
 int start_thread(void* (*run)(void*), intptr_t argument) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   pthread_t thread;
-  const int result = pthread_create(&thread, &attributes, run, reinterpret_cast<void*>(argument));
-  pthread_attr_destroy(&attributes);
+  const int result = pthread_create(&thread, nullptr, run, reinterpret_cast<void*>(argument));
+  if (result == 0) {
+    pthread_detach(thread);
+  }
   return result;
 }
 

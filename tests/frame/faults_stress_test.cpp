@@ -1,0 +1,188 @@
+// Each call of the system that the frame's modules make fails in turn: the stated result and line come out, and
+// nothing is leaked.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <sys/mman.h>
+
+#include <cstring>
+
+#include "loopback.h"
+#include "support/faults.h"
+#include "support/kernel_side.h"
+#include "tirn/tirn.h"
+
+using namespace tirn::test;
+
+namespace {
+
+bool failed_in(const Fault& fault, std::string_view function) { return fault.happened && fault.function == function; }
+
+int handler(uint32_t, MORU_SYSCALL_PARAM*) { return 0; }
+
+}  // namespace
+
+TEST(FrameFaults, StartUp) {
+  sweep({.run = [] { return static_cast<long>(kesa_Init()); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(log.count("Kesa init start."), 1u) << log;
+               if (static_cast<uint32_t>(result) == 0) {
+                 EXPECT_EQ(log.count("Kesa init end ret 0."), 1u) << log;
+               } else {
+                 EXPECT_TRUE(fault.happened) << log;
+                 EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Get jiffies usr addr failed.")) << log;
+                 EXPECT_EQ(log.count("Kesa init end ret -1."), 1u) << log;
+                 EXPECT_EQ(jiffies_uio_get()->jiffies, nullptr);
+               }
+             },
+         // Whatever failed, the next start goes well, with all that the failed one left out.
+         .clean_up =
+             [] {
+               EXPECT_EQ(kesa_Init(), 0u);
+               EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
+             }});
+}
+
+TEST(FrameFaults, LockThatCannotBeTaken) {
+  sweep({.run = [] { return static_cast<long>(kesa_Init()); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(result, 0) << log;
+               EXPECT_EQ(log.texts().empty(), fault.number == 1) << log;  // the first lock is start-up's own
+             },
+         .kinds = kLockFaults});
+  sweep({.prepare = [] { ASSERT_EQ(kesa_Init(), 0u); },
+         .run = [] { return static_cast<long>(kesa_destory()); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(result, fault.number == 1 ? EINVAL : 0) << log;
+               EXPECT_EQ(log.count("Kesa destroy end."), fault.number == 1 ? 0u : 1u) << log;
+             },
+         .kinds = kLockFaults});
+  sweep({.run = [] { return static_cast<long>(pid_init_names()); },
+         .check = [](long result, const Fault& fault,
+                     const LogCapture& log) { EXPECT_EQ(result, fault.happened ? EINVAL : 0) << log; },
+         .kinds = kLockFaults});
+}
+
+TEST(FrameFaults, Registration) {
+  const MORU_SYSCALL_ENTRY entries[] = {{0x300, 0, handler}, {0x301, 1, handler}};
+  sweep({.run = [&entries] { return static_cast<long>(MORU_RegSysCall(3, entries, 2)); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(result, fault.happened ? -1 : 0);
+               EXPECT_EQ(
+                   log.has(HURN_ERROR, "MORU_RegSysCall", "Alloc memory for syscall group (3) fail, count = (2)."),
+                   fault.happened)
+                   << log;
+             },
+         .clean_up = [] { MORU_UnRegSysCall(3); }});
+}
+
+// The listener's thread lives on, and so do its client's thread and the client's connection.
+TEST(FrameFaults, ServerAndClient) {
+  TIRN_NEEDS_PRIVATE_NETWORK();
+  sweep({.run =
+             [] {
+               const MORU_SYSCALL_ENTRY entries[] = {{kEcho, MORU_SYSCALL_DIRECT, serve_echo}};
+               if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 1) != 0) {
+                 return -1L;
+               }
+               bool echoed = false;
+               for (int tries = 0; tries < 50 && !echoed; ++tries) {
+                 echoed = call(kEcho, "text", 8).second == "text";
+                 usleep(echoed ? 0 : 2000);
+               }
+               return echoed ? 0L : -2L;
+             },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               if (result != 0) {
+                 EXPECT_TRUE(fault.happened) << log;
+                 EXPECT_GE(log.count(HURN_ERROR, "*"), 1u) << log;
+               }
+               if (failed_in(fault, "pthread_create") && fault.number <= 2) {
+                 EXPECT_TRUE(log.count("creat syscall thrd failed, ret = 11.\n") >= 1) << log;
+               }
+             },
+         .kinds = kHeapFaults | kThreadFaults,
+         .blocks_kept = 2,
+         .descriptors_kept = 3});
+}
+
+TEST(FrameFaults, EventListenerWithoutMemory) {
+  TIRN_NEEDS_PRIVATE_NETWORK();
+  LogCapture log;
+  const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
+  ASSERT_GE(fd, 0);
+  const Faults faults({.kinds = kHeapFaults, .number = 1});
+  EXPECT_EQ(MORU_Netlink_ext3_listen(fd, 4711, [](void*) {}), MORU_NETLINK_NO_MEMORY);
+  MORU_Netlink_ext3_release(fd);
+}
+
+TEST(FrameFaults, JiffiesDevice) {
+  sweep({.run = [] { return static_cast<long>(jiffies_usr_main()); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               if (result != 0) {
+                 EXPECT_TRUE(fault.happened) << log;
+                 EXPECT_EQ(jiffies_uio_get()->jiffies, nullptr);
+               } else {
+                 EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
+               }
+               if (failed_in(fault, "mmap")) {
+                 EXPECT_TRUE(log.has(HURN_ERROR, "jiffies_uio_adp_open", "Kesa jiffies mmap2, errno=*.")) << log;
+               }
+             },
+         .clean_up = [] { EXPECT_EQ(jiffies_usr_main(), 0); }});
+}
+
+TEST(FrameFaults, CpuMasks) {
+  sweep({.run = [] { return static_cast<long>(cpumask_init()); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(result, fault.happened ? -1 : 0) << log;
+               EXPECT_EQ(log.count(HURN_ERROR, "Load_cpumask failed.*"), fault.happened ? 1u : 0u) << log;
+             },
+         .clean_up = [] { EXPECT_EQ(cpumask_init(), 0); }});
+}
+
+TEST(FrameFaults, TaggedMemory) {
+  sweep({.run =
+             [] {
+               void* const block = kesa_malloc(9, 64);
+               kesa_free(block);
+               return block != nullptr ? 0L : -1L;
+             },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(result, failed_in(fault, "malloc") ? -1 : 0);
+               EXPECT_EQ(log.count(HURN_ERROR, "Malloc memory fails. PID: (9), size: (64), type: (1)."),
+                         failed_in(fault, "malloc") ? 1u : 0u)
+                   << log;
+             }});
+}
+
+TEST(FrameFaults, SharedMemory) {
+  const std::string name = "/" + unique_name("tirn_faults");
+  sweep({.run =
+             [&name] {
+               void* const mapping = kesa_shm_create(name.c_str(), 4096);
+               if (mapping != nullptr) {
+                 munmap(mapping, 4096);
+               }
+               return mapping != nullptr ? 0L : -1L;
+             },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               const bool is_told =
+                   failed_in(fault, "shm_open") || failed_in(fault, "mmap") || failed_in(fault, "fallocate");
+               EXPECT_EQ(result, is_told ? -1 : 0) << log;
+               EXPECT_EQ(log.count(HURN_INFO, "Open shm fail, errno<*>."), is_told ? 1u : 0u) << log;
+               EXPECT_EQ(log.count("Mmap shm mem fail, errno<*>."), failed_in(fault, "mmap") ? 1u : 0u) << log;
+               EXPECT_EQ(log.count("Fallocate shm fail, ret<-1> errno<28>."), failed_in(fault, "fallocate") ? 1u : 0u)
+                   << log;
+             },
+         .clean_up = [&name] { kesa_shm_destroy(name.c_str()); }});
+}
