@@ -213,9 +213,7 @@ std::string set_stage(int server_core) {
   return call() && echo(stage->echo_socket) && echo(stage->quick_echo_socket) ? "" : "the servers do not answer";
 }
 
-std::string set_stage_on_one_core() {
-  return set_stage(cores()[0]);
-}
+std::string set_stage_on_one_core() { return set_stage(cores()[0]); }
 
 std::string set_stage_on_two_cores() {
   awake.emplace();

@@ -37,10 +37,6 @@ uint64_t peer_first_bit_by_words(const void* map, uint64_t size) {
   return size;
 }
 
-uint64_t peer_first_bit_bitset_256(const void* map) {
-  return first_of_bitset<256>(map);
-}
+uint64_t peer_first_bit_bitset_256(const void* map) { return first_of_bitset<256>(map); }
 
-uint64_t peer_first_bit_bitset_65536(const void* map) {
-  return first_of_bitset<65536>(map);
-}
+uint64_t peer_first_bit_bitset_65536(const void* map) { return first_of_bitset<65536>(map); }

@@ -13,17 +13,11 @@ volatile uint64_t value = 1;
 
 }  // namespace
 
-void peer_empty(uint32_t, uint32_t) {
-  asm volatile("");
-}
+void peer_empty(uint32_t, uint32_t) { asm volatile(""); }
 
-int peer_two_loads(uint32_t row, uint32_t bound) {
-  return loads[row % 1024] + second_load[0] < bound ? 0 : -1;
-}
+int peer_two_loads(uint32_t row, uint32_t bound) { return loads[row % 1024] + second_load[0] < bound ? 0 : -1; }
 
-uint64_t peer_flag_and_load() {
-  return flag ? value : 0;
-}
+uint64_t peer_flag_and_load() { return flag ? value : 0; }
 
 uint64_t peer_raw_counter() {
 #if defined(__x86_64__)
@@ -35,6 +29,4 @@ uint64_t peer_raw_counter() {
 #endif
 }
 
-int64_t peer_steady_clock() {
-  return std::chrono::steady_clock::now().time_since_epoch().count();
-}
+int64_t peer_steady_clock() { return std::chrono::steady_clock::now().time_since_epoch().count(); }

@@ -3,9 +3,7 @@
 #include "libtirn/base/log.h"
 #include "peers/peers.h"
 
-void site_debug_line(uint32_t number) {
-  TIRN_DEBUG("Number %u", number);
-}
+void site_debug_line(uint32_t number) { TIRN_DEBUG("Number %u", number); }
 
 void site_two_loads(uint32_t number) {
   if (peer_two_loads(tirn::kModule, tirn::kDebug) != 0) {

@@ -14,9 +14,7 @@ std::vector<Groups>& families() {
 
 }  // namespace
 
-Family::Family(Groups groups) {
-  families().push_back(groups);
-}
+Family::Family(Groups groups) { families().push_back(groups); }
 
 std::vector<Group> all_groups() {
   std::vector<Group> all;

@@ -48,9 +48,7 @@ void Partner::serve() {
   }
 }
 
-void Partner::call() {
-  turn_.store(turn_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-}
+void Partner::call() { turn_.store(turn_.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
 
 void Partner::wait() const {
   while (turn_.load(std::memory_order_acquire) % 2 != 0) {
@@ -77,13 +75,9 @@ Placement Partner::placement() {
   return fastest < kNearBelow ? Placement::near : Placement::far;
 }
 
-Partner& partner() {
-  return current ? *current : current.emplace();
-}
+Partner& partner() { return current ? *current : current.emplace(); }
 
-void dismiss_partner() {
-  current.reset();
-}
+void dismiss_partner() { current.reset(); }
 
 Placement placement_now() {
   Partner passing;

@@ -1,4 +1,4 @@
-// Measures a group: rows in turns and in fresh order, disturbed repetitions dropped.
+// Runs a group and gives what was found.
 #ifndef TIRN_BENCH_RUNNER_H
 #define TIRN_BENCH_RUNNER_H
 
@@ -13,8 +13,9 @@ enum class Role { ours, peer, shown };
 const char* name_of(Role role);
 
 struct RowNumbers {
-  double median, p10, p90;  // ns of one operation
-  size_t kept, tried;       // repetitions
+  double median = 0, p10 = 0, p90 = 0;  // ns of one operation
+  double ratio = 0;                     // ours over this, the median of the rounds
+  size_t kept = 0, tried = 0;           // repetitions
 };
 
 struct RowResult {
@@ -29,12 +30,15 @@ struct GroupResult {
   Unit unit;
   Placement placement = Placement::none;
   double target = 0, least = 0;
+  double resolution = 0;
   std::vector<RowResult> rows = {};
   const RowResult* best_peer() const;
   const RowResult& ours() const { return rows.front(); }
   double ratio() const;  // 0 without peers
   bool has_target() const { return target != 0; }
   bool passes() const { return ratio() <= target && ratio() >= least; }
+  // Misses by less than two medians of the same thing may lie apart here.
+  bool is_close() const { return !passes() && ratio() <= target * (1 + resolution) && ratio() >= least; }
   std::string remark = {};   // for instance that the cap on tries was hit
   std::string skipped = {};  // the reason, if nothing was measured
 };
