@@ -30,6 +30,7 @@ const Family clocks{[] {
   return std::vector<Group>{
       {.name = "clock/jiffies",
        .target = 1.1,
+       .repetition = repetition_beside_clock(),
        .set_up = start_jiffies,
        .ours = {"kesa_get_jiffies", one_thread([] { benchmark::DoNotOptimize(kesa_get_jiffies()); })},
        .peers = {{"call with a flag test and a load",

@@ -56,6 +56,7 @@ const Family start_up{[] {
   return std::vector<Group>{
       {.name = "init/cold", .unit = kMicroseconds, .ours = {"kesa_Init, first in its process", cold_start, 1}},
       {.name = "init/warm",
+       .repetition = repetition_beside_clock(),
        .set_up = start,
        .ours = {"kesa_Init, again", one_thread([] { benchmark::DoNotOptimize(kesa_Init()); })},
        .shown = {{"call with a flag test and a load",

@@ -168,7 +168,7 @@ class Server {
 
 bool call() {
   static char input[kPayload] = {1};
-  char output[kPayload];
+  char output[kPayload] = {};
   MORU_SYSCALL_PARAM param{kPayload, kPayload, 0, input, output};
   return MORU_SysCall(kCommand, &param) == 0 && param.uiOutBufLen == kPayload && output[0] == 1;
 }

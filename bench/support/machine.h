@@ -20,13 +20,16 @@ void pin_to(int core);
 void unpin();
 
 // Threads that `start` starts keep to the last core, and this thread keeps to the first from now on: it measures
-// beside a library's own threads. Nothing changes where there is one core.
+// beside a library's own threads. They meet where there is one core.
 template <class Start>
 void start_apart(const Start& start) {
   pin_to(cores().back());
   start();
   pin_to(cores().front());
 }
+
+// A repetition, in ms, that fits between two wake-ups of the stand-in's clock, 4 ms apart, where it shares our core.
+inline double repetition_beside_clock() { return cores().size() > 1 ? 6 : 2; }
 
 // A thread of the idle class spins on each core while this lives, so that no core halts; any other thread goes first.
 class AwakeCores {
