@@ -71,16 +71,6 @@ TEST(BitSearch, NothingIsReadForAnEmptyRange) {
   EXPECT_EQ(find_next_bit(nullptr, 64, ~0ull), 64u);
 }
 
-// Bits of the last byte above the size do not count.
-TEST(BitSearch, BitsAboveTheSizeDoNotCount) {
-  const uint8_t high[] = {0x00, 0xF0};
-  EXPECT_EQ(find_first_bit(high, 12), 12u);
-  EXPECT_EQ(find_next_bit(high, 12, 3), 12u);
-  const uint8_t low[] = {0xFF, 0x0F};
-  EXPECT_EQ(find_first_zero_bit(low, 12), 12u);
-  EXPECT_EQ(kesa_find_next_zero_bit(low, 12, 5), 12u);
-}
-
 TEST(BitSearch, CheckedForms) {
   const uint8_t map[] = {0x10, 0x02};
   int32_t at = -7;

@@ -32,14 +32,6 @@ extern "C" long sysconf(int name) noexcept {
 
 using tirn::test::LogCapture;
 
-TEST(CpuCounts, OfThisMachine) {
-  const auto online = static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN));
-  globalCpuNum_init();
-  EXPECT_EQ(g_onlineCpuNum, online);
-  EXPECT_EQ(num_online_cpus(), online);
-  EXPECT_EQ(num_config_cpus(), g_configCpuNum);
-}
-
 TEST(CpuCounts, InitIsTriedAgainUntilBothAreKnown) {
   LogCapture log;
   g_answer = {true, -1, -1};

@@ -102,12 +102,6 @@ TEST(ModuleNames, TableIsBuiltOnDemandAndSurvives) {
   EXPECT_STREQ(kesa_pid_get_name(0xFFFFFFFF), "<65535>");
 }
 
-TEST(ModuleNames, NameSetBeforeStartUpStays) {
-  kesa_pid_set_name(1023, "LAST");
-  EXPECT_EQ(kesa_Init(), 0u);
-  EXPECT_STREQ(kesa_pid_get_name(1023), "LAST");
-}
-
 TEST(LogFacade, ReachesTheLogLibrary) {
   EXPECT_EQ(kesa_log_level_get(381), static_cast<int>(HURN_INFO));
   EXPECT_EQ(kesa_log_level_set(381, HURN_ERROR), 0);

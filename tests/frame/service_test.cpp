@@ -1,7 +1,6 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <thread>
 
 #include "loopback.h"
 
@@ -125,14 +124,6 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
   EXPECT_EQ(call(kEcho, "alive", 8).second, "alive");
 }
 
-TEST(Service, SecondServerIsToldByTheLog) {
-  TIRN_NEEDS_SERVER(server);
-  EXPECT_EQ(MORU_PrivateSysCallInit(), 0);
-  EXPECT_TRUE(log.wait_for("Bind socket *fail!， error is 98.\n")) << log;
-  EXPECT_EQ(MORU_SyscallInit(), 0);
-  MORU_PrivateSysCallIntfExit();
-}
-
 TEST(Service, ThreadsBearTheirNames) {
   TIRN_NEEDS_SERVER(server);
   const int fd = connect_bare();
@@ -149,23 +140,4 @@ TEST(Service, ThreadsBearTheirNames) {
   EXPECT_TRUE(wait_until([&] { return names().find("syscall_do_thr\n") != std::string::npos; })) << names();
   EXPECT_NE(names().find("syscall_thr\n"), std::string::npos) << names();
   close(fd);
-}
-
-TEST(Service, ThreadsOfAClientTakeTurns) {
-  TIRN_NEEDS_SERVER(server);
-  std::vector<std::thread> threads;
-  std::atomic<int> wrong{0};
-  ASSERT_EQ(call(kEcho, "first", 8).second, "first");
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([&wrong, t] {
-      for (int i = 0; i < 200; ++i) {
-        const std::string text = std::to_string(t) + ":" + std::to_string(i);
-        wrong += call(kEcho, text, 32).second != text;
-      }
-    });
-  }
-  for (auto& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(wrong, 0);
 }

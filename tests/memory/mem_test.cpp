@@ -173,27 +173,3 @@ TEST(TaggedMemory, CountsOfManyThreadsAreExact) {
     kesa_free(block);
   }
 }
-
-TEST(TaggedMemory, DumpAsksTheKernelSide) {
-  KernelSide kernel;
-  kernel.watch(0x402);
-  EXPECT_EQ(kesa_mem_stat_dump(), 0);
-  EXPECT_EQ(kernel.calls(0x402), 1u);
-  EXPECT_EQ(KernelSide::last_word(0x402), 0x17D00000402u);
-  kernel.failing(0x402, ENOSYS);
-  EXPECT_EQ(kesa_mem_stat_dump(), -1);
-}
-
-TEST(PageCalls, PassThrough) {
-  char text[8] = "abcdefg";
-  EXPECT_EQ(kesa_memset(text, 'x', 3), text);
-  EXPECT_STREQ(text, "xxxdefg");
-  EXPECT_EQ(kesa_memset(nullptr, 'x', 3), nullptr);
-  void* const page = kesa_mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(page, MAP_FAILED);
-  EXPECT_EQ(kesa_mprotect(page, 4096, PROT_READ), 0);
-  EXPECT_EQ(kesa_mprotect(static_cast<char*>(page) + 1, 4096, PROT_READ), -1);
-  EXPECT_EQ(errno, EINVAL);
-  EXPECT_EQ(kesa_munmap(page, 4096), 0);
-  EXPECT_EQ(kesa_munmap(nullptr, 4096), -1);
-}
