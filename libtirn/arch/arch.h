@@ -42,8 +42,8 @@ inline void spin_hint();
 // The frame of the function that calls this.
 #define TIRN_FRAME_POINTER() (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)))
 
-// How many of the first `words` 64-bit words at `bytes` (of any alignment) equal `value`, up to the first that does
-// not.
+// How many of the first `words` 64-bit words at `bytes` (of any alignment) equal `value`, 0 or all ones, up to the first
+// that does not.
 size_t equal_words(const uint8_t* bytes, size_t words, uint64_t value);
 
 }  // namespace tirn::arch

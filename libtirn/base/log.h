@@ -70,12 +70,15 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 // A line of a site that may repeat at high rate. `first` is the level that is tested before anything else, `level`
 // the line's own, `report` that of the line that tells how many were suppressed. A line whose own level is off still
 // counts as printed.
-#define TIRN_LIMITED(first, level, report, ...)                                               \
-  do {                                                                                        \
-    static constinit ::tirn::RateGuard tirn_rate_guard;                                       \
-    if (tirn_rate_guard.admit((first), (report), {::tirn::kFile.text, __func__, __LINE__})) { \
-      TIRN_LOG(level, __VA_ARGS__);                                                           \
-    }                                                                                         \
+#define TIRN_LIMITED(first, level, report, ...) TIRN_LIMITED_AS(__func__, first, level, report, __VA_ARGS__)
+
+// The same under another function's name.
+#define TIRN_LIMITED_AS(function, first, level, report, ...)                                    \
+  do {                                                                                          \
+    static constinit ::tirn::RateGuard tirn_rate_guard;                                         \
+    if (tirn_rate_guard.admit((first), (report), {::tirn::kFile.text, (function), __LINE__})) { \
+      TIRN_LOG_AS(::tirn::kModule, level, (function), __VA_ARGS__);                             \
+    }                                                                                           \
   } while (0)
 
 #endif

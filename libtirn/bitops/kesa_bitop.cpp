@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -24,22 +25,13 @@ uint64_t first_in(uint64_t word) {
   return static_cast<uint64_t>(std::countr_zero(word ^ kSkip<kBit>));
 }
 
+// From word `at` on: whole words many at a time, then the bits behind them.
 template <Bit kBit>
-uint64_t find_first(const uint8_t* map, uint64_t size) {
-  constexpr uint64_t kInline = 8;  // words that are looked at before the call for long maps pays
+[[gnu::noinline]] uint64_t find_far(const uint8_t* map, uint64_t size, uint64_t at) {
   const uint64_t words = size / kWord;
-  uint64_t at = 0;
-  while (at < words && at < kInline) {
-    if (const uint64_t word = word_at(map, at); word != kSkip<kBit>) {
-      return at * kWord + first_in<kBit>(word);
-    }
-    ++at;
-  }
+  at += tirn::arch::equal_words(map + at * 8, words - at, kSkip<kBit>);
   if (at < words) {
-    at += tirn::arch::equal_words(map + at * 8, words - at, kSkip<kBit>);
-    if (at < words) {
-      return at * kWord + first_in<kBit>(word_at(map, at));
-    }
+    return at * kWord + first_in<kBit>(word_at(map, at));
   }
   const uint64_t rest = size % kWord;
   if (rest == 0) {
@@ -48,6 +40,18 @@ uint64_t find_first(const uint8_t* map, uint64_t size) {
   // The read puts zeros above the size: for clear bits the first of them is the size itself.
   const uint64_t last = kesa_bitop_read_u64(map + words * 8, rest);
   return last == kSkip<kBit> ? size : words * kWord + first_in<kBit>(last);
+}
+
+template <Bit kBit>
+inline uint64_t find_first(const uint8_t* map, uint64_t size) {
+  constexpr uint64_t kNear = 8;  // words that are looked at before the search for long maps pays
+  const uint64_t near = std::min(size / kWord, kNear);
+  for (uint64_t at = 0; at < near; ++at) {
+    if (const uint64_t word = word_at(map, at); word != kSkip<kBit>) {
+      return at * kWord + first_in<kBit>(word);
+    }
+  }
+  return near * kWord == size ? size : find_far<kBit>(map, size, near);
 }
 
 template <Bit kBit>

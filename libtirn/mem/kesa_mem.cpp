@@ -8,6 +8,7 @@
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
+#include "libtirn/mem/mem_counters.h"
 
 namespace {
 
@@ -20,58 +21,82 @@ __attribute__((no_sanitize("address", "thread"))) bool has_magic(const void* blo
   return *static_cast<const volatile uint32_t*>(block) == KESA_MEM_MAGIC;
 }
 
-}  // namespace
+// What follows is the road of every allocation: it stays in line, and what is rarely needed stands apart.
 
-void kesa_mem_init_head(void* block, uint32_t size, uint32_t pid) {
+inline void write_head(void* block, uint32_t size, uint32_t pid) {
   new (block) kesa_mem_head{KESA_MEM_MAGIC, size, pid, 0};
 }
 
-void* kesa_mallocsubproc(uint32_t size, uint32_t* type, uint64_t, uint32_t pid, const char*, uint32_t) {
+inline void* allocate(uint32_t size, uint32_t pid) {
   const uint32_t whole = size + kHead;
-  if (whole < kHead) {  // the sum of 32 bits has wrapped: no block could hold the record
+  if (whole < kHead) [[unlikely]] {  // the sum of 32 bits has wrapped: no block could hold the record
     return nullptr;
   }
   void* const block = std::malloc(whole);
-  if (block == nullptr) {
+  if (block == nullptr) [[unlikely]] {
     return nullptr;
   }
-  kesa_mem_init_head(block, size, pid);
-  kesa_mem_stat_add(pid, size);
-  if (type != nullptr) {
+  write_head(block, size, pid);
+  tirn::count_bytes(pid, size);
+  return static_cast<char*>(block) + kHead;
+}
+
+[[gnu::cold, gnu::noinline]] void report_failure(uint32_t pid, int32_t size) {
+  TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_mallocsubstandard",
+              "Malloc memory fails. PID: (%d), size: (%d), type: (%d).", static_cast<int>(pid), size,
+              static_cast<int>(KESA_MEM_TYPE_STANDARD));
+}
+
+[[gnu::cold, gnu::noinline]] void report_null(const char* function, uint32_t line) {
+  TIRN_LIMITED_AS("kesa_freesub", tirn::kError, tirn::kError, tirn::kError, "ptr  is null, function(%s) line(%u)",
+                  function, line);
+}
+
+// Memory of plain malloc may come here.
+[[gnu::cold, gnu::noinline]] void free_foreign(void* pointer, const char* function, uint32_t line) {
+  TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_freesub", "mem magic is wrong, ptr(%p), function(%s) line(%u)",
+              pointer, function, line);
+  std::free(pointer);
+}
+
+}  // namespace
+
+void kesa_mem_init_head(void* block, uint32_t size, uint32_t pid) { write_head(block, size, pid); }
+
+void* kesa_mallocsubproc(uint32_t size, uint32_t* type, uint64_t, uint32_t pid, const char*, uint32_t) {
+  void* const bytes = allocate(size, pid);
+  if (bytes != nullptr && type != nullptr) {
     *type = KESA_MEM_TYPE_STANDARD;
   }
-  return static_cast<char*>(block) + kHead;
+  return bytes;
 }
 
 void kesa_freesubproc(void* block, uint64_t) { std::free(block); }
 
-void* kesa_mallocsubstandard(uint32_t pid, int32_t size, uint64_t reserved, const char* function, uint32_t line) {
-  if (size == 0) {
+void* kesa_mallocsubstandard(uint32_t pid, int32_t size, uint64_t, const char*, uint32_t) {
+  if (size == 0) [[unlikely]] {
     return nullptr;
   }
-  uint32_t type = KESA_MEM_TYPE_STANDARD;
-  void* const bytes = kesa_mallocsubproc(static_cast<uint32_t>(size), &type, reserved, pid, function, line);
-  if (bytes == nullptr) {
-    TIRN_ERROR("Malloc memory fails. PID: (%d), size: (%d), type: (%d).", static_cast<int>(pid), size,
-               static_cast<int>(type));
+  void* const bytes = allocate(static_cast<uint32_t>(size), pid);
+  if (bytes == nullptr) [[unlikely]] {
+    report_failure(pid, size);
   }
   return bytes;
 }
 
 void kesa_freesub(void* pointer, const char* function, uint32_t line) {
-  if (pointer == nullptr) {
-    TIRN_LIMITED(tirn::kError, tirn::kError, tirn::kError, "ptr  is null, function(%s) line(%u)", function, line);
+  if (pointer == nullptr) [[unlikely]] {
+    report_null(function, line);
     return;
   }
   void* const block = static_cast<char*>(pointer) - kHead;
-  if (has_magic(block)) {
-    const auto* const head = static_cast<const kesa_mem_head*>(block);
-    kesa_mem_stat_sub(head->pid, head->size);
-    kesa_freesubproc(block, KESA_MEM_TYPE_STANDARD);
+  if (!has_magic(block)) [[unlikely]] {
+    free_foreign(pointer, function, line);
     return;
   }
-  TIRN_ERROR("mem magic is wrong, ptr(%p), function(%s) line(%u)", pointer, function, line);
-  kesa_freesubproc(pointer, KESA_MEM_TYPE_STANDARD);  // memory of plain malloc
+  const auto* const head = static_cast<const kesa_mem_head*>(block);
+  tirn::count_bytes(head->pid, -int64_t{head->size});
+  std::free(block);
 }
 
 void* kesa_memset(void* destination, int32_t value, uint32_t count) {

@@ -1,6 +1,7 @@
+#include "libtirn/mem/mem_counters.h"
+
 #include <pthread.h>
 
-#include <atomic>
 #include <cerrno>
 
 #include "libtirn/base/bounds.h"
@@ -12,44 +13,35 @@ namespace {
 
 constexpr size_t kTableBytes = TIRN_MODULE_COUNT * sizeof(int64_t);
 
-constinit std::atomic<int64_t*> g_table{nullptr};
 pthread_mutex_t g_table_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-// Asked for again at each use until the kernel side answers.
-int64_t* find_table() {
+}  // namespace
+
+namespace tirn {
+
+constinit std::atomic<int64_t*> g_counters{nullptr};
+
+int64_t* find_counters() {
   const int error = errno;  // allocating without a table is no failure
-  const tirn::MutexLock lock(g_table_mutex);
-  int64_t* table = g_table.load(std::memory_order_relaxed);
+  const MutexLock lock(g_table_mutex);
+  int64_t* table = g_counters.load(std::memory_order_relaxed);
   if (table == nullptr) {
     int64_t* answer = nullptr;
-    if (tirn::private_call(tirn::PrivateCommand::kMemoryTable, &answer) == 0 && answer != nullptr) {
+    if (private_call(PrivateCommand::kMemoryTable, &answer) == 0 && answer != nullptr) {
       table = answer;
       memset_s(table, kTableBytes, 0, kTableBytes);
-      g_table.store(table, std::memory_order_release);  // with counters(): whoever sees the table sees it cleared
+      g_counters.store(table, std::memory_order_release);
     }
   }
   errno = error;
   return table;
 }
 
-// All counters, or nullptr while the kernel side offers none.
-int64_t* counters() {
-  int64_t* const table = g_table.load(std::memory_order_acquire);
-  return table != nullptr ? table : find_table();
-}
+}  // namespace tirn
 
-// Full order, so that a count and what its owner did with the block are seen in one order everywhere.
-void count(uint32_t pid, int64_t bytes) {
-  if (int64_t* const table = counters(); table != nullptr) {
-    std::atomic_ref(table[pid < TIRN_MODULE_COUNT ? pid : 0]).fetch_add(bytes);
-  }
-}
+void kesa_mem_stat_add(uint32_t pid, uint32_t size) { tirn::count_bytes(pid, size); }
 
-}  // namespace
-
-void kesa_mem_stat_add(uint32_t pid, uint32_t size) { count(pid, size); }
-
-void kesa_mem_stat_sub(uint32_t pid, uint32_t size) { count(pid, -int64_t{size}); }
+void kesa_mem_stat_sub(uint32_t pid, uint32_t size) { tirn::count_bytes(pid, -int64_t{size}); }
 
 void kesa_mem_show(kesa_print_fn print) {
   constexpr int kColumns = 5;
@@ -63,7 +55,7 @@ void kesa_mem_show(kesa_print_fn print) {
   print("\n");
   long long total = 0;
   int shown = 0;
-  int64_t* const table = counters();
+  int64_t* const table = tirn::counters();
   for (uint32_t pid = 0; table != nullptr && pid < TIRN_MODULE_COUNT; ++pid) {
     const long long used = std::atomic_ref(table[pid]).load(std::memory_order_relaxed);
     if (used == 0) {

@@ -82,9 +82,7 @@ bool serve_request(Client& client) {
     TIRN_ERROR("hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd), header.len);
     return false;
   }
-  const int fd = client.connection.get();
-  return tirn::send_whole(fd, &header, sizeof header, header.len != 0 ? MSG_MORE : 0) &&
-         tirn::send_whole(fd, client.output.get(), header.len);
+  return tirn::send_frame(client.connection.get(), header, client.output.get());
 }
 
 void* serve_client(void* argument) {

@@ -38,8 +38,8 @@ class Turn {
  public:
   Turn() : fd_(g_connection.load(std::memory_order_relaxed)) {}
 
-  bool send_all(const void* bytes, size_t length, int more) {
-    if (tirn::send_whole(fd_, bytes, length, more)) {
+  bool send_all(moru_frame_header& header, void* input) {
+    if (tirn::send_frame(fd_, header, input)) {
       return true;
     }
     TIRN_ERROR("errno = %d\n", errno);
@@ -97,8 +97,7 @@ uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param) {
   const tirn::MutexLock lock(g_turn);
   Turn turn;
   moru_frame_header header{cmd, param->uiInBufLen, param->uiOutBufLen, 0};
-  if (!turn.send_all(&header, sizeof header, header.len != 0 ? MSG_MORE : 0) ||
-      !turn.send_all(param->pvInBuf, param->uiInBufLen, 0)) {
+  if (!turn.send_all(header, param->pvInBuf)) {
     TIRN_ERROR("send_all fail\n");
     return tirn::kFailU32;
   }

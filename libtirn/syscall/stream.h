@@ -6,6 +6,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -28,16 +29,25 @@ inline void enable(int fd, int level, int option) {
   setsockopt(fd, level, option, &on, sizeof on);
 }
 
-// True when all is out. `more`: MSG_MORE where further bytes follow at once, so that they leave in one segment.
-inline bool send_whole(int fd, const void* bytes, size_t length, int more = 0) {
-  const auto* at = static_cast<const uint8_t*>(bytes);
-  while (length > 0) {
-    const ssize_t sent = send(fd, at, length, MSG_NOSIGNAL | more);
+// Sends header and payload, of header.len bytes, by one call and so in one segment. True when all is out.
+inline bool send_frame(int fd, moru_frame_header& header, void* payload) {
+  iovec pieces[] = {{&header, sizeof header}, {payload, header.len}};
+  msghdr message{};
+  message.msg_iov = pieces;
+  message.msg_iovlen = 2;
+  for (size_t left = sizeof header + header.len; left > 0;) {
+    const ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL);
     if (sent < 1) {
       return false;
     }
-    at += sent;
-    length -= static_cast<size_t>(sent);
+    left -= static_cast<size_t>(sent);
+    auto gone = static_cast<size_t>(sent);
+    for (iovec& piece : pieces) {
+      const size_t part = std::min(gone, piece.iov_len);
+      piece.iov_base = static_cast<char*>(piece.iov_base) + part;
+      piece.iov_len -= part;
+      gone -= part;
+    }
   }
   return true;
 }

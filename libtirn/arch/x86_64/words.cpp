@@ -8,7 +8,7 @@ namespace tirn::arch {
 namespace {
 
 // A block of this many words is looked at as one.
-constexpr size_t kBlock = 16;
+constexpr size_t kBlock = 32;
 
 uint64_t word_at(const uint8_t* bytes, size_t index) {
   uint64_t word;
@@ -16,36 +16,54 @@ uint64_t word_at(const uint8_t* bytes, size_t index) {
   return word;
 }
 
-// Each gives the number of whole blocks at the front that equal `value`.
-__attribute__((target("avx2"))) size_t equal_blocks_avx2(const uint8_t* bytes, size_t blocks, uint64_t value) {
-  const __m256i wanted = _mm256_set1_epi64x(static_cast<long long>(value));
+// Each gives the number of words at the front that equal all zeros or all ones, in steps of one vector, as far as
+// whole blocks go.
+template <bool kOnes>
+__attribute__((target("avx2"))) size_t equal_in_blocks_avx2(const uint8_t* bytes, size_t blocks) {
+  constexpr size_t kVectors = kBlock / 4;
+  const __m256i ones = _mm256_set1_epi64x(-1);
   for (size_t block = 0; block < blocks; ++block) {
     const auto* const at = reinterpret_cast<const __m256i_u*>(bytes + block * kBlock * 8);
-    __m256i any = _mm256_xor_si256(_mm256_loadu_si256(at), wanted);
-    for (size_t i = 1; i < 4; ++i) {
-      any = _mm256_or_si256(any, _mm256_xor_si256(_mm256_loadu_si256(at + i), wanted));
+    __m256i all = _mm256_loadu_si256(at);
+#pragma GCC unroll 8
+    for (size_t i = 1; i < kVectors; ++i) {
+      const __m256i next = _mm256_loadu_si256(at + i);
+      all = kOnes ? _mm256_and_si256(all, next) : _mm256_or_si256(all, next);
     }
-    if (!_mm256_testz_si256(any, any)) {
-      return block;
+    if (kOnes ? !_mm256_testc_si256(all, ones) : !_mm256_testz_si256(all, all)) {
+      size_t same = 0;
+      for (__m256i one = _mm256_loadu_si256(at); kOnes ? _mm256_testc_si256(one, ones) : _mm256_testz_si256(one, one);
+           one = _mm256_loadu_si256(at + same)) {
+        ++same;
+      }
+      return block * kBlock + same * 4;
     }
   }
-  return blocks;
+  return blocks * kBlock;
 }
 
-size_t equal_blocks_sse41(const uint8_t* bytes, size_t blocks, uint64_t value) {
-  const __m128i wanted = _mm_set1_epi64x(static_cast<long long>(value));
+template <bool kOnes>
+size_t equal_in_blocks_sse41(const uint8_t* bytes, size_t blocks) {
+  constexpr size_t kVectors = kBlock / 2;
   for (size_t block = 0; block < blocks; ++block) {
-    const uint8_t* const at = bytes + block * kBlock * 8;
-    __m128i any = _mm_setzero_si128();
-    for (size_t i = 0; i < 8; ++i) {
-      any =
-          _mm_or_si128(any, _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i_u*>(at + i * 16)), wanted));
+    const auto* const at = reinterpret_cast<const __m128i_u*>(bytes + block * kBlock * 8);
+    __m128i all = _mm_loadu_si128(at);
+#pragma GCC unroll 16
+    for (size_t i = 1; i < kVectors; ++i) {
+      const __m128i next = _mm_loadu_si128(at + i);
+      all = kOnes ? _mm_and_si128(all, next) : _mm_or_si128(all, next);
     }
-    if (!_mm_testz_si128(any, any)) {
-      return block;
+    if (kOnes ? !_mm_test_all_ones(all) : !_mm_testz_si128(all, all)) {
+      return block * kBlock;
     }
   }
-  return blocks;
+  return blocks * kBlock;
+}
+
+template <bool kOnes>
+size_t equal_in_blocks(const uint8_t* bytes, size_t blocks) {
+  return __builtin_cpu_supports("avx2") ? equal_in_blocks_avx2<kOnes>(bytes, blocks)
+                                        : equal_in_blocks_sse41<kOnes>(bytes, blocks);
 }
 
 }  // namespace
@@ -53,9 +71,7 @@ size_t equal_blocks_sse41(const uint8_t* bytes, size_t blocks, uint64_t value) {
 size_t equal_words(const uint8_t* bytes, size_t words, uint64_t value) {
   size_t at = 0;
   if (words >= kBlock) {
-    const size_t blocks = words / kBlock;
-    at = kBlock * (__builtin_cpu_supports("avx2") ? equal_blocks_avx2(bytes, blocks, value)
-                                                  : equal_blocks_sse41(bytes, blocks, value));
+    at = value == 0 ? equal_in_blocks<false>(bytes, words / kBlock) : equal_in_blocks<true>(bytes, words / kBlock);
   }
   while (at < words && word_at(bytes, at) == value) {
     ++at;
