@@ -21,15 +21,15 @@ TEST(Command, FirstLineOfWhatComesBack) {
     FirstLine expected;
     const char* line;
   } kRows[] = {
-      {"echo one", "", 16, FirstLine::read, "one\n"},
-      {"printf 'one\\ntwo'", "", 16, FirstLine::read, "one\n"},
-      {"printf one", "", 16, FirstLine::read, "one"},
-      {"echo one | cat", "|", 16, FirstLine::read, "one\n"},
-      {"echo 12345", "", 4, FirstLine::read, "123"},
-      {"echo 12", "", 4, FirstLine::read, "12\n"},
-      {"true", "", 16, FirstLine::empty, ""},
-      {"exit 3", "", 16, FirstLine::empty, ""},
-      {"no_such_command_here 2>/dev/null", ">", 16, FirstLine::empty, ""},
+      {"echo one", "", 16, FirstLine::kRead, "one\n"},
+      {"printf 'one\\ntwo'", "", 16, FirstLine::kRead, "one\n"},
+      {"printf one", "", 16, FirstLine::kRead, "one"},
+      {"echo one | cat", "|", 16, FirstLine::kRead, "one\n"},
+      {"echo 12345", "", 4, FirstLine::kRead, "123"},
+      {"echo 12", "", 4, FirstLine::kRead, "12\n"},
+      {"true", "", 16, FirstLine::kEmpty, ""},
+      {"exit 3", "", 16, FirstLine::kEmpty, ""},
+      {"no_such_command_here 2>/dev/null", ">", 16, FirstLine::kEmpty, ""},
   };
   for (const auto& row : kRows) {
     char line[16];
@@ -45,13 +45,13 @@ TEST(Command, WhatACommandDoesNotNeedIsRefused) {
   for (const char special : std::string("|;&$<>!\n`")) {
     const std::string command = std::string("tool ") + special;
     char line[16] = "x";
-    EXPECT_EQ(tirn::first_line(command.c_str(), "", line, sizeof line), FirstLine::no_pipe) << command;
+    EXPECT_EQ(tirn::first_line(command.c_str(), "", line, sizeof line), FirstLine::kNoPipe) << command;
     EXPECT_STREQ(line, "") << command;
   }
   char line[16];
-  EXPECT_EQ(tirn::first_line("tool | cat; tool", "|", line, sizeof line), FirstLine::no_pipe);
+  EXPECT_EQ(tirn::first_line("tool | cat; tool", "|", line, sizeof line), FirstLine::kNoPipe);
   EXPECT_TRUE(tools.calls().empty());
-  EXPECT_EQ(tirn::first_line("tool 'a b' | cat", "|", line, sizeof line), FirstLine::read);
+  EXPECT_EQ(tirn::first_line("tool 'a b' | cat", "|", line, sizeof line), FirstLine::kRead);
   EXPECT_EQ(tools.calls(), std::vector<std::string>{"tool a b"});
 }
 
@@ -63,9 +63,9 @@ TEST(Command, NoPipe) {
              },
          .check =
              [](long result, const Fault& fault, const LogCapture&) {
-               const FirstLine expected = !fault.happened                             ? FirstLine::read
-                                          : std::strcmp(fault.function, "popen") == 0 ? FirstLine::no_pipe
-                                                                                      : FirstLine::empty;
+               const FirstLine expected = !fault.happened                             ? FirstLine::kRead
+                                          : std::strcmp(fault.function, "popen") == 0 ? FirstLine::kNoPipe
+                                                                                      : FirstLine::kEmpty;
                EXPECT_EQ(static_cast<FirstLine>(result), expected);
              },
          .kinds = kFileFaults,

@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
+#include <cerrno>
+#include <string>
 #include <utility>
 
 #include "support/faults.h"
@@ -12,13 +15,9 @@ using tirn::Fd;
 
 namespace {
 
-bool is_open(int fd) {
-  return fcntl(fd, F_GETFD) >= 0;
-}
+bool is_open(int fd) { return fcntl(fd, F_GETFD) >= 0; }
 
-int some_descriptor() {
-  return open("/dev/null", O_RDONLY | O_CLOEXEC);
-}
+int some_descriptor() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
 TEST(Guard, DescriptorIsClosedOnce) {
   int kept;
@@ -66,17 +65,42 @@ TEST(Guard, MutexIsReleasedOnlyIfItWasTaken) {
   pthread_mutexattr_destroy(&attributes);
 }
 
-TEST(Guard, TaggedBlockGoesBack) {
-  const Faults faults({.number = 2, .function = "malloc"});
+TEST(Guard, CleaningUpKeepsTheError) {
+  errno = ENOSPC;
+  { const Fd closed_elsewhere(1 << 20); }
+  EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST(Guard, MappingGoesBack) {
+  constexpr size_t kSize = 4096;
+  void* address;
   {
-    const auto block = tirn::tagged_block<uint64_t>(4);
+    const tirn::Mapping mapping(kSize);
+    ASSERT_TRUE(mapping);
+    address = mapping.get();
+    EXPECT_EQ(static_cast<char*>(address)[kSize - 1], 0);
+  }
+  unsigned char resident;
+  EXPECT_NE(mincore(address, kSize, &resident), 0);
+  EXPECT_FALSE(tirn::Mapping(size_t{1} << 60));
+}
+
+TEST(Guard, TaggedBlockGoesBackInItsMakersName) {
+  const LogCapture log;
+  const Faults faults({.number = 3, .function = "malloc"});
+  {
+    const auto block = tirn::tagged_block<uint64_t>(40);
     ASSERT_NE(block, nullptr);
-    block[3] = 1;
+    block.get()[4] = 1;
     EXPECT_EQ(faults.blocks(), 1);
-    const auto none = tirn::tagged_block<uint64_t>(4);
-    EXPECT_EQ(none, nullptr);
+    const auto moved = tirn::tagged_block<int>();
+    EXPECT_EQ(faults.blocks(), 2);
+    EXPECT_EQ(moved.get_deleter().function, std::string("TestBody"));
+    EXPECT_EQ(tirn::tagged_block<int>(), nullptr);
   }
   EXPECT_EQ(faults.blocks(), 0);
+  EXPECT_EQ(log.count(HURN_ERROR, "Malloc memory fails.*"), 1u) << log;
+  EXPECT_EQ(log.lines().size(), 1u) << log;
 }
 
 }  // namespace

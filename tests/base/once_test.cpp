@@ -36,12 +36,12 @@ TEST(Once, WhatCountsAsDone) {
     int runs_of_three;
     int last_result;
   } kRows[] = {
-      {"success", Done::on_success, tirn::kOk, 1, tirn::kOk},
-      {"failure is tried again", Done::on_success, kFailure, 3, kFailure},
-      {"success, done whatever the result", Done::always, tirn::kOk, 1, tirn::kOk},
-      {"failure, done whatever the result", Done::always, kFailure, 1, tirn::kOk},
-      {"never done", Done::never, tirn::kOk, 3, tirn::kOk},
-      {"never done, failing", Done::never, kFailure, 3, kFailure},
+      {"success", Done::kOnSuccess, tirn::kOk, 1, tirn::kOk},
+      {"failure is tried again", Done::kOnSuccess, kFailure, 3, kFailure},
+      {"success, done whatever the result", Done::kAlways, tirn::kOk, 1, tirn::kOk},
+      {"failure, done whatever the result", Done::kAlways, kFailure, 1, tirn::kOk},
+      {"never done", Done::kNever, tirn::kOk, 3, tirn::kOk},
+      {"never done, failing", Done::kNever, kFailure, 3, kFailure},
   };
   for (const auto& row : kRows) {
     Once once;
@@ -77,12 +77,12 @@ TEST(Once, MutexThatCannotBeLocked) {
     const Faults faults(
         {.number = 1, .function = "pthread_mutex_lock", .and_later = true, .object = Object::program});
     EXPECT_EQ(once.run(step()), tirn::kOk);
-    EXPECT_EQ(once.run(step(), Done::always, LockFailure::is_result), EINVAL);
+    EXPECT_EQ(once.run(step(), Done::kAlways, LockFailure::kIsResult), EINVAL);
     EXPECT_EQ(faults.calls(), 2u);
   }
   EXPECT_EQ(step.runs, 0);
   EXPECT_FALSE(once.is_done());  // only the caller was told so
-  EXPECT_EQ(once.run(step(), Done::always), -5);
+  EXPECT_EQ(once.run(step(), Done::kAlways), -5);
   {
     const Faults faults({.number = 1, .function = "pthread_mutex_lock", .object = Object::program});
     EXPECT_EQ(once.undo([] { FAIL() << "without the mutex"; }), EINVAL);

@@ -15,7 +15,6 @@ struct Declaration {
   std::string header;
   std::string name;
   bool is_function;
-  bool is_weak;
   std::string comment;  // that stands directly before it; empty where none does
 };
 
@@ -29,7 +28,7 @@ inline std::vector<std::filesystem::path> public_headers() {
 
 // The name that is declared: before the parameters, or the last before an array's bounds or the end.
 inline Declaration read_declaration(const std::string& header, std::string text) {
-  Declaration declaration{header, {}, false, text.find("weak") != std::string::npos, {}};
+  Declaration declaration{header, {}, false, {}};
   for (size_t at; (at = text.find("__attribute__")) != std::string::npos;) {
     int depth = 0;
     size_t end = text.find('(', at);

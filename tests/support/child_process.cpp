@@ -71,9 +71,7 @@ void ChildProcess::kill(int signal) const {
   }
 }
 
-std::string ChildProcess::out() const {
-  return contents(out_);
-}
+std::string ChildProcess::out() const { return contents(out_); }
 
 ChildOutcome ChildProcess::wait() {
   int status = 0;

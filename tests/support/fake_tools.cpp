@@ -24,9 +24,7 @@ FakeTools::FakeTools() {
   setenv("PATH", (folder_.path() + ":" + former_path_).c_str(), 1);
 }
 
-FakeTools::~FakeTools() {
-  setenv("PATH", former_path_.c_str(), 1);
-}
+FakeTools::~FakeTools() { setenv("PATH", former_path_.c_str(), 1); }
 
 std::string FakeTools::script(std::string_view name, int status, std::string_view out) const {
   std::ostringstream text;
@@ -50,8 +48,6 @@ std::vector<std::string> FakeTools::calls() const {
   return calls;
 }
 
-void FakeTools::forget_calls() {
-  unlink(folder_.path(".calls").c_str());
-}
+void FakeTools::forget_calls() { unlink(folder_.path(".calls").c_str()); }
 
 }  // namespace tirn::test

@@ -261,21 +261,13 @@ Faults::Faults(const FaultPlan& plan) : imports_(plan.object) {
   g_state.failing.store(true, std::memory_order_release);
 }
 
-Faults::~Faults() {
-  stop();
-}
+Faults::~Faults() { stop(); }
 
-void Faults::stop() {
-  g_state.failing.store(false, std::memory_order_release);
-}
+void Faults::stop() { g_state.failing.store(false, std::memory_order_release); }
 
-uint32_t Faults::calls() const {
-  return g_state.calls.load();
-}
+uint32_t Faults::calls() const { return g_state.calls.load(); }
 
-Fault Faults::fault() const {
-  return g_state.fault;
-}
+Fault Faults::fault() const { return g_state.fault; }
 
 int Faults::blocks() const {
   return static_cast<int>(std::count_if(std::begin(g_state.blocks), std::end(g_state.blocks),

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
+#include <deque>
 #include <filesystem>
 
 namespace tirn::test {
@@ -54,9 +54,7 @@ KernelSide::~KernelSide() {
   zut_set_jiffies_paths(nullptr, nullptr);
 }
 
-void KernelSide::watch(uint32_t command) {
-  calls_before_.try_emplace(command, zut_call_count(command));
-}
+void KernelSide::watch(uint32_t command) { calls_before_.try_emplace(command, zut_call_count(command)); }
 
 void KernelSide::replace(uint32_t command, zut_handler handler) {
   watch(command);
@@ -73,13 +71,11 @@ uint64_t KernelSide::calls(uint32_t command) const {
   return zut_call_count(command) - (before != calls_before_.end() ? before->second : 0);
 }
 
-void KernelSide::no_jiffies() {
-  zut_offer_jiffies(0);
-}
+void KernelSide::no_jiffies() { zut_offer_jiffies(0); }
 
 void KernelSide::jiffies_at(const std::string& sysfs, const std::string& dev) {
-  // The library keeps the paths for ever.
-  zut_set_jiffies_paths(strdup(sysfs.c_str()), strdup(dev.c_str()));
+  static auto& kept = *new std::deque<std::string>;  // the library looks at them for ever
+  zut_set_jiffies_paths(kept.emplace_back(sysfs).c_str(), kept.emplace_back(dev).c_str());
 }
 
 JiffiesDevice::JiffiesDevice(KernelSide& kernel, uint64_t start) : counter_(page().counter) {

@@ -6,15 +6,11 @@
 
 extern "C" {
 #define TOLD __attribute__((visibility("default"), no_sanitize("address", "thread", "undefined")))
-TOLD const char* __asan_default_options() {
-  return SIGNALS_STAY ":detect_leaks=1:allocator_may_return_null=1";
-}
+TOLD const char* __asan_default_options() { return SIGNALS_STAY ":detect_leaks=1:allocator_may_return_null=1"; }
 TOLD const char* __tsan_default_options() {
   return SIGNALS_STAY ":die_after_fork=0:halt_on_error=1:second_deadlock_stack=1:allocator_may_return_null=1";
 }
-TOLD const char* __ubsan_default_options() {
-  return "print_stacktrace=1";
-}
+TOLD const char* __ubsan_default_options() { return "print_stacktrace=1"; }
 }
 
 int main(int argc, char** argv) {

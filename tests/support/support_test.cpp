@@ -20,9 +20,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-void write_line(const char* text) {
-  hurn(TIRN_MODULE_ID, HURN_INFO, "file", 7, "function", 0, "%s", text);
-}
+void write_line(const char* text) { hurn(TIRN_MODULE_ID, HURN_INFO, "file", 7, "function", 0, "%s", text); }
 
 TEST(Support, TextsMatchByStars) {
   EXPECT_TRUE(matches("abc", "abc"));
