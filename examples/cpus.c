@@ -8,7 +8,8 @@ int main(void) {
     return 1;
   }
   printf("%u of %u CPUs are online:", num_online_cpus(), num_config_cpus());
-  for (uint32_t cpu = kesa_first_cpu(cpu_online_mask); cpu < KESA_CPU_MAX; cpu = kesa_next_cpu(cpu, cpu_online_mask)) {
+  for (uint32_t cpu = kesa_first_cpu(cpu_online_mask); cpu < KESA_CPU_MAX;
+       cpu = kesa_next_cpu(cpu, cpu_online_mask)) {
     printf(" %u", cpu);
   }
   printf("\n");

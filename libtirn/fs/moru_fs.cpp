@@ -42,7 +42,7 @@ uint32_t present_time() {
 int MORU_Netlink_ext3_create() {
   const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, MORU_NETLINK_EXT3_PROTOCOL);
   if (fd < 0) {
-    TIRN_ERROR("MORU_Netlink_ext3_create failed, sockfd:%d, errno:%d,%s.", fd, errno, strerror(errno));
+    TIRN_ERROR("MORU_Netlink_ext3_create failed, sockfd:%d, errno:%d,%s.", fd, errno, strerrordesc_np(errno));
     return -1;
   }
   return fd;

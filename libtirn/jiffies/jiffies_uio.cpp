@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -53,11 +52,13 @@ Fd open_map_file(const char* folder, const char* child, const char* file) {
 }
 
 // What a file of the map holds, up to 32 bytes of it; empty where it cannot be read.
-using NumberText = char[33];
-const char* read_number(const Fd& file, NumberText&& text) {
-  const ssize_t length = read(file.get(), text, sizeof text - 1);
-  text[std::max<ssize_t>(length, 0)] = '\0';
-  return text;
+struct NumberText {
+  char text[33]{};
+};
+NumberText read_number(const Fd& file) {
+  NumberText number;
+  [[maybe_unused]] const ssize_t length = read(file.get(), number.text, sizeof number.text - 1);
+  return number;
 }
 
 // Whether the counter at `offset` can be read: it lies in the mapping, whole and aligned, and in the file, as the file
@@ -113,9 +114,9 @@ int jiffies_uio_adp_open() {
     TIRN_ERROR("Kesa jiffies open map failed, errno=%d.", errno);
     return tirn::kFail;
   }
-  const uint64_t addr = std::strtoul(read_number(addr_file, {}), nullptr, 0);
-  const auto size = static_cast<uint64_t>(std::strtol(read_number(size_file, {}), nullptr, 0));
-  const auto offset = static_cast<uint64_t>(std::strtol(read_number(offset_file, {}), nullptr, 0));
+  const uint64_t addr = std::strtoul(read_number(addr_file).text, nullptr, 0);
+  const auto size = static_cast<uint64_t>(std::strtol(read_number(size_file).text, nullptr, 0));
+  const auto offset = static_cast<uint64_t>(std::strtol(read_number(offset_file).text, nullptr, 0));
   const void* const mapping = map_device(device, size, offset);
   if (mapping == MAP_FAILED) {
     TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno);

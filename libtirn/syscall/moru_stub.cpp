@@ -27,12 +27,12 @@ int start_thread(void* (*run)(void*), intptr_t argument) {
 // A client, and the buffers of its requests. The output buffer has all the bytes that a reply may carry: a handler may
 // report as many.
 struct Client {
-  bool receive(void* bytes, size_t length) {
+  bool receive(void* bytes, size_t length) const {
     return tirn::receive_whole(connection.get(), bytes, length, tirn::QuickAck::kYes);
   }
 
   // What the buffer does not hold is thrown away, so that the stream stays in step.
-  bool receive_input(uint64_t length) {
+  bool receive_input(uint64_t length) const {
     const auto kept = std::min<uint64_t>(length, MORU_SYSCALL_INPUT_MAX);
     if (!receive(input.get(), kept)) {
       return false;

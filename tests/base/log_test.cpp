@@ -10,9 +10,7 @@ namespace {
 
 int g_evaluations = 0;
 
-int evaluated() {
-  return ++g_evaluations;
-}
+int evaluated() { return ++g_evaluations; }
 
 uint32_t write_each_level() {
   TIRN_ERROR("error %d", evaluated());

@@ -1,7 +1,6 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
-
 #include "loopback.h"
 
 using namespace tirn::test;
