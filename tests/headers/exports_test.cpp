@@ -40,7 +40,8 @@ std::map<std::string, Symbol> exported_symbols() {
     // Some processors mark a function's calling convention between the two.
     while (fields >> name && name.front() == '[') {
     }
-    if (name.empty() || section == "UND" || section == "ABS" || section == "Ndx" || name.starts_with("__odr_asan")) {
+    if (name.empty() || section == "UND" || section == "ABS" || section == "Ndx" || type == "SECTION" ||
+        name.starts_with("__odr_asan")) {
       continue;
     }
     const size_t at = name.find('@');
