@@ -29,14 +29,14 @@ void init_syscall_socket() {
     TIRN_ERROR("errno = %d\n", errno);
     return;
   }
-  g_connection.store(fd.release(), std::memory_order_relaxed);
+  g_connection.store(fd.release(), std::memory_order_release);  // with Turn(): who sees it sees it connected
 }
 
 // The connection as one call uses it from its first send to its last receive, whatever others connect meanwhile. After
 // a failure it is closed, here and for the calls that follow, and each further step of the call fails.
 class Turn {
  public:
-  Turn() : fd_(g_connection.load(std::memory_order_relaxed)) {}
+  Turn() : fd_(g_connection.load(std::memory_order_acquire)) {}
 
   bool send_all(moru_frame_header& header, void* input) {
     if (tirn::send_frame(fd_, header, input)) {

@@ -31,6 +31,7 @@ struct State {
   std::atomic<uint32_t> calls;
   uintptr_t base;
   Fault fault;
+  std::atomic<bool> has_fault;  // release and acquire: whoever sees it sees the fault
   std::atomic<void*> blocks[kMostBlocks];
 };
 constinit State g_state{};
@@ -70,6 +71,7 @@ bool is_to_fail(const char* function, FaultKind kind, uintptr_t caller) {
     g_state.fault.caller = caller - g_state.base;
     std::strncpy(g_state.fault.function, function, sizeof g_state.fault.function - 1);
     g_state.fault.happened = true;
+    g_state.has_fault.store(true, std::memory_order_release);
   }
   return true;
 }
@@ -249,6 +251,7 @@ Faults::Faults(const FaultPlan& plan) : imports_(plan.object) {
   g_state.calls = 0;
   g_state.base = imports_.base();
   g_state.fault = {};
+  g_state.has_fault = false;
   for (auto& block : g_state.blocks) {
     block.store(nullptr, std::memory_order_relaxed);
   }
@@ -267,7 +270,7 @@ void Faults::stop() { g_state.failing.store(false, std::memory_order_release); }
 
 uint32_t Faults::calls() const { return g_state.calls.load(); }
 
-Fault Faults::fault() const { return g_state.fault; }
+Fault Faults::fault() const { return g_state.has_fault.load(std::memory_order_acquire) ? g_state.fault : Fault{}; }
 
 int Faults::blocks() const {
   return static_cast<int>(std::count_if(std::begin(g_state.blocks), std::end(g_state.blocks),
