@@ -1,346 +1,305 @@
-// The kernel side in user space: the words of its commands, what they keep, and the sleep on a state word.
+// The kernel side in user space.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/futex.h>
 #include <signal.h>
-#include <stdlib.h>
-#include <sys/sysinfo.h>
-#include <time.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <string>
+#include <atomic>
+#include <cerrno>
+#include <deque>
+#include <filesystem>
+#include <thread>
 #include <vector>
 
-#include "hurn.h"
-#include "platform/standin.h"
+#include "support/child_process.h"
+#include "support/log_capture.h"
+#include "support/private_root.h"
+#include "support/temp_folder.h"
+#include "support/wait_until.h"
+#include "zut.h"
 
 namespace {
 
-using namespace standin;
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using tirn::test::read_file;
+using tirn::test::wait_until;
 
-// First, so that it also stands in a process that runs all tests.
-TEST(StandinLoad, NothingHappensAtLoad) {
-  EXPECT_FALSE(has_thread("zut_jiffies"));
-  std::ifstream maps("/proc/self/maps");
-  const std::string text{std::istreambuf_iterator<char>(maps), {}};
-  EXPECT_NE(text.find("libzut.so"), std::string::npos);
-  EXPECT_EQ(text.find("/dev/shm/zut-"), std::string::npos);
+constexpr uint64_t kNone = ~uint64_t{0};
+
+uint64_t at(const volatile void* object) { return reinterpret_cast<uint64_t>(object); }
+
+long call(uint32_t command, uint64_t a, uint64_t b = kNone, uint64_t c = kNone, uint64_t d = kNone) {
+  errno = 0;
+  return zut_private_call(381ull << 32 | command, a, b, c, d);
+}
+
+TEST(Standin, NothingHappensAtLoad) {
+  const std::string maps = read_file("/proc/self/maps");
+  EXPECT_NE(maps.find("libzut.so"), std::string::npos);
+  EXPECT_EQ(maps.find("/dev/shm/zut-"), std::string::npos);
   for (int number = SIGRTMIN; number <= 61; ++number) {
     struct sigaction present {};
-    if (sigaction(number, nullptr, &present) == 0) {
-      EXPECT_EQ(present.sa_handler, SIG_DFL) << number;
-    }
+    EXPECT_TRUE(sigaction(number, nullptr, &present) != 0 || present.sa_handler == SIG_DFL) << number;
   }
 }
 
-TEST(StandinCommands, RefuseWrongWordsAndPointers) {
-  struct Row {
-    uint64_t word;
-    uint64_t a, b, c, d;
+TEST(Standin, WrongWordsAndPointersAreRefused) {
+  const uint64_t good[2] = {1, 1}, ok = at(good);
+  const uint64_t nobody = 0x7FFFFFFF, pointer = at(&nobody);
+  const struct {
+    uint32_t module, command;
+    uint64_t a;
     int error;
+  } rows[] = {
+      {0, 0x400, ok, EINVAL},       {0x8000017D, 0x400, ok, EINVAL}, {381, 0x000, ok, ENOSYS},
+      {381, 0x003, ok, ENOSYS},     {381, 0x900, ok, ENOSYS},        {381, 0xFFFFFFFF, ok, ENOSYS},
+      {381, 0x305, 100000, EINVAL}, {381, 0x306, kNone / 2, EINVAL}, {381, 0x701, pointer, ESRCH},
+      {381, 0x704, nobody, ESRCH},  {381, 0x800, ok + 1, EINVAL},
   };
-  uint64_t good = 1;
-  uint64_t unaligned[2] = {1, 1};
-  int64_t time = 1;
-  const uint64_t ok = at(&good);
-  const uint64_t own = kModule << 32;
-  const Row rows[] = {
-      {0x400, ok, kNone, kNone, kNone, EINVAL},
-      {382ull << 32 | 0x400, ok, kNone, kNone, kNone, EINVAL},
-      {1ull << 63 | own | 0x400, ok, kNone, kNone, kNone, EINVAL},
-      {own | 0x004, ok, ok, ok, ok, ENOSYS},
-      {own | 0x700, ok, ok, ok, ok, ENOSYS},
-      {own | 0x900, ok, ok, ok, ok, ENOSYS},
-      {own | 0xFFFFFFFF, ok, ok, ok, ok, ENOSYS},
-      {own | 0x305, 100000, ok, kNone, kNone, EINVAL},
-      {own | 0x306, 1ull << 32, ok, kNone, kNone, EINVAL},
-      {own | 0x307, 100000, ok, kNone, kNone, EINVAL},
-      {own | 0x701, at("\xFF\xFF\xFF\x7F"), kNone, kNone, kNone, ESRCH},
-      {own | 0x703, at("\xFF\xFF\xFF\x7F"), kNone, kNone, kNone, EINVAL},
-      {own | 0x704, 0x7FFFFFFF, kNone, kNone, kNone, ESRCH},
-      {own | 0x800, at(unaligned) + 1, at(&time), ok, kNone, EINVAL},
-  };
-  for (const Row& row : rows) {
+  for (const auto& [module, command, a, error] : rows) {
     errno = 0;
-    EXPECT_EQ(zut_private_call(row.word, row.a, row.b, row.c, row.d), -1) << std::hex << row.word;
-    EXPECT_EQ(errno, row.error) << std::hex << row.word;
+    EXPECT_EQ(zut_private_call(uint64_t{module} << 32 | command, a, ok, ok, ok), -1) << std::hex << command;
+    EXPECT_EQ(errno, error) << std::hex << command;
   }
-
   // Which arguments of which command are pointers; each of them bad in turn, the others good.
-  struct Pointers {
-    uint32_t command;
-    std::vector<int> at;
-  };
-  const Pointers pointers[] = {{0x002, {2}}, {0x003, {0}},    {0x100, {0}}, {0x101, {0, 1}},
-                               {0x102, {0}}, {0x103, {0, 1}}, {0x104, {0}}, {0x300, {0}},
-                               {0x303, {0}}, {0x304, {0}},    {0x305, {1}}, {0x306, {1}},
-                               {0x307, {1}}, {0x400, {0}},    {0x401, {0}}, {0x500, {0, 1, 2, 3}},
-                               {0x701, {0}}, {0x702, {0}},    {0x703, {0}}, {0x800, {0, 1, 2}}};
-  for (const Pointers& row : pointers) {
-    for (const int bad : row.at) {
-      for (const uint64_t address : {uint64_t{0}, kNone}) {
-        uint64_t arguments[4] = {ok, ok, ok, ok};
-        if (row.command >= 0x305 && row.command <= 0x307) {
-          arguments[0] = 0;
-        }
-        arguments[bad] = address;
-        EXPECT_EQ(call(row.command, arguments[0], arguments[1], arguments[2], arguments[3]), -1);
-        EXPECT_EQ(errno, EFAULT) << std::hex << row.command << " argument " << bad;
-      }
+  const struct {
+    uint32_t command, at;
+  } pointers[] = {{0x002, 2}, {0x003, 0}, {0x100, 0}, {0x101, 0}, {0x101, 1}, {0x102, 0}, {0x103, 0},
+                  {0x103, 1}, {0x104, 0}, {0x300, 0}, {0x303, 0}, {0x304, 0}, {0x305, 1}, {0x306, 1},
+                  {0x307, 1}, {0x400, 0}, {0x401, 0}, {0x500, 0}, {0x500, 1}, {0x500, 2}, {0x500, 3},
+                  {0x701, 0}, {0x702, 0}, {0x703, 0}, {0x800, 0}, {0x800, 1}, {0x800, 2}};
+  for (const auto& [command, bad] : pointers) {
+    for (const uint64_t address : {uint64_t{0}, kNone}) {
+      uint64_t arguments[4] = {0x305 <= command && command <= 0x307 ? 0 : ok, ok, ok, ok};
+      arguments[bad] = address;
+      EXPECT_EQ(call(command, arguments[0], arguments[1], arguments[2], arguments[3]), -1);
+      EXPECT_EQ(errno, EFAULT) << std::hex << command << " argument " << bad;
     }
   }
 }
 
-TEST(StandinCommands, ReplacedHandlersAndCounts) {
-  static uint64_t seen[5];
-  const zut_handler own = [](uint64_t word, uint64_t a, uint64_t b, uint64_t c, uint64_t d) -> long {
-    const uint64_t arguments[] = {word, a, b, c, d};
-    std::copy(std::begin(arguments), std::end(arguments), seen);
-    return 77;
-  };
-  const uint64_t word = kModule << 32 | 0x202;
-  EXPECT_EQ(zut_call_count(0x202), 0u);
-  ASSERT_EQ(zut_replace(0x202, own), 0);
-  EXPECT_EQ(zut_private_call(word, 1, 2, 3, 4), 77);
-  EXPECT_EQ(seen[0], word);
-  EXPECT_EQ(seen[4], 4u);
-  ASSERT_EQ(zut_replace(0x202, nullptr), 0);
-  EXPECT_EQ(zut_private_call(word, 1, 2, 3, 4), 0);
-  EXPECT_EQ(zut_call_count(0x202), 2u);
-  EXPECT_EQ(zut_last_word(0x202), word);
-  EXPECT_EQ(zut_private_call(word + (1ull << 32), 1, 2, 3, 4), -1);
-  EXPECT_EQ(zut_call_count(0x202), 2u) << "another module's call is none of this command's";
-
-  EXPECT_EQ(zut_replace(0x8FF, own), 0) << "a command of a test's own";
-  EXPECT_EQ(call(0x8FF), 77);
-  EXPECT_EQ(zut_replace(0x900, own), -1);
-  EXPECT_EQ(zut_call_count(0x900) + zut_last_word(0xFFFFFFFF), 0u);
-}
-
-TEST(StandinCommands, TakedownsAreRecordedAndRefused) {
-  zut_takedown last;
-  EXPECT_EQ(zut_last_takedown(&last), -1);
-  EXPECT_EQ(call(0x000), -1);
-  EXPECT_EQ(errno, ENOSYS);
-  EXPECT_EQ(call(0x001, 9, 381, 'x'), -1);
-  EXPECT_EQ(errno, ENOSYS);
-  ASSERT_EQ(zut_last_takedown(&last), 0);
-  EXPECT_EQ(last.command, 0x001u);
-  EXPECT_EQ(last.a + last.b + last.c, 9u + 381u + 'x');
-
-  const std::string text(400, 'p');
-  EXPECT_EQ(call(0x003, at(text.c_str())), -1);
-  EXPECT_EQ(errno, ENOSYS);
-  ASSERT_EQ(zut_last_takedown(&last), 0);
-  EXPECT_EQ(last.text, text.substr(0, 255));
-
-  uint32_t count = 5;
-  EXPECT_EQ(call(0x002, 1, 2, at(&count)), 0);
-  EXPECT_EQ(count, 0u);
-}
-
-TEST(StandinCommands, ClockFollowsTheZone) {
-  struct Row {
-    const char* zone;
-    uint64_t utc, local;
-  };
-  const Row rows[] = {
-      {"UTC0", 1'700'000'000, 1'700'000'000},
-      {"XST-5:45", 1'700'000'000, 1'700'000'000 + 20'700},
-      {"XST5", 1'700'000'000, 1'700'000'000 - 18'000},
-      {"XST-1XDT,M3.5.0,M10.5.0/3", 1'705'000'000, 1'705'000'000 + 3'600},  // winter
-      {"XST-1XDT,M3.5.0,M10.5.0/3", 1'720'000'000, 1'720'000'000 + 7'200},  // summer
-      {"XST5", 100, 100},
-      {"XST5", 18'000, 0},
-  };
-  for (const Row& row : rows) {
-    setenv("TZ", row.zone, 1);
-    uint64_t local = 1;
-    uint64_t saving = 1;
-    EXPECT_EQ(call(0x101, at(&row.utc), at(&local)), 0);
-    EXPECT_EQ(call(0x103, at(&row.utc), at(&saving)), 0);
-    EXPECT_EQ(local, row.local) << row.zone << ' ' << row.utc;
-    EXPECT_EQ(saving, row.local) << row.zone << ' ' << row.utc;
-  }
-  const uint64_t beyond = uint64_t{1} << 62;
-  uint64_t local;
-  EXPECT_EQ(call(0x101, at(&beyond), at(&local)), -1) << "a year that has no date";
-
-  setenv("TZ", "XST-2", 1);
-  uint64_t now[3] = {};
-  const uint64_t before = static_cast<uint64_t>(time(nullptr));
-  EXPECT_EQ(call(0x102, at(&now[0])) + call(0x100, at(&now[1])) + call(0x104, at(&now[2])), 0);
-  const uint64_t after = static_cast<uint64_t>(time(nullptr));
-  EXPECT_TRUE(before <= now[0] && now[0] <= after) << now[0];
-  EXPECT_TRUE(before + 7200 <= now[1] && now[1] <= now[2] && now[2] <= after + 7200) << now[1];
-}
-
-TEST(StandinCommands, MachineStateIsKept) {
-  const auto console = [] {
-    int query;
-    int printing;
-    zut_console(&query, &printing);
-    return query * 10 + printing;
-  };
-  EXPECT_EQ(console(), 1);
-  EXPECT_EQ(call(0x200) + call(0x203), 0);
-  EXPECT_EQ(console(), 10);
-  EXPECT_EQ(call(0x201) + call(0x202), 0);
-  EXPECT_EQ(console(), 1);
-
-  const auto change = [](uint32_t command) {
-    uint32_t step = 99;
-    EXPECT_EQ(call(command, at(&step)), 0);
-    return step;
-  };
-  const uint32_t highest = change(0x301);
-  EXPECT_EQ(change(0x302), highest);
-  EXPECT_EQ(change(0x303), highest - 1);
-  EXPECT_EQ(change(0x300), 0u);
-  EXPECT_EQ(change(0x303), 0u);
-  EXPECT_EQ(change(0x302), 1u);
-
-  // Results of 32 bits, with nothing written beside them.
-  const uint32_t wanted = 5;
-  uint32_t frequency[3] = {7, 0, 7};
-  uint32_t idle[3] = {7, 0, 7};
-  EXPECT_EQ(call(0x304, at(&frequency[1])), 0);
-  EXPECT_EQ(call(0x306, 0, at(&wanted)) + call(0x305, 0, at(&idle[1])), 0);
-  EXPECT_GT(frequency[1], 1'000'000u);
-  EXPECT_EQ(idle[1], wanted);
-  EXPECT_EQ(frequency[0] + frequency[2] + idle[0] + idle[2], 28u);
-
-  uint32_t threads = 0;
-  for (uint32_t cpu = 0; cpu < static_cast<uint32_t>(get_nprocs_conf()); ++cpu) {
-    uint32_t here = 0;
-    EXPECT_EQ(call(0x307, cpu, at(&here)), 0);
-    threads += here;
-  }
-  EXPECT_GE(threads, 1u);
-}
-
-TEST(StandinCommands, MemoryIsToldAndCounted) {
-  struct sysinfo info;
-  ASSERT_EQ(sysinfo(&info), 0);
-  uint64_t free_bytes = 0;
-  EXPECT_EQ(call(0x400, at(&free_bytes)), 0);
-  EXPECT_TRUE(0 < free_bytes && free_bytes <= uint64_t{info.totalram} * info.mem_unit) << free_bytes;
-
-  int64_t* table = nullptr;
-  int64_t* again = nullptr;
+TEST(Standin, OneTableOfMemory) {
+  int64_t *table = nullptr, *again = nullptr;
   ASSERT_EQ(call(0x401, at(&table)) + call(0x401, at(&again)), 0);
-  ASSERT_NE(table, nullptr);
-  EXPECT_EQ(table, again);
+  ASSERT_TRUE(table != nullptr && table == again);
   EXPECT_EQ(std::count(table, table + 1024, 0), 1024);
   table[381] = 4096;
   table[1023] = -8;
-  static std::string lines;
-  const hurn_content_record capture{
-      HURN_CALLBACK_ONLY, [](const hurn_line* line) { lines += std::string(line->text, line->length) + "|"; }};
-  hurn_register_content_callback(&capture);
-  EXPECT_EQ(call(0x402), 0);
-  EXPECT_EQ(lines, "module 381 holds 4096 bytes|module 1023 holds -8 bytes|");
+  const tirn::test::LogCapture log;
+  EXPECT_EQ(call(0x402, kNone), 0);
+  EXPECT_EQ(log.texts(), (std::vector<std::string>{"module 381 holds 4096 bytes", "module 1023 holds -8 bytes"}));
 }
 
-constexpr milliseconds kTick{4};
-
-struct Sleep {
-  long result;
-  int error;
-  int64_t rest;
-  milliseconds lasted;
-};
-
-Sleep sleep_on(std::atomic<uint32_t>* word, int64_t timeout) {
-  int64_t rest = -5;
-  int64_t in_and_out = timeout;
-  const auto start = Clock::now();
-  const long result = call(0x800, at(word), at(&in_and_out), at(&rest));
-  const int error = errno;
-  EXPECT_EQ(in_and_out, rest);
-  return {result, error, rest, std::chrono::floor<milliseconds>(Clock::now() - start)};
-}
-
-void set_nudge(int flags) {
-  struct sigaction action {};
-  action.sa_handler = [](int) {};
-  action.sa_flags = flags;
-  ASSERT_EQ(sigaction(SIGRTMAX - 4, &action, nullptr), 0);
-}
-
-TEST(StandinWait, RunsOutOrReturnsAtOnce) {
-  std::atomic<uint32_t> word{0};
-  Sleep sleep = sleep_on(&word, 12);
-  EXPECT_EQ(sleep.result, -1);
-  EXPECT_EQ(sleep.error, EAGAIN);
-  EXPECT_TRUE(sleep.rest > 0 && sleep.rest <= 12) << sleep.rest;
-  EXPECT_GT(sleep_on(&word, INT64_MAX).rest, INT64_MAX - 2500);
-
-  word = 0x80000001;
-  for (const int64_t timeout : {int64_t{1}, int64_t{5}}) {
-    sleep = sleep_on(&word, timeout);
-    EXPECT_EQ(sleep.result, 0);
-    EXPECT_EQ(sleep.rest, 0);
-    EXPECT_GE(sleep.lasted, timeout * kTick);
-  }
-  for (const int64_t timeout : {int64_t{0}, int64_t{-1}, INT64_MIN}) {
-    sleep = sleep_on(&word, timeout);
-    EXPECT_EQ(sleep.result, 0) << timeout;
-    EXPECT_EQ(sleep.rest, 0) << timeout;
-  }
-}
-
-// A waker clears the word and sends the signal; a signal alone ends the sleep as well, with SA_RESTART too.
-TEST(StandinWait, SignalEndsTheSleep) {
+TEST(Standin, WaitEndsByTimeWordOrSignal) {
+  enum End { kTime, kZero, kWaker, kSignal };  // a waker clears the word and sends the signal
+  const struct {
+    int64_t timeout;
+    End end;
+  } rows[] = {{INT64_MIN, kTime}, {-1, kTime},          {0, kTime},          {1, kTime},
+              {5, kTime},         {12, kZero},          {INT64_MAX, kZero},  {15'000, kWaker},
+              {15'000, kSignal},  {INT64_MAX, kSignal}, {INT64_MAX, kWaker}, {INT64_MAX / 4'000'000 + 1, kWaker}};
   for (const int flags : {SA_RESTART, 0}) {
-    set_nudge(flags);
-    for (const int64_t timeout : {INT64_MAX, INT64_MAX - 1, INT64_MAX / 4'000'000 + 1, int64_t{15'000}}) {
-      for (const bool clear : {true, false}) {
-        std::atomic<uint32_t> word{1};
-        std::atomic<pid_t> sleeper{0};
-        std::atomic<bool> woken{false};
-        Sleep sleep{};
-        std::thread thread([&] {
-          sleeper = thread_id();
-          sleep = sleep_on(&word, timeout);
-          woken = true;
-        });
-        await([&] { return sleeper != 0; });
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = flags;
+    sigaction(SIGUSR1, &action, nullptr);
+    for (const auto& [timeout, end] : rows) {
+      std::atomic<uint32_t> word{end != kZero};
+      std::atomic<bool> over{false};
+      int64_t in_and_out = timeout, rest = -5;
+      long result = 5, error = 0;
+      milliseconds lasted{};
+      std::thread sleeper([&] {
+        const auto start = steady_clock::now();
+        result = call(0x800, at(&word), at(&in_and_out), at(&rest));
+        error = errno;
+        lasted = std::chrono::floor<milliseconds>(steady_clock::now() - start);
+        over = true;
+      });
+      for (uint32_t value = 1; end == kTime && !over; value += 2) {  // another value is no end
+        word = value;
+        syscall(SYS_futex, &word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, 1, nullptr, nullptr, 0);
+      }
+      if (end == kWaker || end == kSignal) {
         std::this_thread::sleep_for(milliseconds(20));
-        EXPECT_FALSE(woken) << timeout;
-        if (clear) {
-          word = 0;
-        }
+        EXPECT_FALSE(over) << timeout;
+        word = end == kSignal;
         do {  // a signal that came before the thread slept is lost without the cleared word
-          syscall(SYS_tgkill, getpid(), sleeper.load(), SIGRTMAX - 4);
+          pthread_kill(sleeper.native_handle(), SIGUSR1);
           std::this_thread::sleep_for(milliseconds(1));
-        } while (!woken && !clear);
-        thread.join();
-        EXPECT_EQ(sleep.result, -1);
-        EXPECT_TRUE(sleep.error == EINTR || (clear && sleep.error == EAGAIN)) << sleep.error;
-        EXPECT_LE(sleep.rest, timeout - (sleep.lasted >= 2 * kTick ? 1 : 0));
-        EXPECT_GE(sleep.rest, timeout - sleep.lasted / kTick - 1);
+        } while (end == kSignal && !over);
+      }
+      sleeper.join();
+      EXPECT_EQ(in_and_out, rest);
+      EXPECT_EQ(result, end == kTime ? 0 : -1) << timeout;
+      if (end == kTime) {
+        EXPECT_TRUE(rest == 0 && lasted / milliseconds(4) >= timeout) << rest << ' ' << timeout;
+      } else {
+        EXPECT_TRUE((error == EINTR && end != kZero) || (error == EAGAIN && end != kSignal)) << error;
+        EXPECT_GE(rest, std::max<int64_t>(timeout - lasted / milliseconds(4) - 1, 1));
+        EXPECT_LE(rest, timeout - (lasted >= milliseconds(8)));
       }
     }
   }
 }
 
-TEST(StandinWait, AnotherValueIsNoEnd) {
-  std::atomic<uint32_t> word{1};
-  std::atomic<bool> done{false};
-  std::thread changer([&] {
-    for (uint32_t value = 1; !done; value = value % 1000 + 1) {
-      word = value;
-      syscall(SYS_futex, &word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, 1, nullptr, nullptr, 0);
-    }
-  });
-  for (int round = 0; round < 10; ++round) {
-    const Sleep sleep = sleep_on(&word, 5);
-    EXPECT_EQ(sleep.result, 0);
-    EXPECT_EQ(sleep.rest, 0);
-    EXPECT_GE(sleep.lasted, 5 * kTick);
+struct Target {
+  std::atomic<uint64_t> id{0};
+  uint64_t frame = 0, stack = 0, frame_told = 0, counter = 0;
+  bool spins = true;
+  long ask() { return call(0x500, at(&id), at(&stack), at(&frame_told), at(&counter)); }
+};
+
+// In a section of its own, whose bounds the linker gives; built-in atomics are inlined at any optimisation.
+__attribute__((noinline, section("spin_text"))) void spin(Target* target) {
+  __atomic_store_n(&target->frame, at(__builtin_frame_address(0)), __ATOMIC_RELEASE);
+  while (__atomic_load_n(&target->spins, __ATOMIC_RELAXED)) {
   }
-  done = true;
-  changer.join();
+}
+extern "C" const char __start_spin_text[], __stop_spin_text[];
+
+TEST(Standin, RegistersOfSpinningThreads) {
+  const auto spin_and_ask = [] {
+    Target target;
+    std::thread spinner([&] {
+      target.id = static_cast<uint64_t>(gettid());
+      spin(&target);
+    });
+    wait_until([&] { return __atomic_load_n(&target.frame, __ATOMIC_ACQUIRE) != 0; });
+    for (int round = 0; round < 100 && !HasFailure(); ++round) {
+      EXPECT_EQ(target.ask(), 0) << errno;
+#ifndef __SANITIZE_THREAD__  // holds signals back to the next call into its own code
+      EXPECT_EQ(target.frame_told, target.frame);
+      EXPECT_TRUE(target.stack <= target.frame && target.frame <= target.stack + 4096) << target.stack;
+      EXPECT_TRUE(at(__start_spin_text) <= target.counter && target.counter < at(__stop_spin_text));
+#endif
+    }
+    __atomic_store_n(&target.spins, false, __ATOMIC_RELAXED);
+    spinner.join();
+    for (const uint64_t other : {target.id.load(), 1ul, 0ul, kNone, 1ul << 32 | static_cast<uint32_t>(getpid())}) {
+      target.id = other;
+      EXPECT_TRUE(target.ask() == -1 && errno == ESRCH) << other << ' ' << errno;
+    }
+  };
+  std::thread other_caller(spin_and_ask);
+  spin_and_ask();
+  other_caller.join();
+}
+
+TEST(Standin, RegistersOfABlockedThread) {
+  Target blocked, self;
+  self.id = static_cast<uint64_t>(gettid());
+  std::atomic<bool> stop{false};
+  std::thread thread([&] {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    blocked.id = static_cast<uint64_t>(gettid());
+    wait_until([&] { return stop.load(); }, milliseconds(20000));
+    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);  // the late signal must find nothing to answer
+  });
+  EXPECT_TRUE(wait_until([&] { return blocked.id != 0; }));
+  EXPECT_TRUE(blocked.ask() == -1 && errno == ETIMEDOUT) << errno;
+  EXPECT_EQ(blocked.stack + blocked.frame_told + blocked.counter, 0u) << "wrote a result that it does not have";
+  stop = true;
+  thread.join();
+  EXPECT_EQ(self.ask(), 0) << "the next request is not disturbed";
+}
+
+// Each test has a /dev/shm of its own.
+class StandinJiffies : public testing::Test {
+ protected:
+  void SetUp() override {
+    TIRN_NEEDS_PRIVATE_ROOT(root_);
+    root_.tmpfs("/dev/shm", "mode=1777");
+  }
+  bool offered() { return zut_jiffies_device(&sysfs_, &dev_) == 0; }
+  // The device as its user finds it: by the files of its map.
+  const uint64_t* counter() const {
+    const std::string map = folder_ + "/sysfs/uio0/maps/map0/";
+    const int device = open((folder_ + "/dev/uio0").c_str(), O_RDONLY | O_CLOEXEC);
+    char* const page = static_cast<char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, device, 0));
+    close(device);
+    return reinterpret_cast<const uint64_t*>(page + strtol(read_file(map + "offset").c_str(), nullptr, 0));
+  }
+  static uint64_t read(const uint64_t* counter) { return __atomic_load_n(counter, __ATOMIC_RELAXED); }
+  static bool advances(const uint64_t* counter, milliseconds limit = milliseconds(10000)) {
+    return wait_until([=, first = read(counter)] { return read(counter) > first + 2; }, limit);
+  }
+
+  tirn::test::PrivateRoot root_;
+  const std::string folder_ = "/dev/shm/zut-" + std::to_string(geteuid());
+  const char *sysfs_ = nullptr, *dev_ = nullptr;
+};
+
+TEST_F(StandinJiffies, OneCurrentDeviceForAll) {
+  std::deque<tirn::test::ChildProcess> makers;
+  for (int i = 0; i < 8; ++i) {
+    makers.emplace_back([&] {
+      struct stat status {};
+      EXPECT_TRUE(offered() && stat((folder_ + "/dev/uio0").c_str(), &status) == 0) << strerror(errno);
+      return printf("%lu", static_cast<unsigned long>(status.st_ino)) > 0 ? 0 : 1;
+    });
+  }
+  for (auto& maker : makers) {
+    EXPECT_TRUE(maker.wait().exited()) << maker.out();
+    EXPECT_EQ(maker.out(), makers[0].out());
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_ + "/dev"), {}), 1) << "a temporary file is left";
+
+  ASSERT_TRUE(offered());
+  const uint64_t* const first = counter();
+  const auto clock = [] { return static_cast<uint64_t>(steady_clock::now().time_since_epoch() / milliseconds(4)); };
+  EXPECT_GT(read(first), clock() - 250) << "current at once, before the thread has run";
+  EXPECT_TRUE(wait_until([&] { return read(first) + 2 >= clock(); }));
+  EXPECT_LE(read(first), clock());
+  for (const char* damage : {"", "/dev/uio0", "/sysfs/uio0/maps/map0/size", "/sysfs"}) {
+    fs::remove_all(folder_ + damage);
+    ASSERT_TRUE(offered()) << damage << ": " << strerror(errno);
+    EXPECT_TRUE(advances(counter())) << damage;
+  }
+  EXPECT_TRUE(advances(first)) << "who mapped the old device reads on";
+}
+
+TEST_F(StandinJiffies, ForeignAndFullFoldersAreRefused) {
+  fs::create_directory(folder_);
+  fs::permissions(folder_, fs::perms::all);
+  EXPECT_TRUE(!offered() && errno == EPERM) << errno;
+  fs::permissions(folder_, fs::perms::owner_all);
+  fs::rename(folder_, "/dev/shm/elsewhere");
+  fs::create_directory_symlink("/dev/shm/elsewhere", folder_);
+  EXPECT_TRUE(!offered() && errno == ENOTDIR) << errno;
+  EXPECT_TRUE(fs::is_empty("/dev/shm/elsewhere"));
+  root_.tmpfs("/dev/shm", "size=12k,mode=1777");  // the texts take it all; none is left for the device
+  EXPECT_TRUE(!offered() && errno == ENOSPC) << errno;
+  EXPECT_TRUE(fs::is_empty(folder_ + "/dev")) << "half a device is left";
+}
+
+// The parent makes the device and forks; it dies, and its child's thread keeps the counter going until that ends.
+TEST_F(StandinJiffies, GoOnInAChildWhenTheParentIsGone) {
+  int leave[2];
+  ASSERT_EQ(pipe(leave), 0);
+  const auto parent = tirn::test::run_child([&] {
+    EXPECT_TRUE(offered());
+    if (fork() == 0) {
+      char end;
+      close(leave[1]);
+      _exit(static_cast<int>(::read(leave[0], &end, 1)));
+    }
+    return 0;
+  });
+  EXPECT_TRUE(parent.exited()) << parent;
+  const uint64_t* const shared = counter();
+  EXPECT_TRUE(advances(shared)) << "the child's thread does not run";
+  close(leave[1]);
+  EXPECT_TRUE(wait_until([&] { return !advances(shared, milliseconds(100)); })) << "something else keeps the counter";
 }
 
 }  // namespace
