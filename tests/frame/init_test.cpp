@@ -152,28 +152,3 @@ TEST(Process, StampIsTheSameForAllThreads) {
   }
   EXPECT_EQ(ps_get_version(), stamps[0]);
 }
-
-TEST(Process, MutexKinds) {
-  pthread_mutex_t mutex;
-  EXPECT_EQ(kesa_mtx_init(&mutex, 3), -1);
-  EXPECT_EQ(kesa_mtx_init(&mutex, -1), -1);
-
-  ASSERT_EQ(kesa_mtx_init(&mutex, KESA_MTX_ERRORCHECK), 0);
-  ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
-  EXPECT_EQ(pthread_mutex_lock(&mutex), EDEADLK);
-  EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
-  EXPECT_EQ(kesa_mtx_destroy(&mutex), 0);
-
-  ASSERT_EQ(kesa_mtx_init(&mutex, KESA_MTX_RECURSIVE), 0);
-  ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
-  EXPECT_EQ(pthread_mutex_lock(&mutex), 0);
-  pthread_mutex_unlock(&mutex);
-  pthread_mutex_unlock(&mutex);
-  EXPECT_EQ(kesa_mtx_destroy(&mutex), 0);
-
-  ASSERT_EQ(kesa_mtx_init(&mutex, KESA_MTX_NORMAL), 0);
-  ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
-  EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
-  pthread_mutex_unlock(&mutex);
-  EXPECT_EQ(kesa_mtx_destroy(&mutex), 0);
-}

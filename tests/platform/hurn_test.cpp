@@ -144,24 +144,6 @@ TEST_F(Hurn, RotationUnderLoadMixesAndLosesNothing) {
   EXPECT_TRUE(fs::exists(log_ + ".10"));
 }
 
-TEST_F(Hurn, RotationKeepsTheNewest) {
-  use_file(":10:2");
-  for (int i = 0; i < 5; i++)
-    hurn_original("line number %d", i);
-  EXPECT_EQ("", read_file(log_));
-  EXPECT_EQ("line number 4\n", read_file(log_ + ".1"));
-  EXPECT_EQ("line number 3\n", read_file(log_ + ".2"));
-  EXPECT_FALSE(fs::exists(log_ + ".3"));
-
-  // Where a file cannot be moved on, none is replaced, and the log goes on in its file.
-  fs::remove(log_ + ".2");
-  fs::create_directory(log_ + ".2");
-  hurn_original("line number 5");
-  hurn_original("line number 6");
-  EXPECT_EQ("line number 4\n", read_file(log_ + ".1"));
-  EXPECT_EQ("line number 5\nline number 6\n", read_file(log_));
-}
-
 // The handler comes in the middle of whatever the thread was at, this library's own writing and rotating too.
 TEST_F(Hurn, ErrnoIsKeptAndHandlersMayWrite) {
   use_file(":2000:900");
@@ -235,21 +217,6 @@ TEST_F(Hurn, LimitsHoldBackAndTell) {
   for (const char* name : {"", "1024", "-1", "+1", " 1", "1 ", "0x1", "4294967296", "Error", "errors"})
     EXPECT_EQ(HURN_NO_GROUP, hurn_get_group_id(name)) << name;
   EXPECT_EQ(-2, hurn_ratelimit_set(1024 + 8, 1, 1) + hurn_ratelimit_set(HURN_NO_GROUP, 1, 1));
-}
-
-TEST_F(Hurn, SystemLog) {
-  tirn::test::PrivateRoot root;
-  TIRN_NEEDS_PRIVATE_ROOT(root);
-  root.tmpfs("/dev");
-  ASSERT_EQ(0, hurn_init("tester", "syslog"));
-  const int server = socket(AF_UNIX, SOCK_DGRAM, 0);
-  const sockaddr_un address{AF_UNIX, "/dev/log"};
-  ASSERT_EQ(0, bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-  hurn(381, HURN_WARNING, "file", 12, "function", 0, "Text.");
-  char datagram[5000] = "";
-  EXPECT_GT(recv(server, datagram, sizeof datagram - 1, MSG_DONTWAIT), 0);
-  EXPECT_EQ("<12>tester[" + std::to_string(getpid()) + "]: warning 381 file:12 function: Text.", datagram);
-  close(server);
 }
 
 }  // namespace

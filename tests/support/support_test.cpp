@@ -22,17 +22,6 @@ namespace {
 
 void write_line(const char* text) { hurn(TIRN_MODULE_ID, HURN_INFO, "file", 7, "function", 0, "%s", text); }
 
-TEST(Support, TextsMatchByStars) {
-  EXPECT_TRUE(matches("abc", "abc"));
-  EXPECT_TRUE(matches("abcabc", "a*bc"));
-  EXPECT_TRUE(matches("errno 5.", "errno *."));
-  EXPECT_TRUE(matches("", "*"));
-  EXPECT_FALSE(matches("abc", "ab"));
-  EXPECT_FALSE(matches("abc", "*ab"));
-  EXPECT_FALSE(matches("ab", "ab*b"));
-  EXPECT_FALSE(matches("xab", "ab*"));
-}
-
 TEST(Support, CaptureSeesLinesOfHandlersAndDyingChildren) {
   hurn_loglevel_set(TIRN_MODULE_ID, HURN_WARNING);
   {
@@ -58,17 +47,6 @@ TEST(Support, CaptureSeesLinesOfHandlersAndDyingChildren) {
   EXPECT_EQ(hurn_loglevel_get(TIRN_MODULE_ID), static_cast<int>(HURN_WARNING));
 }
 
-TEST(Support, ChildTellsItsEndAndOutput) {
-  const ChildOutcome outcome = run_child([] {
-    std::fputs("to out", stdout);
-    std::fputs("to err", stderr);
-    return 7;
-  });
-  EXPECT_TRUE(outcome.exited(7)) << outcome;
-  EXPECT_EQ(outcome.out, "to out");
-  EXPECT_EQ(outcome.err, "to err");
-}
-
 TEST(Support, ChildWithAFailedExpectationIsSeen) {
   const ChildOutcome outcome = run_child([] {
     EXPECT_EQ(1, 2) << "told in the child";
@@ -76,12 +54,6 @@ TEST(Support, ChildWithAFailedExpectationIsSeen) {
   });
   EXPECT_TRUE(outcome.exited(ChildProcess::kFailedInside)) << outcome;
   EXPECT_NE(outcome.out.find("told in the child"), std::string::npos) << outcome;
-}
-
-TEST(Support, ChildIsKilledAtItsLimit) {
-  const ChildOutcome outcome = run_child([] { return pause(); }, milliseconds(50));
-  EXPECT_TRUE(outcome.timed_out) << outcome;
-  EXPECT_EQ(outcome.signal, SIGKILL);
 }
 
 TEST(Support, FakeToolsRecordTheirCalls) {
@@ -156,20 +128,6 @@ TEST(Support, PrivateRootCoversTheMachine) {
   EXPECT_EQ(now.st_mtim.tv_sec, machine_passwd.st_mtim.tv_sec);
   EXPECT_EQ(access("/etc/group", F_OK), 0);
   EXPECT_NE(access("/ZEK/script/tool.sh", F_OK), 0);
-}
-
-TEST(Support, PrivateNetworkHasOnlyLoopback) {
-  TIRN_NEEDS_PRIVATE_NETWORK();
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(22);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << errno;
-  EXPECT_EQ(listen(fd, 1), 0);
-  address.sin_addr.s_addr = htonl(0x08080808);
-  EXPECT_NE(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  close(fd);
 }
 
 }  // namespace
