@@ -192,8 +192,20 @@ void PrivateRoot::make_room(const std::string& path) {
 }
 
 void PrivateRoot::write_file(const std::string& path, std::string_view text, unsigned mode) {
-  if (!is_ours(path) || !fs::is_regular_file(fs::symlink_status(path))) {
+  const bool is_file = fs::is_regular_file(fs::symlink_status(path));
+  if (is_file && !is_ours(path)) {
+    // The file alone is covered: in /proc above all the folder goes on living.
+    const std::string cover = "/.covers/" + std::to_string(++covers_);
+    fs::create_directory("/.covers");
+    std::ofstream(cover).close();
+    expect_done(mount(cover.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0, "cover", path);
+  } else if (!is_file) {
     make_room(path);
+    std::ofstream(path).close();
+  }
+  if (!is_ours(path)) {
+    ADD_FAILURE() << path << " is the machine's own";
+    return;
   }
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text;

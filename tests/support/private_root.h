@@ -55,6 +55,7 @@ class PrivateRoot {
   void build_root();
 
   std::string refusal_;
+  int covers_ = 0;
   std::set<dev_t> ours_;  // the file systems that hold the layout
 };
 

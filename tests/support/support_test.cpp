@@ -93,6 +93,12 @@ TEST(Support, PrivateRootCoversTheMachine) {
     EXPECT_NE(access("/sys/devices/system/cpu/cpu0", F_OK), 0);
     EXPECT_EQ(access("/sys/devices/system/node", F_OK), access("/sys/devices/system", F_OK));
 
+    root.write_file("/proc/cpuinfo", "covered");
+    EXPECT_EQ(read_file("/proc/cpuinfo"), "covered");
+    EXPECT_EQ(access("/proc/self/task", F_OK), 0);
+    root.write_file("/proc/cpuinfo", "again");
+    EXPECT_EQ(read_file("/proc/cpuinfo"), "again");
+
     root.write_file("/etc/passwd", "covered");
     EXPECT_EQ(read_file("/etc/passwd"), "covered");
     EXPECT_FALSE(read_file("/etc/group").empty());
