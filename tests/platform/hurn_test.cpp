@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,7 +17,6 @@
 
 #include "support/child_process.h"
 #include "support/log_capture.h"
-#include "support/private_root.h"
 #include "support/temp_folder.h"
 
 namespace {
