@@ -1,10 +1,10 @@
 /*
- * Locks of one to four words that need no set-up by the system: a plain spinlock that sleeps when it has spun for
- * 100 us, a read-write lock in one word, and a spinlock and a read-write lock that serve in order of arrival.
+ * Locks of a few words that need no set-up by the system: a plain spinlock that sleeps when it has spun for 100 us, a
+ * read-write lock in one word, and a spinlock and a read-write lock that serve in order of arrival.
  *
  * None is recursive, none masks signals: a signal handler that takes a lock which its thread holds waits for ever.
- * All work between processes that share the record's memory (a ticket spinlock then tells misuse across processes
- * too). Waiting does not change errno. Where a wait is no count of attempts it gives the processor its hint for
+ * All work between processes that share the record's memory. In a forked child a lock that another thread held at the
+ * fork stays held. Waiting does not change errno; where it is no count of attempts the processor gets its hint for
  * spinning.
  *
  * C++ programs find types for std::lock_guard and std::shared_lock in tirn/lock.hpp.
