@@ -6,7 +6,7 @@ if(TIRN_KERNEL_SIDE STREQUAL "standin")
   list(APPEND installed_libraries zut)
 endif()
 install(TARGETS ${installed_libraries} EXPORT tirnTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY include/tirn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY include/tirn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 install(FILES platform/hurn/hurn.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT tirnTargets NAMESPACE tirn:: DESTINATION ${TIRN_PACKAGE_DIR})
 

@@ -21,7 +21,9 @@ struct Declaration {
 inline std::vector<std::filesystem::path> public_headers() {
   std::vector<std::filesystem::path> paths;
   for (const auto& entry : std::filesystem::directory_iterator(TIRN_SOURCE_DIR "/include/tirn")) {
-    paths.push_back(entry.path());
+    if (entry.path().extension() == ".h") {  // what C++ adds declares nothing of its own
+      paths.push_back(entry.path());
+    }
   }
   return paths;
 }

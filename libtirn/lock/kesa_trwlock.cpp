@@ -1,0 +1,79 @@
+#include <atomic>
+#include <bit>
+
+#include "libtirn/arch/arch.h"
+#include "tirn/lock.h"
+
+static_assert(sizeof(kesa_trwlock) == 16 && offsetof(kesa_trwlock, writers_released) == 4 &&
+              offsetof(kesa_trwlock, tickets) == 8 && offsetof(kesa_trwlock, writer_tickets) == 12);
+static_assert(std::endian::native == std::endian::little, "a pair's first field is its low half");
+
+namespace {
+
+// Two counters in one word: everyone in the low half, the writers among them in the high half.
+constexpr uint32_t all(uint64_t pair) { return static_cast<uint32_t>(pair); }
+constexpr uint32_t writers(uint64_t pair) { return static_cast<uint32_t>(pair >> 32); }
+
+// Each half wraps by itself: a sum of the whole word would carry from the low half into the high one.
+constexpr uint64_t counted(uint64_t pair, uint32_t of_writers) {
+  return uint64_t{writers(pair) + of_writers} << 32 | uint32_t{all(pair) + 1};
+}
+
+constexpr uint32_t kReader = 0;  // how much one moves the writers' counter
+constexpr uint32_t kWriter = 1;
+
+// Swaps `pair` for the one that counts this holder too; false, and `pair` read anew, if it has changed meanwhile.
+inline bool count(uint64_t& word, uint64_t& pair, uint32_t of_writers) {
+  return std::atomic_ref(word).compare_exchange_weak(pair, counted(pair, of_writers), std::memory_order_acq_rel,
+                                                     std::memory_order_relaxed);
+}
+
+// Counts one more and returns the pair as it was. On the releasing pair this is the release that the acquiring loads
+// of it, in released(), pair with.
+inline uint64_t add(uint64_t& word, uint32_t of_writers) {
+  uint64_t pair = std::atomic_ref(word).load(std::memory_order_relaxed);
+  while (!count(word, pair, of_writers)) {
+  }
+  return pair;
+}
+
+inline uint64_t released(kesa_trwlock& lock) {
+  return std::atomic_ref(lock.released_pair).load(std::memory_order_acquire);
+}
+
+// Takes a ticket and waits until the holds that `half` counts, of those with earlier tickets, are given back.
+template <uint32_t (*half)(uint64_t)>
+inline void take(kesa_trwlock& lock, uint32_t of_writers) {
+  const uint32_t earlier = half(add(lock.tickets_pair, of_writers));
+  while (half(released(lock)) != earlier) {
+    tirn::arch::spin_hint();
+  }
+}
+
+template <uint32_t (*half)(uint64_t)>
+inline int try_take(kesa_trwlock& lock, uint32_t of_writers) {
+  uint64_t tickets = std::atomic_ref(lock.tickets_pair).load(std::memory_order_relaxed);
+  do {
+    if (half(tickets) != half(released(lock))) {
+      return 0;
+    }
+  } while (!count(lock.tickets_pair, tickets, of_writers));
+  return 1;
+}
+
+}  // namespace
+
+void do_kesa_trwlock_init(kesa_trwlock* lock) {
+  std::atomic_ref(lock->released_pair).store(0, std::memory_order_relaxed);
+  std::atomic_ref(lock->tickets_pair).store(0, std::memory_order_relaxed);
+}
+
+void do_kesa_trwlock_read_lock(kesa_trwlock* lock) { take<writers>(*lock, kReader); }
+int do_kesa_trwlock_read_trylock(kesa_trwlock* lock) { return try_take<writers>(*lock, kReader); }
+void do_kesa_trwlock_read_unlock(kesa_trwlock* lock) { add(lock->released_pair, kReader); }
+
+void do_kesa_trwlock_write_lock(kesa_trwlock* lock) { take<all>(*lock, kWriter); }
+int do_kesa_trwlock_write_trylock(kesa_trwlock* lock) { return try_take<all>(*lock, kWriter); }
+void do_kesa_trwlock_write_unlock(kesa_trwlock* lock) { add(lock->released_pair, kWriter); }
+
+void do_kesa_trwlock_destroy(kesa_trwlock*) {}

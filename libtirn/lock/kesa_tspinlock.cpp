@@ -1,0 +1,107 @@
+#include <atomic>
+
+#include "libtirn/arch/arch.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/thread_id.h"
+#include "tirn/lock.h"
+
+static_assert(sizeof(kesa_tspinlock) == 24 && offsetof(kesa_tspinlock, next) == 4 &&
+              offsetof(kesa_tspinlock, magic) == 8 && offsetof(kesa_tspinlock, owner) == 16);
+
+namespace {
+
+using std::atomic_ref;
+
+// A word whose value orders nothing: a stale one does no harm beyond a line in the log, or none.
+template <typename Word>
+inline Word plain(Word& word) {
+  return atomic_ref(word).load(std::memory_order_relaxed);
+}
+template <typename Word>
+inline void set_plain(Word& word, Word value) {
+  atomic_ref(word).store(value, std::memory_order_relaxed);
+}
+
+struct Caller {
+  const char* function;  // under whose name the line is written
+  const char* where;
+  uint32_t line;
+};
+
+__attribute__((cold, noinline)) void tell_misuse(const char* what, kesa_tspinlock& lock, Caller caller) {
+  TIRN_LOG_AS(tirn::kModule, tirn::kInfo, caller.function, "%s in %s:%u lock:0x%lx magic:0x%x owner:%lu other:%u",
+              what, caller.where, caller.line, uint64_t{plain(lock.next)} << 32 | plain(lock.serving),
+              plain(lock.magic), plain(lock.owner), plain(lock.other));
+}
+
+inline bool is_initialised(kesa_tspinlock& lock) { return plain(lock.magic) == KESA_TSPINLOCK_MAGIC; }
+
+inline void check_initialised(kesa_tspinlock& lock, Caller caller) {
+  if (!is_initialised(lock)) [[unlikely]] {
+    tell_misuse("UnInited lock", lock, caller);
+  }
+}
+
+inline void check_on_the_way_in(kesa_tspinlock& lock, uint32_t self, Caller caller) {
+  check_initialised(lock, caller);
+  if (plain(lock.owner) == self) [[unlikely]] {
+    tell_misuse("AA lock", lock, caller);
+  }
+}
+
+}  // namespace
+
+void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  if (is_initialised(*lock)) {
+    tell_misuse("ReInited lock", *lock, {__func__, where, line});
+  }
+  set_plain(lock->serving, 0u);
+  set_plain(lock->next, 0u);
+  set_plain(lock->magic, KESA_TSPINLOCK_MAGIC);
+  set_plain(lock->other, UINT32_MAX);
+  set_plain(lock->owner, KESA_TSPINLOCK_NO_OWNER);
+}
+
+// The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it.
+void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  const uint32_t self = tirn::kernel_thread_id();
+  check_on_the_way_in(*lock, self, {__func__, where, line});
+  const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);
+  while (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
+    tirn::arch::spin_hint();
+  }
+  set_plain(lock->owner, uint64_t{self});
+}
+
+int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  const uint32_t self = tirn::kernel_thread_id();
+  check_on_the_way_in(*lock, self, {__func__, where, line});
+  uint32_t ticket;
+  do {
+    ticket = plain(lock->next);
+    if (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
+      return 0;
+    }
+  } while (!atomic_ref(lock->next)
+                .compare_exchange_weak(ticket, ticket + 1, std::memory_order_acq_rel, std::memory_order_relaxed));
+  set_plain(lock->owner, uint64_t{self});
+  return 1;
+}
+
+void do_kesa_tspinlock_unlock(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  check_initialised(*lock, {__func__, where, line});
+  if (plain(lock->owner) != tirn::kernel_thread_id()) [[unlikely]] {
+    tell_misuse("AB lock", *lock, {__func__, where, line});
+  }
+  const bool is_held = plain(lock->next) != plain(lock->serving);
+  set_plain(lock->owner, KESA_TSPINLOCK_NO_OWNER);
+  if (!is_held) [[unlikely]] {
+    tell_misuse("ReUnlock", *lock, {"ticket_unlock", where, line});
+  }
+  atomic_ref(lock->serving).fetch_add(1, std::memory_order_acq_rel);
+}
+
+void do_kesa_tspinlock_destroy(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  check_initialised(*lock, {__func__, where, line});
+  set_plain(lock->magic, KESA_TSPINLOCK_DESTROYED);
+}

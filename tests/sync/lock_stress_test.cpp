@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <shared_mutex>
+#include <thread>
+#include <vector>
+
+#include "support/wait_until.h"
+#include "tirn/jiffies.h"
+#include "tirn/lock.hpp"
+
+namespace {
+
+// Writers of both marks on one word.
+struct MixedRwLock : tirn::RwLock {
+  void lock() { rand() % 2 == 0 ? kesa_rwlock_write_lock_mayblock(native()) : kesa_rwlock_write_lock(native()); }
+  bool try_lock() { return lock(), true; }
+};
+
+template <typename Lock>
+class LockStress : public testing::Test {};
+using Locks = testing::Types<tirn::SpinLock, MixedRwLock, tirn::TicketSpinLock, tirn::TicketRwLock>;
+TYPED_TEST_SUITE(LockStress, Locks);
+
+// Just below the wrap, so that the counters go round while threads wait.
+void set_near_wrap(auto& lock) {
+  if constexpr (requires { lock.native()->serving; }) {
+    lock.native()->serving = lock.native()->next = UINT32_MAX - 3;
+  } else if constexpr (requires { lock.native()->writer_tickets; }) {
+    lock.native()->released = lock.native()->tickets = UINT32_MAX - 3;
+    lock.native()->writers_released = lock.native()->writer_tickets = UINT32_MAX - 3;
+  }
+}
+
+}  // namespace
+
+// Plain words that only the lock guards: a second writer, or a reader beside one, is seen or loses an update.
+TYPED_TEST(LockStress, OneWriterOrReaders) {
+  kesa_gettime_init();
+  TypeParam lock;
+  set_near_wrap(lock);
+  uint64_t first = 0, second = 0;
+  std::atomic<uint64_t> written{0}, broken{0};
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+  const auto work = [&] {
+    for (unsigned i = 0; std::chrono::steady_clock::now() < end; ++i) {
+      if constexpr (requires { lock.lock_shared(); }) {
+        std::shared_lock hold(lock, std::try_to_lock);
+        if (!hold.owns_lock() && i % 2 == 0) {
+          hold.lock();
+        }
+        broken += hold.owns_lock() && first != second;
+      }
+      std::unique_lock hold(lock, std::try_to_lock);
+      if (!hold.owns_lock()) {
+        hold.lock();
+      }
+      broken += ++first != second + 1;
+      ++second;
+      ++written;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back(work);
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(broken, 0u);
+  EXPECT_GT(written, 8u);
+  EXPECT_EQ(second, written);
+}
+
+// Eight threads that come one after the other while the lock is held are served in that order.
+TEST(TicketOrder, FirstComeFirstServed) {
+  tirn::TicketSpinLock spin;
+  tirn::TicketRwLock rw;
+  const auto order = [](auto& lock, uint32_t& next) {
+    set_near_wrap(lock);
+    std::vector<int> served;
+    std::vector<std::thread> threads;
+    lock.lock();
+    for (int i = 0; i < 8; ++i) {
+      const uint32_t before = std::atomic_ref(next).load();
+      threads.emplace_back([&lock, &served, i] {
+        const std::lock_guard hold(lock);
+        served.push_back(i);
+      });
+      EXPECT_TRUE(tirn::test::wait_until([&] { return std::atomic_ref(next).load() == before + 1; }));
+    }
+    lock.unlock();
+    for (auto& thread : threads) {
+      thread.join();
+    }
+    return served;
+  };
+  EXPECT_EQ(order(spin, spin.native()->next), (std::vector{0, 1, 2, 3, 4, 5, 6, 7}));
+  EXPECT_EQ(order(rw, rw.native()->tickets), (std::vector{0, 1, 2, 3, 4, 5, 6, 7}));
+}

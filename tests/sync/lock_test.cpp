@@ -1,0 +1,159 @@
+#include "tirn/lock.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include "support/child_process.h"
+#include "support/log_capture.h"
+#include "tirn/jiffies.h"
+#include "tirn/percpu_posix.h"
+
+using namespace tirn::test;
+
+namespace {
+
+char g_expected[128];
+
+// The line of its stack begins where this function returns to.
+__attribute__((noinline)) void wait_for(kesa_spinlock* spinlock) {
+  std::snprintf(g_expected, sizeof g_expected, "current tid:%d, stack:%p(*) << *(*) << *(*).", gettid(),
+                __builtin_return_address(0));
+  kesa_spinlock_lock(spinlock);
+  kesa_spinlock_unlock(spinlock);
+}
+
+size_t lines_while_it_waits(const LogCapture& log) {
+  kesa_spinlock spinlock = {};
+  kesa_spinlock_lock(&spinlock);
+  EXPECT_EQ(kesa_spinlock_trylock(&spinlock), 0);
+  std::thread waiter(wait_for, &spinlock);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  kesa_spinlock_unlock(&spinlock);
+  waiter.join();
+  EXPECT_EQ(log.lines().size(), log.count(g_expected)) << g_expected << '\n' << log;
+  return log.count(g_expected);
+}
+
+}  // namespace
+
+TEST(Spinlock, WaiterSleepsAndShowsItsStackWhereAskedTo) {
+  LogCapture log;
+  kesa_spinlock_set_flags(~uint64_t{0});
+  EXPECT_EQ(lines_while_it_waits(log), 0u) << "it slept without a clock";
+  kesa_gettime_init();
+  EXPECT_GE(lines_while_it_waits(log), 2u);
+  log.clear();
+  uint64_t flags = 0;
+  kesa_spinlock_clear_flags(KESA_SPINLOCK_FLAG_DUMP);
+  kesa_spinlock_get_flags(&flags);
+  EXPECT_EQ(flags, ~uint64_t{1});
+  EXPECT_EQ(lines_while_it_waits(log), 0u);
+}
+
+TEST(WordRwLock, BothMarksOfAWriterKeepReadersOut) {
+  uint64_t word = 0;
+  kesa_rwlock_read_lock(&word);
+  kesa_rwlock_read_lock_mayblock(&word);
+  EXPECT_EQ(word, 2u);
+  kesa_rwlock_read_unlock(&word);
+  kesa_rwlock_read_unlock(&word);
+  for (auto* const take : {kesa_rwlock_write_lock, kesa_rwlock_write_lock_mayblock}) {
+    take(&word);
+    EXPECT_EQ(word, take == kesa_rwlock_write_lock ? UINT64_MAX : uint64_t{1} << 63);
+    EXPECT_EQ(kesa_rwlock_try_read_lock(&word), 0);
+    kesa_rwlock_write_unlock(&word);
+  }
+}
+
+TEST(TicketSpinlock, MisuseIsToldAndChangesNothing) {
+  LogCapture log;
+  kesa_tspinlock lock = {6, 6, 0, 3, 4};
+  const auto at = [&](uint32_t serving, uint32_t next) { return lock.serving == serving && lock.next == next; };
+  do_kesa_tspinlock_lock(&lock, "here", 77);
+  EXPECT_EQ(do_kesa_tspinlock_trylock(&lock, "here", 78), 0);
+  do_kesa_tspinlock_init(&lock, "here", 79);
+  EXPECT_TRUE(at(0, 0));
+  lock.serving = lock.next = UINT32_MAX;
+  EXPECT_EQ(kesa_tspinlock_trylock(&lock), 1);
+  EXPECT_TRUE(at(UINT32_MAX, 0));
+  EXPECT_EQ(run_child([&] { return kesa_tspinlock_unlock(&lock), at(0, 0); }).status, 1);  // its own hold there too
+  kesa_tspinlock_unlock(&lock);
+  EXPECT_TRUE(at(0, 0));
+  do_kesa_tspinlock_unlock(&lock, "here", 80);
+  EXPECT_TRUE(at(1, 0));
+  do_kesa_tspinlock_init(&lock, "here", 81);
+  EXPECT_TRUE(at(0, 0));
+  std::thread([&] { kesa_tspinlock_lock(&lock), lock.owner = 5; }).join();
+  do_kesa_tspinlock_unlock(&lock, "here", 82);
+  EXPECT_TRUE(at(1, 1));
+  do_kesa_tspinlock_destroy(&lock, "here", 83);
+  do_kesa_tspinlock_destroy(&lock, "here", 84);
+  hurn_loglevel_set(TIRN_MODULE_ID, HURN_WARNING);
+  do_kesa_tspinlock_destroy(&lock, "here", 85);
+  const std::string self = std::to_string(gettid());
+  const std::string nobody = "owner:18446744073709551615 other:4294967295";
+  const std::string expected[] = {
+      "lock: UnInited lock in here:77 lock:0x600000006 magic:0x0 owner:4 other:3",
+      "trylock: UnInited lock in here:78 lock:0x700000006 magic:0x0 owner:" + self + " other:3",
+      "trylock: AA lock in here:78 lock:0x700000006 magic:0x0 owner:" + self + " other:3",
+      "unlock: AB lock in here:80 lock:0x0 magic:0xdead5ead " + nobody,
+      "ticket_unlock: ReUnlock in here:80 lock:0x0 magic:0xdead5ead " + nobody,
+      "init: ReInited lock in here:81 lock:0x1 magic:0xdead5ead " + nobody,
+      "unlock: AB lock in here:82 lock:0x100000000 magic:0xdead5ead owner:5 other:4294967295",
+      "destroy: UnInited lock in here:84 lock:0x100000001 magic:0x5eaddead " + nobody,
+  };
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), std::size(expected)) << log;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const std::string family = lines[i].function == "ticket_unlock" ? "" : "do_kesa_tspinlock_";
+    EXPECT_EQ(lines[i].function + ": " + lines[i].text, family + expected[i]);
+    EXPECT_EQ(lines[i].level, HURN_INFO);
+  }
+}
+
+TEST(TicketRwLock, CountersWrapEachByItself) {
+  constexpr uint32_t kLast = UINT32_MAX;
+  struct Row {
+    uint32_t before[4], after[4];  // in the record's order
+  };
+  const auto check = [](auto operate, int result, const Row& row) {
+    kesa_trwlock lock;
+    std::memcpy(&lock, row.before, sizeof lock);
+    if constexpr (std::is_void_v<decltype(operate(&lock))>) {
+      operate(&lock);
+    } else {
+      EXPECT_EQ(operate(&lock), result);
+    }
+    EXPECT_EQ(std::memcmp(&lock, row.after, sizeof lock), 0) << testing::PrintToString(row.after);
+  };
+  check(do_kesa_trwlock_read_lock, 0, {{kLast, 7, kLast, 7}, {kLast, 7, 0, 7}});
+  check(do_kesa_trwlock_read_trylock, 1, {{kLast - 1, kLast, kLast, kLast}, {kLast - 1, kLast, 0, kLast}});
+  check(do_kesa_trwlock_read_trylock, 0, {{0, kLast, 2, 0}, {0, kLast, 2, 0}});  // a writer waits for a reader
+  check(do_kesa_trwlock_read_unlock, 0, {{kLast, 7, 0, 7}, {0, 7, 0, 7}});
+  check(do_kesa_trwlock_write_lock, 0, {{kLast, kLast, kLast, kLast}, {kLast, kLast, 0, 0}});
+  check(do_kesa_trwlock_write_trylock, 1, {{kLast, 7, kLast, 7}, {kLast, 7, 0, 8}});
+  check(do_kesa_trwlock_write_trylock, 0, {{kLast, 7, 0, 7}, {kLast, 7, 0, 7}});  // beside a reader
+  check(do_kesa_trwlock_write_unlock, 0, {{kLast, kLast, 0, 0}, {0, 0, 0, 0}});
+  check(do_kesa_trwlock_init, 0, {{1, 2, 3, 4}, {0, 0, 0, 0}});
+}
+
+TEST(ThreadKeys, ErrorsComeBackAndAreTold) {
+  LogCapture log;
+  pthread_key_t key = 0;
+  int value = 0;
+  EXPECT_EQ(kesa_key_create(&key, nullptr), 0);
+  EXPECT_EQ(kesa_key_setspecific(key, &value), 0);
+  EXPECT_EQ(kesa_key_setspecific(key, nullptr), -1);
+  EXPECT_EQ(kesa_key_getspecific(key), &value);
+  EXPECT_EQ(kesa_key_delete(key), 0);
+  EXPECT_EQ(log.texts(), std::vector<std::string>{"param(value) is null !\n"});
+  EXPECT_EQ(kesa_key_delete(key), EINVAL);
+  EXPECT_EQ(kesa_key_setspecific(key, &value), EINVAL);
+  EXPECT_EQ(kesa_key_getspecific(key), nullptr);
+  EXPECT_EQ(log.count(HURN_ERROR, "pthread_*specific failed!\n"), 2u) << log;
+}
