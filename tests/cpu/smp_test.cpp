@@ -1,10 +1,10 @@
 // Counts as sysconf tells them. The program's own sysconf stands in for the C library's.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "support/imports.h"
 #include "support/log_capture.h"
 #include "tirn/smp.h"
 
@@ -18,17 +18,22 @@ struct {
 
 }  // namespace
 
-extern "C" long sysconf(int name) noexcept {
-  static const auto real = reinterpret_cast<long (*)(int)>(dlsym(RTLD_NEXT, "sysconf"));
-  if (!g_answer.replaced || (name != _SC_NPROCESSORS_ONLN && name != _SC_NPROCESSORS_CONF)) {
-    return real(name);
+// The library's way to sysconf alone is changed: the sanitizers call it too, before they are ready for a test's code.
+struct Counts {
+  Counts() { imports.redirect("sysconf", reinterpret_cast<void*>(answer)); }
+  static long answer(int name) {
+    if (!g_answer.replaced || (name != _SC_NPROCESSORS_ONLN && name != _SC_NPROCESSORS_CONF)) {
+      return sysconf(name);
+    }
+    const long answer = name == _SC_NPROCESSORS_ONLN ? g_answer.online : g_answer.configured;
+    if (answer < 0) {
+      errno = ENOSYS;
+    }
+    return answer;
   }
-  const long answer = name == _SC_NPROCESSORS_ONLN ? g_answer.online : g_answer.configured;
-  if (answer < 0) {
-    errno = ENOSYS;
-  }
-  return answer;
-}
+  tirn::test::Imports imports{tirn::test::Object::library};
+};
+const Counts g_counts;
 
 using tirn::test::LogCapture;
 
