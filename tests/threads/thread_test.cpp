@@ -96,7 +96,7 @@ TEST(Thread, EachWayOfStartingOne) {
       ASSERT_EQ(kesa_thread_get_specific_stack(tid, &start, &end), 0);
       const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
       EXPECT_TRUE(start < here && here < end);
-      EXPECT_EQ(end - start <= KESA_THREAD_SMALL_STACK, create == create_thread_nopreempt_raw);
+      EXPECT_EQ(end - start <= 8 * KESA_THREAD_SMALL_STACK, create == create_thread_nopreempt_raw);
       stack_t signal_stack;
       sigaltstack(nullptr, &signal_stack);
       EXPECT_EQ(signal_stack.ss_sp, m_current_thread->signal_stack);
