@@ -15,5 +15,6 @@
 #include "tirn/shm.h"
 #include "tirn/smp.h"
 #include "tirn/syscall.h"
+#include "tirn/thread.h"
 
 #endif

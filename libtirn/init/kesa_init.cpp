@@ -6,6 +6,7 @@
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
 #include "tirn/smp.h"
+#include "tirn/thread.h"
 
 namespace {
 
@@ -30,9 +31,11 @@ constexpr StartStep kStartSteps[] = {
     {jiffies_Init, nullptr, false},
     {pid_init_names, nullptr, false},
     {name_this_module, nullptr, false},
+    {kesa_thrd_setpid_accl, nullptr, false},
     {cpumask_init, nullptr, false},
     {globalCpuNum_init, nullptr, false},
     {kesa_gettime_init, "Kesa time initialize failed.", true},
+    {kesa_thrd_module_init, nullptr, false},
 };
 // clang-format on
 

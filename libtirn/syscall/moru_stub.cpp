@@ -1,7 +1,4 @@
 // The server of the loopback service: one listener, and one thread with its own buffers for each client.
-#include <pthread.h>
-#include <sys/prctl.h>
-
 #include <algorithm>
 #include <cerrno>
 
@@ -9,20 +6,11 @@
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/syscall/stream.h"
+#include "tirn/thread.h"
 
 namespace {
 
 using tirn::Fd;
-
-// Starts a detached thread. 0, or the error of pthread_create.
-int start_thread(void* (*run)(void*), intptr_t argument) {
-  pthread_t thread;
-  const int result = pthread_create(&thread, nullptr, run, reinterpret_cast<void*>(argument));
-  if (result == 0) {
-    pthread_detach(thread);
-  }
-  return result;
-}
 
 // A client, and the buffers of its requests. The output buffer has all the bytes that a reply may carry: a handler may
 // report as many.
@@ -92,7 +80,7 @@ void* serve_client(void* argument) {
     TIRN_ERROR("Param error: null pointer.\n");
     return nullptr;
   }
-  prctl(PR_SET_NAME, "syscall_do_thr");
+  kesa_thrd_setname("syscall_do_thr");
   while (serve_request(client)) {
   }
   return nullptr;
@@ -124,7 +112,7 @@ void* accept_clients(void*) {
   if (!service) {
     return nullptr;
   }
-  prctl(PR_SET_NAME, "syscall_thr");
+  kesa_thrd_setname("syscall_thr");
   for (;;) {
     Fd client(accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!client) {
@@ -135,7 +123,8 @@ void* accept_clients(void*) {
       return nullptr;
     }
     tirn::enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
-    const int result = start_thread(serve_client, client.get());
+    const int result = create_thread_nopreempt_raw(
+        serve_client, reinterpret_cast<void*>(static_cast<intptr_t>(client.get())), nullptr);
     if (result != 0) {
       TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result);
       return nullptr;
@@ -147,7 +136,7 @@ void* accept_clients(void*) {
 }  // namespace
 
 int MORU_PrivateSysCallIntfInit() {
-  const int result = start_thread(accept_clients, 0);
+  const int result = create_thread_nopreempt_raw(accept_clients, nullptr, nullptr);
   if (result != 0) {
     TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result);
     return tirn::kFail;

@@ -1,0 +1,142 @@
+#include "libtirn/thread/thrd_create.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "libtirn/thread/thrd_entry.h"
+#include "libtirn/thread/thrd_table.h"
+
+namespace tirn::thread {
+namespace {
+
+// The caller's attributes, or default ones.
+class Attributes {
+ public:
+  explicit Attributes(pthread_attr_t* given) : used_(given) {
+    if (given == nullptr) {
+      error_ = pthread_attr_init(&own_);
+      used_ = &own_;
+    }
+  }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  ~Attributes() {
+    if (used_ == &own_ && error_ == 0) {
+      pthread_attr_destroy(&own_);
+    }
+  }
+
+  int set_detached() { return error_ != 0 ? error_ : pthread_attr_setdetachstate(used_, PTHREAD_CREATE_DETACHED); }
+  const pthread_attr_t* get() const { return used_; }
+
+ private:
+  pthread_attr_t own_;
+  pthread_attr_t* used_;
+  int error_ = 0;
+};
+
+// The log's lines bear the function that was asked for the thread. A record whose thread cannot be started is
+// released.
+int start(kesa_thread_s* record, kesa_thread_fn entry, pthread_t* thread, pthread_attr_t* attr,
+          const char* function) {
+  Attributes attributes(attr);
+  int result = attributes.set_detached();
+  if (result != 0) {
+    TIRN_LOG_AS(kModule, kError, function, "Set thread detach state failed, ret:%d, errno(%d:%s).", result, errno,
+                strerror(errno));
+  } else {
+    result = pthread_create(thread, attributes.get(), entry, record);
+    if (result != 0) {
+      TIRN_LOG_AS(kModule, kError, function, "Create thread failed, ret:%d, errno(%d:%s).", result, errno,
+                  strerror(errno));
+    }
+  }
+  if (result != 0) {
+    kesa_thrd_putthreadinfo(record);
+    return kFail;
+  }
+  return kOk;
+}
+
+}  // namespace
+
+int init_small_stack(pthread_attr_t* attributes) {
+  const int result = pthread_attr_init(attributes);
+  return result != 0 ? result : pthread_attr_setstacksize(attributes, KESA_THREAD_SMALL_STACK);
+}
+
+}  // namespace tirn::thread
+
+using namespace tirn::thread;
+
+int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, pthread_t* id_out,
+                           pthread_attr_t* attr) {
+  kesa_thrd_module_init();
+  kesa_thread_s* const record = take_record(fn, arg);
+  if (record == nullptr) {
+    TIRN_INFO("Create thread info fail.");
+    return tirn::kFail;
+  }
+  pthread_t thread;
+  if (start(record, entry, &thread, attr, __func__) != tirn::kOk) {
+    return tirn::kFail;
+  }
+  if (id_out != nullptr) {
+    *id_out = thread;
+  }
+  return tirn::kOk;
+}
+
+int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr) {
+  kesa_thrd_module_init();
+  kesa_thread_s* const record = take_table_record(nullptr, nullptr);
+  // pthread_create stores the id before the thread runs, so whoever finds the worker idle sees it.
+  return record != nullptr ? start(record, entry, &record->thread, attr, __func__) : tirn::kFail;
+}
+
+int create_thread_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  return create_thread_raw_base(fn, arg, default_entry, id_out, nullptr);
+}
+
+int kesa_thread_create_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  return create_thread_raw(fn, arg, id_out);
+}
+
+int kesa_thrd_create(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  return create_thread_from_thread_pool(fn, arg, id_out) == tirn::kOk ? tirn::kOk
+                                                                      : create_thread_raw(fn, arg, id_out);
+}
+
+int create_thread_nopreempt_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  if (create_thread_from_thread_pool(fn, arg, id_out) == tirn::kOk) {
+    return tirn::kOk;
+  }
+  if (kesa_get_instant_map_flag() != 1) {
+    return create_thread_raw(fn, arg, id_out);
+  }
+  pthread_attr_t attributes;
+  const int result = init_small_stack(&attributes);
+  if (result != 0) {
+    TIRN_ERROR("Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerror(errno));
+    return tirn::kFail;
+  }
+  return create_thread_raw_base(fn, arg, default_entry, id_out, &attributes);
+}
+
+int kesa_thrd_create_attr(kesa_thread_fn fn, void* arg, pthread_t* id_out, pthread_attr_t* attr) {
+  return create_thread_raw_base(fn, arg, plain_entry, id_out, attr);
+}
+
+int kesa_thrd_attr_init(pthread_attr_t* attr) {
+  return attr != nullptr && pthread_attr_init(attr) == 0 ? tirn::kOk : tirn::kFail;
+}
+
+int kesa_thrd_attr_destroy(pthread_attr_t* attr) {
+  return attr != nullptr && pthread_attr_destroy(attr) == 0 ? tirn::kOk : tirn::kFail;
+}
+
+int kesa_thrd_setstacksize(pthread_attr_t* attr, size_t size) {
+  return attr != nullptr && pthread_attr_setstacksize(attr, size) == 0 ? tirn::kOk : tirn::kFail;
+}

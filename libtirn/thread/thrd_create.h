@@ -1,0 +1,14 @@
+// How threads are started, for the pool too.
+#ifndef TIRN_THREAD_THRD_CREATE_H
+#define TIRN_THREAD_THRD_CREATE_H
+
+#include "tirn/thread.h"
+
+namespace tirn::thread {
+
+// Initialises attributes for threads with the small stack. 0, or the error.
+int init_small_stack(pthread_attr_t* attributes);
+
+}  // namespace tirn::thread
+
+#endif

@@ -1,0 +1,23 @@
+// What a thread does for itself between its start and its user function, and from there to its end.
+#ifndef TIRN_THREAD_THRD_ENTRY_H
+#define TIRN_THREAD_THRD_ENTRY_H
+
+#include "tirn/thread.h"
+
+namespace tirn::thread {
+
+// The record becomes the calling thread's: kernel id, stack bounds, signal stack.
+void begin_thread(kesa_thread_s& record);
+// The thread cannot be found any more, and its record goes.
+void end_thread(kesa_thread_s* record);
+
+// Strategy 0 is to be applied here to the calling thread. As long as no strategy is set up, it changes nothing.
+inline void apply_default_strategy() {}
+
+// Entries for pthread_create, with the thread's record as argument.
+void* default_entry(void* record);
+void* plain_entry(void* record);  // takes no strategy
+
+}  // namespace tirn::thread
+
+#endif

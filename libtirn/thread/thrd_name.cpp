@@ -1,0 +1,142 @@
+// The names of a thread and of its process.
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/once.h"
+#include "libtirn/base/result.h"
+#include "tirn/thread.h"
+
+namespace {
+
+constexpr uint32_t kNameSize = 32;
+
+constinit tirn::Once g_process_name_known;
+char g_process_name[kNameSize] = "default";
+constinit tirn::Once g_exe_name_known;
+char g_exe_name[kNameSize] = "default";
+
+struct CloseFile {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+
+// Logs under the name of the exported function whose work this is.
+int read_process_name() {
+  constexpr char kFunction[] = "kesa_get_process_name";
+  char path[64];
+  snprintf_s(path, sizeof path, sizeof path - 1, "/proc/%d/status", getpid());
+  const std::unique_ptr<FILE, CloseFile> file(std::fopen(path, "re"));
+  if (file == nullptr) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "hurn log get comm failed ret=%p errno=%d file=%s", nullptr,
+                errno, path);
+    return tirn::kFail;
+  }
+  char name[kNameSize];
+  char line[256];
+  while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+    if (sscanf_s(line, "Name:\t%[^\n]", name, static_cast<unsigned>(sizeof name)) == 1) {
+      strcpy_s(g_process_name, sizeof g_process_name, name);
+      return tirn::kOk;
+    }
+  }
+  TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "hurn log read comm failed fp=%p errno=%d file=%s",
+              static_cast<void*>(file.get()), errno, path);
+  return tirn::kFail;
+}
+
+int read_exe_name() {
+  constexpr char kFunction[] = "kesa_get_process_exe_name";
+  char path[64];
+  if (snprintf_s(path, sizeof path, sizeof path - 1, "/proc/%d/exe", static_cast<int>(kesa_thread_get_knl_tid())) <
+      0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Can't get program path info.");
+    return tirn::kFail;
+  }
+  char program[256]{};
+  if (readlink(path, program, sizeof program - 1) < 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Readlink program path<%s> fail errno<%d>.", path, errno);
+    return tirn::kFail;
+  }
+  const char* const slash = std::strrchr(program, '/');
+  char name[kNameSize];
+  int result = strncpy_s(name, sizeof name, slash != nullptr ? slash + 1 : program, sizeof name - 1);
+  if (result != 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Set exe name failed, ret(%d).", result);
+    return tirn::kFail;
+  }
+  result = strcpy_s(g_exe_name, sizeof g_exe_name, name);
+  if (result != 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Set programName failed, ret(%d).", result);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+}  // namespace
+
+int kesa_thrd_setname(const char* format, ...) {
+  if (format == nullptr) {
+    TIRN_ERROR("Kesa set thrd name(NULL) fail.");
+    return tirn::kOk;
+  }
+  kesa_thread_s* const record = m_current_thread;
+  if (record == nullptr) {
+    TIRN_ERROR("Kesa set thrd name(%s) fail, please use kesa or Moru create thrd.", format);
+    return tirn::kOk;
+  }
+  char name[KESA_THREAD_NAME_SIZE]{};
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf_s(name, sizeof name, sizeof name - 1, format, arguments);  // a longer name is cut
+  va_end(arguments);
+  if (name[0] == '\0') {
+    TIRN_ERROR("vsnprintf_s failed, name(%s).", format);
+    return tirn::kOk;
+  }
+  for (size_t i = 0; i < sizeof name; ++i) {  // kesa_thrd_list may be reading
+    std::atomic_ref(record->name[i]).store(name[i], std::memory_order_relaxed);
+  }
+  if (prctl(PR_SET_NAME, name) != 0) {
+    TIRN_ERROR("Kesa set thrd name fail, errno:%d.", errno);
+  }
+  return tirn::kOk;
+}
+
+const char* kesa_thrd_getname() { return m_current_thread != nullptr ? m_current_thread->name : nullptr; }
+
+int kesa_get_process_name(char* buf, uint32_t len) {
+  if (g_process_name_known.run(read_process_name) != tirn::kOk) {
+    return tirn::kFail;
+  }
+  if (strncpy_s(buf, len, g_process_name, len - 1) != 0) {
+    TIRN_ERROR("strncpy_s failed, processName(%s).", g_process_name);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+int kesa_get_process_exe_name(char* buf, uint32_t len) {
+  if (buf == nullptr) {
+    TIRN_ERROR("programName is NULL.");
+    return tirn::kFail;
+  }
+  if (g_exe_name_known.run(read_exe_name) != tirn::kOk) {
+    return tirn::kFail;
+  }
+  const uint32_t size = std::min(len, kNameSize);
+  const int result = strncpy_s(buf, size, g_exe_name, size - 1);
+  if (result != 0) {
+    TIRN_ERROR("Copy program name failed, ret(%d).", result);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}

@@ -1,0 +1,169 @@
+// Threads that are started beforehand: giving one a job is a hand-over to a sleeping worker.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "libtirn/thread/thrd_create.h"
+#include "libtirn/thread/thrd_entry.h"
+#include "libtirn/thread/thrd_table.h"
+
+namespace {
+
+using namespace tirn::thread;
+
+// Only its being 0 or not means anything: the creator's store and the spawner's addition may overwrite each other.
+constinit std::atomic<uint32_t> g_size{0};
+constinit std::atomic<uint32_t> g_stop{0};
+constinit std::atomic<uint32_t> g_remainder{0};  // workers that the spawner stands for, with itself
+pthread_attr_t g_attributes;
+constinit std::atomic<bool> g_has_attributes{false};
+
+std::atomic_ref<kesa_thread_fn> job_of(kesa_thread_s& record) { return std::atomic_ref(record.fn); }
+
+pthread_attr_t* pool_attributes() {
+  return g_has_attributes.load(std::memory_order_relaxed) ? &g_attributes : nullptr;
+}
+
+void sleep_as_idle(kesa_thread_s& record) {
+  kesa_thrd_setname("OSThrdPoolNull");
+  set_state(record, THRD_SLOT_POOL_IDLE);
+}
+
+// What the job did to the thread's binding and priority does not reach the next one.
+void run_job(kesa_thread_s& record, kesa_thread_fn job) {
+  kesa_thrd_setname("OSThrdPoolRun");
+  job(record.arg);
+  job_of(record).store(nullptr, std::memory_order_relaxed);
+  sleep_as_idle(record);
+  kesa_thrd_bindAllCfgCpu();
+  apply_default_strategy();
+}
+
+void* thrd_pool_worker(void* argument) {
+  auto& record = *static_cast<kesa_thread_s*>(argument);
+  begin_thread(record);
+  apply_default_strategy();
+  set_state(record, THRD_SLOT_RUNNING);
+  sleep_as_idle(record);
+  while (g_stop.load(std::memory_order_relaxed) == 0) {
+    // Acquire: with create_thread_from_thread_pool, the argument is there as well.
+    if (const kesa_thread_fn job = job_of(record).load(std::memory_order_acquire); job != nullptr) {
+      run_job(record, job);
+    } else {
+      sem_wait(&record.wake);
+    }
+  }
+  end_thread(&record);
+  return nullptr;
+}
+
+uint32_t start_workers(uint32_t count) {
+  uint32_t made = 0;
+  for (uint32_t i = 0; i < count; ++i) {
+    made += create_thread_pool_base(thrd_pool_worker, pool_attributes()) == tirn::kOk ? 1 : 0;
+  }
+  return made;
+}
+
+// Makes what the creator of a large pool need not wait for, and then is a worker as well.
+void* thrd_pool_spawner(void* record) {
+  const uint32_t made = start_workers(g_remainder.load(std::memory_order_relaxed) - 1);
+  g_size.store(g_size.load(std::memory_order_relaxed) + made, std::memory_order_relaxed);
+  if (pthread_attr_t* const attributes = pool_attributes(); attributes != nullptr) {
+    pthread_attr_destroy(attributes);
+  }
+  return thrd_pool_worker(record);
+}
+
+void set_small_stacks() {
+  const int result = init_small_stack(&g_attributes);
+  if (result != 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_thread_pool_create",
+                "Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerror(errno));
+    return;
+  }
+  g_has_attributes.store(true, std::memory_order_relaxed);
+}
+
+uint32_t wake_workers() {
+  uint32_t woken = 0;
+  g_stop.store(1, std::memory_order_relaxed);
+  find_record(THRD_SLOT_POOL_IDLE | THRD_SLOT_POOL_BOUND, [&woken](kesa_thread_s& record) {
+    sem_post(&record.wake);
+    ++woken;
+    return false;
+  });
+  return woken;
+}
+
+// The hand-over's only point of decision: one of several creators gets the worker.
+bool bind_worker(kesa_thread_s& record) {
+  uint32_t state = THRD_SLOT_POOL_IDLE;
+  return state_of(*record.slot)
+      .compare_exchange_strong(state, THRD_SLOT_POOL_BOUND, std::memory_order_acq_rel, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+uint32_t kesa_thread_pool_create(uint32_t count) {
+  kesa_thrd_module_init();
+  if (count == 0) {
+    return 0;
+  }
+  count = std::min(count, KESA_THREAD_SLOTS);
+  uint32_t none = 0;
+  if (!g_size.compare_exchange_strong(none, count, std::memory_order_relaxed)) {
+    TIRN_INFO("OS thread pool just allowed create once %u.", count);
+    return 0;
+  }
+  if (kesa_get_instant_map_flag() == 1) {
+    set_small_stacks();
+  }
+  constexpr uint32_t kShare = 4;  // below this many, and behind a quarter, workers are the spawner's affair
+  const uint32_t direct = count / kShare;
+  uint32_t made = start_workers(direct);
+  g_remainder.store(count - direct, std::memory_order_relaxed);
+  made += create_thread_pool_base(thrd_pool_spawner, pool_attributes()) == tirn::kOk ? 1 : 0;
+  if (count == 1 && made == 1) {
+    return 1;
+  }
+  TIRN_INFO("Create OS thread pool %u, success %u.", count, made);
+  if (made != 0) {  // with 0, a second pool could be made
+    g_size.store(made, std::memory_order_relaxed);
+  }
+  return made;
+}
+
+uint32_t kesa_thread_pool_destroy() {
+  if (g_size.load(std::memory_order_relaxed) == 0) {
+    return 0;
+  }
+  constexpr useconds_t kPause = 10000;
+  const uint32_t first = wake_workers();
+  usleep(kPause);
+  const uint32_t second = wake_workers();
+  TIRN_INFO("TBA:res1 %d, res2 %d.", static_cast<int>(first), static_cast<int>(second));
+  return second;
+}
+
+int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  if (g_size.load(std::memory_order_relaxed) == 0) {
+    return tirn::kFail;
+  }
+  kesa_thread_s* const worker = find_record(THRD_SLOT_POOL_IDLE, bind_worker);
+  if (worker == nullptr) {
+    return tirn::kFail;
+  }
+  worker->arg = arg;
+  job_of(*worker).store(fn, std::memory_order_release);  // publishes the argument
+  if (id_out != nullptr) {
+    *id_out = worker->thread;
+  }
+  sem_post(&worker->wake);
+  kesa_thrd_putthreadinfo(worker);
+  return tirn::kOk;
+}

@@ -1,0 +1,158 @@
+#include "libtirn/thread/thrd_table.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+
+namespace tirn::thread {
+
+constinit ThreadSlot g_slots[KESA_THREAD_SLOTS]{};
+
+namespace {
+
+constexpr char kNoName[] = "[NULL]";
+
+std::atomic_ref<uint32_t> refs_of(ThreadSlot& slot) { return std::atomic_ref(slot.refs); }
+
+ThreadSlot* claim_slot() {
+  for (ThreadSlot& slot : g_slots) {
+    uint32_t free = 0;
+    // Acquire: with drop_reference, so that all looks at the former thread's record are over.
+    if (refs_of(slot).load(std::memory_order_relaxed) == 0 &&
+        refs_of(slot).compare_exchange_strong(free, 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+      state_of(slot).store(THRD_SLOT_TAKEN, std::memory_order_relaxed);
+      return &slot;
+    }
+  }
+  return nullptr;
+}
+
+kesa_thread_s* allocate_record() {
+  auto stack = tagged_block<uint8_t>(KESA_THREAD_SIGNAL_STACK);
+  if (stack == nullptr) {
+    TIRN_ERROR("Kesa_malloc sig stack for kesa_thread_s failed, errno=%d.", errno);
+    return nullptr;
+  }
+  auto block = tagged_block<kesa_thread_s>();
+  if (block == nullptr) {
+    TIRN_ERROR("Kesa_malloc kesa_thread_s failed, errno=%d.", errno);
+    return nullptr;
+  }
+  auto* const record = new (block.release()) kesa_thread_s{};
+  record->signal_stack = stack.release();
+  return record;
+}
+
+void free_record(kesa_thread_s* record) {
+  kesa_free(record->signal_stack);
+  kesa_free(record);
+}
+
+// The switch records stay: the counter tells how many of them count.
+kesa_thread_s* set_up(kesa_thread_s* record, kesa_thread_fn fn, void* arg) {
+  record->fn = fn;
+  record->arg = arg;
+  strcpy_s(record->name, sizeof record->name, kNoName);
+  record->tid = 0;
+  record->pid = getpid();
+  record->strategy = -1;
+  record->context = KESA_THREAD_CONTEXT_NONE;
+  record->iod_id = KESA_THREAD_NO_IOD_ID;
+  record->stack_low = 0;
+  record->stack_high = 0;
+  sem_init(&record->wake, 0, 0);
+  record->switch_count = 0;
+  return record;
+}
+
+// A free slot with its record, which is made now where the slot has none.
+kesa_thread_s* claim_record() {
+  ThreadSlot* const slot = claim_slot();
+  if (slot == nullptr) {
+    return nullptr;
+  }
+  if (slot->info == nullptr) {
+    kesa_thread_s* const record = allocate_record();
+    if (record == nullptr) {
+      drop_reference(*slot);
+      return nullptr;
+    }
+    record->slot = slot;
+    slot->info = record;
+  }
+  return slot->info;
+}
+
+}  // namespace
+
+bool add_reference(ThreadSlot& slot) {
+  uint32_t refs = refs_of(slot).load(std::memory_order_relaxed);
+  while (refs != 0) {
+    // Acquire: the state that is read next is not older than the slot's present owner.
+    if (refs_of(slot).compare_exchange_weak(refs, refs + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void drop_reference(ThreadSlot& slot) { refs_of(slot).fetch_sub(1, std::memory_order_release); }
+
+void set_state(kesa_thread_s& record, thrd_slot_state state) {
+  if (record.slot != nullptr) {
+    state_of(*record.slot).store(state, std::memory_order_release);  // with find_record
+  }
+}
+
+kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg) {
+  kesa_thread_s* const record = claim_record();
+  return record != nullptr ? set_up(record, fn, arg) : nullptr;
+}
+
+kesa_thread_s* take_record(kesa_thread_fn fn, void* arg) {
+  kesa_thread_s* record = take_table_record(fn, arg);
+  if (record == nullptr) {
+    record = allocate_record();
+    return record != nullptr ? set_up(record, fn, arg) : nullptr;
+  }
+  return record;
+}
+
+}  // namespace tirn::thread
+
+kesa_thread_s* kesa_thrd_getthreadinfobytid(uint32_t tid) {
+  return tirn::thread::find_record(THRD_SLOT_ALIVE, [tid](const kesa_thread_s& record) { return record.tid == tid; });
+}
+
+void kesa_thrd_putthreadinfo(kesa_thread_s* record) {
+  if (record == nullptr) {
+    return;
+  }
+  if (record->slot != nullptr) {
+    tirn::thread::drop_reference(*record->slot);
+  } else {
+    tirn::thread::free_record(record);
+  }
+}
+
+void kesa_thrd_list(kesa_print_fn print, uint64_t, uint64_t, uint64_t, uint64_t) {
+  if (print == nullptr) {
+    return;
+  }
+  print("list threads flag(0:preempt 1:nonpreempt) created by kesa:\n");
+  print("%-5s %-18s %-11s %-8s\n", "tid", "name", "preemptflag", "strategy");
+  tirn::thread::find_record(THRD_SLOT_ALIVE, [print](kesa_thread_s& record) {
+    char name[KESA_THREAD_NAME_SIZE];
+    for (size_t i = 0; i < sizeof name; ++i) {
+      name[i] = std::atomic_ref(record.name[i]).load(std::memory_order_relaxed);
+    }
+    print("%5lu %-18s %-11d %-8d\n", static_cast<unsigned long>(record.tid), name, 0,
+          std::atomic_ref(record.strategy).load(std::memory_order_relaxed));
+    return false;
+  });
+}

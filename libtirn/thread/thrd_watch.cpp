@@ -1,0 +1,54 @@
+// One number that the processes of a node share.
+#include <atomic>
+
+#include "libtirn/base/once.h"
+#include "libtirn/base/result.h"
+#include "tirn/shm.h"
+#include "tirn/thread.h"
+
+namespace {
+
+constexpr uint32_t kMagic = 0xEADD7741;
+
+// The shared bytes; those of a new object are 0.
+struct WatchCell {
+  std::atomic<uint32_t> magic;
+  std::atomic<uint32_t> value;
+};
+static_assert(sizeof(WatchCell) == 8 && std::atomic<uint32_t>::is_always_lock_free);
+
+constinit tirn::Once g_cell_made;
+constinit std::atomic<WatchCell*> g_cell{nullptr};
+
+WatchCell* cell() {
+  g_cell_made.run([] {
+    g_cell.store(static_cast<WatchCell*>(kesa_shm_create("kesaThreadWatch", sizeof(WatchCell))),
+                 std::memory_order_relaxed);
+    return g_cell.load(std::memory_order_relaxed) != nullptr ? tirn::kOk : tirn::kFail;
+  });
+  return g_cell.load(std::memory_order_relaxed);
+}
+
+}  // namespace
+
+int kesa_thread_watch_add(uint32_t value) {
+  WatchCell* const shared = cell();
+  if (shared == nullptr) {
+    return tirn::kFail;
+  }
+  shared->value.store(value, std::memory_order_relaxed);
+  shared->magic.store(kMagic, std::memory_order_release);  // whoever sees it finds a value
+  return tirn::kOk;
+}
+
+int kesa_thread_watch_del() {
+  kesa_thread_watch_add(0);
+  return tirn::kOk;
+}
+
+uint32_t kesa_thread_watch_get() {
+  const WatchCell* const shared = cell();
+  return shared != nullptr && shared->magic.load(std::memory_order_acquire) == kMagic
+             ? shared->value.load(std::memory_order_relaxed)
+             : 0;
+}

@@ -1,0 +1,41 @@
+// Pieces of a test in threads that the library starts.
+#ifndef TIRN_TEST_THREAD_JOBS_H
+#define TIRN_TEST_THREAD_JOBS_H
+
+#include <atomic>
+#include <functional>
+
+#include "support/wait_until.h"
+#include "tirn/thread.h"
+
+namespace tirn::test {
+
+using Create = int (*)(kesa_thread_fn, void*, pthread_t*);
+
+// Outlives its thread's use of it.
+struct Job {
+  explicit Job(std::function<void()> body_in) : body(std::move(body_in)) {}
+  int start(Create create) {
+    const auto run = [](void* job) -> void* {
+      static_cast<Job*>(job)->body();
+      static_cast<Job*>(job)->is_done = true;
+      return nullptr;
+    };
+    return create(run, this, nullptr);
+  }
+  bool wait() const {
+    return wait_until([this] { return is_done.load(); }, std::chrono::seconds(30));
+  }
+
+  std::function<void()> body;
+  std::atomic<bool> is_done{false};
+};
+
+inline bool run_in_thread(Create create, std::function<void()> body) {
+  Job job(std::move(body));
+  return job.start(create) == 0 && job.wait();
+}
+
+}  // namespace tirn::test
+
+#endif

@@ -1,0 +1,182 @@
+// The thread table when it is full and when it never rests, a pool under load, and creation with failing calls.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "support/faults.h"
+#include "thread_jobs.h"
+
+using namespace tirn::test;
+
+namespace {
+
+std::atomic<uint32_t> g_listed{0};
+int count_line(const char*, ...) {
+  ++g_listed;
+  return 0;
+}
+
+uint32_t living_threads() {
+  g_listed = 0;
+  kesa_thrd_list(count_line, 0, 0, 0, 0);
+  return g_listed - 2;  // the two heads
+}
+
+size_t count_threads() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+int create_small(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  pthread_attr_t attributes;
+  kesa_thrd_attr_init(&attributes);
+  kesa_thrd_setstacksize(&attributes, KESA_THREAD_SMALL_STACK);
+  return kesa_thrd_create_attr(fn, arg, id_out, &attributes);
+}
+
+}  // namespace
+
+TEST(ThreadStress, FullTableRefusesThePoolAlone) {
+  LogCapture log;
+  std::atomic<bool> gate{false};
+  std::deque<Job> jobs;
+  for (uint32_t i = 0; i < KESA_THREAD_SLOTS; ++i) {
+    ASSERT_EQ(jobs.emplace_back([&] { gate.wait(false); }).start(create_small), 0);
+  }
+  EXPECT_TRUE(wait_until([] { return living_threads() == KESA_THREAD_SLOTS; }, std::chrono::seconds(30)));
+  EXPECT_EQ(create_thread_pool_base([](void*) -> void* { return nullptr; }, nullptr), -1);
+  EXPECT_EQ(kesa_thread_pool_create(8) + kesa_thread_pool_create(8), 0u);
+  EXPECT_EQ(log.texts(), (std::vector<std::string>{"Create OS thread pool 8, success 0.",
+                                                   "OS thread pool just allowed create once 8."}));
+  EXPECT_TRUE(run_in_thread(kesa_thrd_create, [] {
+    EXPECT_EQ(m_current_thread->slot, nullptr);
+    EXPECT_EQ(kesa_thrd_getthreadinfobytid(kesa_thread_get_knl_tid()), nullptr);
+  }));
+  EXPECT_EQ(living_threads(), KESA_THREAD_SLOTS);
+  gate = true;
+  gate.notify_all();
+  EXPECT_TRUE(std::all_of(jobs.begin(), jobs.end(), [](const Job& job) { return job.wait(); }));
+  EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
+  EXPECT_TRUE(run_in_thread(create_thread_raw, [] { EXPECT_NE(m_current_thread->slot, nullptr); }));
+}
+
+TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
+  constexpr uint32_t kStarters = 2;
+  std::atomic<uint32_t> newest{0}, found{0}, starters{kStarters};
+  std::vector<std::thread> threads;
+  for (int looker = 0; looker < 3; ++looker) {
+    threads.emplace_back([&] {
+      while (starters != 0) {
+        const uint32_t tid = newest;
+        kesa_thread_s* const record = kesa_thrd_getthreadinfobytid(tid);
+        if (record != nullptr) {
+          ++found;
+          kesa_thrd_list(count_line, 0, 0, 0, 0);
+          // The record is still this thread's, though the thread may be long gone.
+          EXPECT_TRUE(record->tid == tid && record->stack_low < record->stack_high);
+        }
+        kesa_thrd_putthreadinfo(record);
+      }
+    });
+  }
+  for (uint32_t starter = 0; starter < kStarters; ++starter) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 1000; ++i) {
+        EXPECT_TRUE(run_in_thread(create_small, [&] {
+          newest = kesa_thread_get_knl_tid();
+          kesa_thrd_setname("number %d", i);
+        }));
+      }
+      --starters;
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_GT(found, 0u);
+  EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
+}
+
+TEST(ThreadStress, EachJobOfThePoolRunsOnce) {
+  constexpr uint32_t kJobs = 10000, kGivers = 4;
+  static std::atomic<uint32_t> runs[kJobs];
+  ASSERT_EQ(kesa_thread_pool_create(12), 4u);
+  std::vector<std::thread> givers;
+  for (uint32_t giver = 0; giver < kGivers; ++giver) {
+    givers.emplace_back([giver] {
+      const auto count = [](void* place) -> void* {
+        ++*static_cast<std::atomic<uint32_t>*>(place);
+        return nullptr;
+      };
+      for (uint32_t i = giver; i < kJobs; i += kGivers) {
+        while (create_thread_from_thread_pool(count, &runs[i], nullptr) != 0) {
+          sched_yield();
+        }
+      }
+    });
+  }
+  for (std::thread& giver : givers) {
+    giver.join();
+  }
+  EXPECT_TRUE(wait_until([] { return std::find(std::begin(runs), std::end(runs), 0u) == std::end(runs); }));
+  EXPECT_TRUE(wait_until([] { return kesa_thread_pool_destroy() == 0; }));
+  EXPECT_EQ(std::count(std::begin(runs), std::end(runs), 1u), kJobs);
+}
+
+TEST(ThreadStress, PoolIsCappedAndASpawnerMakesMostOfIt) {
+  kesa_set_instant_map_flag();
+  EXPECT_EQ(kesa_thread_pool_create(5000), 513u);
+  EXPECT_TRUE(wait_until([] { return living_threads() == KESA_THREAD_SLOTS; }, std::chrono::seconds(30)));
+  EXPECT_TRUE(wait_until([] { return kesa_thread_pool_destroy() == 0; }, std::chrono::seconds(30)));
+}
+
+// Whatever fails, a thread starts, or -1 comes out with its line; no slot stays taken behind it.
+TEST(ThreadFaults, Creation) {
+  kesa_set_instant_map_flag();
+  static size_t threads_before;
+  for (const Create create : {Create{create_thread_raw}, Create{create_thread_nopreempt_raw}}) {
+    sweep({.prepare =
+               [] {
+                 ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+                 std::thread([] {}).join();  // a sanitizer starts its own with the first one
+                 threads_before = count_threads();
+               },
+           .run = [create] { return run_in_thread(create, [] {}) ? 0L : -1L; },
+           .check =
+               [](long result, const Fault& fault, const LogCapture& log) {
+                 EXPECT_EQ(log.count(HURN_ERROR, "*failed, ret:*"), result != 0 ? 1u : 0u) << log;
+                 EXPECT_TRUE(result == 0 || fault.happened);
+                 EXPECT_TRUE(wait_until([] { return count_threads() == threads_before; }));
+                 EXPECT_TRUE(run_in_thread(create_thread_raw, [first = m_current_thread->slot] {
+                   EXPECT_EQ(m_current_thread->slot, first + 1);
+                 }));
+               },
+           .blocks_kept = 2});
+  }
+}
+
+TEST(ThreadFaults, NoMemoryAtAll) {
+  LogCapture log;
+  const Faults faults({.kinds = kHeapFaults, .number = 1, .and_later = true});
+  EXPECT_FALSE(run_in_thread(create_thread_raw, [] {}));
+  EXPECT_EQ(kesa_thrd_setcurthreadinfo(), -1);
+  EXPECT_EQ(log.count(HURN_INFO, "Create thread info fail."), 2u) << log;
+  EXPECT_EQ(log.count(HURN_ERROR, "Kesa_malloc sig stack for kesa_thread_s failed, errno=12."), 4u) << log;
+}
+
+TEST(ThreadFaults, Pool) {
+  kesa_set_instant_map_flag();
+  sweep({.run =
+             [] {
+               const uint32_t made = kesa_thread_pool_create(8);
+               wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(200));
+               return run_in_thread(kesa_thrd_create, [] {}) ? static_cast<long>(made) : -1L;
+             },
+         .check = [](long made, const Fault& fault,
+                     const LogCapture& log) { EXPECT_GE(made, fault.happened ? 2 : 3) << log; },
+         .blocks_kept = 18});
+}
