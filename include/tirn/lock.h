@@ -4,8 +4,9 @@
  *
  * None is recursive, none masks signals: a signal handler that takes a lock which its thread holds waits for ever.
  * All work between processes that share the record's memory. In a forked child a lock that another thread held at the
- * fork stays held. Waiting does not change errno; where it is no count of attempts the processor gets its hint for
- * spinning.
+ * fork stays held. Waiting does not change errno. While it waits, and between bursts of attempts where those are counted,
+ * the processor gets its hint for spinning. What sleeps (the plain spinlock and the mayblock forms) is a cancellation
+ * point.
  *
  * C++ programs find types for std::lock_guard and std::shared_lock in tirn/lock.hpp.
  */
@@ -31,7 +32,8 @@ struct kesa_spinlock {
 #define KESA_SPINLOCK_INIT \
   { 0, KESA_SPINLOCK_MAGIC, UINT32_MAX, UINT64_MAX }
 
-/* Makes the record a free lock. */
+/* Makes the record a free lock.
+ * @safety MT-Safe race:spinlock, AS-Safe */
 static inline void kesa_spinlock_init(struct kesa_spinlock* spinlock) {
   spinlock->lock = 0;
   spinlock->magic = KESA_SPINLOCK_MAGIC;
@@ -63,11 +65,11 @@ TIRN_API void do_kesa_spinlock_unlock(struct kesa_spinlock* spinlock, const char
 #define KESA_SPINLOCK_FLAG_DUMP UINT64_C(1)
 
 /* Sets flags of this process. Always 0. Of two threads that set or clear flags at once one may be lost.
- * @safety MT-Safe, AS-Safe */
+ * @safety MT-Safe race:flags, AS-Safe */
 TIRN_API int kesa_spinlock_set_flags(uint64_t flags);
 
 /* Clears flags of this process. Always 0. See kesa_spinlock_set_flags.
- * @safety MT-Safe, AS-Safe */
+ * @safety MT-Safe race:flags, AS-Safe */
 TIRN_API int kesa_spinlock_clear_flags(uint64_t flags);
 
 /* Stores the flags of this process. Always 0.
@@ -108,10 +110,12 @@ TIRN_API void kesa_rwlock_read_lock_mayblock(uint64_t* rwlock);
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API void kesa_rwlock_write_lock_mayblock(uint64_t* rwlock);
 
-/* Gives a read hold back. */
+/* Gives a read hold back.
+ * @safety MT-Safe, AS-Safe */
 static inline void kesa_rwlock_read_unlock(uint64_t* rwlock) { __atomic_fetch_sub(rwlock, 1, __ATOMIC_RELEASE); }
 
-/* Gives the write hold back. */
+/* Gives the write hold back.
+ * @safety MT-Safe, AS-Safe */
 static inline void kesa_rwlock_write_unlock(uint64_t* rwlock) { __atomic_store_n(rwlock, 0, __ATOMIC_RELEASE); }
 
 /* Ticket spinlock: in order of arrival, and misuse is told by the log.
@@ -127,7 +131,7 @@ struct kesa_tspinlock {
   uint32_t next;    /* the ticket that the next one to come gets */
   uint32_t magic;   /* KESA_TSPINLOCK_MAGIC, or KESA_TSPINLOCK_DESTROYED */
   uint32_t other;   /* all ones; only printed */
-  uint64_t owner; /* the holder's kernel thread id (a forked child keeps its parent's), or KESA_TSPINLOCK_NO_OWNER */
+  uint64_t owner;   /* the holder's kernel thread id (kesa_thread_get_knl_tid), or KESA_TSPINLOCK_NO_OWNER */
 };
 
 /*

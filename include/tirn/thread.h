@@ -123,7 +123,7 @@ TIRN_API int create_thread_nopreempt_raw(kesa_thread_fn fn, void* arg, pthread_t
 TIRN_API int kesa_thrd_create_attr(kesa_thread_fn fn, void* arg, pthread_t* id_out, pthread_attr_t* attr);
 
 /* Gives the function to an idle worker of the pool. -1 where there is none. A job that is given while
- * kesa_thread_pool_destroy runs may be lost.
+ * kesa_thread_pool_destroy runs is run or refused.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out);
 
@@ -144,7 +144,7 @@ TIRN_API int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr)
  */
 TIRN_API uint32_t kesa_thread_pool_create(uint32_t count);
 
-/* Ends the pool for good: idle workers end, others after their job. It does not wait for them, but takes at least 10
+/* Ends the pool for good: idle workers end, others after their job. It does not wait for them, but takes about 10
  * milliseconds. The workers that were still there then, 0 without a pool.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API uint32_t kesa_thread_pool_destroy(void);
@@ -326,7 +326,7 @@ TIRN_API int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* start, uint64_t* e
 TIRN_API int kesa_thrd_backtrace(uint64_t* out, uint32_t count, uint32_t skip);
 
 /*
- * Binding to CPUs. Sets have 1024 bits; the configured CPUs' part of them counts. Results: 0, or -1.
+ * Binding to CPUs. Sets have 1024 bits; kesa_thrd_setbindcpu looks at the configured CPUs' part of them. Results: 0, or -1.
  */
 
 /* Binds a thread to the CPUs of a set. An empty set changes nothing.
@@ -372,7 +372,7 @@ TIRN_API int kesa_thrd_dump_cpu_stack(uint32_t cpu);
 TIRN_API int kesa_thrd_dump_thread_stack_if_not_running(uint32_t tid);
 
 /*
- * A number that all processes of a node share.
+ * A number that all processes of one user on a node share.
  */
 
 /* Stores it. 0; -1 where the shared cell cannot be made.

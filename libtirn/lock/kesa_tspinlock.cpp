@@ -2,8 +2,8 @@
 
 #include "libtirn/arch/arch.h"
 #include "libtirn/base/log.h"
-#include "libtirn/base/thread_id.h"
 #include "tirn/lock.h"
+#include "tirn/thread.h"
 
 static_assert(sizeof(kesa_tspinlock) == 24 && offsetof(kesa_tspinlock, next) == 4 &&
               offsetof(kesa_tspinlock, magic) == 8 && offsetof(kesa_tspinlock, owner) == 16);
@@ -64,7 +64,7 @@ void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t li
 
 // The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it.
 void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
-  const uint32_t self = tirn::kernel_thread_id();
+  const uint32_t self = kesa_thread_get_knl_tid();
   check_on_the_way_in(*lock, self, {__func__, where, line});
   const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);
   while (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
@@ -74,7 +74,7 @@ void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t li
 }
 
 int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t line) {
-  const uint32_t self = tirn::kernel_thread_id();
+  const uint32_t self = kesa_thread_get_knl_tid();
   check_on_the_way_in(*lock, self, {__func__, where, line});
   uint32_t ticket;
   do {
@@ -90,7 +90,7 @@ int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t 
 
 void do_kesa_tspinlock_unlock(kesa_tspinlock* lock, const char* where, uint32_t line) {
   check_initialised(*lock, {__func__, where, line});
-  if (plain(lock->owner) != tirn::kernel_thread_id()) [[unlikely]] {
+  if (plain(lock->owner) != kesa_thread_get_knl_tid()) [[unlikely]] {
     tell_misuse("AB lock", *lock, {__func__, where, line});
   }
   const bool is_held = plain(lock->next) != plain(lock->serving);

@@ -52,14 +52,16 @@ void unset_signal_stack(const kesa_thread_s& record) {
   stack_t stack{};
   stack.ss_flags = SS_DISABLE;
   if (sigaltstack(&stack, nullptr) != 0) {
-    TIRN_WARNING("Disable signal stack failed, thrd tid:%d, errno:%d.", static_cast<int>(record.tid), errno);
+    TIRN_LOG_AS(kModule, kWarning, "kesa_thrd_unsetsigstack", "Disable signal stack failed, thrd tid:%d, errno:%d.",
+                static_cast<int>(record.tid), errno);
   }
 }
 
 void run(kesa_thread_s& record) {
   set_state(record, THRD_SLOT_RUNNING);
+  pthread_cleanup_push(end_if_ours, &record);  // a thread may also end inside the function
   record.fn(record.arg);
-  end_thread(&record);
+  pthread_cleanup_pop(1);
 }
 
 }  // namespace
@@ -78,6 +80,12 @@ void end_thread(kesa_thread_s* record) {
   unset_signal_stack(*record);
   m_current_thread = nullptr;
   kesa_thrd_putthreadinfo(record);
+}
+
+void end_if_ours(void* record) {
+  if (m_current_thread == record) {
+    end_thread(static_cast<kesa_thread_s*>(record));
+  }
 }
 
 void* default_entry(void* argument) {

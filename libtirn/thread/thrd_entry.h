@@ -10,6 +10,8 @@ namespace tirn::thread {
 void begin_thread(kesa_thread_s& record);
 // The thread cannot be found any more, and its record goes.
 void end_thread(kesa_thread_s* record);
+// The same for a thread whose function may have given the record back by itself: nothing then, as it may be another's.
+void end_if_ours(void* record);
 
 // Strategy 0 is to be applied here to the calling thread. As long as no strategy is set up, it changes nothing.
 inline void apply_default_strategy() {}

@@ -33,14 +33,37 @@ void sleep_as_idle(kesa_thread_s& record) {
   set_state(record, THRD_SLOT_POOL_IDLE);
 }
 
-// What the job did to the thread's binding and priority does not reach the next one.
-void run_job(kesa_thread_s& record, kesa_thread_fn job) {
+// What the job did to the thread's binding and priority does not reach the next one. False where the job has given the
+// worker's record back: the thread is no worker from then on.
+bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   kesa_thrd_setname("OSThrdPoolRun");
+  pthread_cleanup_push(end_if_ours, &record);  // a thread may also end inside the job
   job(record.arg);
+  pthread_cleanup_pop(0);
+  if (m_current_thread != &record) {
+    return false;
+  }
   job_of(record).store(nullptr, std::memory_order_relaxed);
   sleep_as_idle(record);
   kesa_thrd_bindAllCfgCpu();
   apply_default_strategy();
+  return true;
+}
+
+// Sleeps until there is a job, or the pool ends, and runs it. False where the record is no longer the worker's.
+bool work(kesa_thread_s& record) {
+  // Acquire: with create_thread_from_thread_pool, the argument is there as well.
+  if (const kesa_thread_fn job = job_of(record).load(std::memory_order_acquire); job != nullptr) {
+    return run_job(record, job);
+  }
+  sem_wait(&record.wake);
+  return true;
+}
+
+// False while the worker is bound: whoever got it before the pool's end is still to be served.
+bool leave_pool(kesa_thread_s& record) {
+  uint32_t state = THRD_SLOT_POOL_IDLE;
+  return state_of(*record.slot).compare_exchange_strong(state, THRD_SLOT_DEAD, std::memory_order_acq_rel);
 }
 
 void* thrd_pool_worker(void* argument) {
@@ -49,12 +72,9 @@ void* thrd_pool_worker(void* argument) {
   apply_default_strategy();
   set_state(record, THRD_SLOT_RUNNING);
   sleep_as_idle(record);
-  while (g_stop.load(std::memory_order_relaxed) == 0) {
-    // Acquire: with create_thread_from_thread_pool, the argument is there as well.
-    if (const kesa_thread_fn job = job_of(record).load(std::memory_order_acquire); job != nullptr) {
-      run_job(record, job);
-    } else {
-      sem_wait(&record.wake);
+  while (g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) {
+    if (!work(record)) {
+      return nullptr;
     }
   }
   end_thread(&record);
@@ -151,7 +171,7 @@ uint32_t kesa_thread_pool_destroy() {
 }
 
 int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
-  if (g_size.load(std::memory_order_relaxed) == 0) {
+  if (fn == nullptr || g_size.load(std::memory_order_relaxed) == 0 || g_stop.load(std::memory_order_relaxed) != 0) {
     return tirn::kFail;
   }
   kesa_thread_s* const worker = find_record(THRD_SLOT_POOL_IDLE, bind_worker);

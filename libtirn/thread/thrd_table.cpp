@@ -35,12 +35,13 @@ ThreadSlot* claim_slot() {
 kesa_thread_s* allocate_record() {
   auto stack = tagged_block<uint8_t>(KESA_THREAD_SIGNAL_STACK);
   if (stack == nullptr) {
-    TIRN_ERROR("Kesa_malloc sig stack for kesa_thread_s failed, errno=%d.", errno);
+    TIRN_LOG_AS(kModule, kError, "kesa_thrd_allocthreadinfo",
+                "Kesa_malloc sig stack for kesa_thread_s failed, errno=%d.", errno);
     return nullptr;
   }
   auto block = tagged_block<kesa_thread_s>();
   if (block == nullptr) {
-    TIRN_ERROR("Kesa_malloc kesa_thread_s failed, errno=%d.", errno);
+    TIRN_LOG_AS(kModule, kError, "kesa_thrd_allocthreadinfo", "Kesa_malloc kesa_thread_s failed, errno=%d.", errno);
     return nullptr;
   }
   auto* const record = new (block.release()) kesa_thread_s{};

@@ -4,11 +4,13 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdarg>
 
 #include "support/child_process.h"
 #include "support/log_capture.h"
+#include "support/wait_until.h"
 #include "thread_jobs.h"
 #include "tirn/shm.h"
 
@@ -220,4 +222,24 @@ TEST(ThreadPool, WorkersTakeJobsUntilTheEnd) {
   EXPECT_TRUE(wait_until([] { return kesa_thread_pool_destroy() == 0; }));
   EXPECT_EQ(log.count(HURN_INFO, "TBA:res1 2, res2 *."), 1u) << log;
   EXPECT_EQ(kesa_thread_pool_create(2), 0u);
+}
+
+// A function may give its thread's record back by itself, or end the thread: the record goes once, and comes back.
+TEST(Thread, EndsInItsFunctionGiveTheRecordBackOnce) {
+  static std::atomic<int> ended{0};
+  constexpr kesa_thread_fn kEnds[] = {[](void* arg) {
+                                        EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), 0);
+                                        EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), -1);
+                                        ++ended;
+                                        return arg;
+                                      },
+                                      [](void*) -> void* {
+                                        ++ended;
+                                        pthread_exit(nullptr);
+                                      }};
+  for (int i = 0; i < 3000; ++i) {  // more than the table has slots
+    pthread_t thread;
+    ASSERT_EQ(kesa_thrd_create(kEnds[i % 2], nullptr, &thread), 0);
+    ASSERT_TRUE(wait_until([i] { return ended == i + 1; }));
+  }
 }
