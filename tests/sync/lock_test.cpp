@@ -8,7 +8,6 @@
 #include <cstring>
 #include <thread>
 
-#include "support/child_process.h"
 #include "support/log_capture.h"
 #include "tirn/jiffies.h"
 #include "tirn/percpu_posix.h"
