@@ -1,12 +1,13 @@
 #include <unistd.h>
 
-#include "hurn.h"
 #include "libtirn/arch/arch.h"
+#include "libtirn/base/log.h"
 #include "tirn/lock.h"
 
 namespace {
 
-constexpr uintptr_t kReach = 0x1058;  // bytes of stack above the own frame that are there to be read
+constexpr uintptr_t kReach =
+    0x1058;  // bytes of stack above the own frame, taken as readable as long as its bounds are not known
 constexpr int kShown = 3;
 
 // What a frame pointer points to.

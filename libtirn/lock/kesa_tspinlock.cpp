@@ -36,13 +36,13 @@ __attribute__((cold, noinline)) void tell_misuse(const char* what, kesa_tspinloc
 
 inline bool is_initialised(kesa_tspinlock& lock) { return plain(lock.magic) == KESA_TSPINLOCK_MAGIC; }
 
-inline void check_initialised(kesa_tspinlock& lock, Caller caller) {
+inline void check_initialised(kesa_tspinlock& lock, const Caller& caller) {
   if (!is_initialised(lock)) [[unlikely]] {
     tell_misuse("UnInited lock", lock, caller);
   }
 }
 
-inline void check_on_the_way_in(kesa_tspinlock& lock, uint32_t self, Caller caller) {
+inline void check_on_the_way_in(kesa_tspinlock& lock, uint32_t self, const Caller& caller) {
   check_initialised(lock, caller);
   if (plain(lock.owner) == self) [[unlikely]] {
     tell_misuse("AA lock", lock, caller);

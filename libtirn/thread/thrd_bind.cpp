@@ -60,7 +60,7 @@ int kesa_thrd_getbindcpu_bypid(pid_t pid, cpu_set_t* set) {
   const int result = sched_getaffinity(pid, sizeof *set, set);
   if (result != 0) {
     TIRN_ERROR("Get thread(%llu) affinity bind cpu by pid failed(%d), errno(%d:%s).",
-               static_cast<unsigned long long>(pid), result, errno, strerror(errno));
+               static_cast<unsigned long long>(pid), result, errno, strerrordesc_np(errno));
     return tirn::kFail;
   }
   return tirn::kOk;

@@ -45,12 +45,12 @@ int start(kesa_thread_s* record, kesa_thread_fn entry, pthread_t* thread, pthrea
   int result = attributes.set_detached();
   if (result != 0) {
     TIRN_LOG_AS(kModule, kError, function, "Set thread detach state failed, ret:%d, errno(%d:%s).", result, errno,
-                strerror(errno));
+                strerrordesc_np(errno));
   } else {
     result = pthread_create(thread, attributes.get(), entry, record);
     if (result != 0) {
       TIRN_LOG_AS(kModule, kError, function, "Create thread failed, ret:%d, errno(%d:%s).", result, errno,
-                  strerror(errno));
+                  strerrordesc_np(errno));
     }
   }
   if (result != 0) {
@@ -119,7 +119,7 @@ int create_thread_nopreempt_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out)
   pthread_attr_t attributes;
   const int result = init_small_stack(&attributes);
   if (result != 0) {
-    TIRN_ERROR("Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerror(errno));
+    TIRN_ERROR("Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno));
     return tirn::kFail;
   }
   return create_thread_raw_base(fn, arg, default_entry, id_out, &attributes);

@@ -17,8 +17,8 @@ void end_if_ours(void* record);
 inline void apply_default_strategy() {}
 
 // Entries for pthread_create, with the thread's record as argument.
-void* default_entry(void* record);
-void* plain_entry(void* record);  // takes no strategy
+void* default_entry(void* argument);
+void* plain_entry(void* argument);  // takes no strategy
 
 }  // namespace tirn::thread
 

@@ -103,7 +103,7 @@ void set_small_stacks() {
   const int result = init_small_stack(&g_attributes);
   if (result != 0) {
     TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_thread_pool_create",
-                "Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerror(errno));
+                "Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno));
     return;
   }
   g_has_attributes.store(true, std::memory_order_relaxed);

@@ -44,7 +44,8 @@ kesa_thread_s* allocate_record() {
     TIRN_LOG_AS(kModule, kError, "kesa_thrd_allocthreadinfo", "Kesa_malloc kesa_thread_s failed, errno=%d.", errno);
     return nullptr;
   }
-  auto* const record = new (block.release()) kesa_thread_s{};
+  kesa_thread_s* const record = block.release();
+  *record = {};
   record->signal_stack = stack.release();
   return record;
 }

@@ -170,7 +170,8 @@ TEST(Thread, StackOfAnAddressAndBacktrace) {
   trace_and_break_frames();
 }
 
-TEST(Thread, NamesAndIdsOfTheProcess) {
+// Under emulation the process runs the emulator's program.
+TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   LogCapture log;
   char name[64];
   EXPECT_EQ(kesa_get_process_exe_name(nullptr, 9) + kesa_get_process_exe_name(name, 0), -2);
@@ -193,7 +194,8 @@ TEST(Thread, NamesAndIdsOfTheProcess) {
   kesa_shm_destroy("kesaThreadWatch");
 }
 
-TEST(ThreadPool, WorkersTakeJobsUntilTheEnd) {
+// The emulator refuses CPU sets of less than a word, which the kernel takes.
+TEST(ThreadPoolNative, WorkersTakeJobsUntilTheEnd) {
   LogCapture log;
   EXPECT_EQ(kesa_thread_pool_create(0), 0u);
   ASSERT_EQ(kesa_thread_pool_create(2), 1u);  // the spawner, which makes one more
