@@ -32,11 +32,11 @@ Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link
 
 unsigned long long address_of(const void* object) { return reinterpret_cast<uintptr_t>(object); }
 
-// Lines for those who look after the node go to module 0 as well, whatever its level.
-#define TELL_WAKE_UP(...)                                     \
-  do {                                                        \
-    TIRN_LOG_ALWAYS(0, ::tirn::kInfo, "[Infra]" __VA_ARGS__); \
-    TIRN_INFO(__VA_ARGS__);                                   \
+// The line for those who look after the node goes to module 0, whatever its level; then the library's own.
+#define TELL_WAKE_UP(infra, own, ...)                      \
+  do {                                                     \
+    TIRN_LOG_ALWAYS(0, ::tirn::kInfo, infra, __VA_ARGS__); \
+    TIRN_INFO(own, __VA_ARGS__);                           \
   } while (0)
 
 // Waits with the lock held, which it gives up while it sleeps.
@@ -114,17 +114,20 @@ int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
   if (result == 0) {
     return 0;
   }
-  TELL_WAKE_UP("Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
+  TELL_WAKE_UP("[Infra]Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
+               "Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
   // The waiter, which may have no timeout, has no other way of being woken.
   while (result == EAGAIN) {
     result = kesa_wake_up_process(tid);
     if (result == 0) {
-      TELL_WAKE_UP("Retry wake up sem(0x%llx) waiter tid(%u) sucess.", address_of(sem), tid);
+      TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) sucess.",
+                   "Retry wake up sem(0x%llx) waiter tid(%u) sucess.", address_of(sem), tid);
       return 0;
     }
     kesa_usleep(1);
   }
-  TELL_WAKE_UP("Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
+  TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
+               "Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
   return result;
 }
 
