@@ -157,6 +157,8 @@ TIRN_API int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr)
 /*
  * Makes the pool, at most KESA_THREAD_SLOTS workers, once per process. A quarter of them is started here, the others
  * by one of the workers. The threads made so far; 0 for a count of 0, and when a pool was asked for before.
+ * A forked child has a pool without workers: a job that it gives there is never run, so it starts threads by
+ * create_thread_raw.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API uint32_t kesa_thread_pool_create(uint32_t count);
