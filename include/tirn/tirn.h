@@ -4,7 +4,9 @@
 
 #include "tirn/base.h"
 #include "tirn/bitops.h"
+#include "tirn/cfg.h"
 #include "tirn/cpumask.h"
+#include "tirn/fileops.h"
 #include "tirn/fs.h"
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
