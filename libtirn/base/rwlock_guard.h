@@ -8,40 +8,28 @@
 
 namespace tirn {
 
-// Its unlocking knows how it was taken; the plain kinds spin, the others also sleep.
 class RwlockHold {
  public:
+  // The ways of taking it: the plain ones spin, the others also sleep.
   enum Kind { kRead, kReadMayblock, kWrite, kWriteMayblock };
 
-  RwlockHold(uint64_t& rwlock, Kind kind) : rwlock_(&rwlock), kind_(kind) {
-    switch (kind) {
-      case kRead:
-        return kesa_rwlock_read_lock(rwlock_);
-      case kReadMayblock:
-        return kesa_rwlock_read_lock_mayblock(rwlock_);
-      case kWrite:
-        return kesa_rwlock_write_lock(rwlock_);
-      case kWriteMayblock:
-        return kesa_rwlock_write_lock_mayblock(rwlock_);
-    }
-  }
+  RwlockHold(uint64_t& rwlock, Kind kind) : rwlock_(&rwlock), kind_(kind) { kTake[kind](rwlock_); }
   RwlockHold(const RwlockHold&) = delete;
   RwlockHold& operator=(const RwlockHold&) = delete;
   ~RwlockHold() { release(); }
 
   void release() {
-    if (rwlock_ == nullptr) {
-      return;
+    if (rwlock_ != nullptr) {
+      const bool is_reader = kind_ == kRead || kind_ == kReadMayblock;
+      is_reader ? kesa_rwlock_read_unlock(rwlock_) : kesa_rwlock_write_unlock(rwlock_);
+      rwlock_ = nullptr;
     }
-    if (kind_ == kRead || kind_ == kReadMayblock) {
-      kesa_rwlock_read_unlock(rwlock_);
-    } else {
-      kesa_rwlock_write_unlock(rwlock_);
-    }
-    rwlock_ = nullptr;
   }
 
  private:
+  static constexpr void (*kTake[])(uint64_t*) = {kesa_rwlock_read_lock, kesa_rwlock_read_lock_mayblock,
+                                                 kesa_rwlock_write_lock, kesa_rwlock_write_lock_mayblock};
+
   uint64_t* rwlock_;
   const Kind kind_;
 };

@@ -10,7 +10,7 @@
 namespace tirn::cfg {
 namespace {
 
-constexpr kesa_list_head kUnlinked{KESA_LIST_POISON_NEXT, KESA_LIST_POISON_PREV};
+void mark_unlinked(kesa_list_head& link) { link = {KESA_LIST_POISON_NEXT, KESA_LIST_POISON_PREV}; }
 
 bool equal(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
 
@@ -50,7 +50,7 @@ kesa_cfg_item_node* kesa_cfg_new_item_node(const char* name, const char* value) 
     TIRN_ERROR("Copy item (%s=%s) fail in new item node.", name, value);
     return nullptr;
   }
-  item->link = kUnlinked;
+  mark_unlinked(item->link);
   item->itemValue = copy.release();
   return item.release();
 }
@@ -127,7 +127,7 @@ kesa_cfg_file_node* kesa_cfg_new_file_node(const char* file) {
     TIRN_ERROR("Copy file name (%s) fail in new filenode.", file);
     return nullptr;
   }
-  node->link = kUnlinked;
+  mark_unlinked(node->link);
   list::init(&node->sections);
   node->rwlock = 0;
   node->refCount = 0;
@@ -139,7 +139,7 @@ kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section) {
   if (!node || strcpy_s(node->sectionName, sizeof node->sectionName, section) != 0) {
     return nullptr;
   }
-  node->link = kUnlinked;
+  mark_unlinked(node->link);
   list::init(&node->items);
   return node.release();
 }
