@@ -7,6 +7,7 @@
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 #include "libtirn/base/result.h"
+#include "tirn/cfg.h"
 #include "tirn/thread.h"
 
 namespace {
@@ -14,9 +15,6 @@ namespace {
 constexpr char kSection[] = "THREAD_CPU_AFFINITY_LIST";
 
 constinit tirn::Once g_initialised;
-
-// The kernel's configuration is not read yet.
-int kesa_cst_getItem(const char*, const char*, char*, uint64_t) { return tirn::kFail; }
 
 // Logs under the name of the exported function whose work this is.
 int read_level_of_process() {

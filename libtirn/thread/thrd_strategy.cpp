@@ -7,7 +7,7 @@
 
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
-#include "tirn/cpumask.h"
+#include "tirn/cpu.h"
 #include "tirn/thread.h"
 
 namespace {

@@ -16,7 +16,7 @@
 #include "support/log_capture.h"
 #include "support/wait_until.h"
 #include "tirn/affinity.h"
-#include "tirn/cpumask.h"
+#include "tirn/cpu.h"
 #include "tirn/jiffies.h"
 #include "tirn/thread.h"
 

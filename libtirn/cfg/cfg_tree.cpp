@@ -1,0 +1,196 @@
+#include "libtirn/cfg/cfg_tree.h"
+
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+
+namespace tirn::cfg {
+namespace {
+
+void mark_unlinked(kesa_list_head& link) { link = {KESA_LIST_POISON_NEXT, KESA_LIST_POISON_PREV}; }
+
+bool equal(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
+
+bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item) {
+  if (section == nullptr || item == nullptr) {
+    TIRN_ERROR("Null pointer found, section or item.");
+    return false;
+  }
+  if (std::strlen(section) >= KESA_CFG_NAME_SIZE) {
+    TIRN_ERROR("Section name length too long.");
+    return false;
+  }
+  if (std::strlen(item->itemName) >= KESA_CFG_NAME_SIZE) {
+    TIRN_ERROR("Item name length too long.");
+    return false;
+  }
+  if (std::strlen(item->itemValue) >= KESA_CFG_VALUE_SIZE) {
+    TIRN_ERROR("Item value length too long.");
+    return false;
+  }
+  return true;
+}
+
+kesa_cfg_item_node* kesa_cfg_new_item_node(const char* name, const char* value) {
+  TaggedBlock<kesa_cfg_item_node> item = tagged_block<kesa_cfg_item_node>();
+  if (!item) {
+    TIRN_ERROR("Alloc needed item memory fail, item node size (%u).", static_cast<unsigned>(sizeof *item));
+    return nullptr;
+  }
+  const auto size = static_cast<uint32_t>(std::strlen(value)) + 1;
+  TaggedBlock<char> copy = tagged_block<char>(size);
+  if (!copy) {
+    TIRN_ERROR("Alloc needed item memory fail, size(%u).", size);
+    return nullptr;
+  }
+  if (strcpy_s(item->itemName, sizeof item->itemName, name) != 0 || strcpy_s(copy.get(), size, value) != 0) {
+    TIRN_ERROR("Copy item (%s=%s) fail in new item node.", name, value);
+    return nullptr;
+  }
+  mark_unlinked(item->link);
+  item->itemValue = copy.release();
+  return item.release();
+}
+
+// An item of the same name goes; the new one stands last.
+void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item) {
+  if (kesa_cfg_item_node* const former = find_item_in(section, item->itemName)) {
+    list::remove(&former->link);
+    free_item(former);
+  }
+  list::push_back(&section->items, &item->link);
+}
+
+bool add_item(kesa_cfg_file_node* file, const char* section_name, const kesa_cfg_item_node& item) {
+  kesa_cfg_section_node* const section = find_or_add_section(file, section_name);
+  if (section == nullptr) {
+    return false;
+  }
+  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(item.itemName, item.itemValue);
+  if (node == nullptr) {
+    return false;
+  }
+  kesa_cfg_add_item_node(section, node);
+  return true;
+}
+
+}  // namespace
+
+kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, const char* section) {
+  if (file == nullptr) {
+    TIRN_ERROR("File is NULL.");
+    return nullptr;
+  }
+  // No two bear the same name, and who builds a tree mostly wants the last.
+  if (!list::is_empty(&file->sections)) {
+    auto* const last = node_of<kesa_cfg_section_node>(file->sections.prev);
+    if (equal(last->sectionName, section)) {
+      return last;
+    }
+  }
+  for (kesa_cfg_section_node& node : NodesOf<kesa_cfg_section_node>(file->sections)) {
+    if (equal(node.sectionName, section)) {
+      return &node;
+    }
+  }
+  return nullptr;
+}
+
+kesa_cfg_item_node* find_item_in(kesa_cfg_section_node* section, const char* item) {
+  for (kesa_cfg_item_node& node : NodesOf<kesa_cfg_item_node>(section->items)) {
+    if (equal(node.itemName, item)) {
+      return &node;
+    }
+  }
+  return nullptr;
+}
+
+kesa_cfg_item_node* kesa_cfg_find_item_node(kesa_cfg_file_node* file, const char* section, const char* item) {
+  kesa_cfg_section_node* const node = kesa_cfg_find_section_node(file, section);
+  if (node == nullptr) {
+    TIRN_DEBUG("Can't find section=%s", section);
+    return nullptr;
+  }
+  return find_item_in(node, item);
+}
+
+kesa_cfg_file_node* kesa_cfg_new_file_node(const char* file) {
+  TaggedBlock<kesa_cfg_file_node> node = tagged_block<kesa_cfg_file_node>();
+  if (!node) {
+    TIRN_ERROR("Alloc needed filenode memory fail, filenode size (%u).", static_cast<unsigned>(sizeof *node));
+    return nullptr;
+  }
+  if (strcpy_s(node->fileName, sizeof node->fileName, file) != 0) {
+    TIRN_ERROR("Copy file name (%s) fail in new filenode.", file);
+    return nullptr;
+  }
+  mark_unlinked(node->link);
+  list::init(&node->sections);
+  node->rwlock = 0;
+  node->refCount = 0;
+  return node.release();
+}
+
+kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section) {
+  TaggedBlock<kesa_cfg_section_node> node = tagged_block<kesa_cfg_section_node>();
+  if (!node || strcpy_s(node->sectionName, sizeof node->sectionName, section) != 0) {
+    return nullptr;
+  }
+  mark_unlinked(node->link);
+  list::init(&node->items);
+  return node.release();
+}
+
+kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section) {
+  kesa_cfg_section_node* node = kesa_cfg_find_section_node(file, section);
+  if (node == nullptr) {
+    node = kesa_cfg_new_section_node(section);
+    if (node != nullptr) {
+      list::push_back(&file->sections, &node->link);
+    }
+  }
+  return node;
+}
+
+void free_item(kesa_cfg_item_node* item) {
+  kesa_free(item->itemValue);
+  kesa_free(item);
+}
+
+int kesa_cfg_destroy_item(kesa_cfg_section_node* section) {
+  if (section == nullptr) {
+    TIRN_ERROR("Null pointer found pSection.");
+    return kFail;
+  }
+  for (kesa_cfg_item_node& item : NodesOf<kesa_cfg_item_node>(section->items)) {
+    list::remove(&item.link);
+    free_item(&item);
+  }
+  return kOk;
+}
+
+int kesa_cfg_destory_section(kesa_cfg_file_node* file) {
+  if (file == nullptr) {
+    TIRN_ERROR("Null pointer found pFile.");
+    return kFail;
+  }
+  for (kesa_cfg_section_node& section : NodesOf<kesa_cfg_section_node>(file->sections)) {
+    kesa_cfg_destroy_item(&section);
+    list::remove(&section.link);
+    kesa_free(&section);
+  }
+  return kOk;
+}
+
+int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item, void*) {
+  if (!kesa_cfg_check_param(section, item) || !add_item(file, section, *item)) {
+    TIRN_ERROR("Set config [%s] : %s = %s fail.", section == nullptr ? "" : section,
+               item == nullptr ? "" : item->itemName, item == nullptr ? "" : item->itemValue);
+  }
+  return KESA_CFG_GO_ON;
+}
+
+}  // namespace tirn::cfg

@@ -1,0 +1,69 @@
+// The nodes of a parsed file: search, growth and end. Whoever calls holds the file's lock, or is alone with the tree.
+// The functions log under their own names.
+#ifndef TIRN_CFG_CFG_TREE_H
+#define TIRN_CFG_CFG_TREE_H
+
+#include "libtirn/base/list.h"
+#include "tirn/cfg.h"
+
+namespace tirn::cfg {
+
+// Links stand first in their nodes.
+template <typename Node>
+inline Node* node_of(kesa_list_head* link) {
+  static_assert(offsetof(Node, link) == 0);
+  return reinterpret_cast<Node*>(link);
+}
+
+// The nodes of a list, for a range-based loop that may free the node it is at.
+template <typename Node>
+class NodesOf {
+ public:
+  class Iterator {
+   public:
+    explicit Iterator(kesa_list_head* link) : link_(link), next_(link->next) {}
+    Node& operator*() const { return *node_of<Node>(link_); }
+    bool operator!=(const Iterator& other) const { return link_ != other.link_; }
+    void operator++() {
+      link_ = next_;
+      next_ = link_->next;
+    }
+
+   private:
+    kesa_list_head* link_;
+    kesa_list_head* next_;
+  };
+
+  explicit NodesOf(kesa_list_head& head) : head_(head) {}
+  Iterator begin() const { return Iterator(head_.next); }
+  Iterator end() const { return Iterator(&head_); }
+
+ private:
+  kesa_list_head& head_;
+};
+
+kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, const char* section);
+kesa_cfg_item_node* find_item_in(kesa_cfg_section_node* section, const char* item);
+kesa_cfg_item_node* kesa_cfg_find_item_node(kesa_cfg_file_node* file, const char* section, const char* item);
+
+// Nodes on no list; nullptr where there is no memory.
+kesa_cfg_file_node* kesa_cfg_new_file_node(const char* file);
+kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section);
+
+// The section, appended if it is missing.
+kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section);
+
+// Of a node that is on no list.
+void free_item(kesa_cfg_item_node* item);
+
+// Frees all items of a section.
+int kesa_cfg_destroy_item(kesa_cfg_section_node* section);
+// Frees all sections of a file with their items.
+int kesa_cfg_destory_section(kesa_cfg_file_node* file);
+
+// The parse's callback that builds a tree. A refused item does not end the parse.
+int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item, void*);
+
+}  // namespace tirn::cfg
+
+#endif

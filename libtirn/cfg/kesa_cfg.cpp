@@ -1,0 +1,298 @@
+#include "tirn/cfg.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "libtirn/base/rwlock_guard.h"
+#include "libtirn/cfg/cfg_tree.h"
+
+uint64_t g_stCfgRwlock = 0;
+
+namespace {
+
+using tirn::RwlockHold;
+using tirn::TaggedBlock;
+using namespace tirn::cfg;
+namespace list = tirn::list;
+
+// What is registered, newest first.
+class Files {
+ public:
+  // Asked without the lock, too.
+  bool is_empty() const { return count_.load(std::memory_order_relaxed) == 0; }
+
+  NodesOf<kesa_cfg_file_node> all() { return NodesOf<kesa_cfg_file_node>(head_); }
+
+  kesa_cfg_file_node* find(const char* name) {
+    for (kesa_cfg_file_node& file : all()) {
+      if (std::strcmp(file.fileName, name) == 0) {
+        return &file;
+      }
+    }
+    return nullptr;
+  }
+
+  void add(kesa_cfg_file_node* file) {
+    list::push_front(&head_, &file->link);
+    count_.fetch_add(1, std::memory_order_relaxed);
+  }
+
+  void remove(kesa_cfg_file_node* file) {
+    list::remove(&file->link);
+    count_.fetch_sub(1, std::memory_order_relaxed);
+  }
+
+ private:
+  kesa_list_head head_{&head_, &head_};
+  std::atomic<uint32_t> count_{0};
+};
+constinit Files g_files;
+
+// Frees a file that nobody can find any more, as soon as those who found it before are done.
+void destroy_file(kesa_cfg_file_node* file) {
+  {
+    const RwlockHold hold(file->rwlock, RwlockHold::kWriteMayblock);
+    kesa_cfg_destory_section(file);
+  }
+  kesa_free(file);
+}
+
+// A copy for a set function, under whose name a failure is told.
+TaggedBlock<char> allocate_value(uint32_t size, const char* function) {
+  TaggedBlock<char> value = tirn::tagged_block<char>(size, function);
+  if (!value) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Alloc needed item memory fail, size(%u).", size);
+  }
+  return value;
+}
+
+uint32_t size_of(const char* text) { return static_cast<uint32_t>(std::strlen(text)) + 1; }
+
+void swap_value(kesa_cfg_item_node& item, TaggedBlock<char>& value) {
+  char* const former = item.itemValue;
+  item.itemValue = value.release();
+  value.reset(former);
+}
+
+// Whether the value fits; if not, it is told under the caller's name.
+bool fits(const kesa_cfg_item_node& item, uint32_t size, const char* function) {
+  const uint32_t needed = size_of(item.itemValue);
+  if (size < needed) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Invalid Buffer size, inputSize(%u), actualSize(%u).", size,
+                needed);
+  }
+  return size >= needed;
+}
+
+struct Wanted {
+  const char* section;
+  const char* item;
+  int32_t status;
+  KesaCfgItemRecord* record;
+};
+
+int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, const kesa_cfg_item_node* item,
+                                  void* argument) {
+  Wanted& wanted = *static_cast<Wanted*>(argument);
+  if (std::strcmp(section, wanted.section) != 0 || std::strcmp(item->itemName, wanted.item) != 0) {
+    return KESA_CFG_GO_ON;
+  }
+  KesaCfgItemRecord& record = *wanted.record;
+  if (strcpy_s(record.name, sizeof record.name, item->itemName) != 0 ||
+      strcpy_s(record.value, sizeof record.value, item->itemValue) != 0) {
+    TIRN_ERROR("Copy item (%s=%s) fail.", item->itemName, item->itemValue);
+    return tirn::kFail;
+  }
+  wanted.status = tirn::kOk;
+  return 0;
+}
+
+}  // namespace
+
+int32_t kesa_cfg_init(const char* file) { return kesa_cfg_init_ex(file); }
+
+int32_t kesa_cfg_init_ex(const char* file) {
+  if (file == nullptr) {
+    TIRN_INFO("Input File is NULL pointer.");
+    return tirn::kFail;
+  }
+  kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, nullptr);
+  if (node == nullptr) {
+    TIRN_DEBUG("Parse config file %s failed.", file);
+    return tirn::kFail;
+  }
+  RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  kesa_cfg_file_node* const former = g_files.find(file);
+  node->refCount = 1;
+  if (former != nullptr) {
+    g_files.remove(former);
+    node->refCount += former->refCount;
+  }
+  g_files.add(node);
+  hold.release();
+  if (former != nullptr) {
+    destroy_file(former);
+  }
+  return tirn::kOk;
+}
+
+int32_t kesa_cfg_destroy() {
+  if (g_files.is_empty()) {
+    return tirn::kOk;
+  }
+  const RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  for (kesa_cfg_file_node& file : g_files.all()) {
+    kesa_cfg_destory_section(&file);
+    g_files.remove(&file);
+    kesa_free(&file);
+  }
+  return tirn::kOk;
+}
+
+int32_t kesa_cfg_destroy_ex(const char* file) {
+  if (g_files.is_empty()) {
+    return tirn::kOk;
+  }
+  if (file == nullptr) {
+    TIRN_ERROR("Param error, pFile is NULL.");
+    return tirn::kFail;
+  }
+  RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  kesa_cfg_file_node* const node = g_files.find(file);
+  if (node == nullptr || --node->refCount != 0) {
+    return tirn::kOk;
+  }
+  g_files.remove(node);
+  hold.release();
+  destroy_file(node);
+  return tirn::kOk;
+}
+
+int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffer, uint32_t size) {
+  if (section == nullptr || item == nullptr || size == 0) {
+    TIRN_INFO("Invalid SectionName or ItemName or size in getItemValue.");
+    return tirn::kFail;
+  }
+  {
+    const RwlockHold hold(g_stCfgRwlock, RwlockHold::kReadMayblock);
+    for (kesa_cfg_file_node& file : g_files.all()) {
+      const kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item);
+      if (node == nullptr) {
+        continue;
+      }
+      if (!fits(*node, size, __func__)) {
+        return KESA_CFG_BUFFER_TOO_SMALL;
+      }
+      if (strcpy_s(buffer, size, node->itemValue) == 0) {
+        return tirn::kOk;
+      }
+    }
+  }
+  TIRN_LIMITED(tirn::kInfo, tirn::kWarning, tirn::kInfo, "Get ItemValue by pSection %s and pItemName %s failed.",
+               section, item);
+  return tirn::kFail;
+}
+
+int32_t kesa_cfg_getItemValue_ex(const char* file, const char* section, const char* item, char* buffer,
+                                 uint32_t size) {
+  if (file == nullptr || section == nullptr || item == nullptr || buffer == nullptr || size == 0) {
+    TIRN_ERROR("Invalid SectionName or ItemName or size in getItemValue_ex.");
+    return tirn::kFail;
+  }
+  RwlockHold files(g_stCfgRwlock, RwlockHold::kReadMayblock);
+  kesa_cfg_file_node* const node = g_files.find(file);
+  if (node == nullptr) {
+    TIRN_ERROR("Can not find file %s.", file);
+    return tirn::kFail;
+  }
+  const RwlockHold hold(node->rwlock, RwlockHold::kReadMayblock);
+  files.release();
+  const kesa_cfg_item_node* const found = kesa_cfg_find_item_node(node, section, item);
+  if (found == nullptr) {
+    return tirn::kFail;
+  }
+  if (!fits(*found, size, __func__)) {
+    return KESA_CFG_BUFFER_TOO_SMALL;
+  }
+  if (const int error = strcpy_s(buffer, size, found->itemValue)) {
+    TIRN_ERROR("Copy fail:%d, item size:%u, item value:%s.", error, size_of(found->itemValue), found->itemValue);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char* value) {
+  if (section == nullptr || item == nullptr || value == nullptr) {
+    TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value);
+    return tirn::kFail;
+  }
+  const uint32_t size = size_of(value);
+  TaggedBlock<char> copy = allocate_value(size, __func__);
+  if (!copy) {
+    return tirn::kFail;
+  }
+  if (const int error = strncpy_s(copy.get(), size, value, std::strlen(value))) {
+    TIRN_ERROR("strncpy_s failed, errno:%d", error);
+    (void)copy.release();  // not freed here, unlike in the twin
+    return tirn::kFail;
+  }
+  // `copy` is declared before: what it then holds is freed without the lock.
+  const RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  for (kesa_cfg_file_node& file : g_files.all()) {
+    if (kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item)) {
+      swap_value(*node, copy);
+      return tirn::kOk;
+    }
+  }
+  return tirn::kFail;
+}
+
+int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section, const char* item, const char* value) {
+  if (file == nullptr || section == nullptr || item == nullptr || value == nullptr) {
+    TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value);
+    return tirn::kFail;
+  }
+  const uint32_t size = size_of(value);
+  TaggedBlock<char> copy = allocate_value(size, __func__);
+  if (!copy) {
+    return tirn::kFail;
+  }
+  if (const int error = strncpy_s(copy.get(), size, value, std::strlen(value))) {
+    TIRN_ERROR("Can not do strncpy_s, errno (%d).", error);
+    return tirn::kFail;
+  }
+  RwlockHold files(g_stCfgRwlock, RwlockHold::kWrite);
+  kesa_cfg_file_node* const node = g_files.find(file);
+  if (node == nullptr) {
+    TIRN_ERROR("Config file (%s) is no exist.", file);
+    return tirn::kFail;
+  }
+  const RwlockHold hold(node->rwlock, RwlockHold::kWrite);
+  files.release();
+  kesa_cfg_item_node* const found = kesa_cfg_find_item_node(node, section, item);
+  if (found == nullptr) {
+    TIRN_ERROR("Can not find item (%s) in file (%s).", item, file);
+    return tirn::kFail;
+  }
+  swap_value(*found, copy);
+  return tirn::kOk;
+}
+
+int32_t kesa_cfg_getItemFromFile(const char* file, const char* section, const char* item, KesaCfgItemRecord* record) {
+  if (file == nullptr || section == nullptr || item == nullptr || record == nullptr) {
+    TIRN_ERROR("Null pointer found, pFile:%p, pSection:%p, pItemName:%p, pItemValue:%p.", file, section, item,
+               static_cast<void*>(record));
+    return tirn::kFail;
+  }
+  Wanted wanted{section, item, tirn::kFail, record};
+  kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_getFromFile_proc, &wanted);
+  if (node != nullptr) {
+    kesa_free(node);
+    TIRN_DEBUG("Parse config file %s sucess.", file);
+  }
+  return wanted.status;
+}

@@ -1,0 +1,213 @@
+#include <ctype.h>
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "libtirn/base/rwlock_guard.h"
+#include "libtirn/cfg/cfg_tree.h"
+#include "libtirn/cfg/line_reader.h"
+#include "tirn/fileops.h"
+
+namespace {
+
+using tirn::RwlockHold;
+
+constexpr char kDefaultSection[] = "NULL";
+constexpr size_t kShortestSectionLine = 2;
+constexpr size_t kLongestSectionLine = KESA_CFG_NAME_SIZE - 1 + 2;
+constexpr size_t kLongestTrimmed = KESA_CFG_LINE_SIZE - 2;
+
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+struct Text {
+  char* begin;
+  size_t length;
+};
+
+// The text without blanks at its ends: behind it they are overwritten, in front of it only left out. No text (begin is
+// nullptr) where that is too long.
+Text kesa_cfg_trim_string(Text text) {
+  while (text.length != 0 && is_blank(*text.begin)) {
+    ++text.begin;
+    --text.length;
+  }
+  while (text.length != 0) {
+    char& last = text.begin[text.length - 1];
+    if (!is_blank(last) && last != '\n' && last != '\r') {
+      break;
+    }
+    last = '\0';
+    --text.length;
+  }
+  if (text.length > kLongestTrimmed) {
+    TIRN_DEBUG("The length (%d) of string (%s) is larger than limit (%d) when trim format of string.",
+               static_cast<int>(text.length), text.begin, static_cast<int>(kLongestTrimmed));
+    return {nullptr, 0};
+  }
+  return text;
+}
+
+// Letters are those of the process's locale. An empty name is one.
+bool is_name(const char* text) {
+  const unsigned short* const classes = *__ctype_b_loc();
+  for (; *text != '\0'; ++text) {
+    if ((classes[static_cast<unsigned char>(*text)] & _ISalnum) == 0 && *text != '_') {
+      return false;
+    }
+  }
+  return true;
+}
+
+// "[ name ]" becomes "[name]".
+bool kesa_cfg_is_section(Text line) {
+  if (line.length < kShortestSectionLine || line.length > kLongestSectionLine || line.begin[0] != '[' ||
+      line.begin[line.length - 1] != ']') {
+    return false;
+  }
+  char scratch[kLongestSectionLine + 1];
+  std::memcpy(scratch, line.begin + 1, line.length - 2);
+  scratch[line.length - 2] = '\0';
+  const Text name = kesa_cfg_trim_string({scratch, line.length - 2});
+  if (!is_name(name.begin)) {
+    TIRN_DEBUG("The input string (%s) is not a section string.", line.begin);
+    return false;
+  }
+  sprintf_s(line.begin, line.length + 1, "[%s]", name.begin);
+  return true;
+}
+
+// `line` is "[name]".
+void copy_section(const char* line, char (&section)[KESA_CFG_NAME_SIZE]) {
+  char name[KESA_CFG_NAME_SIZE];
+  const char* const begin = line + 1;
+  if (strncpy_s(name, sizeof name, begin, std::strcspn(begin, "]")) != 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_cfg_ini_fd_parse", "copy section name (%s) fail in copy section.",
+                begin);
+    return;
+  }
+  std::memcpy(section, name, sizeof section);
+}
+
+struct Item {
+  Text name;
+  Text value;
+};
+
+// Splits `line`, which is changed, into the parts of an item.
+bool kesa_cfg_is_item(Text line, Item& item) {
+  if (*line.begin == ';' || *line.begin == '=') {
+    return false;
+  }
+  auto* const equals = static_cast<char*>(std::memchr(line.begin, '=', line.length));
+  if (equals == nullptr) {
+    return false;
+  }
+  *equals = '\0';
+  const auto name_length = static_cast<size_t>(equals - line.begin);
+  item.name = kesa_cfg_trim_string({line.begin, name_length});
+  item.value = kesa_cfg_trim_string({equals + 1, line.length - name_length - 1});
+  if (item.name.begin == nullptr || item.value.begin == nullptr) {
+    return false;
+  }
+  if (!is_name(item.name.begin)) {
+    TIRN_DEBUG("The input string (%s) is not a valid config item.", item.name.begin);
+    return false;
+  }
+  return item.name.length < KESA_CFG_NAME_SIZE;
+}
+
+// Makes `line` "name=value": it has the room, since both parts were cut out of it.
+void join(Text line, const Item& item) {
+  std::memcpy(line.begin, item.name.begin, item.name.length);
+  line.begin[item.name.length] = '=';
+  std::memcpy(line.begin + item.name.length + 1, item.value.begin, item.value.length + 1);
+}
+
+// Fills the item, whose value points at a buffer of KESA_CFG_VALUE_SIZE bytes.
+bool kesa_cfg_parse_item(Text line, kesa_cfg_item_node& item) {
+  const auto size = static_cast<uint32_t>(line.length) + 1;
+  const tirn::TaggedBlock<char> scratch = tirn::tagged_block<char>(size);
+  if (!scratch) {
+    TIRN_ERROR("Alloc memory fail, size(%u).", size);
+    return false;
+  }
+  std::memcpy(scratch.get(), line.begin, size);
+  Item parts{};
+  if (!kesa_cfg_is_item({scratch.get(), line.length}, parts)) {
+    return false;
+  }
+  join(line, parts);
+  const char* const equals = std::strchr(line.begin, '=');
+  if (equals == nullptr) {
+    TIRN_DEBUG("Can't find '=' in the string (%s), it's not a valid config item.", line.begin);
+    return false;
+  }
+  const auto name_length = static_cast<size_t>(equals - line.begin);
+  if (strncpy_s(item.itemName, sizeof item.itemName, line.begin, name_length) != 0 ||
+      strcpy_s(item.itemValue, KESA_CFG_VALUE_SIZE, equals + 1) != 0) {
+    TIRN_ERROR("copy item (%s=%s) fail in parse item.", parts.name.begin, parts.value.begin);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
+  tirn::cfg::LineReader lines(fd);
+  const tirn::TaggedBlock<char> value = tirn::tagged_block<char>(KESA_CFG_VALUE_SIZE);
+  if (!lines || !value) {
+    return tirn::kFail;
+  }
+  char section[KESA_CFG_NAME_SIZE] = {};
+  std::memcpy(section, kDefaultSection, sizeof kDefaultSection);
+  kesa_cfg_item_node item{};
+  item.itemValue = value.get();
+  while (char* const begin = lines.next()) {
+    const Text trimmed = kesa_cfg_trim_string({begin, std::strlen(begin)});
+    if (trimmed.begin == nullptr) {
+      continue;
+    }
+    // Blanks in front stay: "[" and ";" count in the first column only.
+    const Text line{begin, static_cast<size_t>(trimmed.begin - begin) + trimmed.length};
+    if (kesa_cfg_is_section(line)) {
+      copy_section(line.begin, section);
+      continue;
+    }
+    if (!kesa_cfg_parse_item(line, item)) {
+      continue;
+    }
+    const int32_t result = callback(context, section, &item, argument);
+    if (result != KESA_CFG_GO_ON) {
+      return result;
+    }
+  }
+  return tirn::kOk;
+}
+
+kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn callback, void* argument) {
+  if (file == nullptr) {
+    TIRN_ERROR("Filename null pointer");
+    return nullptr;
+  }
+  if (std::strlen(file) >= KESA_CFG_FILE_NAME_SIZE) {
+    TIRN_ERROR("File name length too long.");
+    return nullptr;
+  }
+  tirn::TaggedBlock<kesa_cfg_file_node> node(tirn::cfg::kesa_cfg_new_file_node(file), {__func__, __LINE__});
+  if (!node) {
+    return nullptr;
+  }
+  RwlockHold hold(node->rwlock, RwlockHold::kWriteMayblock);
+  const tirn::Fd fd(kesa_open(file, O_RDONLY | O_CLOEXEC, 0));
+  if (!fd) {
+    TIRN_DEBUG("Open file (%s) failed, fd %d errno %d", file, fd.get(), errno);
+    return nullptr;
+  }
+  return kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == tirn::kOk ? node.release() : nullptr;
+}

@@ -1,0 +1,84 @@
+#include "libtirn/cfg/line_reader.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "tirn/cfg.h"
+
+namespace tirn::cfg {
+namespace {
+
+constexpr size_t kLongest = KESA_CFG_LINE_SIZE - 1;  // with the line feed
+constexpr size_t kBlock = 65536;
+
+bool is_regular_file(int fd) {
+  struct stat status {};
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+LineReader::LineReader(int fd)
+    : fd_(fd), is_regular_(is_regular_file(fd)), buffer_(tagged_block<char>(kLongest + kBlock + 1)) {}
+
+LineReader::~LineReader() {
+  if (is_regular_ && raw_ != filled_) {
+    lseek(fd_, static_cast<off_t>(raw_) - static_cast<off_t>(filled_), SEEK_CUR);
+  }
+}
+
+// Reads on behind the line so far, when all that was read before is part of it.
+bool LineReader::fill() {
+  std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+  end_ -= begin_;
+  begin_ = 0;
+  raw_ = filled_ = end_;
+  const ssize_t count = read(fd_, buffer_.get() + filled_, is_regular_ ? kBlock : 1);
+  if (count <= 0) {
+    return false;
+  }
+  filled_ += static_cast<size_t>(count);
+  return true;
+}
+
+// Lengthens the line by what follows, less its carriage returns.
+void LineReader::take(size_t count) {
+  char* const text = buffer_.get();
+  if (end_ == raw_ && std::memchr(text + raw_, '\r', count) == nullptr) {
+    end_ += count;
+  } else {
+    end_ = static_cast<size_t>(std::remove_copy(text + raw_, text + raw_ + count, text + end_, '\r') - text);
+  }
+  raw_ += count;
+}
+
+char* LineReader::next() {
+  char* const text = buffer_.get();
+  if (is_covered_) {
+    text[raw_] = covered_;
+    is_covered_ = false;
+  }
+  begin_ = end_ = raw_;
+  bool has_line_feed = false;
+  while (!has_line_feed && end_ - begin_ < kLongest && (raw_ != filled_ || fill())) {
+    const size_t most = std::min(filled_ - raw_, kLongest - (end_ - begin_));
+    const auto* const line_feed = static_cast<const char*>(std::memchr(text + raw_, '\n', most));
+    has_line_feed = line_feed != nullptr;
+    take(has_line_feed ? static_cast<size_t>(line_feed - text) - raw_ : most);
+    raw_ += has_line_feed ? 1 : 0;
+  }
+  if (end_ == begin_ && !has_line_feed) {
+    return nullptr;
+  }
+  if (end_ == raw_) {
+    covered_ = text[end_];
+    is_covered_ = true;
+  }
+  text[end_] = '\0';
+  return text + begin_;
+}
+
+}  // namespace tirn::cfg

@@ -1,0 +1,49 @@
+// The lines of a descriptor, for a parse of all of them.
+#ifndef TIRN_CFG_LINE_READER_H
+#define TIRN_CFG_LINE_READER_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+
+#include "libtirn/base/guard.h"
+
+namespace tirn::cfg {
+
+// What kesa_readline gives with a buffer of KESA_CFG_LINE_SIZE bytes, without the line feeds. A regular file is read in
+// blocks; anything else byte by byte, so that it is never read beyond the line. Only what is read is touched of the
+// buffer.
+class LineReader {
+ public:
+  explicit LineReader(int fd);
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+  // Puts the descriptor behind the last line that was given out.
+  ~LineReader();
+
+  // False where there is no memory for the buffer.
+  explicit operator bool() const { return buffer_ != nullptr; }
+
+  // The next line, which the caller may change up to its terminator; nullptr at the end.
+  char* next();
+
+ private:
+  bool fill();
+  void take(size_t count);
+
+  const int fd_;
+  const bool is_regular_;
+  TaggedBlock<char> buffer_;
+  // Of the buffer: [begin, end) is the line so far, [raw, filled) what was read and not looked at.
+  size_t begin_ = 0;
+  size_t end_ = 0;
+  size_t raw_ = 0;
+  size_t filled_ = 0;
+  // The byte that the last line's terminator stands on, if that one is not the line's own.
+  bool is_covered_ = false;
+  char covered_ = '\0';
+};
+
+}  // namespace tirn::cfg
+
+#endif

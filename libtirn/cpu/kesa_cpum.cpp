@@ -1,0 +1,201 @@
+// The node's CPU partitions.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/list.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/once.h"
+#include "libtirn/base/private_call.h"
+#include "libtirn/base/result.h"
+#include "libtirn/cpu/cpum_groups.h"
+#include "tirn/cfg.h"
+#include "tirn/fileops.h"
+#include "tirn/str.h"
+
+namespace tirn::cpu {
+
+constinit kesa_list_head g_groups{&g_groups, &g_groups};
+
+}  // namespace tirn::cpu
+
+namespace {
+
+using namespace tirn::cpu;
+
+constexpr char kInit[] = "kesa_cpum_init";  // whose work the lines tell of
+constexpr char kDefaultPath[] = "/ZEK/conf/app_data/wtrc/product.ini";
+constexpr char kGenerate[] = "/ZEK/component/vek/script/gen_product_ini.sh \"/ZEK/conf/app_data/wtrc/\"";
+
+constinit tirn::Once g_initialised;
+
+#define INIT_INFO(...) TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kInit, __VA_ARGS__)
+#define INIT_INFO_LIMITED(...) TIRN_LIMITED_AS(kInit, ::tirn::kInfo, ::tirn::kInfo, ::tirn::kInfo, __VA_ARGS__)
+
+struct Value {
+  char text[256];
+};
+
+bool read_value(const char* path, const char* section, const char* key, Value& value) {
+  return kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text) == tirn::kOk;
+}
+
+// A count, which must be above 0; else 0.
+int read_count(const char* path, const char* section, const char* key) {
+  Value value;
+  const long count = read_value(path, section, key, value) ? std::strtol(value.text, nullptr, 10) : 0;
+  return count > 0 ? static_cast<int>(count) : 0;
+}
+
+// From "name:type:list"; anything else is passed over.
+void add_partition(kesa_cpu_group& group, const char* value) {
+  const char* const type = std::strchr(value, ':');
+  const char* const list = type != nullptr ? std::strchr(type + 1, ':') : nullptr;
+  if (list == nullptr) {
+    return;
+  }
+  auto partition = tirn::tagged_block<kesa_cpu_partition>();
+  if (partition == nullptr) {
+    return;
+  }
+  *partition = {};
+  partition->type = static_cast<int32_t>(std::strtol(type + 1, nullptr, 10));
+  const auto name_length = std::min<size_t>(static_cast<size_t>(type - value), sizeof partition->name - 1);
+  strncpy_s(partition->name, sizeof partition->name, value, name_length);
+  strncpy_s(partition->cpumask, sizeof partition->cpumask, list + 1, sizeof partition->cpumask - 1);
+  tirn::list::push_back(&group.partitions, &partition.release()->link);
+}
+
+void add_group(const char* path, int number) {
+  char section[32];
+  snprintf_s(section, sizeof section, sizeof section - 1, "GROUP_%d", number);
+  const int count = read_count(path, section, "partition_num");
+  if (count == 0) {
+    INIT_INFO("Get cpu partition num fail, %s", section);
+    return;
+  }
+  auto group = tirn::tagged_block<kesa_cpu_group>();
+  if (group == nullptr) {
+    INIT_INFO("Malloc for group fail");
+    return;
+  }
+  *group = {};
+  tirn::list::init(&group->partitions);
+  strcpy_s(group->name, sizeof group->name, section);
+  for (int i = 0; i < count; ++i) {
+    char key[32];
+    snprintf_s(key, sizeof key, sizeof key - 1, "partition_%d", i);
+    Value value;
+    if (read_value(path, section, key, value)) {
+      add_partition(*group, value.text);
+    }
+  }
+  tirn::list::push_back(&g_groups, &group.release()->link);
+}
+
+// Makes the default file where it is missing: whether it is there then.
+bool has_default_file() {
+  if (kesa_access(kDefaultPath, F_OK) == 0) {
+    return true;
+  }
+  if (const int result = kesa_system_s(kGenerate, nullptr); result != 0) {
+    INIT_INFO_LIMITED("Generate default cpu group cfg ret:%d", result);
+  }
+  return kesa_access(kDefaultPath, F_OK) == 0;
+}
+
+bool has_file(const char* path) {
+  if (kesa_access(path, F_OK) == 0) {
+    return true;
+  }
+  INIT_INFO_LIMITED("Cpu group cfg %s is not exist, errno:%d", path, errno);
+  return false;
+}
+
+int read_groups(const char* path) {
+  Value value;
+  const int read = kesa_cfg_getItemValue_ex(path, "CPU_PARTITION", "group_num", value.text, sizeof value.text);
+  const long count = read == tirn::kOk ? std::strtol(value.text, nullptr, 10) : 0;
+  if (count <= 0) {
+    INIT_INFO("Get cpu num fail, ret:%d", read);
+    INIT_INFO("Parse cpu group cfg fail %s", path);
+    return tirn::kFail;
+  }
+  for (int group = 0; group < count; ++group) {
+    add_group(path, group);
+  }
+  return tirn::kOk;
+}
+
+int load(const char* given) {
+  const char* const path = given != nullptr ? given : kDefaultPath;
+  if (given != nullptr ? !has_file(given) : !has_default_file()) {
+    INIT_INFO_LIMITED("Invalid cpu group cfg %s", path);
+    return tirn::kFail;
+  }
+  if (kesa_cfg_init(path) != tirn::kOk) {
+    INIT_INFO("Load cpu cgroup cfg fail %s", path);
+    return tirn::kFail;
+  }
+  return read_groups(path);
+}
+
+}  // namespace
+
+int kesa_cpum_init(const char* path) {
+  return g_initialised.run([path] { return load(path); }, tirn::Once::Done::kAlways);
+}
+
+kesa_cpu_partition* kesa_cpum_get_partition(const char* group, const char* partition) {
+  kesa_cpu_partition* found = nullptr;
+  if (kesa_cpum_init(nullptr) != tirn::kOk || group == nullptr || partition == nullptr) {
+    return nullptr;
+  }
+  for_each_partition([&](const kesa_cpu_group& owner, kesa_cpu_partition& candidate) {
+    if (found == nullptr && std::strncmp(owner.name, group, sizeof owner.name) == 0 &&
+        std::strncmp(candidate.name, partition, sizeof candidate.name) == 0) {
+      found = &candidate;
+    }
+  });
+  return found;
+}
+
+void kesa_cpum_dbg_show(kesa_print_fn print) {
+  if (!g_initialised.is_done()) {
+    print("Cpu partition is not inited yet\n");
+    return;
+  }
+  print("%-16s %-16s %-4s %s\n", "Group", "Partition", "Type", "CpuBind");
+  for_each_partition([print](const kesa_cpu_group& group, const kesa_cpu_partition& partition) {
+    print("%-16s %-16s %-4d %s\n", group.name, partition.name, partition.type, partition.cpumask);
+  });
+}
+
+int kesa_get_idle_no_cstates(unsigned cpu, unsigned* value) {
+  if (value == nullptr) {
+    TIRN_ERROR("idle_no_cstates_value is null.");
+    return tirn::kFail;
+  }
+  return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kGetIdleNoCstates, uint64_t{cpu}, value));
+}
+
+int kesa_set_idle_no_cstates(unsigned cpu, unsigned value) {
+  const auto result =
+      static_cast<int>(tirn::private_call(tirn::PrivateCommand::kSetIdleNoCstates, uint64_t{cpu}, &value));
+  if (result == tirn::kFail) {
+    TIRN_ERROR("Syscall for kesa_set_idle_no_cstates failed.");
+  }
+  return result;
+}
+
+int kesa_get_cpu_task_info(unsigned cpu, void* info) {
+  if (info == nullptr) {
+    TIRN_ERROR("pCpuTaskInfo is null.");
+    return tirn::kFail;
+  }
+  return tirn::private_call(tirn::PrivateCommand::kCpuTaskInfo, uint64_t{cpu}, info) == 0 ? tirn::kOk : tirn::kFail;
+}

@@ -1,0 +1,225 @@
+// Reading the NUMA nodes from configuration files.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/list.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/once.h"
+#include "libtirn/base/result.h"
+#include "libtirn/cpu/cpu_list.h"
+#include "libtirn/cpu/numam.h"
+#include "tirn/cfg.h"
+#include "tirn/fileops.h"
+
+namespace tirn::cpu {
+
+constinit kesa_list_head g_nodes{&g_nodes, &g_nodes};
+constinit std::atomic<int32_t> g_node_count{0};
+
+}  // namespace tirn::cpu
+
+namespace {
+
+using namespace tirn::cpu;
+
+constexpr char kDefaultPath[] = "/opt/brinemark/QuillonNumaConfiguration.ini";
+constexpr char kNodes[] = "NUMA_PARTITION";
+constexpr char kProcess[] = "PROC_PARTITION";
+
+constinit std::atomic<int32_t> g_cpu_count{0};
+constinit tirn::Once g_loaded;
+
+struct Value {
+  char text[256];
+};
+
+bool read_value(const char* section, const char* key, Value& value) {
+  return kesa_cfg_getItemValue(section, key, value.text, sizeof value.text) == tirn::kOk;
+}
+
+// Logs for the exported function that loads.
+bool load_file(const char* path, const char* function) {
+  if (kesa_cfg_init(path) != tirn::kOk) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, function, "Load Numa cfg fail %s", path);
+    return false;
+  }
+  return true;
+}
+
+void forget_file(const char* path, const char* function) {
+  if (kesa_cfg_destroy_ex(path) != tirn::kOk) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Destroy numa cfg fail %s", path);
+  }
+}
+
+bool is_path(const char (&path)[256]) {
+  const size_t length = strnlen(path, sizeof path);
+  return length >= 1 && length < sizeof path;
+}
+
+}  // namespace
+
+int kesa_numam_parse_digit_item(const char* section, const char* item) {
+  Value value;
+  return read_value(section, item, value) ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : tirn::kFail;
+}
+
+int kesa_numam_parse_per_numa(int numa_id) {
+  char key[32];
+  snprintf_s(key, sizeof key, sizeof key - 1, "numa_%d", numa_id);
+  Value value;
+  if (!read_value(kNodes, key, value)) {
+    return tirn::kFail;
+  }
+  auto node = tirn::tagged_block<kesa_numa_node>();
+  if (node == nullptr) {
+    TIRN_ERROR("Malloc for numaInfo fail");
+    return tirn::kFail;
+  }
+  *node = {};
+  node->numa_id = numa_id;
+  strncpy_s(node->cores, sizeof node->cores, value.text, sizeof node->cores - 1);
+  tirn::list::push_back(&g_nodes, &node.release()->link);
+  TIRN_INFO("Get cores(%s) by numaId(%u) success.", value.text, static_cast<unsigned>(numa_id));
+  return tirn::kOk;
+}
+
+int kesa_numam_parse_numa_partition() {
+  const int cpus = kesa_numam_parse_digit_item(kNodes, "cpu_num");
+  g_cpu_count.store(cpus, std::memory_order_relaxed);
+  if (cpus < 1) {
+    TIRN_ERROR("Get cpu num fail, ret:%d", cpus);
+    return tirn::kFail;
+  }
+  const int nodes = kesa_numam_parse_digit_item(kNodes, "numa_num");
+  g_node_count.store(nodes, std::memory_order_relaxed);
+  if (nodes < 1) {
+    TIRN_ERROR("Get numa num fail, ret:%d", nodes);
+    return tirn::kFail;
+  }
+  for (int id = 0; id < nodes; ++id) {
+    if (kesa_numam_parse_per_numa(id) != tirn::kOk) {
+      return tirn::kFail;
+    }
+  }
+  TIRN_INFO("Get cpu_num(%u), numa_num(%d) success.", static_cast<unsigned>(cpus), nodes);
+  return tirn::kOk;
+}
+
+// Only so many characters count: "truth" is true.
+int kesa_numam_parse_proc_numa_switch() {
+  Value value;
+  if (!read_value(kProcess, "numa_enable", value)) {
+    return tirn::kFail;
+  }
+  const bool is_on = std::strncmp(value.text, "true", 3) == 0;
+  if (!is_on && std::strncmp(value.text, "false", 4) != 0) {
+    TIRN_ERROR("Get proc_numa_info fail, itemValue:%s", value.text);
+    return tirn::kFail;
+  }
+  kesa_numam_status_set(is_on ? 1 : 0);
+  TIRN_INFO("Get numa_enable(%s) success.", value.text);
+  return tirn::kOk;
+}
+
+void kesa_numam_parse_proc_numa_set(int numa_id) {
+  for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
+    if (node_of(link).numa_id == numa_id) {
+      node_of(link).proc_member = 1;
+    }
+  }
+}
+
+int kesa_numam_parse_proc_numa_info() {
+  Value value;
+  if (!read_value(kProcess, "proc_numa_info", value)) {
+    return tirn::kOk;
+  }
+  const bool are_nodes = walk_items(value.text, [](const char* item) {
+    const int id = static_cast<int>(std::strtol(item, nullptr, 10));
+    if (static_cast<unsigned>(id) >= static_cast<unsigned>(kesa_numam_num_get())) {
+      return false;
+    }
+    kesa_numam_parse_proc_numa_set(id);
+    return true;
+  });
+  if (!are_nodes) {
+    TIRN_ERROR("Get proc_numa_info(%s) failed.", value.text);
+    return tirn::kFail;
+  }
+  TIRN_INFO("Get proc_numa_info(%s) success.", value.text);
+  return tirn::kOk;
+}
+
+int kesa_numam_parse_proc_partition() {
+  return kesa_numam_parse_proc_numa_switch() == tirn::kOk ? kesa_numam_parse_proc_numa_info() : tirn::kFail;
+}
+
+// The first message names a section that no file has.
+int kesa_numam_cfg_parse() {
+  if (kesa_numam_parse_numa_partition() != tirn::kOk) {
+    TIRN_ERROR("Parse numa cfg CPU_PARTITION fail.");
+    return tirn::kFail;
+  }
+  if (kesa_numam_parse_proc_partition() != tirn::kOk) {
+    TIRN_ERROR("Parse numa cfg PROC_PARTITION fail.");
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+int kesa_numam_init_inner(const char* path) {
+  const char* const file = path != nullptr ? path : kDefaultPath;
+  if (kesa_access(file, F_OK) != 0) {
+    TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
+    return tirn::kOk;
+  }
+  TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Numa cfg %s.", file);
+  if (!load_file(file, __func__) || kesa_numam_cfg_parse() != tirn::kOk) {
+    return tirn::kFail;
+  }
+  forget_file(file, __func__);
+  return tirn::kOk;
+}
+
+int kesa_numam_init(const char* path) {
+  return g_loaded.run([path] { return kesa_numam_init_inner(path); });
+}
+
+int kesa_numam_cfg_check(const kesa_numa_cfg* record) {
+  if (record == nullptr) {
+    TIRN_ERROR("Numa cfg is NULL.");
+    return tirn::kFail;
+  }
+  if (!is_path(record->numa_info)) {
+    TIRN_ERROR("Numa cfg numa_info error.");
+    return tirn::kFail;
+  }
+  if (!is_path(record->node_numa)) {
+    TIRN_ERROR("Numa cfg node_numa error.");
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+int kesa_numam_cfg_init(const kesa_numa_cfg* record) {
+  if (kesa_numam_cfg_check(record) != tirn::kOk || !load_file(record->numa_info, __func__)) {
+    return tirn::kFail;
+  }
+  int result = tirn::kFail;
+  if (load_file(record->node_numa, __func__)) {
+    result = kesa_numam_cfg_parse();
+    forget_file(record->node_numa, __func__);
+  }
+  forget_file(record->numa_info, __func__);
+  return result;
+}
+
+int kesa_numam_module_init(const kesa_numa_cfg* record) {
+  return g_loaded.run([record] { return kesa_numam_cfg_init(record); });
+}

@@ -1,0 +1,122 @@
+// What was read of the NUMA nodes, and the lists of their CPUs.
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "libtirn/cpu/cpu_list.h"
+#include "libtirn/cpu/numam.h"
+#include "tirn/bitops.h"
+#include "tirn/cpumask.h"
+
+namespace {
+
+using namespace tirn::cpu;
+
+constinit std::atomic<unsigned> g_status{0};
+
+// Calls set(cpu) for each number of an item. Numbers go up to 4294967295: the count is wider.
+template <typename Set>
+int set_range(const char* item, Set set) {
+  unsigned start = 0;
+  unsigned end = 0;
+  if (kesa_numam_parse_cpustr(item, &start, &end) != tirn::kOk) {
+    return tirn::kFail;
+  }
+  for (uint64_t cpu = start; cpu <= end; ++cpu) {
+    set(static_cast<unsigned>(cpu));
+  }
+  return tirn::kOk;
+}
+
+// The list of a node's CPUs; nullptr, after its line, for a node that there is not.
+const char* cores_of(int numa_id, const char* function) {
+  for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
+    if (node_of(link).numa_id == numa_id) {
+      return node_of(link).cores;
+    }
+  }
+  TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "NumaId(%u) not configured, numa_num(%u).",
+              static_cast<unsigned>(numa_id), static_cast<unsigned>(kesa_numam_num_get()));
+  return nullptr;
+}
+
+}  // namespace
+
+unsigned kesa_numam_status_get() { return g_status.load(std::memory_order_relaxed); }
+
+int kesa_numam_status_set(unsigned status) {
+  if (status > 1) {
+    return tirn::kFail;
+  }
+  g_status.store(status, std::memory_order_relaxed);
+  return tirn::kOk;
+}
+
+int kesa_numam_num_get() { return g_node_count.load(std::memory_order_relaxed); }
+
+int kesa_numam_proc_numamask_get(uint64_t* mask) {
+  if (mask == nullptr) {
+    TIRN_ERROR("Param error, munaMask is NULL.");
+    return tirn::kFail;
+  }
+  for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
+    if (const kesa_numa_node& node = node_of(link); node.proc_member == 1) {
+      *mask |= uint64_t{1} << (static_cast<unsigned>(node.numa_id) % 64);
+    }
+  }
+  return tirn::kOk;
+}
+
+int kesa_numam_cpuset_get(int numa_id, cpu_set_t* set) {
+  if (set == nullptr) {
+    TIRN_ERROR("Param error, cpuSet is NULL.");
+    return tirn::kFail;
+  }
+  CPU_ZERO(set);
+  return kesa_numam_parse_cpuset(cores_of(numa_id, __func__), set);
+}
+
+int kesa_numam_cpumask_get(int numa_id, uint64_t* mask) {
+  if (mask == nullptr) {
+    TIRN_ERROR("Param error, munaMask is NULL.");
+    return tirn::kFail;
+  }
+  init_cpumask_bit(mask, KESA_CPUMASK_WORDS);
+  return kesa_numam_parse_cpumask(cores_of(numa_id, __func__), mask);
+}
+
+int kesa_numam_parse_cpustr(const char* item, unsigned* start, unsigned* end) {
+  constexpr char kFunction[] = "kesa_numam_parse_cpustr";
+  const bool is_range = scan_range(item, *start, *end, kFunction, [item] {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Parse CpuSet fail, invalid format:%s", item);
+  });
+  return is_range ? tirn::kOk : tirn::kFail;
+}
+
+int kesa_numam_parse_cpuset_as_list(const char* item, cpu_set_t* set) {
+  return set_range(item, [set](unsigned cpu) {
+    if (cpu < CPU_SETSIZE) {
+      CPU_SET(cpu, set);
+    }
+  });
+}
+
+int kesa_numam_parse_cpuset(const char* text, cpu_set_t* set) {
+  if (!walk_items(text,
+                  [set](const char* item) { return kesa_numam_parse_cpuset_as_list(item, set) == tirn::kOk; })) {
+    TIRN_ERROR("Parse CpuSet %s fail.", text);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+int kesa_numam_parse_cpumask_as_list(const char* item, uint64_t* mask) {
+  return set_range(item, [mask](unsigned cpu) { kesa_set_bit(cpu, mask); });
+}
+
+int kesa_numam_parse_cpumask(const char* text, uint64_t* mask) {
+  if (!walk_items(text,
+                  [mask](const char* item) { return kesa_numam_parse_cpumask_as_list(item, mask) == tirn::kOk; })) {
+    TIRN_ERROR("Parse cpu mask %s fail.", text);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}

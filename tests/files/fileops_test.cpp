@@ -1,0 +1,87 @@
+#include "tirn/fileops.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "support/log_capture.h"
+#include "support/temp_folder.h"
+
+using namespace tirn::test;
+
+TEST(CheckedCalls, NullPointersAreToldAndRefused) {
+  LogCapture log;
+  const struct {
+    const char* function;
+    const char* text;
+    long result;
+  } rows[] = {
+      {"kesa_access", "pFilePath is NULL.", kesa_access(nullptr, F_OK)},
+      {"kesa_open", "pFilePath is NULL.", kesa_open(nullptr, O_RDONLY, 0)},
+      {"kesa_read", "pBuf is NULL.", kesa_read(0, nullptr, 0)},
+      {"kesa_write", "pBuf is NULL.", kesa_write(1, nullptr, 0)},
+      {"kesa_stat", "pPath is NULL.", kesa_stat(nullptr, nullptr)},
+      {"kesa_statfs", "pPath is NULL.", kesa_statfs(nullptr, nullptr)},
+      {"kesa_statfs", "pBuf is NULL.", kesa_statfs("/", nullptr)},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.result, -1) << row.function;
+    EXPECT_TRUE(log.has(HURN_ERROR, row.function, row.text)) << row.function << log;
+  }
+  EXPECT_EQ(log.texts().size(), std::size(rows)) << log;
+  const TempFolder folder;
+  const int fd = kesa_open(folder.path("new").c_str(), O_RDWR | O_CREAT, 0640);
+  struct stat status {};
+  EXPECT_EQ(kesa_write(fd, "abc", 3), 3);
+  EXPECT_EQ(kesa_lseek(fd, 1, SEEK_SET), 1);
+  char rest[4] = "";
+  EXPECT_EQ(kesa_read(fd, rest, sizeof rest), 2);
+  EXPECT_EQ(kesa_sync(fd), 0);
+  EXPECT_EQ(kesa_stat(folder.path("new").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+  EXPECT_EQ(kesa_close(fd), 0);
+  EXPECT_EQ(kesa_close(fd), -1);
+}
+
+// One thread, one descriptor's number, and files that change below it: nothing is remembered of what was read ahead.
+TEST(ReadLine, SeesTheFileAsItIsNow) {
+  const TempFolder folder;
+  const std::string path = folder.write_file("a", "one\ntwo\nthree\n");
+  char line[64];
+  int fd = open(path.c_str(), O_RDWR);
+  ASSERT_STREQ(kesa_readline(fd, line, sizeof line), "one\n");
+  ASSERT_EQ(pwrite(fd, "TWO", 3, 4), 3);
+  EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "TWO\n");
+  lseek(fd, 1, SEEK_SET);
+  EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "ne\n");
+  lseek(fd, 0, SEEK_END);
+  EXPECT_EQ(kesa_readline(fd, line, sizeof line), nullptr);
+  ASSERT_EQ(write(fd, "four", 4), 4);
+  lseek(fd, -4, SEEK_CUR);
+  EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "four");
+  EXPECT_EQ(kesa_readline(fd, line, 1), nullptr);
+  EXPECT_EQ(kesa_readline(fd, nullptr, 9), nullptr);
+  // A socket under the same number: not a byte is taken beyond the line, and errno stays.
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  fd = dup2(ends[0], fd);
+  ASSERT_EQ(write(ends[1], "a\nb\n", 4), 4);
+  errno = 0;
+  EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "a\n");
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(read(ends[0], line, sizeof line), 2);
+  // A file that the kernel makes up: as the C library's own reader sees it.
+  fd = dup2(open("/proc/self/status", O_RDONLY), fd);
+  FILE* const stream = fopen("/proc/self/status", "r");
+  char expected[4096];
+  for (int i = 0; i < 10 && fgets(expected, sizeof expected, stream) != nullptr; ++i) {
+    EXPECT_STREQ(kesa_readline(fd, line, sizeof line), std::string(expected).substr(0, 63).c_str());
+  }
+  fclose(stream);
+  EXPECT_EQ(kesa_readline(-1, line, sizeof line), nullptr);
+  EXPECT_EQ(errno, EBADF);
+}
