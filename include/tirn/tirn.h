@@ -14,6 +14,7 @@
 #include "tirn/process.h"
 #include "tirn/shm.h"
 #include "tirn/smp.h"
+#include "tirn/str.h"
 #include "tirn/syscall.h"
 #include "tirn/thread.h"
 
