@@ -10,7 +10,6 @@ constexpr char kBlack[] = KESA_COMMAND_SPECIAL;
 constexpr size_t kBlackCount = sizeof kBlack - 1;
 
 using Block = uint8_t __attribute__((vector_size(16)));
-using AnywhereBlock = uint8_t __attribute__((vector_size(16), aligned(1), may_alias));
 
 struct Halves {
   uint64_t low, high;
@@ -18,7 +17,8 @@ struct Halves {
 
 // Looks at 16 characters at once for any of the black ones.
 bool has_black(const char* text, const Block (&black)[kBlackCount]) {
-  const Block block = *reinterpret_cast<const AnywhereBlock*>(text);
+  Block block;
+  std::memcpy(&block, text, sizeof block);  // one load
   Block found{};
 #pragma GCC unroll 9
   for (const Block& character : black) {

@@ -5,15 +5,16 @@
 
 #include <csignal>
 
-#include "commands/leftovers.h"
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/private_root.h"
 #include "tirn/str.h"
 
 using namespace tirn::test;
 
 namespace {
+
+// Neither running nor waiting to be reaped.
+bool has_no_child() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
 std::string read_line(FILE* stream) {
   char line[64] = "";
@@ -29,39 +30,24 @@ TEST(Shell, RunsAndRefuses) {
     EXPECT_EQ(run("kill -9 $$"), SIGKILL);
   }
   for (const auto run : {kesa_system_s, system_s}) {
-    EXPECT_EQ(run(nullptr, "&"), -22);
-    EXPECT_EQ(run("kill -9 $PPID & true", "&;|"), -29);
+    EXPECT_EQ(run(nullptr, "&") + run("kill -9 $PPID & true", "&;|"), -22 - 29);
     EXPECT_EQ(run("true;exit 3", ";"), 0x300);
   }
   int child = -5;
-  for (const char* const mode : {"rw", "re", "x", "", static_cast<const char*>(nullptr), "r"}) {
-    const bool is_good = mode != nullptr && *mode == 'r' && mode[1] == '\0';
-    const char* const command = is_good ? "kill -9 $PPID;" : "true";  // either is bad
-    EXPECT_TRUE(is_good || kesa_popen(command, mode) == nullptr);
+  for (const char* const mode : {"rw", "", static_cast<const char*>(nullptr), "r"}) {
+    const char* const command = mode != nullptr && *mode == 'r' ? "kill -9 $PPID;" : "true";  // either is bad
     EXPECT_TRUE(kesa_popen_s(command, mode, "$") == nullptr && popen_s(command, mode, "$") == nullptr);
     EXPECT_EQ(kesa_popen_s_with_pid(command, mode, "$", &child), nullptr);
   }
-  EXPECT_TRUE(kesa_popen_s(nullptr, "r", "") == nullptr &&
-              kesa_popen_s_with_pid(nullptr, "r", "", &child) == nullptr);
+  EXPECT_TRUE(kesa_popen("true", "re") == nullptr && kesa_popen_s(nullptr, "r", "") == nullptr);
+  EXPECT_EQ(kesa_popen_s_with_pid(nullptr, "r", "", &child), nullptr);
   EXPECT_EQ(kesa_popen_s_with_pid("true", "r", nullptr, nullptr), nullptr);
   EXPECT_TRUE(child == -5 && has_no_child());
 }
 
-// bash, under the name sh, where that is needed and there is one.
 TEST(Shell, RedirectionOfBothKeepsTheStatus) {
-  for (const bool has_bash : {true, false}) {
-    const ChildOutcome outcome = run_child([has_bash] {
-      PrivateRoot root;
-      if (!root.refusal().empty()) {
-        return 77;
-      }
-      has_bash ? root.symlink("bash", "/usr/bin/sh") : root.remove("/usr/bin/bash");
-      return WEXITSTATUS(kesa_system("test $(cat /proc/$$/comm) = sh"));
-    });
-    EXPECT_TRUE(outcome.exited() || outcome.exited(77)) << has_bash << outcome;
-  }
   if (access("/bin/bash", X_OK) != 0) {
-    GTEST_SKIP() << "no shell on this machine that honours &>";
+    GTEST_SKIP() << "no shell on this machine that is known to honour &>";
   }
   EXPECT_EQ(kesa_system_s("false &>/dev/null", "&>"), 0x100);
   EXPECT_EQ(kesa_pclose(kesa_popen_s("false &>/dev/null", "r", "&>")), 0x100);
@@ -78,8 +64,7 @@ TEST(Shell, StreamsBothWays) {
       EXPECT_EQ(__wrap_pclose(reader), 0x400);
       FILE* const writer = kesa_popen_s("read x && exit $x", "w", "&$");
       EXPECT_GE(std::fputs("5\n", writer), 0);
-      EXPECT_EQ(kesa_pclose(writer), 0x500);
-      return 0;
+      return kesa_pclose(writer) == 0x500 ? 0 : 1;
     });
     EXPECT_TRUE(outcome.exited()) << closed << outcome;
   }
@@ -106,9 +91,8 @@ TEST(Shell, ReplacingTheProcess) {
   EXPECT_EQ(execv_s(nullptr, 1, argv, "", nullptr) + execv_s("/bin/sh", 1, nullptr, "", nullptr), -44);
   EXPECT_EQ(execv_s("/bin/sh", 3, argv, "", [](const char*, int argc, char**) { return argc != 3; }), -29);
   EXPECT_EQ(execv_s("/no;file", 2, refused, "", nullptr), -1);  // the count leaves out the third
-  EXPECT_TRUE(log.lines().empty()) << log;
   EXPECT_EQ(execv_s("/bin/sh", 3, refused, ";", nullptr), -29);
-  EXPECT_TRUE(log.has(HURN_ERROR, "execv_s", "execv cmd is dangerous, argv[2] is: exit $((1+1)).")) << log;
+  EXPECT_EQ(log.texts(), std::vector<std::string>{"execv cmd is dangerous, argv[2] is: exit $((1+1))."});
   EXPECT_TRUE(run_child([&] { return execv_s("/bin/sh", 3, argv, nullptr, nullptr); }).exited(3));
 }
 
@@ -127,25 +111,21 @@ TEST(Shell, OnlyClosingBlocksSignals) {
 TEST(Shell, DescriptorTableFullAndGrown) {
   rlimit limit;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const long before = count_descriptors();
   const int last = dup(0);
   const auto leave = [&](unsigned count) {
     limit.rlim_cur = static_cast<rlim_t>(last) + 1 + count;
     return setrlimit(RLIMIT_NOFILE, &limit) == 0;
   };
-  int child = 0;
   ASSERT_TRUE(leave(0));
   EXPECT_EQ(kesa_popen("true", "r"), nullptr);  // the table is made for this limit
-  EXPECT_EQ(kesa_popen_with_pid("true", "r", &child), nullptr);
   ASSERT_TRUE(leave(9));
   EXPECT_TRUE(kesa_popen("true", "r") == nullptr && kesa_popen("true", "w") == nullptr && has_no_child());
-  FILE* const unknown = kesa_popen_with_pid("true", "r", &child);
-  EXPECT_EQ(kesa_pclose(unknown), -1);
-  EXPECT_EQ(std::fclose(unknown), 0);
-  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  FILE* const beyond = std::fopen("/dev/null", "r");
+  EXPECT_EQ(kesa_pclose(beyond), -1);
+  std::fclose(beyond);
   close(last);
   EXPECT_EQ(kesa_pclose(kesa_popen("exit 3", "r")), 0x300);
-  EXPECT_EQ(count_descriptors(), before);
+  EXPECT_EQ(dup(0), last);  // nothing is left open
 }
 
 TEST(Shell, FailingCalls) {
@@ -165,9 +145,4 @@ TEST(Shell, FailingCalls) {
              },
          .blocks_kept = 1,
          .descriptors_kept = 1});
-  const long before = count_descriptors();
-  Imports imports(Object::library);
-  imports.redirect("vfork", reinterpret_cast<void*>(+[] { return pid_t{-1}; }));
-  EXPECT_TRUE(kesa_popen("true", "r") == nullptr && kesa_system("true") == -1);
-  EXPECT_EQ(count_descriptors(), before);
 }
