@@ -2,6 +2,7 @@ set(TIRN_KERNEL_SIDE "standin" CACHE STRING "Kernel side: module (a node's own) 
 set_property(CACHE TIRN_KERNEL_SIDE PROPERTY STRINGS module standin)
 set(TIRN_SHELL "" CACHE STRING "Shell that runs commands; empty: found out at run time")
 option(TIRN_TESTS "Build the tests" ON)
+option(TIRN_FUZZ "Build the fuzz targets with libFuzzer, in place of the tests" OFF)
 option(TIRN_BENCH "Build the benchmarks" OFF)
 
 if(TIRN_KERNEL_SIDE STREQUAL "module" AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")

@@ -20,6 +20,7 @@
 #include "tirn/semaphore.h"
 #include "tirn/shm.h"
 #include "tirn/smp.h"
+#include "tirn/str.h"
 #include "tirn/syscall.h"
 #include "tirn/thread.h"
 #include "tirn/wait.h"

@@ -8,10 +8,12 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <utility>
 
 #include "tirn/mem.h"
+#include "tirn/str.h"
 
 namespace tirn {
 
@@ -57,6 +59,12 @@ class MutexLock {
   pthread_mutex_t& mutex_;
   const int error_;
 };
+
+// A stream of kesa_popen_s.
+struct ClosePipe {
+  void operator()(FILE* stream) const { kesa_pclose(stream); }
+};
+using Pipe = std::unique_ptr<FILE, ClosePipe>;
 
 // Anonymous memory, zeroed; pages that nobody touches cost nothing.
 class Mapping {

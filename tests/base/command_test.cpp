@@ -7,6 +7,7 @@
 
 #include "support/fake_tools.h"
 #include "support/faults.h"
+#include "tirn/str.h"
 
 using namespace tirn::test;
 using tirn::FirstLine;
@@ -55,25 +56,34 @@ TEST(Command, WhatACommandDoesNotNeedIsRefused) {
   EXPECT_EQ(tools.calls(), std::vector<std::string>{"tool a b"});
 }
 
-TEST(Command, NoPipe) {
-  sweep({.run =
-             [] {
-               char line[16];
-               return static_cast<long>(tirn::first_line("echo one", "", line, sizeof line));
-             },
-         .check =
-             [](long result, const Fault& fault, const LogCapture&) {
-               const FirstLine expected = !fault.happened                             ? FirstLine::kRead
-                                          : std::strcmp(fault.function, "popen") == 0 ? FirstLine::kNoPipe
-                                                                                      : FirstLine::kEmpty;
-               EXPECT_EQ(static_cast<FirstLine>(result), expected);
-             },
-         .kinds = kFileFaults,
-         .object = Object::program});
+TEST(Command, FailingCalls) {
+  for (const Object object : {Object::library, Object::program}) {  // who makes the pipe, and who reads from it
+    sweep({.prepare = [] { kesa_system("true"); },                  // from then on the shell is known
+           .run =
+               [] {
+                 char line[16];
+                 return static_cast<long>(tirn::first_line("echo one", "", line, sizeof line));
+               },
+           .check =
+               [](long result, const Fault& fault, const LogCapture&) {
+                 const FirstLine expected = !fault.happened                             ? FirstLine::kRead
+                                            : std::strcmp(fault.function, "fgets") == 0 ? FirstLine::kEmpty
+                                                                                        : FirstLine::kNoPipe;
+                 EXPECT_EQ(static_cast<FirstLine>(result), expected);
+               },
+           .kinds = kFileFaults,
+           .blocks_kept = 1,
+           .descriptors_kept = 1,
+           .object = object});
+  }
 }
 
 TEST(Command, LineThatDoesNotFitIsEmptied) {
   char buffer[8] = "before";
+  EXPECT_EQ(tirn::run_command(buffer, sizeof buffer, "", "exit %d", 3), 0x300);
+  EXPECT_EQ(tirn::run_command(buffer, sizeof buffer, ";", "a;b&%d", 3), KESA_COMMAND_REFUSED);
+  EXPECT_EQ(tirn::run_command(buffer, sizeof buffer, "", "exit %d", 256), std::nullopt);
+  EXPECT_STREQ(buffer, "");
   EXPECT_TRUE(tirn::format_command(buffer, sizeof buffer, "%s-%d", "abcd", 12));
   EXPECT_STREQ(buffer, "abcd-12");
   EXPECT_FALSE(tirn::format_command(buffer, sizeof buffer, "%s-%d", "abcd", 123));

@@ -1,0 +1,141 @@
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "libtirn/str/shell.h"
+#include "tirn/str.h"
+
+namespace {
+
+// The child behind each descriptor, 0 where there is none. Made once, as long as the process may then have
+// descriptors. An entry belongs to whoever holds its descriptor.
+constinit std::atomic<int32_t*> g_children{nullptr};
+
+int32_t* child_table() {
+  int32_t* table = g_children.load(std::memory_order_acquire);  // with the exchange: whoever sees it sees it zeroed
+  if (table != nullptr) {
+    return table;
+  }
+  const int entries = getdtablesize();
+  if (entries < 1 || static_cast<uint32_t>(entries) > UINT32_MAX / sizeof(int32_t)) {
+    return nullptr;
+  }
+  const uint32_t size = static_cast<uint32_t>(entries) * sizeof(int32_t);
+  auto made = tirn::tagged_block<int32_t>(size, "kesa_popen_init", 52);
+  if (made == nullptr) {
+    return nullptr;
+  }
+  memset_s(made.get(), size, 0, size);
+  return g_children.compare_exchange_strong(table, made.get(), std::memory_order_acq_rel) ? made.release() : table;
+}
+
+bool is_in(const int32_t* table, int fd) {
+  const auto* const head = reinterpret_cast<const kesa_mem_head*>(table) - 1;
+  return fd >= 0 && static_cast<uint32_t>(fd) < head->size / sizeof(int32_t);
+}
+
+std::atomic_ref<int32_t> child_at(int32_t* table, int fd) { return std::atomic_ref(table[fd]); }
+
+// The stream to a new child, whose id it stores; with a table, only on a descriptor that the table has room for.
+FILE* open_pipe(const char* function, const char* cmd, const char* mode, const int32_t* table, int* child) {
+  int pdes[2];
+  if (pipe(pdes) != 0) {
+    return nullptr;
+  }
+  const tirn::PipeEnds ends = *mode == 'r' ? tirn::PipeEnds{pdes[0], pdes[1], fileno(stdout)}
+                                           : tirn::PipeEnds{pdes[1], pdes[0], fileno(stdin)};
+  const bool has_room = table == nullptr || is_in(table, ends.ours);
+  const pid_t pid = has_room ? tirn::start_shell(cmd, &ends) : -1;
+  if (pid < 0) {
+    close(pdes[0]);
+    close(pdes[1]);
+    return nullptr;
+  }
+  close(ends.childs);
+  FILE* const iop = fdopen(ends.ours, mode);
+  if (iop == nullptr) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, function,
+                "Iop is NULL, modes:(%s), pdes[0]=(%d), pdes[1]=(%d), errno:(%d).", mode, pdes[0], pdes[1], errno);
+    return nullptr;
+  }
+  *child = pid;
+  return iop;
+}
+
+}  // namespace
+
+FILE* kesa_popen(const char* cmd, const char* mode) {
+  if (kesa_ismodevalid(mode) != tirn::kOk) {
+    return nullptr;
+  }
+  int32_t* const table = child_table();
+  if (table == nullptr) {
+    return nullptr;
+  }
+  int child;
+  FILE* const stream = open_pipe(__func__, cmd, mode, table, &child);
+  if (stream != nullptr) {
+    child_at(table, fileno(stream)).store(child, std::memory_order_relaxed);
+  }
+  return stream;
+}
+
+FILE* kesa_popen_with_pid(const char* cmd, const char* mode, int* pid) {
+  return open_pipe(__func__, cmd, mode, nullptr, pid);
+}
+
+FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white) {
+  if (cmd == nullptr || isDangerousCmd(cmd, white) != 0) {
+    return nullptr;
+  }
+  return kesa_popen(cmd, mode);
+}
+
+FILE* kesa_popen_s_with_pid(const char* cmd, const char* mode, const char* white, int* pid) {
+  if (cmd == nullptr || pid == nullptr || kesa_ismodevalid(mode) != tirn::kOk || isDangerousCmd(cmd, white) != 0) {
+    return nullptr;
+  }
+  return kesa_popen_with_pid(cmd, mode, pid);
+}
+
+FILE* popen_s(const char* cmd, const char* mode, const char* white) {
+  if (isDangerousCmd(cmd, white) != 0 || kesa_ismodevalid(mode) != tirn::kOk) {
+    return nullptr;
+  }
+  return popen(cmd, mode);
+}
+
+int kesa_pclose(FILE* stream) {
+  const int fd = fileno(stream);
+  int32_t* const table = g_children.load(std::memory_order_acquire);
+  if (table == nullptr || !is_in(table, fd)) {
+    return tirn::kFail;
+  }
+  const pid_t child = child_at(table, fd).load(std::memory_order_relaxed);
+  if (child == 0) {
+    return tirn::kFail;
+  }
+  // Cleared before another thread can get the descriptor.
+  child_at(table, fd).store(0, std::memory_order_relaxed);
+  static_cast<void>(fclose(stream));
+  sigset_t blocked, former;
+  sigemptyset(&blocked);
+  for (const int signal : {SIGINT, SIGQUIT, SIGHUP}) {
+    sigaddset(&blocked, signal);
+  }
+  sigprocmask(SIG_BLOCK, &blocked, &former);
+  const int status = tirn::wait_for_end(child);
+  sigprocmask(SIG_SETMASK, &former, nullptr);
+  return status;
+}
+
+FILE* __wrap_popen(const char* cmd, const char* mode) { return kesa_popen(cmd, mode); }
+
+int __wrap_pclose(FILE* stream) { return kesa_pclose(stream); }

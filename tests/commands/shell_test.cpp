@@ -1,0 +1,148 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "support/child_process.h"
+#include "support/faults.h"
+#include "tirn/str.h"
+
+using namespace tirn::test;
+
+namespace {
+
+// Neither running nor waiting to be reaped.
+bool has_no_child() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
+
+std::string read_line(FILE* stream) {
+  char line[64] = "";
+  return stream != nullptr && std::fgets(line, sizeof line, stream) != nullptr ? line : "nothing";
+}
+
+}  // namespace
+
+TEST(Shell, RunsAndRefuses) {
+  for (const auto run : {kesa_system, kesa_cmd_exec, __wrap_system}) {
+    EXPECT_EQ(run(nullptr), -22);
+    EXPECT_EQ(run("test $0 = sh && exit 3"), 0x300);
+    EXPECT_EQ(run("kill -9 $$"), SIGKILL);
+  }
+  for (const auto run : {kesa_system_s, system_s}) {
+    EXPECT_EQ(run(nullptr, "&") + run("kill -9 $PPID & true", "&;|"), -22 - 29);
+    EXPECT_EQ(run("true;exit 3", ";"), 0x300);
+  }
+  int child = -5;
+  for (const char* const mode : {"rw", "", static_cast<const char*>(nullptr), "r"}) {
+    const char* const command = mode != nullptr && *mode == 'r' ? "kill -9 $PPID;" : "true";  // either is bad
+    EXPECT_TRUE(kesa_popen_s(command, mode, "$") == nullptr && popen_s(command, mode, "$") == nullptr);
+    EXPECT_EQ(kesa_popen_s_with_pid(command, mode, "$", &child), nullptr);
+  }
+  EXPECT_TRUE(kesa_popen("true", "re") == nullptr && kesa_popen_s(nullptr, "r", "") == nullptr);
+  EXPECT_EQ(kesa_popen_s_with_pid(nullptr, "r", "", &child), nullptr);
+  EXPECT_EQ(kesa_popen_s_with_pid("true", "r", nullptr, nullptr), nullptr);
+  EXPECT_TRUE(child == -5 && has_no_child());
+}
+
+TEST(Shell, RedirectionOfBothKeepsTheStatus) {
+  if (access("/bin/bash", X_OK) != 0) {
+    GTEST_SKIP() << "no shell on this machine that is known to honour &>";
+  }
+  EXPECT_EQ(kesa_system_s("false &>/dev/null", "&>"), 0x100);
+  EXPECT_EQ(kesa_pclose(kesa_popen_s("false &>/dev/null", "r", "&>")), 0x100);
+}
+
+TEST(Shell, StreamsBothWays) {
+  for (const int closed : {0, 1, 2}) {  // the pipe itself may get the standard descriptors
+    const ChildOutcome outcome = run_child([closed] {
+      for (int fd = 0; fd < closed; ++fd) {
+        close(fd);
+      }
+      FILE* const reader = __wrap_popen("echo one; exit 4", "r");
+      EXPECT_EQ(read_line(reader), "one\n");
+      EXPECT_EQ(__wrap_pclose(reader), 0x400);
+      FILE* const writer = kesa_popen_s("read x && exit $x", "w", "&$");
+      EXPECT_GE(std::fputs("5\n", writer), 0);
+      return kesa_pclose(writer) == 0x500 ? 0 : 1;
+    });
+    EXPECT_TRUE(outcome.exited()) << closed << outcome;
+  }
+}
+
+TEST(Shell, ForeignStreamsStayOpen) {
+  int child = 0, status = 0;
+  FILE* const mine = kesa_popen_with_pid("read x && exit $x", "a", &child);  // what does not begin with r writes
+  FILE* const theirs = popen_s("echo two", "r", nullptr);
+  EXPECT_EQ(kesa_pclose(mine), -1);  // before there is a table, and with one
+  EXPECT_EQ(kesa_pclose(kesa_popen("exit 1", "r")), 0x100);
+  EXPECT_EQ(kesa_pclose(mine) + kesa_pclose(theirs), -2);
+  EXPECT_GE(std::fputs("6\n", mine), 0);
+  EXPECT_EQ(read_line(theirs), "two\n");
+  EXPECT_EQ(std::fclose(mine) + pclose(theirs), 0);
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0x600);
+}
+
+TEST(Shell, ReplacingTheProcess) {
+  char sh[] = "sh", c[] = "-c", exits[] = "exit 3", dangerous[] = "exit $((1+1))";
+  char *argv[] = {sh, c, exits, nullptr}, *refused[] = {sh, nullptr, dangerous, nullptr};
+  LogCapture log;
+  EXPECT_EQ(execv_s(nullptr, 1, argv, "", nullptr) + execv_s("/bin/sh", 1, nullptr, "", nullptr), -44);
+  EXPECT_EQ(execv_s("/bin/sh", 3, argv, "", [](const char*, int argc, char**) { return argc != 3; }), -29);
+  EXPECT_EQ(execv_s("/no;file", 2, refused, "", nullptr), -1);  // the count leaves out the third
+  EXPECT_EQ(execv_s("/bin/sh", 3, refused, ";", nullptr), -29);
+  EXPECT_EQ(log.texts(), std::vector<std::string>{"execv cmd is dangerous, argv[2] is: exit $((1+1))."});
+  EXPECT_TRUE(run_child([&] { return execv_s("/bin/sh", 3, argv, nullptr, nullptr); }).exited(3));
+}
+
+TEST(Shell, OnlyClosingBlocksSignals) {
+  const std::string test =
+      " grep -q 'SigBlk:.*7$' /proc/" + std::to_string(getpid()) + "/task/" + std::to_string(gettid()) + "/status";
+  const std::string waits = "for i in $(seq 100); do" + test + " && exit 9; done";
+  EXPECT_EQ(kesa_pclose(kesa_popen(waits.c_str(), "w")), 0x900);
+  EXPECT_EQ(kesa_system(test.c_str()), 0x100);
+  signal(SIGCHLD, SIG_IGN);  // nobody can be waited for
+  EXPECT_EQ(kesa_pclose(kesa_popen("true", "r")) + kesa_system("true"), -2);
+  sigset_t mask;
+  EXPECT_TRUE(pthread_sigmask(SIG_BLOCK, nullptr, &mask) == 0 && sigismember(&mask, SIGINT) == 0 && has_no_child());
+}
+
+TEST(Shell, DescriptorTableFullAndGrown) {
+  rlimit limit;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const int last = dup(0);
+  const auto leave = [&](unsigned count) {
+    limit.rlim_cur = static_cast<rlim_t>(last) + 1 + count;
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+  };
+  ASSERT_TRUE(leave(0));
+  EXPECT_EQ(kesa_popen("true", "r"), nullptr);  // the table is made for this limit
+  ASSERT_TRUE(leave(9));
+  EXPECT_TRUE(kesa_popen("true", "r") == nullptr && kesa_popen("true", "w") == nullptr && has_no_child());
+  FILE* const beyond = std::fopen("/dev/null", "r");
+  EXPECT_EQ(kesa_pclose(beyond), -1);
+  std::fclose(beyond);
+  close(last);
+  EXPECT_EQ(kesa_pclose(kesa_popen("exit 3", "r")), 0x300);
+  EXPECT_EQ(dup(0), last);  // nothing is left open
+}
+
+TEST(Shell, FailingCalls) {
+  sweep({.prepare = [] { kesa_system("true"); },  // from then on the shell is known
+         .run =
+             [] {
+               FILE* const stream = kesa_popen("exit 3", "r");
+               return stream == nullptr ? 1L : kesa_pclose(stream);
+             },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& log) {
+               EXPECT_EQ(result, fault.happened ? 1 : 0x300);
+               const bool is_left_behind = fault.happened && std::string(fault.function) == "fdopen";
+               EXPECT_EQ(has_no_child(), !is_left_behind);
+               const char* const text = "Iop is NULL, modes:(r), pdes[0]=(*), pdes[1]=(*), errno:(12).";
+               EXPECT_EQ(log.has(HURN_INFO, "kesa_popen", text), is_left_behind) << log;
+             },
+         .blocks_kept = 1,
+         .descriptors_kept = 1});
+}
