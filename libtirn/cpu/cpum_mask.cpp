@@ -12,6 +12,7 @@ namespace {
 
 using namespace tirn::cpu;
 
+constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // whose work an item's lines tell of
 constexpr int kDeepest = 256;  // of references in references: the stack ends somewhere
 
 // A partition whose list is being read, and the one that named it.
@@ -51,7 +52,6 @@ bool parse_reference(const char* group, const char* name, uint64_t* mask, const 
 }
 
 bool parse_range(const char* item, uint64_t* mask) {
-  constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";
   uint32_t start = 0;
   uint32_t end = 0;
   if (!scan_range(item, start, end, kFunction, [item] {

@@ -84,9 +84,9 @@ int kesa_numam_cpumask_get(int numa_id, uint64_t* mask) {
 }
 
 int kesa_numam_parse_cpustr(const char* item, unsigned* start, unsigned* end) {
-  constexpr char kFunction[] = "kesa_numam_parse_cpustr";
-  const bool is_range = scan_range(item, *start, *end, kFunction, [item] {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Parse CpuSet fail, invalid format:%s", item);
+  const char* const function = __func__;
+  const bool is_range = scan_range(item, *start, *end, function, [item, function] {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Parse CpuSet fail, invalid format:%s", item);
   });
   return is_range ? tirn::kOk : tirn::kFail;
 }
