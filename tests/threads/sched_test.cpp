@@ -16,7 +16,6 @@
 #include "support/log_capture.h"
 #include "support/wait_until.h"
 #include "tirn/affinity.h"
-#include "tirn/cpu.h"
 #include "tirn/jiffies.h"
 #include "tirn/thread.h"
 
@@ -91,6 +90,8 @@ TEST(ThreadStrategy, OneThatIsNotSetUpStandsForTheDefault) {
   EXPECT_EQ(kesa_initThreadStrategy(3, &slower), -1);
   EXPECT_EQ(kesa_initThreadStrategy(6, &slow), -1);
   EXPECT_TRUE(log.has(6, "kesa_initThreadStrategy", "Invalid cpu mask info:x."));
+  EXPECT_EQ(kesa_setCurThreadBind("none"), -1);
+  EXPECT_TRUE(log.has(3, "kesa_thrd_setbindcpustr", "Bind thread:* to cpu:none fail, invalid cpu mask."));
   in_thread([&] {
     EXPECT_EQ(kesa_setCurThreadStrategy(6), 0);
     EXPECT_TRUE(log.has(6, "kesa_getValidThreadAttr", "Invalid thread strategy 6."));
@@ -137,24 +138,6 @@ TEST(ThreadStrategy, RefusedPriorityLeavesTheBindingAlone) {
     EXPECT_EQ(kesa_thrd_setprio(5), 0);
     EXPECT_EQ(nice_value(), 10);
   });
-}
-
-TEST(CpuList, GoodItemsCountBesideBadOnes) {
-  LogCapture log;
-  uint64_t mask[16]{};
-  EXPECT_EQ(kesa_cpum_parse_cpumask("0-3,x,8", mask), 0);
-  EXPECT_EQ(mask[0], 0x10Fu);
-  EXPECT_TRUE(log.has(3, "kesa_cpum_parse_cpumask_as_list", "Parse cpu mask fail, invalid format:x,8"));
-  EXPECT_EQ(kesa_cpum_parse_cpumask("1020-2000", mask), 0);
-  EXPECT_EQ(mask[15], uint64_t{0xF} << 60);
-  EXPECT_EQ(kesa_cpum_parse_cpumask("3-1", mask), -1);
-  EXPECT_TRUE(log.has(3, "kesa_cpum_parse_cpumask_as_list", "Parse cpu mask 3-1 fail, end:1 is less than start:3"));
-  log.clear();
-  EXPECT_EQ(kesa_cpum_parse_cpumask("2000", mask), -1);
-  EXPECT_EQ(kesa_cpum_parse_cpumask(nullptr, mask), -1);
-  EXPECT_TRUE(log.texts().empty()) << log;
-  EXPECT_EQ(kesa_setCurThreadBind("none"), -1);
-  EXPECT_EQ(log.count(3, "Bind thread:* to cpu:none fail, invalid cpu mask."), 1u);
 }
 
 TEST(Sched, SleepsLastAndEndAtTheWakeUpSignal) {

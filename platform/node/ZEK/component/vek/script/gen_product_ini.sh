@@ -1,0 +1,26 @@
+#!/bin/sh
+# Writes product.ini, the node's division of its CPUs, into a folder:  gen_product_ini.sh FOLDER
+# A group for each NUMA node: all of its CPUs, the half that polls for input and output, and the half for services.
+set -eu
+folder=${1:?usage: gen_product_ini.sh FOLDER}
+
+# "0-3,8" becomes one number a line.
+cpus() {
+  tr ',' '\n' | while IFS=- read -r first last; do seq "$first" "${last:-$first}"; done
+}
+
+lists=$(cat /sys/devices/system/node/node*/cpulist 2>/dev/null || cat /sys/devices/system/cpu/online)
+group=0
+groups=$(for list in $lists; do
+  count=$(echo "$list" | cpus | wc -l)
+  half=$(((count + 1) / 2))
+  printf '\n[GROUP_%d]\npartition_num=3\n' "$group"
+  printf 'partition_0=ALL:0:%s\n' "$list"
+  printf 'partition_1=IOD_NORMAL:1:%s\n' "$(echo "$list" | cpus | head -n "$half" | paste -sd, -)"
+  printf 'partition_2=SERVICE:2:%s\n' "$(echo "$list" | cpus | tail -n "$half" | paste -sd, -)"
+  group=$((group + 1))
+done)
+count=$(echo "$groups" | grep -c '^\[GROUP_')
+mkdir -p "$folder"
+printf '[CPU_PARTITION]\ngroup_num=%d\n%s\n' "$count" "$groups" >"$folder/product.ini.new"
+mv "$folder/product.ini.new" "$folder/product.ini"

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "support/child_process.h"
+#include "support/kernel_side.h"
+#include "support/log_capture.h"
+#include "support/private_root.h"
+#include "support/temp_folder.h"
+#include "tirn/cpu.h"
+
+using namespace tirn::test;
+
+namespace {
+
+constexpr char kProduct[] = "/ZEK/conf/app_data/wtrc/product.ini";
+constexpr char kScript[] = "/ZEK/component/vek/script/gen_product_ini.sh";
+constexpr char kList[] = "kesa_cpum_parse_cpumask_as_list";
+
+struct Mask {
+  uint64_t words[16]{};
+  int result = 1;
+  explicit Mask(const char* text) { result = kesa_cpum_parse_cpumask(text, words); }
+  bool is(uint64_t first_word) const {
+    uint64_t others = 0;
+    for (size_t i = 1; i < 16; ++i) {
+      others |= words[i];
+    }
+    return words[0] == first_word && others == 0;
+  }
+};
+
+std::string g_printed;
+int keep(const char* format, ...) {
+  char line[512];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  g_printed += line;
+  return length;
+}
+
+}  // namespace
+
+TEST(CpuList, GoodItemsCountBesideBadOnes) {
+  LogCapture log;
+  EXPECT_EQ(kesa_cpum_init("/nowhere"), -1);
+  const Mask mixed("0-3,x,8");
+  EXPECT_EQ(mixed.result, 0);
+  EXPECT_TRUE(mixed.is(0x10F));
+  EXPECT_TRUE(log.has(3, kList, "Parse cpu mask fail, invalid format:x,8")) << log;
+  EXPECT_EQ(Mask("1020-2000").words[15], uint64_t{0xF} << 60);
+  EXPECT_EQ(Mask("3-1").result, -1);
+  EXPECT_TRUE(log.has(3, kList, "Parse cpu mask 3-1 fail, end:1 is less than start:3"));
+  log.clear();
+  EXPECT_EQ(Mask("2000").result, -1);
+  EXPECT_EQ(Mask(nullptr).result, -1);
+  EXPECT_TRUE(log.texts().empty()) << log;
+}
+
+TEST(Partitions, AreFoundByNameAndStandInLists) {
+  TempFolder folder;
+  const std::string path = folder.write_file("product.ini",
+                                             "[CPU_PARTITION]\ngroup_num=4\n"
+                                             "[GROUP_0]\npartition_num=4\npartition_0=IOD_NORMAL:2:4-9\n"
+                                             "partition_1=two:7\npartition_3=mixed:-3:60,GROUP_3/IOD_NORMAL:x\n"
+                                             "[GROUP_1]\npartition_num=0\n"
+                                             "[GROUP_3]\npartition_num=3\npartition_0=IOD_NORMAL:1:12-13\n"
+                                             "partition_1=loop:0:1,*/loop,GROUP_3/round\n"
+                                             "partition_2=round:0:2,GROUP_3/loop\n");
+  kesa_cpum_dbg_show(keep);
+  EXPECT_EQ(g_printed, "Cpu partition is not inited yet\n");
+  LogCapture log;
+  ASSERT_EQ(kesa_cpum_init(path.c_str()), 0);
+  EXPECT_TRUE(log.has(6, "kesa_cpum_init", "Get cpu partition num fail, GROUP_1")) << log;
+  EXPECT_TRUE(log.has(6, "kesa_cpum_init", "Get cpu partition num fail, GROUP_2"));
+  EXPECT_TRUE(Mask("*/IOD_NORMAL").is(0x33F0));
+  EXPECT_TRUE(Mask("1,GROUP_3/IOD_NORMAL,2").is(0x3006));
+  EXPECT_TRUE(Mask("GROUP_0/mixed").is(uint64_t{1} << 60))
+      << "the text behind the second colon may hold more of them";
+  EXPECT_EQ(Mask("GROUP_0/none").result, 0);
+  EXPECT_EQ(Mask("GROUP_0/two").result, 0);
+  EXPECT_EQ(Mask("GROUP_0/a_name_that_is_longer_than_any_can_be").result, -1);
+  const Mask loop("GROUP_3/loop");
+  EXPECT_EQ(loop.result, 0);
+  EXPECT_TRUE(loop.is(0x6)) << "one that names itself ends, and the others count";
+  Mask all("0-15");
+  EXPECT_EQ(kesa_cpum_clear_cpumask_of_iod_poll(all.words), 0);
+  EXPECT_TRUE(all.is(0xFFCF)) << "of 4-9 the first two, of 12-13 none";
+  const kesa_cpu_partition* const mixed = kesa_cpum_get_partition("GROUP_0", "mixed");
+  ASSERT_NE(mixed, nullptr);
+  EXPECT_EQ(mixed->type, -3);
+  EXPECT_STREQ(mixed->cpumask, "60,GROUP_3/IOD_NORMAL:x");
+  EXPECT_EQ(kesa_cpum_get_partition("GROUP_0", "two"), nullptr);
+  g_printed.clear();
+  kesa_cpum_dbg_show(keep);
+  EXPECT_NE(g_printed.find("GROUP_3          IOD_NORMAL       1    12-13\n"), std::string::npos) << g_printed;
+}
+
+TEST(Partitions, ScriptMakesTheDefaultFileAndItsAbsenceIsMetOnce) {
+  PrivateRoot root;
+  TIRN_NEEDS_PRIVATE_ROOT(root);
+  LogCapture log;
+  const auto child = [&](const std::function<void()>& piece) {
+    EXPECT_TRUE(run_child([&] { return piece(), 0; }).exited());
+  };
+  root.mkdir("/ZEK");
+  child([&] {
+    EXPECT_EQ(kesa_cpum_get_partition("GROUP_0", "ALL"), nullptr);
+    EXPECT_EQ(kesa_cpum_init(nullptr), 0) << "only the first call is told";
+    EXPECT_EQ(log.count(6, "Generate default cpu group cfg ret:*"), 1u) << log;
+    EXPECT_EQ(log.count(6, "Invalid cpu group cfg *product.ini"), 1u);
+  });
+  root.bind(std::string(TIRN_SOURCE_DIR) + "/platform/node" + kScript, kScript);
+  child([&] {
+    EXPECT_EQ(kesa_cpum_init(nullptr), 0) << log;
+    EXPECT_NE(kesa_cpum_get_partition("GROUP_0", "IOD_NORMAL"), nullptr);
+    EXPECT_EQ(Mask("*/ALL").words[0] & 1, 1u);
+    EXPECT_EQ(access(kProduct, F_OK), 0);
+  });
+}
+
+TEST(CpuIdle, AsksTheKernelSide) {
+  LogCapture log;
+  KernelSide kernel;
+  unsigned value = 7;
+  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1), 0);
+  EXPECT_EQ(kesa_get_idle_no_cstates(0, &value), 0);
+  EXPECT_EQ(value, 1u);
+  EXPECT_EQ(KernelSide::last_word(0x305), 0x17D00000305u);
+  EXPECT_EQ(kesa_get_idle_no_cstates(0, nullptr), -1);
+  EXPECT_EQ(kesa_get_cpu_task_info(0, nullptr), -1);
+  kernel.failing(0x306, EIO);
+  kernel.replace(0x307, [](uint64_t, uint64_t, uint64_t, uint64_t, uint64_t) -> long { return 5; });
+  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1), -1);
+  EXPECT_EQ(kesa_get_cpu_task_info(0, &value), -1) << "any result but 0";
+  EXPECT_EQ(log.count(3, "Syscall for kesa_set_idle_no_cstates failed."), 1u);
+}
