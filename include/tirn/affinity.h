@@ -18,12 +18,13 @@ struct kesa_affinity_level {
   cpu_set_t cpus;
 };
 
-/* The one level that there is, of processes called app_data; empty in all others. */
+/* The one level that there is, of processes called app_data; empty in all others. No lock guards it: it is read at
+ * start, before threads want it ("race:level" below). */
 TIRN_API extern struct kesa_affinity_level g_affinityLevel_1;
 
 /* Reads the process's level, once. 0, also where the process has none; -1 where its name or its level cannot be read:
  * a later call tries again.
- * @safety MT-Safe, AS-Unsafe lock heap */
+ * @safety MT-Safe race:level, AS-Unsafe lock heap */
 TIRN_API int kesa_affinity_init(void);
 
 /* Nothing. Always 0.
@@ -41,12 +42,12 @@ TIRN_API int kesa_parse_affinity_level(const char* level, struct kesa_affinity_l
 TIRN_API int kesa_parse_affinity_value(char* text, struct kesa_affinity_level* record);
 
 /* The level of this name, or NULL. An empty name finds a level that was not read.
- * @safety MT-Safe, AS-Safe */
+ * @safety MT-Safe race:level, AS-Safe */
 TIRN_API struct kesa_affinity_level* kesa_get_affinity_entity(const char* level);
 
 /* Binds a thread to a level's CPUs; nothing where there is no such level, or its set is empty. 0; -1 for a NULL level
  * and where the thread cannot be bound.
- * @safety MT-Safe, AS-Unsafe heap */
+ * @safety MT-Safe race:level, AS-Unsafe heap */
 TIRN_API int kesa_set_thread_affinity(pthread_t thread, const char* level);
 
 TIRN_EXTERN_C_END

@@ -17,7 +17,8 @@ TIRN_EXTERN_C_BEGIN
 #define SIGWAKEUP (SIGRTMAX - 4)
 
 /*
- * Sleeps. Any signal with a handler cuts them short, and the rest is not slept. Always 0; errno stays as it was.
+ * Sleeps. Any signal with a handler cuts them short, a late SIGWAKEUP of an earlier wait too, and the rest is not slept.
+ * They are cancellation points. Always 0; errno stays as it was.
  */
 
 /* @safety MT-Safe, AS-Safe */
@@ -52,13 +53,14 @@ TIRN_API int kesa_set_process_name(const char* name);
 TIRN_API int kesa_sched_init(void);
 
 /* Sends SIGWAKEUP to a thread of this process, by the kernel's id. 0, or the error's number: ESRCH for a thread that is
- * not this process's, EAGAIN where the kernel's queue of real-time signals is full.
+ * not this process's, EINVAL for 0, EAGAIN where the kernel's queue of real-time signals is full. Where the handler
+ * cannot be installed, which the log tells, the signal ends the process.
  * @safety MT-Safe, AS-Safe once the handler is installed */
 TIRN_API int kesa_wake_up_process(uint32_t tid);
 
-/* Sleeps in the kernel while the word is not 0, for `timeout` jiffies of 4 ms at most. A waker stores 0 first, and then
- * calls kesa_wake_up_process. 0 when the time is up, and at once for a timeout of 0 or less; the jiffies left, at least
- * 1, where a signal or the word ended the sleep.
+/* Sleeps in the kernel while the word is not 0, for `timeout` jiffies of 4 ms at most. A waker stores 0 first, with
+ * release, and then calls kesa_wake_up_process. 0 when the time is up, where the kernel side fails, and at once for a
+ * timeout of 0 or less; the jiffies left where a signal or the word ended the sleep.
  * @safety MT-Safe, AS-Safe once the handler is installed */
 TIRN_API int64_t kesa_wait_comm(uint32_t* state, int64_t timeout);
 

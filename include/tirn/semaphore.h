@@ -3,7 +3,8 @@
  *
  * A unit that is given back while somebody waits goes to the one who has waited longest, never to a newcomer. Waiters
  * sleep in the kernel and are woken by SIGWAKEUP (tirn/sched.h), which they must not block. Nothing is allocated. A
- * semaphore needs no tear-down, but its memory must stay while somebody waits.
+ * semaphore needs no tear-down, but its memory must stay while somebody waits. It serves the threads of one process.
+ * Waiting may change errno; a thread that waits is not cancelled before it is through.
  */
 #ifndef TIRN_SEMAPHORE_H
 #define TIRN_SEMAPHORE_H
@@ -19,7 +20,7 @@ struct kesa_sem_enhance {
   struct kesa_list_head waiters; /* the oldest at the front */
 };
 
-/* Makes the record a semaphore with `count` free units. Always 0.
+/* Makes the record a semaphore with `count` free units, at most INT32_MAX; units beyond that are lost. Always 0.
  * @safety MT-Unsafe race:sem, AS-Safe */
 TIRN_API int kesa_sem_enhance_init(struct kesa_sem_enhance* sem, uint32_t count);
 
@@ -27,8 +28,8 @@ TIRN_API int kesa_sem_enhance_init(struct kesa_sem_enhance* sem, uint32_t count)
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API void kesa_sem_enhance_down(struct kesa_sem_enhance* sem);
 
-/* Takes a unit. 0; -EINTR where a signal ended the wait. A wake-up of an earlier wait that arrives late is such a
- * signal too.
+/* Takes a unit. 0; -EINTR where a signal ended the wait; -ENODATA where the kernel side refuses the wait. The signal of
+ * an earlier unit, when it arrives late, ends the wait too: here, and in kesa_sem_enhance_down_timeout.
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API int kesa_sem_enhance_down_interruptible(struct kesa_sem_enhance* sem);
 
@@ -39,8 +40,8 @@ TIRN_API int kesa_sem_enhance_down_interruptible(struct kesa_sem_enhance* sem);
 TIRN_API int kesa_sem_enhance_down_timeout(struct kesa_sem_enhance* sem, int64_t timeout);
 
 /* Gives a unit: to the oldest waiter where there is one. 0, or the error's number where the waiter could not be
- * woken: the unit is that waiter's all the same. While the kernel's queue of signals is full, it tries again every
- * microsecond.
+ * woken: the unit is that waiter's all the same, and it may have found it by itself and ended (ESRCH). While the
+ * kernel's queue of signals is full, it tries again every microsecond.
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API int kesa_sem_enhance_up(struct kesa_sem_enhance* sem);
 

@@ -369,8 +369,8 @@ TIRN_API int kesa_thrd_bindAllCfgCpu(void);
  * until then they change nothing. Threads keep what they took when a strategy is set up again.
  */
 
-/* Sets a strategy up. 0; -1 for an id that there is not, and for CPUs that cannot be read: the strategy is not valid
- * then.
+/* Sets a strategy up. 0; -1 for an id that there is not and a NULL `cfg`, and for CPUs that cannot be read: the strategy
+ * is not valid then.
  * @safety MT-Safe race:strategy, AS-Unsafe heap */
 TIRN_API int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg);
 
@@ -387,8 +387,9 @@ TIRN_API int kesa_thrd_setprio(uint32_t level);
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_setCurThreadBind(const char* mask);
 
-/* Gives the calling thread a strategy: priority first, then CPUs. One that is not valid stands for the default one. 0,
- * also where neither is valid, and for an id that there is not; -1 where priority or CPUs were refused.
+/* Gives the calling thread a strategy: priority first, then CPUs; an empty set binds nothing. One that is not valid
+ * stands for the default one, but the id that was asked for is noted. 0, also where neither is valid, and for an id
+ * that there is not; -1 where the priority was refused, which leaves the CPUs alone, or the CPUs were.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_setCurThreadStrategy(uint32_t id);
 

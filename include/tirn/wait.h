@@ -4,14 +4,15 @@
  *   struct kesa_wait_queue_entry entry;
  *   kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
  *   for (;;) {
- *     prepare_to_wait(&queue, &entry);   // from here on no wake-up is lost
+ *     prepare_to_wait(&queue, &entry);   // from here on no wake-up is lost; again after each, or it would not sleep
  *     before_wait();
  *     if (condition) break;
  *     sched_wait_timeout(&entry, 250);
  *   }
  *   finish_wait(&queue, &entry);
  *
- * Waiters are woken by SIGWAKEUP (tirn/sched.h), which they must not block.
+ * Waiters are woken by SIGWAKEUP (tirn/sched.h), which they must not block; they are threads of one process. In a forked
+ * child take the waiter's id from gettid: kesa_thread_get_knl_tid (tirn/thread.h) may still tell the parent's.
  */
 #ifndef TIRN_WAIT_H
 #define TIRN_WAIT_H
@@ -21,6 +22,7 @@
 
 TIRN_EXTERN_C_BEGIN
 
+/* It must stay until __wake_up has returned, also when the last waiter is through before. */
 struct kesa_wait_queue_head {
   struct kesa_spinlock lock;
   struct kesa_list_head list; /* the newest entry at the front */
@@ -60,18 +62,19 @@ TIRN_API void before_wait(void);
 
 /* Sleeps until the entry is woken, for a second at most: 0 when the time is up, -1 where a wake-up or another signal
  * ended it.
- * @safety MT-Safe, AS-Safe */
+ * @safety MT-Safe, AS-Safe once the wake-up signal's handler is installed */
 TIRN_API int sched_wait(struct kesa_wait_queue_entry* entry);
 
-/* The same for `timeout` jiffies of 4 ms: the jiffies left, at least 1, or 0 when the time is up.
- * @safety MT-Safe, AS-Safe */
+/* The same for `timeout` jiffies of 4 ms: the jiffies left, or 0 when the time is up.
+ * @safety MT-Safe, AS-Safe once the wake-up signal's handler is installed */
 TIRN_API int64_t sched_wait_timeout(struct kesa_wait_queue_entry* entry, int64_t timeout);
 
 /* Takes the entry off the queue, where it has not been woken. It belongs to the caller alone from then on.
- * @safety MT-Safe, AS-Unsafe lock */
+ * @safety MT-Safe race:entry, AS-Unsafe lock */
 TIRN_API void finish_wait(struct kesa_wait_queue_head* head, struct kesa_wait_queue_entry* entry);
 
-/* Wakes all entries of the queue, the newest first, and empties it.
+/* Wakes all entries of the queue, the newest first, and empties it. Signals are sent under the queue's lock, and one
+ * that cannot be sent is not sent again: waiters sleep with a timeout.
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API void __wake_up(struct kesa_wait_queue_head* head);
 

@@ -1,6 +1,5 @@
 #include "tirn/affinity.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
@@ -13,6 +12,8 @@
 namespace {
 
 constexpr char kSection[] = "THREAD_CPU_AFFINITY_LIST";
+
+static_assert(sizeof(kesa_affinity_level) == 192 && offsetof(kesa_affinity_level, cpus) == 64);
 
 constinit tirn::Once g_initialised;
 
@@ -60,9 +61,9 @@ int kesa_parse_affinity_value(char* text, kesa_affinity_level* record) {
   }
   char* rest = nullptr;
   for (const char* item = strtok_r(text, ",", &rest); item != nullptr; item = strtok_r(nullptr, ",", &rest)) {
-    char* end = nullptr;
-    const unsigned long cpu = std::strtoul(item, &end, 10);
-    if (end != item && cpu < CPU_SETSIZE) {
+    uint32_t cpu = CPU_SETSIZE;
+    char behind;
+    if (std::strchr(item, '-') == nullptr && sscanf_s(item, "%u %c", &cpu, &behind, 1u) == 1 && cpu < CPU_SETSIZE) {
       CPU_SET(cpu, &record->cpus);
     }
   }

@@ -66,6 +66,18 @@ struct ClosePipe {
 };
 using Pipe = std::unique_ptr<FILE, ClosePipe>;
 
+// The thread cannot be cancelled: what it waits with lies on its stack, or somebody else waits for it.
+class NoCancellation {
+ public:
+  NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
+  NoCancellation(const NoCancellation&) = delete;
+  NoCancellation& operator=(const NoCancellation&) = delete;
+  ~NoCancellation() { pthread_setcancelstate(former_, nullptr); }
+
+ private:
+  int former_ = PTHREAD_CANCEL_ENABLE;
+};
+
 // Anonymous memory, zeroed; pages that nobody touches cost nothing.
 class Mapping {
  public:

@@ -51,10 +51,12 @@ inline void detach(Link* link) {
   std::atomic_ref(link->next).store(link, std::memory_order_release);
 }
 
+// Of a link that init or detach has made so: one look tells, as detach stores `next` last.
 inline bool is_detached(Link* link) { return std::atomic_ref(link->next).load(std::memory_order_acquire) == link; }
 
-// The checks (internal to each file, whose name their lines bear) of a link that is about to be relinked. Lines bear `function`, the name of whoever relinks;
-// `print_element(link)` shows the element of each link concerned. Nothing is repaired, and the caller goes on.
+// The checks (internal to each file, whose name their lines bear) of a link that is about to be relinked. Lines bear
+// `function`, the name of whoever relinks; `print_element(link)` shows the element of each link concerned. Nothing is
+// repaired, and the caller goes on.
 template <typename PrintElement>
 static void check_links(const Link* cur, const char* function, PrintElement print_element) {
   const Link* const prev = cur->prev;

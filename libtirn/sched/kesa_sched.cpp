@@ -105,7 +105,10 @@ int64_t kesa_wait_comm(uint32_t* state, int64_t timeout) {
     return 0;
   }
   int64_t rest = 0;
-  return tirn::private_call(tirn::PrivateCommand::kWait, state, &timeout, &rest) == 0 ? 0 : rest;
+  const long result = tirn::private_call(tirn::PrivateCommand::kWait, state, &timeout, &rest);
+  // Acquire: pairs with the waker's release of the word, also where its signal ended the sleep.
+  std::atomic_ref(*state).load(std::memory_order_acquire);
+  return result == 0 ? 0 : rest;
 }
 
 int kesa_wait_interruptible(uint32_t* state) {

@@ -1,9 +1,12 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <optional>
 
+#include "libtirn/base/guard.h"
 #include "libtirn/base/list.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
@@ -14,6 +17,7 @@ namespace {
 
 constexpr int64_t kJiffy = 4;  // milliseconds
 constexpr int64_t kForever = INT64_MAX;
+constexpr char kUp[] = "kesa_sem_enhance_up";  // whose work the lines of a wake-up tell of
 constexpr uint32_t kWaiting = 1;
 constexpr uint32_t kServed = 0;
 
@@ -26,6 +30,9 @@ struct Waiter {
   uint32_t state;  // read by the kernel side while it sleeps; written under the semaphore's lock
 };
 
+static_assert(offsetof(kesa_sem_enhance, count) == 24 && offsetof(kesa_sem_enhance, waiters) == 32);
+static_assert(offsetof(Waiter, tid) == 16 && offsetof(Waiter, state) == 20);
+
 std::atomic_ref<uint32_t> state_of(Waiter& waiter) { return std::atomic_ref(waiter.state); }
 
 Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link); }
@@ -33,15 +40,16 @@ Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link
 unsigned long long address_of(const void* object) { return reinterpret_cast<uintptr_t>(object); }
 
 // The line for those who look after the node goes to module 0, whatever its level; then the library's own.
-#define TELL_WAKE_UP(infra, own, ...)                      \
-  do {                                                     \
-    TIRN_LOG_ALWAYS(0, ::tirn::kInfo, infra, __VA_ARGS__); \
-    TIRN_INFO(own, __VA_ARGS__);                           \
+#define TELL_WAKE_UP(infra, own, ...)                                                 \
+  do {                                                                                \
+    hurn(0, ::tirn::kInfo, ::tirn::kFile.text, __LINE__, kUp, 0, infra, __VA_ARGS__); \
+    TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kUp, own, __VA_ARGS__);               \
   } while (0)
 
 // Waits with the lock held, which it gives up while it sleeps.
 int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   Waiter waiter{{}, static_cast<uint32_t>(gettid()), kWaiting};
+  const tirn::NoCancellation guard;
   tirn::list::push_back(&sem.waiters, &waiter.link);
   while (true) {
     kesa_spinlock_unlock(&sem.lock);
@@ -74,12 +82,12 @@ int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   return result;
 }
 
-// Frees a unit, or hands it to the oldest waiter: that one's thread, which is to be woken, or 0.
-uint32_t give_unit(kesa_sem_enhance& sem) {
-  uint32_t tid = 0;
+// Frees a unit, or hands it to the oldest waiter: that one's thread, which is to be woken.
+std::optional<uint32_t> give_unit(kesa_sem_enhance& sem) {
+  std::optional<uint32_t> tid;
   kesa_spinlock_lock(&sem.lock);
   if (tirn::list::is_empty(&sem.waiters)) {
-    ++sem.count;
+    sem.count += sem.count < INT32_MAX ? 1 : 0;
   } else {
     Waiter& waiter = waiter_of(sem.waiters.next);
     tid = waiter.tid;
@@ -91,11 +99,35 @@ uint32_t give_unit(kesa_sem_enhance& sem) {
   return tid;
 }
 
+// The waiter, which may have no timeout, has no other way of being woken: tries go on while the kernel's queue of
+// signals is full.
+int wake(const kesa_sem_enhance* sem, uint32_t tid) {
+  int result = kesa_wake_up_process(tid);
+  if (result == 0) {
+    return 0;
+  }
+  const tirn::NoCancellation guard;
+  TELL_WAKE_UP("[Infra]Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
+               "Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
+  while (result == EAGAIN) {
+    result = kesa_wake_up_process(tid);
+    if (result == 0) {
+      TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) sucess.",
+                   "Retry wake up sem(0x%llx) waiter tid(%u) sucess.", address_of(sem), tid);
+      return 0;
+    }
+    kesa_usleep(1);
+  }
+  TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
+               "Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
+  return result;
+}
+
 }  // namespace
 
 int kesa_sem_enhance_init(kesa_sem_enhance* sem, uint32_t count) {
   kesa_spinlock_init(&sem->lock);
-  sem->count = static_cast<int32_t>(count);
+  sem->count = static_cast<int32_t>(std::min<uint32_t>(count, INT32_MAX));
   tirn::list::init(&sem->waiters);
   return tirn::kOk;
 }
@@ -109,26 +141,8 @@ int kesa_sem_enhance_down_timeout(kesa_sem_enhance* sem, int64_t timeout) {
 }
 
 int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
-  const uint32_t tid = give_unit(*sem);
-  int result = tid != 0 ? kesa_wake_up_process(tid) : 0;
-  if (result == 0) {
-    return 0;
-  }
-  TELL_WAKE_UP("[Infra]Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
-               "Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
-  // The waiter, which may have no timeout, has no other way of being woken.
-  while (result == EAGAIN) {
-    result = kesa_wake_up_process(tid);
-    if (result == 0) {
-      TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) sucess.",
-                   "Retry wake up sem(0x%llx) waiter tid(%u) sucess.", address_of(sem), tid);
-      return 0;
-    }
-    kesa_usleep(1);
-  }
-  TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
-               "Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
-  return result;
+  const std::optional<uint32_t> waiter = give_unit(*sem);
+  return waiter.has_value() ? wake(sem, *waiter) : 0;
 }
 
 int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return tirn::kOk; }

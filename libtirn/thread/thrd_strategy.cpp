@@ -81,7 +81,7 @@ int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
   CpuSet set;
   store_cpus(strategy, set);
   if (kesa_cpum_parse_cpumask(cfg->cpumask, set.words) != tirn::kOk) {
-    TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask);
+    TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask != nullptr ? cfg->cpumask : "(null)");
     return tirn::kFail;
   }
   store_cpus(strategy, set);
@@ -108,7 +108,8 @@ int kesa_setCurThreadBind(const char* mask) {
   CpuSet set;
   if (kesa_cpum_parse_cpumask(mask, set.words) != tirn::kOk) {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_thrd_setbindcpustr",
-                "Bind thread:%lu to cpu:%s fail, invalid cpu mask.", pthread_self(), mask);
+                "Bind thread:%lu to cpu:%s fail, invalid cpu mask.", pthread_self(),
+                mask != nullptr ? mask : "(null)");
     return tirn::kFail;
   }
   const cpu_set_t cpus = set.as_cpu_set();

@@ -1,5 +1,6 @@
 #include <atomic>
 
+#include "libtirn/base/guard.h"
 #include "libtirn/base/list.h"
 #include "libtirn/base/result.h"
 #include "tirn/sched.h"
@@ -10,6 +11,9 @@ namespace {
 constexpr uint32_t kWaiting = 1;
 constexpr uint32_t kWoken = 0;
 constexpr uint32_t kPause = 10;  // microseconds between two tries of the lock
+
+static_assert(offsetof(kesa_wait_queue_head, list) == 24);
+static_assert(offsetof(kesa_wait_queue_entry, state) == 4 && offsetof(kesa_wait_queue_entry, link) == 16);
 
 std::atomic_ref<uint32_t> state_of(kesa_wait_queue_entry& entry) { return std::atomic_ref(entry.state); }
 
@@ -39,6 +43,10 @@ int64_t sched_wait_timeout(kesa_wait_queue_entry* entry, int64_t timeout) {
 }
 
 void finish_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
+  if (tirn::list::is_detached(&entry->link)) {
+    return;
+  }
+  const tirn::NoCancellation guard;
   while (!tirn::list::is_detached(&entry->link)) {
     if (kesa_spinlock_trylock(&head->lock) == 0) {
       kesa_usleep(kPause);

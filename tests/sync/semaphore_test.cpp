@@ -9,6 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/child_process.h"
+#include "support/imports.h"
+#include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/wait_until.h"
 #include "sync/waiters.h"
@@ -48,7 +51,7 @@ TEST(Semaphore, ServesInTheOrderOfArrival) {
       last = i;
       kesa_sem_enhance_up(&served);
     });
-    ASSERT_TRUE(wait_until([&] { return waiters_of(sem) == i; }));
+    EXPECT_TRUE(wait_until([&] { return waiters_of(sem) == i; }));
   }
   kesa_sem_enhance_show(&sem);
   EXPECT_EQ(log.count(6, "TBTIRN:sem 0x* cnt 0"), 1u);
@@ -68,31 +71,58 @@ TEST(Semaphore, SignalsEndOnlyTheInterruptibleForms) {
   kesa_sem_enhance sem;
   kesa_sem_enhance_init(&sem, 0);
   std::atomic<uint32_t> tid{0};
-  std::atomic<bool> is_over{false};
+  std::atomic<int> waits_over{0};
   std::thread waiter([&] {
     tid = static_cast<uint32_t>(gettid());
     EXPECT_EQ(kesa_sem_enhance_down_interruptible(&sem), -4);
+    ++waits_over;
     EXPECT_EQ(kesa_sem_enhance_down_timeout(&sem, 60000), -4);
+    ++waits_over;
     kesa_sem_enhance_down(&sem);
-    is_over = true;
+    ++waits_over;
   });
-  ASSERT_TRUE(wait_until([&] { return tid != 0 && waiters_of(sem) == 1; }));
-  for (int i = 0; i < 200; ++i) {  // ends the first two waits, and not the third
-    EXPECT_EQ(kesa_wake_up_process(tid), 0);
-    kesa_usleep(500);
-  }
-  EXPECT_TRUE(wait_until([&] { return waiters_of(sem) == 1; }));
-  EXPECT_FALSE(is_over);
+  KernelSide kernel;
+  EXPECT_TRUE(wait_until([&] { return tid != 0 && kesa_wake_up_process(tid) == 0 && waits_over == 2; }));
+  kernel.watch(0x800);
+  EXPECT_TRUE(wait_until([&] { return kesa_wake_up_process(tid) == 0 && kernel.calls(0x800) > 3; }));
+  EXPECT_EQ(waits_over, 2) << "the third wait goes on after each signal";
   EXPECT_EQ(kesa_sem_enhance_up(&sem), 0);
   waiter.join();
   EXPECT_EQ(sem.count, 0);
+}
+
+// What the kernel side says does not matter where the unit has come; where it fails, nothing is left behind.
+TEST(Semaphore, UnitThatComesWithTheEndOfAWaitIsTaken) {
+  static kesa_sem_enhance sem;
+  kesa_sem_enhance_init(&sem, 0);
+  KernelSide kernel;
+  kernel.replace(0x800, [](uint64_t, uint64_t, uint64_t, uint64_t, uint64_t) -> long {
+    kesa_sem_enhance_up(&sem);
+    return 0;  // the time is up
+  });
+  EXPECT_EQ(kesa_sem_enhance_down_timeout(&sem, 40), 0);
+  kernel.replace(0x800, [](uint64_t, uint64_t, uint64_t, uint64_t rest, uint64_t) -> long {
+    kesa_sem_enhance_up(&sem);
+    *reinterpret_cast<int64_t*>(rest) = 5;  // a signal
+    return -1;
+  });
+  EXPECT_EQ(kesa_sem_enhance_down_interruptible(&sem), 0);
+  kernel.failing(0x800, ENOSYS);
+  EXPECT_EQ(kesa_sem_enhance_down_interruptible(&sem), -61);
+  kesa_sem_enhance_down(&sem);
+  EXPECT_EQ(waiters_of(sem), 0u);
+  EXPECT_EQ(sem.count, 0);
+  kesa_sem_enhance_init(&sem, UINT32_MAX);
+  EXPECT_EQ(kesa_sem_enhance_up(&sem), 0);
+  EXPECT_EQ(sem.count, INT32_MAX);
 }
 
 TEST(Semaphore, WaiterThatHasDiedIsReported) {
   LogCapture log;
   kesa_sem_enhance sem;
   kesa_sem_enhance_init(&sem, 0);
-  GhostWaiter ghost{{&sem.waiters, &sem.waiters}, static_cast<uint32_t>(getppid()), 1};
+  const ChildProcess other([] { return pause(); });
+  GhostWaiter ghost{{&sem.waiters, &sem.waiters}, static_cast<uint32_t>(other.pid()), 1};
   sem.waiters.next = sem.waiters.prev = &ghost.link;
   hurn_loglevel_set(381, HURN_ERROR);
   EXPECT_EQ(kesa_sem_enhance_up(&sem), ESRCH);
@@ -101,7 +131,10 @@ TEST(Semaphore, WaiterThatHasDiedIsReported) {
   EXPECT_EQ(sem.count, 0) << "the unit is not given back";
   EXPECT_EQ(log.count("[Infra]Wake up sem(0x*) waiter tid(*) fail ret(3)."), 1u) << log;
   EXPECT_EQ(log.count("[Infra]Retry wake up sem(0x*) waiter tid(*) fail ret(3)."), 1u);
-  EXPECT_EQ(log.lines().size(), 2u) << "the library's own lines are below its level";
+  ASSERT_EQ(log.lines().size(), 2u) << "the library's own lines are below its level";
+  EXPECT_EQ(log.lines()[0].module, 0u);
+  EXPECT_EQ(log.lines()[0].level, 6u);
+  EXPECT_EQ(log.lines()[0].function, "kesa_sem_enhance_up");
 }
 
 TEST(Semaphore, FullQueueOfSignalsDelaysWakeUpsOnly) {
@@ -109,23 +142,33 @@ TEST(Semaphore, FullQueueOfSignalsDelaysWakeUpsOnly) {
   kesa_sem_enhance sem;
   kesa_sem_enhance_init(&sem, 0);
   constexpr size_t kThreads = 4;
-  std::vector<std::thread> threads;
+  std::atomic<bool> is_over{false};
+  std::vector<std::thread> waiters, givers;
   for (size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&] { kesa_sem_enhance_down(&sem); });
+    waiters.emplace_back([&] {
+      kesa_sem_enhance_down(&sem);
+      while (!is_over) {  // a waiter that saw its unit by itself is still to be found
+        kesa_msleep(1);
+      }
+    });
   }
-  ASSERT_TRUE(wait_until([&] { return waiters_of(sem) == kThreads; }));
-  rlimit former, none;
+  EXPECT_TRUE(wait_until([&] { return waiters_of(sem) == kThreads; }));
+  rlimit former;
   ASSERT_EQ(getrlimit(RLIMIT_SIGPENDING, &former), 0);
-  none = {0, former.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
+  const rlimit none{0, former.rlim_max};
+  EXPECT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
   for (size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&] { EXPECT_EQ(kesa_sem_enhance_up(&sem), 0); });
+    givers.emplace_back([&] { EXPECT_EQ(kesa_sem_enhance_up(&sem), 0); });
   }
-  ASSERT_TRUE(
+  EXPECT_TRUE(
       wait_until([&] { return log.count("[Infra]Wake up sem(0x*) waiter tid(*) fail ret(11).") == kThreads; }));
-  ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &former), 0);
-  for (std::thread& thread : threads) {
-    thread.join();
+  EXPECT_EQ(setrlimit(RLIMIT_SIGPENDING, &former), 0);
+  for (std::thread& giver : givers) {
+    giver.join();
+  }
+  is_over = true;
+  for (std::thread& waiter : waiters) {
+    waiter.join();
   }
   EXPECT_EQ(log.count("[Infra]Retry wake up sem(0x*) waiter tid(*) sucess."), kThreads) << log;
   EXPECT_EQ(log.count(6, "Retry wake up sem(0x*) waiter tid(*) sucess."), kThreads);
@@ -161,4 +204,50 @@ TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWoken) {
   EXPECT_EQ(first.state, 0u);
   EXPECT_EQ(queue.list.next, &queue.list);
   EXPECT_EQ(autoremove_wake_function(), 0);
+}
+
+// At each signal: the newest first, its word cleared, still linked, and the queue's lock held.
+TEST(WaitQueue, WakesInOrderUnderTheLock) {
+  static kesa_wait_queue_head queue;
+  static kesa_wait_queue_entry entries[3];
+  static uint32_t woken;
+  kesa_wait_queue_head_init(&queue);
+  for (uint32_t i = 0; i < 3; ++i) {
+    kesa_wait_queue_entry_init(&entries[i], 100 + i);
+    prepare_to_wait(&queue, &entries[i]);
+  }
+  Imports imports(Object::library);
+  imports.redirect("syscall", reinterpret_cast<void*>(+[](long, long, long tid, long) -> long {
+                     const kesa_wait_queue_entry& entry = entries[2 - woken];
+                     EXPECT_EQ(tid, 102 - woken);
+                     EXPECT_TRUE(entry.state == 0 && entry.link.next != &entry.link && queue.lock.lock == 1);
+                     ++woken;
+                     return -1;
+                   }));
+  __wake_up(&queue);
+  EXPECT_EQ(woken, 3u) << "the signals' results are not looked at";
+  EXPECT_EQ(queue.lock.lock, 0u);
+}
+
+// The condition is a plain word: only the wake-up's own order makes it visible.
+TEST(WaitQueue, WaiterSeesWhatWasDoneBeforeTheWakeUp) {
+  kesa_wait_queue_head queue;
+  kesa_wait_queue_head_init(&queue);
+  int condition = 0;
+  std::atomic<bool> is_waiting{false};
+  std::thread waiter([&] {
+    kesa_wait_queue_entry entry;
+    kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
+    prepare_to_wait(&queue, &entry);
+    is_waiting = true;
+    while (sched_wait_timeout(&entry, 2500) != 0 &&
+           std::atomic_ref(entry.state).load(std::memory_order_relaxed) != 0) {
+    }
+    EXPECT_EQ(condition, 1);
+    finish_wait(&queue, &entry);
+  });
+  EXPECT_TRUE(wait_until([&] { return is_waiting.load(); }));
+  condition = 1;
+  __wake_up(&queue);
+  waiter.join();
 }

@@ -5,12 +5,15 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
+#include <cstring>
 #include <string>
 #include <thread>
 
+#include "support/child_process.h"
 #include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
@@ -63,7 +66,7 @@ int keep(const char* format, ...) {
 int a_cpu_of_ours() {
   const cpu_set_t set = bound_cpus();
   int cpu = 0;
-  while (!CPU_ISSET(cpu, &set)) {
+  while (cpu < CPU_SETSIZE - 1 && !CPU_ISSET(cpu, &set)) {
     ++cpu;
   }
   return cpu;
@@ -111,6 +114,11 @@ TEST(ThreadStrategy, OneThatIsNotSetUpStandsForTheDefault) {
   EXPECT_EQ(kesa_showThreadStrategyDbg(keep), 0);
   EXPECT_NE(g_printed.find("Default    0x00000001 7    0x"), std::string::npos) << g_printed;
   EXPECT_NE(g_printed.find("Manage     0x00000000 12   0x0000000000000000 "), std::string::npos) << g_printed;
+  EXPECT_EQ(kesa_initThreadStrategy(0, &slower), -1);
+  in_thread([] {
+    EXPECT_EQ(kesa_setCurThreadStrategy(0), 0);
+    EXPECT_EQ(strategy_taken(), -1) << "what was valid is not any more";
+  });
 }
 
 TEST(ThreadStrategy, RefusedPriorityLeavesTheBindingAlone) {
@@ -147,7 +155,10 @@ TEST(Sched, SleepsLastAndEndAtTheWakeUpSignal) {
   EXPECT_GE(time_of([] { kesa_usleep(20000); }), milliseconds(20));
   EXPECT_GE(time_of([] { kesa_10msleep(2); }), milliseconds(20));
   EXPECT_GE(time_of([] { kesa_msleep(1030); }), milliseconds(1030));
-  EXPECT_GE(time_of([] { kesa_mdelay(10); }), milliseconds(10));
+  const uint64_t start = kesa_time_getnanosec();
+  kesa_mdelay(10);
+  EXPECT_GT(kesa_time_getnanosec() - start, 10000000u);
+  EXPECT_GE(time_of([] { kesa_schedule(); }), milliseconds(1));
   EXPECT_EQ(errno, 77);
   std::atomic<int> tid{0};
   std::atomic<int> ended{0};
@@ -156,12 +167,13 @@ TEST(Sched, SleepsLastAndEndAtTheWakeUpSignal) {
     EXPECT_LT(time_of([] { EXPECT_EQ(kesa_msleep(20000), 0); }), milliseconds(15000));
     ended = 1;
   });
-  ASSERT_TRUE(wait_until([&] {
+  EXPECT_TRUE(wait_until([&] {
     kesa_wake_up_process(static_cast<uint32_t>(tid));
     return ended == 1;
   }));
   sleeper.join();
-  EXPECT_EQ(kesa_wake_up_process(static_cast<uint32_t>(getppid())), ESRCH);
+  ChildProcess other([] { return pause(); });
+  EXPECT_EQ(kesa_wake_up_process(static_cast<uint32_t>(other.pid())), ESRCH);
 }
 
 TEST(Sched, HandlerThatCannotBeInstalledIsTriedAgain) {
@@ -175,6 +187,9 @@ TEST(Sched, HandlerThatCannotBeInstalledIsTriedAgain) {
   const std::string text = "signal SIGWAKEUP(" + std::to_string(SIGRTMAX - 4) + ") fail errno(22)";
   EXPECT_EQ(log.count(3, text), 1u) << log;
   EXPECT_EQ(kesa_wake_up_process(static_cast<uint32_t>(gettid())), 0) << "the signal would kill without its handler";
+  struct sigaction installed {};
+  sigaction(SIGRTMAX - 4, nullptr, &installed);
+  EXPECT_EQ(installed.sa_flags & SA_RESTART, SA_RESTART);
   EXPECT_EQ(kesa_sched_init(), -1) << "the first result is kept";
   EXPECT_EQ(log.count(3, "sched init fail s_sched_init(-1)"), 2u);
 }
@@ -189,7 +204,17 @@ TEST(Sched, WaitAsksTheKernelSideAndTellsTheRest) {
   EXPECT_GE(time_of([&] { EXPECT_EQ(kesa_wait_comm(&word, 5), 0); }), milliseconds(20));
   EXPECT_EQ(KernelSide::last_word(0x800), 0x17D00000800u);
   word = 0;
-  EXPECT_GT(kesa_wait_comm(&word, 250), 200);
+  EXPECT_GT(kesa_wait_comm(&word, 250), 0);
+  EXPECT_EQ(kesa_wait_interruptible(&word), -1);
+  static uint64_t address;
+  address = reinterpret_cast<uintptr_t>(&word);
+  kernel.replace(0x800, [](uint64_t, uint64_t state, uint64_t timeout, uint64_t rest, uint64_t last) -> long {
+    auto& left = *reinterpret_cast<int64_t*>(rest);
+    EXPECT_TRUE(state == address && left == 0 && last == ~uint64_t{0});
+    left = *reinterpret_cast<int64_t*>(timeout);
+    return -1;
+  });
+  EXPECT_EQ(kesa_wait_comm(&word, 77), 77);
   EXPECT_EQ(kesa_wait_interruptible(&word), -1);
   kernel.failing(0x800, ENOSYS);
   word = 1;
@@ -205,13 +230,14 @@ TEST(Sched, BindsToOneCpuThatIsThere) {
     EXPECT_EQ(kesa_sched_setaffinity(static_cast<uint64_t>(sysconf(_SC_NPROCESSORS_CONF))), -1);
     EXPECT_EQ(my_core, cpu);
     EXPECT_EQ(log.count(3, "cpu num overstep, current only has * cpu"), 1u);
-    kesa_set_process_name("bound%d");
-    EXPECT_STREQ(std::string(kesa_thrd_getname(), 5).c_str(), "bound");
+    kesa_set_process_name("50%%");
+    EXPECT_STREQ(kesa_thrd_getname(), "50%") << "the name is a format";
   });
 }
 
 TEST(Affinity, ListsOfNumbersAndLevelsThatAreNot) {
-  char text[] = "1,5,2000,x,-1,,17";
+  LogCapture log;
+  char text[] = "1,5,2000,x,-1,-18446744073709551611,7z,,17";
   kesa_affinity_level level{};
   EXPECT_EQ(kesa_parse_affinity_value(text, &level), 0);
   EXPECT_EQ(CPU_COUNT(&level.cpus), 3);
@@ -222,4 +248,34 @@ TEST(Affinity, ListsOfNumbersAndLevelsThatAreNot) {
   EXPECT_EQ(kesa_set_thread_affinity(pthread_self(), "affinity_level_1"), 0);
   EXPECT_EQ(kesa_set_thread_affinity(pthread_self(), nullptr), -1);
   EXPECT_EQ(kesa_get_affinity_entity(""), &g_affinityLevel_1);
+  EXPECT_EQ(kesa_parse_affinity_level("x", &level), -1);
+  EXPECT_EQ(CPU_COUNT(&level.cpus), 0);
+  EXPECT_TRUE(
+      log.has(6, "kesa_parse_affinity_level", "Can not find the item(x) in section(THREAD_CPU_AFFINITY_LIST)."));
+}
+
+// The kernel's configuration, as the process called app_data finds it.
+TEST(Affinity, LevelOfTheProcessIsReadFromTheKernelSide) {
+  prctl(PR_SET_NAME, "app_data");
+  EXPECT_EQ(kesa_affinity_init(), -1) << "there is no configuration";
+  Imports imports(Object::library);
+  imports.redirect("open", reinterpret_cast<void*>(+[](const char*, int) { return dup(0); }));
+  imports.redirect("ioctl", reinterpret_cast<void*>(+[](int, unsigned long, const uint64_t* argument) {
+                     const char* const item = reinterpret_cast<const char*>(argument[2]) + 35;
+                     auto* const answer = reinterpret_cast<char*>(argument[3]);
+                     std::snprintf(answer, 33, "%s", item);
+                     std::snprintf(answer + 33, 257, "0,700");
+                     return 0;
+                   }));
+  EXPECT_EQ(kesa_affinity_init(), 0);
+  EXPECT_STREQ(g_affinityLevel_1.affinityLevelName, "affinity_level_1");
+  EXPECT_EQ(CPU_COUNT(&g_affinityLevel_1.cpus), 2);
+  static cpu_set_t bound;
+  imports.redirect("pthread_setaffinity_np",
+                   reinterpret_cast<void*>(+[](pthread_t, size_t size, const cpu_set_t* set) {
+                     std::memcpy(&bound, set, std::min(size, sizeof bound));
+                     return 0;
+                   }));
+  EXPECT_EQ(kesa_set_thread_affinity(pthread_self(), "affinity_level_1"), 0);
+  EXPECT_TRUE(CPU_ISSET(0, &bound));
 }

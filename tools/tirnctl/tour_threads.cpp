@@ -2,6 +2,7 @@
 #include <tirn/tirn.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
@@ -26,7 +27,11 @@ kesa_sem_enhance g_done;
 
 bool wait_for(uint32_t count) {
   for (uint32_t i = 0; i < count; ++i) {
-    if (kesa_sem_enhance_down_timeout(&g_done, 10000) != 0) {
+    int result;
+    do {
+      result = kesa_sem_enhance_down_timeout(&g_done, 10000);
+    } while (result == -EINTR);  // the signal of an earlier unit
+    if (result != 0) {
       return false;
     }
   }

@@ -40,9 +40,11 @@ long wait_while_set(const Call& call) {
   if (timeout > 0) {
     error = sleep_while_set(static_cast<uint32_t*>(pointer(call.a)), start + std::min(timeout, kLongest) * kJiffy);
   }
-  // Above zero whenever the sleep was cut short, in its last moment too: zero tells that the time ran out.
+  // Above zero whenever a signal or the word cut the sleep short, in its last moment too: zero tells that the time ran
+  // out, or that there was no sleep.
+  const bool is_cut_short = error == EINTR || error == EAGAIN;
   const int64_t passed = (monotonic_now() - start) / kJiffy;
-  const int64_t rest = error == ETIMEDOUT ? 0 : std::max<int64_t>(timeout - passed, 1);
+  const int64_t rest = is_cut_short ? std::max<int64_t>(timeout - passed, 1) : 0;
   store(call.b, rest);
   store(call.c, rest);
   return error == ETIMEDOUT ? 0 : fail(error);
