@@ -76,7 +76,7 @@ bool has_black(const char* text, size_t length, const Lanes& black) {
 int isBlackChar(const char* c) { return std::memchr(kBlack, *c, kBlackCount) != nullptr ? 1 : 0; }
 
 int isWhiteChar(const char* c, const char* white) {
-  return white != nullptr && std::memchr(white, *c, std::strlen(white)) != nullptr ? 1 : 0;
+  return white != nullptr && *c != '\0' && std::strchr(white, *c) != nullptr ? 1 : 0;
 }
 
 int isDangerousCmd(const char* cmd, const char* white) {
