@@ -124,15 +124,16 @@ int kesa_pclose(FILE* stream) {
   }
   // Cleared before another thread can get the descriptor.
   child_at(table, fd).store(0, std::memory_order_relaxed);
-  static_cast<void>(fclose(stream));
+  fclose(stream);
   sigset_t blocked, former;
   sigemptyset(&blocked);
   for (const int signal : {SIGINT, SIGQUIT, SIGHUP}) {
     sigaddset(&blocked, signal);
   }
-  sigprocmask(SIG_BLOCK, &blocked, &former);
+  // On Linux this is the mask of the calling thread.
+  sigprocmask(SIG_BLOCK, &blocked, &former);  // NOLINT(concurrency-mt-unsafe)
   const int status = tirn::wait_for_end(child);
-  sigprocmask(SIG_SETMASK, &former, nullptr);
+  sigprocmask(SIG_SETMASK, &former, nullptr);  // NOLINT(concurrency-mt-unsafe)
   return status;
 }
 

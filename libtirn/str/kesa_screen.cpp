@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -9,23 +11,64 @@ namespace {
 constexpr char kBlack[] = KESA_COMMAND_SPECIAL;
 constexpr size_t kBlackCount = sizeof kBlack - 1;
 
+// 16 characters at once, each compared with a black one.
 using Block = uint8_t __attribute__((vector_size(16)));
+constexpr size_t kBlock = sizeof(Block);
 
-struct Halves {
-  uint64_t low, high;
+struct Lanes {
+  uint8_t of[kBlackCount][kBlock];
 };
 
-// Looks at 16 characters at once for any of the black ones.
-bool has_black(const char* text, const Block (&black)[kBlackCount]) {
-  Block block;
-  std::memcpy(&block, text, sizeof block);  // one load
-  Block found{};
-#pragma GCC unroll 9
-  for (const Block& character : black) {
-    found |= static_cast<Block>(block == character);
+constexpr Lanes lanes_of(const char* characters) {
+  Lanes lanes{};
+  for (size_t i = 0; i < kBlackCount; ++i) {
+    std::fill_n(lanes.of[i], kBlock, static_cast<uint8_t>(characters[i]));
   }
-  const auto halves = std::bit_cast<Halves>(found);
-  return (halves.low | halves.high) != 0;
+  return lanes;
+}
+constexpr Lanes kAllBlack = lanes_of(kBlack);
+
+Block load(const void* bytes) {
+  Block block;
+  std::memcpy(&block, bytes, sizeof block);
+  return block;
+}
+
+// Whether any of kCount blocks holds a black character.
+template <size_t kCount>
+inline bool has_black(const char* text, const Lanes& black) {
+  Block found{};
+#pragma GCC unroll 4
+  for (size_t at = 0; at < kCount * kBlock; at += kBlock) {
+    const Block block = load(text + at);
+#pragma GCC unroll 9
+    for (const auto& lane : black.of) {
+      found |= static_cast<Block>(block == load(lane));
+    }
+  }
+  const auto halves = std::bit_cast<std::array<uint64_t, 2>>(found);
+  return (halves[0] | halves[1]) != 0;
+}
+
+bool has_black(const char* text, size_t length, const Lanes& black) {
+  if (length < kBlock) {
+    char padded[kBlock];
+    memset_s(padded, sizeof padded, ' ', sizeof padded);
+    memcpy_s(padded, sizeof padded, text, length);
+    return has_black<1>(padded, black);
+  }
+  const char* const last = text + length - kBlock;
+  for (; last - text >= static_cast<ptrdiff_t>(3 * kBlock); text += 4 * kBlock) {
+    if (has_black<4>(text, black)) {
+      return true;
+    }
+  }
+  for (; text < last; text += kBlock) {
+    if (has_black<1>(text, black)) {
+      return true;
+    }
+  }
+  return has_black<1>(last, black);  // with some of what was seen before
 }
 
 }  // namespace
@@ -33,11 +76,7 @@ bool has_black(const char* text, const Block (&black)[kBlackCount]) {
 int isBlackChar(const char* c) { return std::memchr(kBlack, *c, kBlackCount) != nullptr ? 1 : 0; }
 
 int isWhiteChar(const char* c, const char* white) {
-  if (white == nullptr) {
-    return 0;
-  }
-  const size_t length = std::strlen(white);
-  return std::memchr(white, *c, length) != nullptr ? 1 : 0;
+  return white != nullptr && *c != '\0' && std::strchr(white, *c) != nullptr ? 1 : 0;
 }
 
 int isDangerousCmd(const char* cmd, const char* white) {
@@ -45,22 +84,13 @@ int isDangerousCmd(const char* cmd, const char* white) {
   if (length == 0) {
     return 0;
   }
-  // An exempted character gives way to NUL, which no command holds.
-  Block black[kBlackCount];
+  if (white == nullptr || *white == '\0') {
+    return has_black(cmd, length, kAllBlack) ? 1 : 0;
+  }
+  char black[kBlackCount];
   for (size_t i = 0; i < kBlackCount; ++i) {
-    const char character = isWhiteChar(&kBlack[i], white) != 0 ? '\0' : kBlack[i];
-    black[i] = Block{} + static_cast<uint8_t>(character);
+    // An exempted character gives way to NUL, which no command holds.
+    black[i] = isWhiteChar(&kBlack[i], white) != 0 ? '\0' : kBlack[i];
   }
-  if (length < sizeof(Block)) {
-    char padded[sizeof(Block)];
-    memset_s(padded, sizeof padded, ' ', sizeof padded);
-    memcpy_s(padded, sizeof padded, cmd, length);
-    return has_black(padded, black) ? 1 : 0;
-  }
-  for (size_t at = 0; at + sizeof(Block) < length; at += sizeof(Block)) {
-    if (has_black(cmd + at, black)) {
-      return 1;
-    }
-  }
-  return has_black(cmd + length - sizeof(Block), black) ? 1 : 0;  // the rest, with some of what was seen before
+  return has_black(cmd, length, lanes_of(black)) ? 1 : 0;
 }

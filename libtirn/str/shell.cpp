@@ -26,9 +26,7 @@ bool is_same_file(const char* one, const char* other) {
 // Commands end in `&>/dev/null`, which many a /bin/sh takes for 'in the background, and empty that file': they would
 // always succeed. bash keeps its own reading under the name sh. A trial run would tell more, but be a child of a
 // program that has asked for none.
-const char* find_shell() {
-  return access(kBash, X_OK) == 0 && !is_same_file(kSh, kBash) ? kBash : kSh;
-}
+const char* find_shell() { return access(kBash, X_OK) == 0 && !is_same_file(kSh, kBash) ? kBash : kSh; }
 
 // Not in line: vfork's second return must find nothing of it in registers.
 [[gnu::noinline]] const char* shell() {
@@ -45,6 +43,7 @@ const char* find_shell() {
 pid_t start_shell(const char* command, const PipeEnds* ends) {
   const char* const path = shell();
   const int error = errno;
+  // NOLINTBEGIN(clang-analyzer-*): posix_spawn costs more, and what may follow vfork is kept to.
   const pid_t child = vfork();
   if (child != 0) {
     if (child > 0) {
@@ -62,6 +61,7 @@ pid_t start_shell(const char* command, const PipeEnds* ends) {
   }
   execl(path, "sh", "-c", command, static_cast<char*>(nullptr));
   _exit(127);
+  // NOLINTEND(clang-analyzer-*)
 }
 
 int wait_for_end(pid_t child) {
