@@ -206,6 +206,7 @@ int32_t kesa_cfg_getItemValue_ex(const char* file, const char* section, const ch
   RwlockHold files(g_stCfgRwlock, RwlockHold::kReadMayblock);
   kesa_cfg_file_node* const node = g_files.find(file);
   if (node == nullptr) {
+    files.release();
     TIRN_ERROR("Can not find file %s.", file);
     return tirn::kFail;
   }
@@ -268,6 +269,7 @@ int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section, const ch
   RwlockHold files(g_stCfgRwlock, RwlockHold::kWrite);
   kesa_cfg_file_node* const node = g_files.find(file);
   if (node == nullptr) {
+    files.release();
     TIRN_ERROR("Config file (%s) is no exist.", file);
     return tirn::kFail;
   }
