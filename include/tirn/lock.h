@@ -127,11 +127,16 @@ static inline void kesa_rwlock_write_unlock(uint64_t* rwlock) { __atomic_store_n
 #define KESA_TSPINLOCK_NO_OWNER UINT64_MAX
 
 struct kesa_tspinlock {
-  uint32_t serving; /* the ticket whose turn it is; free when it equals `next` */
-  uint32_t next;    /* the ticket that the next one to come gets */
-  uint32_t magic;   /* KESA_TSPINLOCK_MAGIC, or KESA_TSPINLOCK_DESTROYED */
-  uint32_t other;   /* all ones; only printed */
-  uint64_t owner;   /* the holder's kernel thread id (kesa_thread_get_knl_tid), or KESA_TSPINLOCK_NO_OWNER */
+  union {
+    __extension__ struct {
+      uint32_t serving; /* the ticket whose turn it is; free when it equals `next` */
+      uint32_t next;    /* the ticket that the next one to come gets */
+    };
+    uint64_t turns; /* both; only printed */
+  };
+  uint32_t magic; /* KESA_TSPINLOCK_MAGIC, or KESA_TSPINLOCK_DESTROYED */
+  uint32_t other; /* all ones; only printed */
+  uint64_t owner; /* the holder's kernel thread id (kesa_thread_get_knl_tid), or KESA_TSPINLOCK_NO_OWNER */
 };
 
 /*

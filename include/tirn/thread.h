@@ -145,7 +145,8 @@ TIRN_API int kesa_thrd_create_attr(kesa_thread_fn fn, void* arg, pthread_t* id_o
 TIRN_API int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out);
 
 /* The core of the others: starts `entry` with the thread's new record as its argument. `entry` sets the thread up,
- * calls the record's function, and gives the record back with kesa_thrd_putthreadinfo. `attr` may be NULL.
+ * calls the record's function, and gives the record back with kesa_thrd_putthreadinfo. It cannot set the slot's state:
+ * its thread stays in THRD_SLOT_TAKEN, where neither lookups nor the list find it. `attr` may be NULL.
  * @safety MT-Safe race:attr, AS-Unsafe lock heap */
 TIRN_API int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, pthread_t* id_out,
                                     pthread_attr_t* attr);

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <bit>
 
 #include "libtirn/arch/arch.h"
 #include "libtirn/base/log.h"
@@ -7,6 +8,7 @@
 
 static_assert(sizeof(kesa_tspinlock) == 24 && offsetof(kesa_tspinlock, next) == 4 &&
               offsetof(kesa_tspinlock, magic) == 8 && offsetof(kesa_tspinlock, owner) == 16);
+static_assert(std::endian::native == std::endian::little, "the pair's first field is its low half");
 
 namespace {
 
@@ -26,12 +28,15 @@ struct Caller {
   const char* function;  // under whose name the line is written
   const char* where;
   uint32_t line;
+  uint32_t source_line;  // of the function that tells
 };
 
 __attribute__((cold, noinline)) void tell_misuse(const char* what, kesa_tspinlock& lock, Caller caller) {
-  TIRN_LOG_AS(tirn::kModule, tirn::kInfo, caller.function, "%s in %s:%u lock:0x%lx magic:0x%x owner:%lu other:%u",
-              what, caller.where, caller.line, uint64_t{plain(lock.next)} << 32 | plain(lock.serving),
-              plain(lock.magic), plain(lock.owner), plain(lock.other));
+  if (hurn_level_check(tirn::kModule, tirn::kInfo) == 0) {
+    hurn(tirn::kModule, tirn::kInfo, tirn::kFile.text, caller.source_line, caller.function, 0,
+         "%s in %s:%u lock:0x%lx magic:0x%x owner:%lu other:%u", what, caller.where, caller.line, plain(lock.turns),
+         plain(lock.magic), plain(lock.owner), plain(lock.other));
+  }
 }
 
 inline bool is_initialised(kesa_tspinlock& lock) { return plain(lock.magic) == KESA_TSPINLOCK_MAGIC; }
@@ -53,7 +58,7 @@ inline void check_on_the_way_in(kesa_tspinlock& lock, uint32_t self, const Calle
 
 void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t line) {
   if (is_initialised(*lock)) {
-    tell_misuse("ReInited lock", *lock, {__func__, where, line});
+    tell_misuse("ReInited lock", *lock, {__func__, where, line, __LINE__});
   }
   set_plain(lock->serving, 0u);
   set_plain(lock->next, 0u);
@@ -65,7 +70,7 @@ void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t li
 // The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it.
 void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
   const uint32_t self = kesa_thread_get_knl_tid();
-  check_on_the_way_in(*lock, self, {__func__, where, line});
+  check_on_the_way_in(*lock, self, {__func__, where, line, __LINE__});
   const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);
   while (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
     tirn::arch::spin_hint();
@@ -75,7 +80,7 @@ void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t li
 
 int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t line) {
   const uint32_t self = kesa_thread_get_knl_tid();
-  check_on_the_way_in(*lock, self, {__func__, where, line});
+  check_on_the_way_in(*lock, self, {__func__, where, line, __LINE__});
   uint32_t ticket;
   do {
     ticket = plain(lock->next);
@@ -89,19 +94,19 @@ int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t 
 }
 
 void do_kesa_tspinlock_unlock(kesa_tspinlock* lock, const char* where, uint32_t line) {
-  check_initialised(*lock, {__func__, where, line});
+  check_initialised(*lock, {__func__, where, line, __LINE__});
   if (plain(lock->owner) != kesa_thread_get_knl_tid()) [[unlikely]] {
-    tell_misuse("AB lock", *lock, {__func__, where, line});
+    tell_misuse("AB lock", *lock, {__func__, where, line, __LINE__});
   }
   const bool is_held = plain(lock->next) != plain(lock->serving);
   set_plain(lock->owner, KESA_TSPINLOCK_NO_OWNER);
   if (!is_held) [[unlikely]] {
-    tell_misuse("ReUnlock", *lock, {"ticket_unlock", where, line});
+    tell_misuse("ReUnlock", *lock, {"ticket_unlock", where, line, __LINE__});
   }
   atomic_ref(lock->serving).fetch_add(1, std::memory_order_acq_rel);
 }
 
 void do_kesa_tspinlock_destroy(kesa_tspinlock* lock, const char* where, uint32_t line) {
-  check_initialised(*lock, {__func__, where, line});
+  check_initialised(*lock, {__func__, where, line, __LINE__});
   set_plain(lock->magic, KESA_TSPINLOCK_DESTROYED);
 }

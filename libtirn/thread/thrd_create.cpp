@@ -63,8 +63,14 @@ int start(kesa_thread_s* record, kesa_thread_fn entry, pthread_t* thread, pthrea
 }  // namespace
 
 int init_small_stack(pthread_attr_t* attributes) {
-  const int result = pthread_attr_init(attributes);
-  return result != 0 ? result : pthread_attr_setstacksize(attributes, KESA_THREAD_SMALL_STACK);
+  int result = pthread_attr_init(attributes);
+  if (result == 0) {
+    result = pthread_attr_setstacksize(attributes, KESA_THREAD_SMALL_STACK);
+    if (result != 0) {
+      pthread_attr_destroy(attributes);
+    }
+  }
+  return result;
 }
 
 }  // namespace tirn::thread

@@ -6,7 +6,7 @@
 
 namespace tirn::thread {
 
-// Initialises attributes for threads with the small stack. 0, or the error.
+// Initialises attributes for threads with the small stack. 0, or the error: then there is nothing to destroy.
 int init_small_stack(pthread_attr_t* attributes);
 
 }  // namespace tirn::thread

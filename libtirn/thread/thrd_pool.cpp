@@ -36,9 +36,7 @@ void sleep_as_idle(kesa_thread_s& record) {
 // worker's record back: the thread is no worker from then on.
 bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   kesa_thrd_setname("OSThrdPoolRun");
-  pthread_cleanup_push(end_if_ours, &record);  // a thread may also end inside the job
   job(record.arg);
-  pthread_cleanup_pop(0);
   if (m_current_thread != &record) {
     return false;
   }
@@ -71,12 +69,13 @@ void* thrd_pool_worker(void* argument) {
   apply_default_strategy();
   set_state(record, THRD_SLOT_RUNNING);
   sleep_as_idle(record);
-  while (g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) {
-    if (!work(record)) {
-      return nullptr;
-    }
+  // Changed by both sides, not read, so that one of the two comes first: with wake_workers, the pool's end either finds
+  // this worker idle or is seen here. Later looks need no order, as a worker once found is woken through its semaphore.
+  g_stop.fetch_or(0, std::memory_order_acq_rel);
+  pthread_cleanup_push(end_if_ours, &record);  // a thread may also end inside a job, or be cancelled by one
+  while ((g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) && work(record)) {
   }
-  end_thread(&record);
+  pthread_cleanup_pop(1);
   return nullptr;
 }
 
@@ -88,13 +87,17 @@ uint32_t start_workers(uint32_t count) {
   return made;
 }
 
+void destroy_attributes() {
+  if (pthread_attr_t* const attributes = pool_attributes(); attributes != nullptr) {
+    pthread_attr_destroy(attributes);
+  }
+}
+
 // Makes what the creator of a large pool need not wait for, and then is a worker as well.
 void* thrd_pool_spawner(void* record) {
   const uint32_t made = start_workers(g_remainder.load(std::memory_order_relaxed) - 1);
   g_size.store(g_size.load(std::memory_order_relaxed) + made, std::memory_order_relaxed);
-  if (pthread_attr_t* const attributes = pool_attributes(); attributes != nullptr) {
-    pthread_attr_destroy(attributes);
-  }
+  destroy_attributes();
   return thrd_pool_worker(record);
 }
 
@@ -110,7 +113,7 @@ void set_small_stacks() {
 
 uint32_t wake_workers() {
   uint32_t woken = 0;
-  g_stop.store(1, std::memory_order_relaxed);
+  g_stop.fetch_or(1, std::memory_order_acq_rel);  // with thrd_pool_worker
   find_record(THRD_SLOT_POOL_IDLE | THRD_SLOT_POOL_BOUND, [&woken](kesa_thread_s& record) {
     sem_post(&record.wake);
     ++woken;
@@ -146,7 +149,11 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
   const uint32_t direct = count / kShare;
   uint32_t made = start_workers(direct);
   g_remainder.store(count - direct, std::memory_order_relaxed);
-  made += create_thread_pool_base(thrd_pool_spawner, pool_attributes()) == tirn::kOk ? 1 : 0;
+  if (create_thread_pool_base(thrd_pool_spawner, pool_attributes()) == tirn::kOk) {
+    ++made;
+  } else {
+    destroy_attributes();
+  }
   if (count == 1 && made == 1) {
     return 1;
   }

@@ -2,7 +2,6 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -11,29 +10,14 @@
 
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
+#include "support/printed.h"
 #include "tirn/mem.h"
 
 using namespace tirn::test;
 
 namespace {
 
-std::string g_shown;
-
-__attribute__((format(printf, 1, 2))) int keep_text(const char* format, ...) {
-  char text[256];
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  g_shown += text;
-  return length;
-}
-
-std::string shown() {
-  g_shown.clear();
-  kesa_mem_show(keep_text);
-  return g_shown;
-}
+std::string shown() { return printed(kesa_mem_show); }
 
 const std::string kBegin =
     "Begin to show used memory (Bytes) of all PID.\n"

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <thread>
 
 #include "support/log_capture.h"
@@ -107,11 +108,14 @@ TEST(TicketSpinlock, MisuseIsToldAndChangesNothing) {
   };
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), std::size(expected)) << log;
+  std::set<uint32_t> places;
   for (size_t i = 0; i < lines.size(); ++i) {
+    places.insert(lines[i].line);
     const std::string family = lines[i].function == "ticket_unlock" ? "" : "do_kesa_tspinlock_";
     EXPECT_EQ(lines[i].function + ": " + lines[i].text, family + expected[i]);
     EXPECT_EQ(lines[i].level, HURN_INFO);
   }
+  EXPECT_EQ(places.size(), 6u);  // the source line of each function's report; of unlock both
 }
 
 TEST(TicketRwLock, CountersWrapEachByItself) {

@@ -38,6 +38,9 @@ int create_small(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
   return kesa_thrd_create_attr(fn, arg, id_out, &attributes);
 }
 
+constexpr uint32_t kJobs = 10000, kGivers = 4;
+std::atomic<uint32_t> g_runs[kJobs];
+
 }  // namespace
 
 TEST(ThreadStress, FullTableRefusesThePoolAlone) {
@@ -65,8 +68,9 @@ TEST(ThreadStress, FullTableRefusesThePoolAlone) {
 }
 
 TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
-  constexpr uint32_t kStarters = 2;
+  constexpr uint32_t kStarters = 64;
   std::atomic<uint32_t> newest{0}, found{0}, starters{kStarters};
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
   std::vector<std::thread> threads;
   for (int looker = 0; looker < 3; ++looker) {
     threads.emplace_back([&] {
@@ -85,7 +89,7 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   }
   for (uint32_t starter = 0; starter < kStarters; ++starter) {
     threads.emplace_back([&] {
-      for (int i = 0; i < 1000; ++i) {
+      for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
         EXPECT_TRUE(run_in_thread(create_small, [&] {
           newest = kesa_thread_get_knl_tid();
           kesa_thrd_setname("number %d", i);
@@ -101,30 +105,46 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
 
-TEST(ThreadStress, EachJobOfThePoolRunsOnce) {
-  constexpr uint32_t kJobs = 10000, kGivers = 4;
-  static std::atomic<uint32_t> runs[kJobs];
-  ASSERT_EQ(kesa_thread_pool_create(12), 4u);
-  std::vector<std::thread> givers;
+// From four threads at once, to a pool of 12; each goes on until the job is taken.
+void give_jobs(std::vector<std::thread>& givers, Create create) {
+  ASSERT_EQ(kesa_thread_pool_create(12), kGivers);
   for (uint32_t giver = 0; giver < kGivers; ++giver) {
-    givers.emplace_back([giver] {
+    givers.emplace_back([giver, create] {
       const auto count = [](void* place) -> void* {
         ++*static_cast<std::atomic<uint32_t>*>(place);
         return nullptr;
       };
       for (uint32_t i = giver; i < kJobs; i += kGivers) {
-        while (create_thread_from_thread_pool(count, &runs[i], nullptr) != 0) {
+        while (create(count, &g_runs[i], nullptr) != 0) {
           sched_yield();
         }
       }
     });
   }
+}
+
+void expect_each_ran_once(std::vector<std::thread>& givers) {
   for (std::thread& giver : givers) {
     giver.join();
   }
-  EXPECT_TRUE(wait_until([] { return std::find(std::begin(runs), std::end(runs), 0u) == std::end(runs); }));
-  EXPECT_TRUE(wait_until([] { return kesa_thread_pool_destroy() == 0; }));
-  EXPECT_EQ(std::count(std::begin(runs), std::end(runs), 1u), kJobs);
+  EXPECT_TRUE(wait_until([] { return std::find(std::begin(g_runs), std::end(g_runs), 0u) == std::end(g_runs); }));
+  EXPECT_EQ(std::count(std::begin(g_runs), std::end(g_runs), 1u), kJobs);
+}
+
+TEST(ThreadStress, EachJobOfThePoolRunsOnce) {
+  std::vector<std::thread> givers;
+  give_jobs(givers, create_thread_from_thread_pool);
+  expect_each_ran_once(givers);
+}
+
+// No job is lost that a worker was given, and one call ends all workers.
+TEST(ThreadStress, PoolEndsUnderLoad) {
+  std::vector<std::thread> givers;
+  give_jobs(givers, kesa_thrd_create);
+  EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }));
+  kesa_thread_pool_destroy();
+  expect_each_ran_once(givers);
+  EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
 
 TEST(ThreadStress, PoolIsCappedAndASpawnerMakesMostOfIt) {
@@ -138,7 +158,20 @@ TEST(ThreadStress, PoolIsCappedAndASpawnerMakesMostOfIt) {
 TEST(ThreadFaults, Creation) {
   kesa_set_instant_map_flag();
   static size_t threads_before;
-  for (const Create create : {Create{create_thread_raw}, Create{create_thread_nopreempt_raw}}) {
+  const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
+    return kesa_thrd_create_attr(fn, arg, id, nullptr);
+  };
+  const Create adopted = [](kesa_thread_fn fn, void* arg, pthread_t*) {
+    int result = -1;
+    std::thread([&] {
+      result = kesa_thrd_setcurthreadinfo();
+      fn(arg);
+      kesa_thrd_clearcurthreadinfo();
+    }).join();
+    return result;
+  };
+  for (const Create create :
+       {Create{kesa_thrd_create}, Create{create_thread_raw}, create_thread_nopreempt_raw, plain, adopted}) {
     sweep({.prepare =
                [] {
                  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);

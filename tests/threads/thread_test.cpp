@@ -6,10 +6,10 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdarg>
 
 #include "support/child_process.h"
 #include "support/log_capture.h"
+#include "support/printed.h"
 #include "support/wait_until.h"
 #include "thread_jobs.h"
 #include "tirn/shm.h"
@@ -22,17 +22,6 @@ bool is_alive(uint32_t tid) {
   kesa_thread_s* const record = kesa_thrd_getthreadinfobytid(tid);
   kesa_thrd_putthreadinfo(record);
   return record != nullptr;
-}
-
-std::string g_printed;
-__attribute__((format(printf, 1, 2))) int print(const char* format, ...) {
-  char text[256];
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  g_printed += text;
-  return length;
 }
 
 int count_cpus() {
@@ -123,9 +112,8 @@ TEST(Thread, NamesListAndAdoption) {
   char name[16];
   prctl(PR_GET_NAME, name);
   EXPECT_STREQ(name, "123456789012345");
-  kesa_thrd_list(print, 0, 0, 0, 0);
   std::string tid = std::to_string(gettid());
-  EXPECT_EQ(g_printed,
+  EXPECT_EQ(printed([](kesa_print_fn print) { kesa_thrd_list(print, 0, 0, 0, 0); }),
             "list threads flag(0:preempt 1:nonpreempt) created by kesa:\n"
             "tid   name               preemptflag strategy\n" +
                 tid.insert(0, tid.size() < 5 ? 5 - tid.size() : 0, ' ') +
