@@ -122,8 +122,9 @@ std::vector<Contest> contests() {
        true,
        lock(
            "kesa_spinlock", write, [] { kesa_spinlock_lock(&spin.lock); }, [] { kesa_spinlock_unlock(&spin.lock); }),
-       std::vector<Lock>{posix_spinlock()} + peer("ck_spinlock_fas", write),
-       {posix_mutex<mutex.lock>("pthread_mutex_t"), posix_mutex<adaptive.lock>("pthread_mutex_t, adaptive")}},
+       {posix_spinlock()},
+       peer("ck_spinlock_fas", write) + std::vector<Lock>{posix_mutex<mutex.lock>("pthread_mutex_t"),
+                                                          posix_mutex<adaptive.lock>("pthread_mutex_t, adaptive")}},
       {"ticket",
        1.2,
        1.0,
@@ -195,7 +196,7 @@ std::vector<Row> rows(const std::vector<Lock>& locks, Measure Lock::*shape, uint
 }
 
 Group group(const Contest& contest, const char* shape_name, Measure Lock::*shape, uint64_t count = 0) {
-  return {.name = std::string("lock/") + contest.name + '/' + shape_name,
+  return {.name = std::string("locks/") + contest.name + '/' + shape_name,
           .ours = {contest.ours.name, contest.ours.*shape, count},
           .peers = rows(contest.peers, shape, count),
           .shown = rows(contest.shown, shape, count)};
