@@ -52,6 +52,14 @@ TIRN_API uint32_t kesa_first_cpu(const struct kesa_cpumask* mask);
  * @safety MT-Safe race:mask, AS-Safe */
 TIRN_API uint32_t kesa_next_cpu(uint32_t n, const struct kesa_cpumask* mask);
 
+/*
+ * Sets the bits of a list of CPUs, items with commas between: a number, or a range such as 4-7. A range is cut at CPU
+ * 1023. `mask` holds 1024 bits in 16 words; those that are set stay. 0 if at least one item was good; -1 if none was,
+ * and for NULL.
+ * @safety MT-Safe race:mask, AS-Unsafe heap
+ */
+TIRN_API int kesa_cpum_parse_cpumask(const char* text, uint64_t* mask);
+
 TIRN_EXTERN_C_END
 
 #endif

@@ -76,6 +76,23 @@ struct kesa_thread_s {
   struct kesa_thread_switch switches[KESA_THREAD_SWITCHES]; /* the next one is written at switch_count modulo 3 */
 };
 
+/* Strategies: the priority and the CPUs of a kind of threads. */
+enum kesa_thread_strategy {
+  KESA_STRATEGY_DEFAULT = 0,
+  KESA_STRATEGY_CRITICAL = 1,
+  KESA_STRATEGY_CTRL = 2,
+  KESA_STRATEGY_MANAGE = 3,
+  KESA_STRATEGY_IO = 4,
+  KESA_STRATEGY_BACKGROUND = 5,
+  KESA_STRATEGY_COUNT = 6,
+};
+
+/* What a strategy is set up from. */
+typedef struct KesaThreadStrategyCfg {
+  uint32_t prio;       /* the nice value, as an int */
+  const char* cpumask; /* see kesa_cpum_parse_cpumask */
+} KesaThreadStrategyCfg;
+
 /* Lightweight contexts' stacks. */
 struct kesa_lwt_stack_ops {
   int (*is_lwt_stack)(uint64_t sp);                                  /* 0: the address lies on such a stack */
@@ -140,6 +157,8 @@ TIRN_API int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr)
 /*
  * Makes the pool, at most KESA_THREAD_SLOTS workers, once per process. A quarter of them is started here, the others
  * by one of the workers. The threads made so far; 0 for a count of 0, and when a pool was asked for before.
+ * A forked child has a pool without workers: a job that it gives there is never run, so it starts threads by
+ * create_thread_raw.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API uint32_t kesa_thread_pool_create(uint32_t count);
@@ -344,6 +363,38 @@ TIRN_API int kesa_thrd_getbindcpu_bypid(pid_t pid, cpu_set_t* set);
 /* Binds the calling thread to all configured CPUs.
  * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int kesa_thrd_bindAllCfgCpu(void);
+
+/*
+ * Strategies. None is valid until the process sets it up, which it does at its start, before its threads want them:
+ * until then they change nothing. Threads keep what they took when a strategy is set up again.
+ */
+
+/* Sets a strategy up. 0; -1 for an id that there is not, and for CPUs that cannot be read: the strategy is not valid
+ * then.
+ * @safety MT-Safe race:strategy, AS-Unsafe heap */
+TIRN_API int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg);
+
+/* Gives the calling thread a nice value. 0; -1 where the system refuses.
+ * @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_setCurThreadPrio(int prio);
+
+/* The same by level: 0 to 4 are the nice values -20, -15, 0, 10 and 15. 0, also for a higher level, which does
+ * nothing; -1 where the system refuses.
+ * @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_thrd_setprio(uint32_t level);
+
+/* Binds the calling thread to CPUs given as a text, see kesa_cpum_parse_cpumask. 0, or -1.
+ * @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_setCurThreadBind(const char* mask);
+
+/* Gives the calling thread a strategy: priority first, then CPUs. One that is not valid stands for the default one. 0,
+ * also where neither is valid, and for an id that there is not; -1 where priority or CPUs were refused.
+ * @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_setCurThreadStrategy(uint32_t id);
+
+/* Prints the strategies, one to a line, with the first 256 CPUs. Always 0.
+ * @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_showThreadStrategyDbg(kesa_print_fn print);
 
 /* Copies the process's name as of the first call, at most len - 1 characters. 0; -1 where it cannot be read (a later
  * call tries again) or copied.

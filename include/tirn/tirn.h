@@ -2,6 +2,7 @@
 #ifndef TIRN_TIRN_H
 #define TIRN_TIRN_H
 
+#include "tirn/affinity.h"
 #include "tirn/base.h"
 #include "tirn/bitops.h"
 #include "tirn/cpumask.h"
@@ -12,9 +13,12 @@
 #include "tirn/mem.h"
 #include "tirn/percpu_posix.h"
 #include "tirn/process.h"
+#include "tirn/sched.h"
+#include "tirn/semaphore.h"
 #include "tirn/shm.h"
 #include "tirn/smp.h"
 #include "tirn/syscall.h"
 #include "tirn/thread.h"
+#include "tirn/wait.h"
 
 #endif

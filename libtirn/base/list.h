@@ -2,6 +2,8 @@
 #ifndef TIRN_BASE_LIST_H
 #define TIRN_BASE_LIST_H
 
+#include <atomic>
+
 #include "libtirn/base/log.h"
 #include "tirn/base.h"
 
@@ -19,11 +21,14 @@ inline void init(Link* head) {
 
 inline bool is_empty(const Link* head) { return head->next == head; }
 
+// Relaxed: is_detached may look at a link while its neighbours change.
+inline void set(Link*& place, Link* link) { std::atomic_ref(place).store(link, std::memory_order_relaxed); }
+
 inline void insert_between(Link* link, Link* prev, Link* next) {
-  next->prev = link;
-  link->next = next;
-  link->prev = prev;
-  prev->next = link;
+  set(next->prev, link);
+  set(link->next, next);
+  set(link->prev, prev);
+  set(prev->next, link);
 }
 
 inline void push_front(Link* head, Link* link) { insert_between(link, head, head->next); }
@@ -36,6 +41,17 @@ inline void remove(Link* link) {
   link->next = KESA_LIST_POISON_NEXT;
   link->prev = KESA_LIST_POISON_PREV;
 }
+
+// Takes a link off its list and links it to itself. Release: whoever sees that by is_detached, without the list's lock,
+// may give the link's memory up.
+inline void detach(Link* link) {
+  set(link->next->prev, link->prev);
+  set(link->prev->next, link->next);
+  set(link->prev, link);
+  std::atomic_ref(link->next).store(link, std::memory_order_release);
+}
+
+inline bool is_detached(Link* link) { return std::atomic_ref(link->next).load(std::memory_order_acquire) == link; }
 
 // The checks (internal to each file, whose name their lines bear) of a link that is about to be relinked. Lines bear `function`, the name of whoever relinks;
 // `print_element(link)` shows the element of each link concerned. Nothing is repaired, and the caller goes on.

@@ -2,9 +2,11 @@
 
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
+#include "tirn/affinity.h"
 #include "tirn/cpumask.h"
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
+#include "tirn/sched.h"
 #include "tirn/smp.h"
 #include "tirn/thread.h"
 
@@ -32,10 +34,12 @@ constexpr StartStep kStartSteps[] = {
     {pid_init_names, nullptr, false},
     {name_this_module, nullptr, false},
     {kesa_thrd_setpid_accl, nullptr, false},
+    {kesa_sched_init, nullptr, false},
     {cpumask_init, nullptr, false},
     {globalCpuNum_init, nullptr, false},
     {kesa_gettime_init, "Kesa time initialize failed.", true},
     {kesa_thrd_module_init, nullptr, false},
+    {kesa_affinity_init, "Kesa affinity initialize failed.", false},
 };
 // clang-format on
 

@@ -1,8 +1,8 @@
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
-#include "libtirn/base/sleep.h"
 #include "tirn/lock.h"
+#include "tirn/sched.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ inline void take_in_bursts(Attempt attempt) {
         return;
       }
     }
-    tirn::sleep_microseconds(kSleep);
+    kesa_usleep(kSleep);
   }
 }
 

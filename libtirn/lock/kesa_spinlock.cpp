@@ -2,9 +2,9 @@
 
 #include "libtirn/arch/arch.h"
 #include "libtirn/base/result.h"
-#include "libtirn/base/sleep.h"
 #include "tirn/jiffies.h"
 #include "tirn/lock.h"
+#include "tirn/sched.h"
 
 static_assert(sizeof(kesa_spinlock) == 24 && offsetof(kesa_spinlock, owner) == 16);
 
@@ -50,7 +50,7 @@ __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, co
       if ((g_flags.load(std::memory_order_relaxed) & KESA_SPINLOCK_FLAG_DUMP) != 0) {
         debug_dump_stack(kFramesOfTheWaiter);
       }
-      tirn::give_up_processor();
+      kesa_schedule();
     }
 }
 

@@ -6,6 +6,8 @@
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/syscall/stream.h"
+#include "tirn/sched.h"
+#include "tirn/sched.h"
 #include "tirn/thread.h"
 
 namespace {
@@ -80,7 +82,7 @@ void* serve_client(void* argument) {
     TIRN_ERROR("Param error: null pointer.\n");
     return nullptr;
   }
-  kesa_thrd_setname("syscall_do_thr");
+  kesa_set_process_name("syscall_do_thr");
   while (serve_request(client)) {
   }
   return nullptr;
@@ -112,7 +114,7 @@ void* accept_clients(void*) {
   if (!service) {
     return nullptr;
   }
-  kesa_thrd_setname("syscall_thr");
+  kesa_set_process_name("syscall_thr");
   for (;;) {
     Fd client(accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!client) {

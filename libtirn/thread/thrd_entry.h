@@ -13,8 +13,7 @@ void end_thread(kesa_thread_s* record);
 // The same for a thread whose function may have given the record back by itself: nothing then, as it may be another's.
 void end_if_ours(void* record);
 
-// Strategy 0 is to be applied here to the calling thread. As long as no strategy is set up, it changes nothing.
-inline void apply_default_strategy() {}
+inline void apply_default_strategy() { kesa_setCurThreadStrategy(KESA_STRATEGY_DEFAULT); }
 
 // Entries for pthread_create, with the thread's record as argument.
 void* default_entry(void* argument);

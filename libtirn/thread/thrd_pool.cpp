@@ -1,6 +1,4 @@
 // Threads that are started beforehand: giving one a job is a hand-over to a sleeping worker.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include "libtirn/thread/thrd_create.h"
 #include "libtirn/thread/thrd_entry.h"
 #include "libtirn/thread/thrd_table.h"
+#include "tirn/sched.h"
 
 namespace {
 
@@ -162,9 +161,9 @@ uint32_t kesa_thread_pool_destroy() {
   if (g_size.load(std::memory_order_relaxed) == 0) {
     return 0;
   }
-  constexpr useconds_t kPause = 10000;
+  constexpr uint32_t kPause = 10;  // milliseconds
   const uint32_t first = wake_workers();
-  usleep(kPause);
+  kesa_msleep(kPause);
   const uint32_t second = wake_workers();
   TIRN_INFO("TBA:res1 %d, res2 %d.", static_cast<int>(first), static_cast<int>(second));
   return second;

@@ -19,6 +19,12 @@ constexpr Stop kStops[] = {
     {"A private call", "From the caller through the command word to the kernel side, and back with the result.",
      show_private_call},
     {"The loopback service", "A command registered in one process, called from another.", show_service},
+    {"Threads", "Strategies (a nice value and CPUs), and the table of threads with what each has taken.",
+     show_threads},
+    {"The pool", "Short jobs, on a new thread each and on workers that wait for them.", show_pool},
+    {"Locks", "What those who use them wrongly, or for long, find in the log.", show_locks},
+    {"Order of arrival", "Eight threads wait for a semaphore, one after the other, and are let go one by one.",
+     show_order},
 };
 
 // The library's log lines stand in the page, set off from what the tour prints itself.

@@ -17,6 +17,10 @@ bool show_start_up();
 bool show_memory();
 bool show_clocks();
 bool show_cpus();
+bool show_threads();
+bool show_pool();
+bool show_locks();
+bool show_order();
 bool show_private_call();
 bool show_service();
 

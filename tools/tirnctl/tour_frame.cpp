@@ -16,10 +16,15 @@ struct TimedStep {
 };
 
 constexpr TimedStep kSteps[] = {
-    {"kesa_glibc_init", kesa_glibc_init},     {"jiffies_usr_main", jiffies_usr_main},
-    {"jiffies_Init", jiffies_Init},           {"pid_init_names", pid_init_names},
-    {"cpumask_init", cpumask_init},           {"globalCpuNum_init", globalCpuNum_init},
+    {"kesa_glibc_init", kesa_glibc_init},
+    {"jiffies_usr_main", jiffies_usr_main},
+    {"jiffies_Init", jiffies_Init},
+    {"pid_init_names", pid_init_names},
+    {"kesa_sched_init", kesa_sched_init},
+    {"cpumask_init", cpumask_init},
+    {"globalCpuNum_init", globalCpuNum_init},
     {"kesa_gettime_init", kesa_gettime_init},
+    {"kesa_affinity_init", kesa_affinity_init},
 };
 
 double microseconds_since(uint64_t start) { return static_cast<double>(now() - start) / 1000; }

@@ -1,0 +1,147 @@
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+
+#include "libtirn/base/list.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "tirn/sched.h"
+#include "tirn/semaphore.h"
+
+namespace {
+
+constexpr int64_t kJiffy = 4;  // milliseconds
+constexpr int64_t kForever = INT64_MAX;
+constexpr uint32_t kWaiting = 1;
+constexpr uint32_t kServed = 0;
+
+enum class Mode { kInterruptible = 1, kUninterruptible = 2 };
+
+// On the sleeper's stack. The link comes first, so that it stands for the waiter in the list.
+struct Waiter {
+  kesa_list_head link;
+  uint32_t tid;
+  uint32_t state;  // read by the kernel side while it sleeps; written under the semaphore's lock
+};
+
+std::atomic_ref<uint32_t> state_of(Waiter& waiter) { return std::atomic_ref(waiter.state); }
+
+Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link); }
+
+unsigned long long address_of(const void* object) { return reinterpret_cast<uintptr_t>(object); }
+
+// The line for those who look after the node goes to module 0, whatever its level; then the library's own.
+#define TELL_WAKE_UP(infra, own, ...)                      \
+  do {                                                     \
+    TIRN_LOG_ALWAYS(0, ::tirn::kInfo, infra, __VA_ARGS__); \
+    TIRN_INFO(own, __VA_ARGS__);                           \
+  } while (0)
+
+// Waits with the lock held, which it gives up while it sleeps.
+int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
+  Waiter waiter{{}, static_cast<uint32_t>(gettid()), kWaiting};
+  tirn::list::push_back(&sem.waiters, &waiter.link);
+  while (true) {
+    kesa_spinlock_unlock(&sem.lock);
+    const int64_t rest = kesa_wait_comm(&waiter.state, timeout);
+    kesa_spinlock_lock(&sem.lock);
+    // First of all: a unit that came together with a signal or the end of the time is not lost.
+    if (state_of(waiter).load(std::memory_order_relaxed) == kServed) {
+      return tirn::kOk;
+    }
+    if (rest == 0) {
+      tirn::list::detach(&waiter.link);
+      return -ENODATA;
+    }
+    if (mode == Mode::kInterruptible) {
+      tirn::list::detach(&waiter.link);
+      return -EINTR;
+    }
+  }
+}
+
+int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
+  int result = tirn::kOk;
+  kesa_spinlock_lock(&sem.lock);
+  if (sem.count >= 1) {
+    --sem.count;
+  } else {
+    result = down_common_inner(sem, mode, timeout);
+  }
+  kesa_spinlock_unlock(&sem.lock);
+  return result;
+}
+
+// Frees a unit, or hands it to the oldest waiter: that one's thread, which is to be woken, or 0.
+uint32_t give_unit(kesa_sem_enhance& sem) {
+  uint32_t tid = 0;
+  kesa_spinlock_lock(&sem.lock);
+  if (tirn::list::is_empty(&sem.waiters)) {
+    ++sem.count;
+  } else {
+    Waiter& waiter = waiter_of(sem.waiters.next);
+    tid = waiter.tid;
+    tirn::list::detach(&waiter.link);
+    // Release: pairs with the kernel side's look at the word. The waiter still needs the lock before it goes.
+    state_of(waiter).store(kServed, std::memory_order_release);
+  }
+  kesa_spinlock_unlock(&sem.lock);
+  return tid;
+}
+
+}  // namespace
+
+int kesa_sem_enhance_init(kesa_sem_enhance* sem, uint32_t count) {
+  kesa_spinlock_init(&sem->lock);
+  sem->count = static_cast<int32_t>(count);
+  tirn::list::init(&sem->waiters);
+  return tirn::kOk;
+}
+
+void kesa_sem_enhance_down(kesa_sem_enhance* sem) { down(*sem, Mode::kUninterruptible, kForever); }
+
+int kesa_sem_enhance_down_interruptible(kesa_sem_enhance* sem) { return down(*sem, Mode::kInterruptible, kForever); }
+
+int kesa_sem_enhance_down_timeout(kesa_sem_enhance* sem, int64_t timeout) {
+  return down(*sem, Mode::kInterruptible, timeout / kJiffy);
+}
+
+int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
+  const uint32_t tid = give_unit(*sem);
+  int result = tid != 0 ? kesa_wake_up_process(tid) : 0;
+  if (result == 0) {
+    return 0;
+  }
+  TELL_WAKE_UP("[Infra]Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
+               "Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
+  // The waiter, which may have no timeout, has no other way of being woken.
+  while (result == EAGAIN) {
+    result = kesa_wake_up_process(tid);
+    if (result == 0) {
+      TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) sucess.",
+                   "Retry wake up sem(0x%llx) waiter tid(%u) sucess.", address_of(sem), tid);
+      return 0;
+    }
+    kesa_usleep(1);
+  }
+  TELL_WAKE_UP("[Infra]Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
+               "Retry wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
+  return result;
+}
+
+int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return tirn::kOk; }
+
+void kesa_sem_enhance_show(kesa_sem_enhance* sem) {
+  kesa_spinlock_lock(&sem->lock);
+  TIRN_INFO("TBTIRN:sem 0x%llx cnt %d", address_of(sem), sem->count);
+  for (kesa_list_head* link = sem->waiters.next; link != &sem->waiters; link = link->next) {
+    Waiter& waiter = waiter_of(link);
+    TIRN_INFO("TBTIRN:sem %p cnt %d waiterTid %d status %d cur 0x%llx next 0x%llx pre 0x%llx",
+              static_cast<void*>(sem), sem->count, static_cast<int>(waiter.tid),
+              static_cast<int>(state_of(waiter).load(std::memory_order_relaxed)), address_of(link),
+              address_of(link->next), address_of(link->prev));
+  }
+  kesa_spinlock_unlock(&sem->lock);
+}

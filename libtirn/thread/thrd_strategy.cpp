@@ -1,0 +1,145 @@
+// Strategies: what priority and which CPUs a kind of threads has.
+#include <sys/resource.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "tirn/cpumask.h"
+#include "tirn/thread.h"
+
+namespace {
+
+constexpr uint32_t kValid = 1;
+constexpr size_t kWords = sizeof(cpu_set_t) / sizeof(uint64_t);
+
+// Plain words: set up at start, and read by threads for themselves.
+struct ThreadStrategy {
+  std::atomic<uint32_t> flags;  // the release of kValid publishes the rest
+  std::atomic<int> prio;
+  std::atomic<uint64_t> cpumask[kWords];
+};
+
+constinit ThreadStrategy g_strategies[KESA_STRATEGY_COUNT]{};
+constexpr const char* kNames[KESA_STRATEGY_COUNT] = {"Default", "Critical", "Ctrl", "Manage", "IO", "BackGroud"};
+
+// A set of CPUs as words, for the parser.
+struct CpuSet {
+  uint64_t words[kWords]{};
+  cpu_set_t as_cpu_set() const {
+    cpu_set_t set;
+    std::memcpy(&set, words, sizeof set);
+    return set;
+  }
+};
+static_assert(sizeof(CpuSet) == sizeof(cpu_set_t));
+
+CpuSet cpus_of(const ThreadStrategy& strategy) {
+  CpuSet set;
+  for (size_t i = 0; i < kWords; ++i) {
+    set.words[i] = strategy.cpumask[i].load(std::memory_order_relaxed);
+  }
+  return set;
+}
+
+void store_cpus(ThreadStrategy& strategy, const CpuSet& set) {
+  for (size_t i = 0; i < kWords; ++i) {
+    strategy.cpumask[i].store(set.words[i], std::memory_order_relaxed);
+  }
+}
+
+bool is_valid(const ThreadStrategy& strategy) {
+  return (strategy.flags.load(std::memory_order_acquire) & kValid) != 0;
+}
+
+// One that was not set up stands for the default one; nullptr where that was not set up either.
+const ThreadStrategy* strategy_in_force(uint32_t id) {
+  if (id >= KESA_STRATEGY_COUNT) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_getValidThreadAttr", "Invalid thread strategy %d.",
+                static_cast<int>(id));
+    return nullptr;
+  }
+  const ThreadStrategy* const strategy = is_valid(g_strategies[id]) ? &g_strategies[id] : g_strategies;
+  return is_valid(*strategy) ? strategy : nullptr;
+}
+
+}  // namespace
+
+int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
+  if (id >= KESA_STRATEGY_COUNT) {
+    TIRN_INFO("Invalid thread strategy %d.", static_cast<int>(id));
+    return tirn::kFail;
+  }
+  if (cfg == nullptr) {
+    return tirn::kFail;
+  }
+  ThreadStrategy& strategy = g_strategies[id];
+  strategy.flags.fetch_and(~kValid, std::memory_order_relaxed);
+  strategy.prio.store(static_cast<int>(cfg->prio), std::memory_order_relaxed);
+  CpuSet set;
+  store_cpus(strategy, set);
+  if (kesa_cpum_parse_cpumask(cfg->cpumask, set.words) != tirn::kOk) {
+    TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask);
+    return tirn::kFail;
+  }
+  store_cpus(strategy, set);
+  strategy.flags.fetch_or(kValid, std::memory_order_release);
+  return tirn::kOk;
+}
+
+int kesa_setCurThreadPrio(int prio) {
+  // Linux gives each thread a nice value of its own; 0 is the calling one.
+  if (setpriority(PRIO_PROCESS, 0, prio) != 0) {
+    TIRN_LIMITED(tirn::kInfo, tirn::kWarning, tirn::kInfo, "Set thread prio fail %d, errno %d.", prio, errno);
+    return tirn::kFail;
+  }
+  return tirn::kOk;
+}
+
+int kesa_thrd_setprio(uint32_t level) {
+  constexpr int kNiceValues[] = {-20, -15, 0, 10, 15, 20};
+  constexpr uint32_t kLastLevel = 4;  // the value 20 is never given
+  return level <= kLastLevel ? kesa_setCurThreadPrio(kNiceValues[level]) : tirn::kOk;
+}
+
+int kesa_setCurThreadBind(const char* mask) {
+  CpuSet set;
+  if (kesa_cpum_parse_cpumask(mask, set.words) != tirn::kOk) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_thrd_setbindcpustr",
+                "Bind thread:%lu to cpu:%s fail, invalid cpu mask.", pthread_self(), mask);
+    return tirn::kFail;
+  }
+  const cpu_set_t cpus = set.as_cpu_set();
+  return kesa_thrd_setbindcpu(pthread_self(), &cpus);
+}
+
+int kesa_setCurThreadStrategy(uint32_t id) {
+  const ThreadStrategy* const strategy = strategy_in_force(id);
+  if (strategy == nullptr) {
+    return tirn::kOk;
+  }
+  const cpu_set_t cpus = cpus_of(*strategy).as_cpu_set();
+  if (kesa_setCurThreadPrio(strategy->prio.load(std::memory_order_relaxed)) != tirn::kOk ||
+      kesa_thrd_setbindcpu(pthread_self(), &cpus) != tirn::kOk) {
+    TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Set thread strategy %d fail.", static_cast<int>(id));
+    return tirn::kFail;
+  }
+  if (m_current_thread != nullptr) {  // kesa_thrd_list may be reading
+    std::atomic_ref(m_current_thread->strategy).store(static_cast<int32_t>(id), std::memory_order_relaxed);
+  }
+  return tirn::kOk;
+}
+
+int kesa_showThreadStrategyDbg(kesa_print_fn print) {
+  print("%-10s %-10s %-4s %-s\n", "Strategy", "Flags", "Prio", "CpuMask");
+  for (size_t i = 0; i < KESA_STRATEGY_COUNT; ++i) {
+    const ThreadStrategy& strategy = g_strategies[i];
+    const CpuSet set = cpus_of(strategy);
+    print("%-10s 0x%08x %-4d 0x%016lx %016lx %016lx %016lx\n", kNames[i],
+          strategy.flags.load(std::memory_order_relaxed), strategy.prio.load(std::memory_order_relaxed), set.words[0],
+          set.words[1], set.words[2], set.words[3]);
+  }
+  return tirn::kOk;
+}

@@ -1,0 +1,69 @@
+#include <atomic>
+
+#include "libtirn/base/list.h"
+#include "libtirn/base/result.h"
+#include "tirn/sched.h"
+#include "tirn/wait.h"
+
+namespace {
+
+constexpr uint32_t kWaiting = 1;
+constexpr uint32_t kWoken = 0;
+constexpr uint32_t kPause = 10;  // microseconds between two tries of the lock
+
+std::atomic_ref<uint32_t> state_of(kesa_wait_queue_entry& entry) { return std::atomic_ref(entry.state); }
+
+kesa_wait_queue_entry& entry_of(kesa_list_head* link) {
+  return *reinterpret_cast<kesa_wait_queue_entry*>(reinterpret_cast<char*>(link) -
+                                                   offsetof(kesa_wait_queue_entry, link));
+}
+
+}  // namespace
+
+int prepare_to_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
+  kesa_spinlock_lock(&head->lock);
+  state_of(*entry).store(kWaiting, std::memory_order_relaxed);
+  if (tirn::list::is_detached(&entry->link)) {
+    tirn::list::push_front(&head->list, &entry->link);
+  }
+  kesa_spinlock_unlock(&head->lock);
+  return tirn::kOk;
+}
+
+void before_wait() {}
+
+int sched_wait(kesa_wait_queue_entry* entry) { return kesa_wait_interruptible(&entry->state); }
+
+int64_t sched_wait_timeout(kesa_wait_queue_entry* entry, int64_t timeout) {
+  return kesa_wait_comm(&entry->state, timeout);
+}
+
+void finish_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
+  while (!tirn::list::is_detached(&entry->link)) {
+    if (kesa_spinlock_trylock(&head->lock) == 0) {
+      kesa_usleep(kPause);
+      continue;
+    }
+    if (!tirn::list::is_detached(&entry->link)) {
+      tirn::list::detach(&entry->link);
+    }
+    state_of(*entry).store(kWoken, std::memory_order_relaxed);
+    kesa_spinlock_unlock(&head->lock);
+  }
+}
+
+// The detaching comes last: the waiter may see it without the lock, and then the entry is gone.
+void __wake_up(kesa_wait_queue_head* head) {  // NOLINT(bugprone-reserved-identifier): the name that callers know
+  kesa_spinlock_lock(&head->lock);
+  while (!tirn::list::is_empty(&head->list)) {
+    kesa_wait_queue_entry& entry = entry_of(head->list.next);
+    const uint32_t tid = entry.tid;
+    // Release: pairs with the kernel side's look at the word.
+    state_of(entry).store(kWoken, std::memory_order_release);
+    kesa_wake_up_process(tid);
+    tirn::list::detach(&entry.link);
+  }
+  kesa_spinlock_unlock(&head->lock);
+}
+
+int autoremove_wake_function() { return tirn::kOk; }

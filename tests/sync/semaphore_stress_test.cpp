@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "support/wait_until.h"
+#include "sync/waiters.h"
+#include "tirn/jiffies.h"
+#include "tirn/sched.h"
+#include "tirn/thread.h"
+#include "tirn/wait.h"
+
+using namespace tirn::test;
+
+namespace {
+
+constexpr size_t kThreads = 4;
+
+// Signals at all threads that it is told of, wake-ups among them, until it goes.
+class Rain {
+ public:
+  Rain() {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    thread_ = std::thread([this] {
+      for (unsigned i = 0; !is_over_; ++i) {
+        if (const int tid = tids_[i % kThreads]; tid != 0) {
+          syscall(SYS_tgkill, getpid(), tid, i / kThreads % 2 == 0 ? SIGUSR1 : SIGWAKEUP);
+        }
+        kesa_usleep(50);
+      }
+    });
+  }
+  ~Rain() {
+    is_over_ = true;
+    thread_.join();
+  }
+  void fall_on_this_thread(size_t place) { tids_[place] = gettid(); }
+  void spare(size_t place) { tids_[place] = 0; }
+
+ private:
+  std::atomic<int> tids_[kThreads]{};
+  std::atomic<bool> is_over_{false};
+  std::thread thread_;
+};
+
+}  // namespace
+
+// Each round hands a unit to a waiter and one back: the one who waited longest must be the one that answers.
+TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
+  kesa_gettime_init();
+  constexpr int kRounds = 50000;
+  kesa_sem_enhance work, answer;
+  kesa_sem_enhance_init(&work, 0);
+  kesa_sem_enhance_init(&answer, 0);
+  std::atomic<uint32_t> served{0};
+  std::atomic<bool> is_over{false};
+  std::vector<std::thread> threads;
+  int out_of_order = 0;
+  {
+    Rain rain;
+    for (size_t i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&, i] {
+        rain.fall_on_this_thread(i);
+        while (kesa_sem_enhance_down(&work), !is_over) {
+          served = static_cast<uint32_t>(gettid());
+          kesa_sem_enhance_up(&answer);
+        }
+        rain.spare(i);
+      });
+    }
+    for (int round = 0; round < kRounds; ++round) {
+      uint32_t oldest = 0;
+      while (oldest == 0) {
+        oldest = oldest_waiter_of(work);
+      }
+      EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
+      kesa_sem_enhance_down(&answer);
+      out_of_order += served != oldest;
+    }
+    is_over = true;
+    for (size_t i = 0; i < kThreads; ++i) {
+      kesa_sem_enhance_up(&work);
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+  }
+  EXPECT_EQ(out_of_order, 0);
+  EXPECT_EQ(work.count, 0);
+  EXPECT_EQ(answer.count, 0);
+}
+
+// Units that arrive around the moment at which the waiter's time runs out are taken, or stay.
+TEST(SemaphoreStress, UnitsAtTheEdgeOfATimeout) {
+  kesa_gettime_init();
+  constexpr int kPairs = 16;
+  constexpr int kTries = 10000 / kPairs;
+  std::atomic<int> taken{0}, late{0}, lost{0};
+  std::vector<std::thread> pairs;
+  for (unsigned pair = 1; pair <= kPairs; ++pair) {
+    pairs.emplace_back([&, pair] {
+      kesa_sem_enhance sem, start;
+      kesa_sem_enhance_init(&sem, 0);
+      kesa_sem_enhance_init(&start, 0);
+      std::thread giver([&] {
+        std::minstd_rand random(pair);
+        for (int i = 0; i < kTries; ++i) {
+          kesa_sem_enhance_down(&start);
+          kesa_usleep(static_cast<uint32_t>(3300 + random() % 900));
+          kesa_sem_enhance_up(&sem);
+        }
+      });
+      for (int i = 0; i < kTries; ++i) {
+        kesa_sem_enhance_up(&start);
+        int result = kesa_sem_enhance_down_timeout(&sem, 4);
+        ++(result == 0 ? taken : late);
+        while (result == -ENODATA || result == -EINTR) {  // the signal of an earlier unit may come late
+          result = kesa_sem_enhance_down_timeout(&sem, 5000);
+          lost += result == -ENODATA;
+        }
+      }
+      giver.join();
+      lost += sem.count != 0;
+    });
+  }
+  for (std::thread& thread : pairs) {
+    thread.join();
+  }
+  EXPECT_EQ(lost, 0);
+  EXPECT_GT(taken, 0);
+  EXPECT_GT(late, 0);
+}
+
+// Waiters whose condition is set before the wake-up never sleep through it.
+TEST(SemaphoreStress, WaitQueueLosesNoWakeUp) {
+  kesa_gettime_init();
+  constexpr uint32_t kRounds = 3000;
+  kesa_wait_queue_head queue;
+  kesa_wait_queue_head_init(&queue);
+  std::atomic<uint32_t> round{0}, answers{0}, timeouts{0};
+  std::vector<std::thread> waiters;
+  for (size_t i = 0; i < kThreads; ++i) {
+    waiters.emplace_back([&] {
+      for (uint32_t next = 1; next <= kRounds; ++next) {
+        kesa_wait_queue_entry entry;
+        kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
+        while (prepare_to_wait(&queue, &entry), round < next) {
+          timeouts += sched_wait_timeout(&entry, 2500) == 0;
+        }
+        finish_wait(&queue, &entry);
+        ++answers;
+      }
+    });
+  }
+  for (uint32_t next = 1; next <= kRounds; ++next) {
+    round = next;
+    __wake_up(&queue);
+    ASSERT_TRUE(wait_until([&] { return answers == next * kThreads; })) << next;
+  }
+  for (std::thread& waiter : waiters) {
+    waiter.join();
+  }
+  EXPECT_EQ(timeouts, 0u);
+}

@@ -1,0 +1,242 @@
+#include "tirn/sched.h"
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <string>
+#include <thread>
+
+#include "support/imports.h"
+#include "support/kernel_side.h"
+#include "support/log_capture.h"
+#include "support/wait_until.h"
+#include "tirn/affinity.h"
+#include "tirn/cpumask.h"
+#include "tirn/jiffies.h"
+#include "tirn/thread.h"
+
+using namespace tirn::test;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+int nice_value() { return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid())); }
+
+cpu_set_t bound_cpus() {
+  cpu_set_t set;
+  kesa_thrd_getbindcpu(pthread_self(), &set);
+  return set;
+}
+
+bool is_bound_to(int cpu) {
+  const cpu_set_t set = bound_cpus();
+  return CPU_COUNT(&set) == 1 && CPU_ISSET(cpu, &set);
+}
+
+// A piece in a thread of its own that has a record: priorities cannot always be raised again.
+void in_thread(const std::function<void()>& piece) {
+  std::thread([&] {
+    kesa_thrd_setcurthreadinfo();
+    piece();
+    kesa_thrd_clearcurthreadinfo();
+  }).join();
+}
+
+int32_t strategy_taken() { return kesa_thrd_currentthreadinfo()->strategy; }
+
+std::string g_printed;
+int keep(const char* format, ...) {
+  char line[256];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  g_printed += line;
+  return length;
+}
+
+int a_cpu_of_ours() {
+  const cpu_set_t set = bound_cpus();
+  int cpu = 0;
+  while (!CPU_ISSET(cpu, &set)) {
+    ++cpu;
+  }
+  return cpu;
+}
+
+milliseconds time_of(const std::function<void()>& piece) {
+  const auto start = steady_clock::now();
+  piece();
+  return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+}
+
+}  // namespace
+
+TEST(ThreadStrategy, OneThatIsNotSetUpStandsForTheDefault) {
+  LogCapture log;
+  const int cpu = a_cpu_of_ours();
+  const std::string text = std::to_string(cpu);
+  in_thread([] {
+    EXPECT_EQ(kesa_setCurThreadStrategy(3), 0);
+    EXPECT_EQ(strategy_taken(), -1) << "no strategy is set up yet";
+  });
+  const KesaThreadStrategyCfg slow{7, text.c_str()}, slower{12, "x"};
+  EXPECT_EQ(kesa_initThreadStrategy(0, &slow), 0);
+  EXPECT_EQ(kesa_initThreadStrategy(3, &slower), -1);
+  EXPECT_EQ(kesa_initThreadStrategy(6, &slow), -1);
+  EXPECT_TRUE(log.has(6, "kesa_initThreadStrategy", "Invalid cpu mask info:x."));
+  in_thread([&] {
+    EXPECT_EQ(kesa_setCurThreadStrategy(6), 0);
+    EXPECT_TRUE(log.has(6, "kesa_getValidThreadAttr", "Invalid thread strategy 6."));
+    EXPECT_EQ(strategy_taken(), 0) << "adopted threads take the default one";
+    EXPECT_EQ(kesa_setCurThreadStrategy(3), 0);
+    EXPECT_EQ(strategy_taken(), 3);
+    EXPECT_EQ(nice_value(), 7);
+    EXPECT_TRUE(is_bound_to(cpu));
+  });
+  static std::atomic<int> nice_inside{-100};
+  const auto tell_nice = [](void*) -> void* {
+    nice_inside = nice_value();
+    return nullptr;
+  };
+  EXPECT_EQ(kesa_thrd_create(tell_nice, nullptr, nullptr), 0);
+  EXPECT_TRUE(wait_until([] { return nice_inside == 7; })) << nice_inside;
+  EXPECT_EQ(kesa_showThreadStrategyDbg(keep), 0);
+  EXPECT_NE(g_printed.find("Default    0x00000001 7    0x"), std::string::npos) << g_printed;
+  EXPECT_NE(g_printed.find("Manage     0x00000000 12   0x0000000000000000 "), std::string::npos) << g_printed;
+}
+
+TEST(ThreadStrategy, RefusedPriorityLeavesTheBindingAlone) {
+  LogCapture log;
+  const KesaThreadStrategyCfg cfg{5, "0"};
+  ASSERT_EQ(kesa_initThreadStrategy(1, &cfg), 0);
+  in_thread([&] {
+    const int32_t before = strategy_taken();
+    Imports imports(Object::library);
+    static int bindings;
+    imports.redirect("setpriority", reinterpret_cast<void*>(+[](int, id_t, int) { return errno = EACCES, -1; }));
+    imports.redirect("pthread_setaffinity_np",
+                     reinterpret_cast<void*>(+[](pthread_t, size_t, const cpu_set_t*) { return ++bindings, 0; }));
+    EXPECT_EQ(kesa_setCurThreadStrategy(1), -1);
+    EXPECT_EQ(kesa_thrd_setprio(0), -1);
+    EXPECT_EQ(bindings, 0);
+    EXPECT_EQ(strategy_taken(), before);
+  });
+  EXPECT_TRUE(log.has(4, "kesa_setCurThreadPrio", "Set thread prio fail 5, errno 13."));
+  EXPECT_TRUE(log.has(4, "kesa_setCurThreadPrio", "Set thread prio fail -20, errno 13."));
+  EXPECT_TRUE(log.has(6, "kesa_setCurThreadStrategy", "Set thread strategy 1 fail."));
+  in_thread([] {
+    EXPECT_EQ(kesa_thrd_setprio(3), 0);
+    EXPECT_EQ(nice_value(), 10);
+    EXPECT_EQ(kesa_thrd_setprio(5), 0);
+    EXPECT_EQ(nice_value(), 10);
+  });
+}
+
+TEST(CpuList, GoodItemsCountBesideBadOnes) {
+  LogCapture log;
+  uint64_t mask[16]{};
+  EXPECT_EQ(kesa_cpum_parse_cpumask("0-3,x,8", mask), 0);
+  EXPECT_EQ(mask[0], 0x10Fu);
+  EXPECT_TRUE(log.has(3, "kesa_cpum_parse_cpumask_as_list", "Parse cpu mask fail, invalid format:x,8"));
+  EXPECT_EQ(kesa_cpum_parse_cpumask("1020-2000", mask), 0);
+  EXPECT_EQ(mask[15], uint64_t{0xF} << 60);
+  EXPECT_EQ(kesa_cpum_parse_cpumask("3-1", mask), -1);
+  EXPECT_TRUE(log.has(3, "kesa_cpum_parse_cpumask_as_list", "Parse cpu mask 3-1 fail, end:1 is less than start:3"));
+  log.clear();
+  EXPECT_EQ(kesa_cpum_parse_cpumask("2000", mask), -1);
+  EXPECT_EQ(kesa_cpum_parse_cpumask(nullptr, mask), -1);
+  EXPECT_TRUE(log.texts().empty()) << log;
+  EXPECT_EQ(kesa_setCurThreadBind("none"), -1);
+  EXPECT_EQ(log.count(3, "Bind thread:* to cpu:none fail, invalid cpu mask."), 1u);
+}
+
+TEST(Sched, SleepsLastAndEndAtTheWakeUpSignal) {
+  kesa_gettime_init();
+  errno = 77;
+  EXPECT_GE(time_of([] { kesa_msleep(30); }), milliseconds(30));
+  EXPECT_GE(time_of([] { kesa_usleep(20000); }), milliseconds(20));
+  EXPECT_GE(time_of([] { kesa_10msleep(2); }), milliseconds(20));
+  EXPECT_GE(time_of([] { kesa_msleep(1030); }), milliseconds(1030));
+  EXPECT_GE(time_of([] { kesa_mdelay(10); }), milliseconds(10));
+  EXPECT_EQ(errno, 77);
+  std::atomic<int> tid{0};
+  std::atomic<int> ended{0};
+  std::thread sleeper([&] {
+    tid = gettid();
+    EXPECT_LT(time_of([] { EXPECT_EQ(kesa_msleep(20000), 0); }), milliseconds(15000));
+    ended = 1;
+  });
+  ASSERT_TRUE(wait_until([&] {
+    kesa_wake_up_process(static_cast<uint32_t>(tid));
+    return ended == 1;
+  }));
+  sleeper.join();
+  EXPECT_EQ(kesa_wake_up_process(static_cast<uint32_t>(getppid())), ESRCH);
+}
+
+TEST(Sched, HandlerThatCannotBeInstalledIsTriedAgain) {
+  LogCapture log;
+  {
+    Imports imports(Object::library);
+    imports.redirect("sigaction",
+                     reinterpret_cast<void*>(+[](int, const void*, void*) { return errno = EINVAL, -1; }));
+    EXPECT_EQ(kesa_sched_init(), -1);
+  }
+  const std::string text = "signal SIGWAKEUP(" + std::to_string(SIGRTMAX - 4) + ") fail errno(22)";
+  EXPECT_EQ(log.count(3, text), 1u) << log;
+  EXPECT_EQ(kesa_wake_up_process(static_cast<uint32_t>(gettid())), 0) << "the signal would kill without its handler";
+  EXPECT_EQ(kesa_sched_init(), -1) << "the first result is kept";
+  EXPECT_EQ(log.count(3, "sched init fail s_sched_init(-1)"), 2u);
+}
+
+TEST(Sched, WaitAsksTheKernelSideAndTellsTheRest) {
+  KernelSide kernel;
+  kernel.watch(0x800);
+  uint32_t word = 1;
+  EXPECT_EQ(kesa_wait_comm(&word, 0), 0);
+  EXPECT_EQ(kesa_wait_comm(&word, -5), 0);
+  EXPECT_EQ(kernel.calls(0x800), 0u);
+  EXPECT_GE(time_of([&] { EXPECT_EQ(kesa_wait_comm(&word, 5), 0); }), milliseconds(20));
+  EXPECT_EQ(KernelSide::last_word(0x800), 0x17D00000800u);
+  word = 0;
+  EXPECT_GT(kesa_wait_comm(&word, 250), 200);
+  EXPECT_EQ(kesa_wait_interruptible(&word), -1);
+  kernel.failing(0x800, ENOSYS);
+  word = 1;
+  EXPECT_EQ(kesa_wait_comm(&word, 250), 0) << "a kernel side without the call looks like a timeout";
+}
+
+TEST(Sched, BindsToOneCpuThatIsThere) {
+  LogCapture log;
+  const int cpu = a_cpu_of_ours();
+  in_thread([&] {
+    EXPECT_EQ(kesa_sched_setaffinity(static_cast<uint64_t>(cpu)), 0);
+    EXPECT_TRUE(is_bound_to(cpu));
+    EXPECT_EQ(kesa_sched_setaffinity(static_cast<uint64_t>(sysconf(_SC_NPROCESSORS_CONF))), -1);
+    EXPECT_EQ(my_core, cpu);
+    EXPECT_EQ(log.count(3, "cpu num overstep, current only has * cpu"), 1u);
+    kesa_set_process_name("bound%d");
+    EXPECT_STREQ(std::string(kesa_thrd_getname(), 5).c_str(), "bound");
+  });
+}
+
+TEST(Affinity, ListsOfNumbersAndLevelsThatAreNot) {
+  char text[] = "1,5,2000,x,-1,,17";
+  kesa_affinity_level level{};
+  EXPECT_EQ(kesa_parse_affinity_value(text, &level), 0);
+  EXPECT_EQ(CPU_COUNT(&level.cpus), 3);
+  EXPECT_TRUE(CPU_ISSET(1, &level.cpus) && CPU_ISSET(5, &level.cpus) && CPU_ISSET(17, &level.cpus));
+  EXPECT_EQ(kesa_parse_affinity_level(nullptr, &level), -1);
+  EXPECT_EQ(kesa_affinity_init(), 0);
+  EXPECT_EQ(CPU_COUNT(&g_affinityLevel_1.cpus), 0) << "this process has no level";
+  EXPECT_EQ(kesa_set_thread_affinity(pthread_self(), "affinity_level_1"), 0);
+  EXPECT_EQ(kesa_set_thread_affinity(pthread_self(), nullptr), -1);
+  EXPECT_EQ(kesa_get_affinity_entity(""), &g_affinityLevel_1);
+}

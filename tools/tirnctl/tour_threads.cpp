@@ -1,0 +1,167 @@
+#include <pthread.h>
+#include <tirn/tirn.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+
+#include "tour.h"
+
+namespace tirnctl {
+namespace {
+
+constexpr uint32_t kJobs = 1000;
+
+int print_indented(const char* format, ...) {
+  std::printf("    ");
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vprintf(format, arguments);
+  va_end(arguments);
+  return length;
+}
+
+// Jobs and waiters say here that they are through.
+kesa_sem_enhance g_done;
+
+bool wait_for(uint32_t count) {
+  for (uint32_t i = 0; i < count; ++i) {
+    if (kesa_sem_enhance_down_timeout(&g_done, 10000) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void* short_job(void*) {
+  kesa_sem_enhance_up(&g_done);
+  return nullptr;
+}
+
+void* io_thread(void* name) {
+  kesa_setCurThreadStrategy(KESA_STRATEGY_IO);
+  kesa_thrd_setname("%s", static_cast<const char*>(name));
+  kesa_sem_enhance_up(&g_done);
+  kesa_msleep(50);
+  return nullptr;
+}
+
+// Microseconds a job, one after the other; 0 where one was not run.
+template <typename Start>
+double time_of_a_job(Start start) {
+  const uint64_t begin = now();
+  for (uint32_t i = 0; i < kJobs; ++i) {
+    if (start() != 0 || !wait_for(1)) {
+      return 0;
+    }
+  }
+  return static_cast<double>(now() - begin) / 1000 / kJobs;
+}
+
+// Holds the lock while another thread waits for more than the time that it spins.
+kesa_spinlock g_lock;
+void* contender(void*) {
+  kesa_spinlock_lock(&g_lock);
+  kesa_spinlock_unlock(&g_lock);
+  kesa_sem_enhance_up(&g_done);
+  return nullptr;
+}
+
+kesa_sem_enhance g_turn;
+std::atomic<int> g_order[8];
+std::atomic<uint32_t> g_released{0};
+
+void* queue_up(void* number) {
+  kesa_sem_enhance_down(&g_turn);
+  g_order[g_released++] = static_cast<int>(reinterpret_cast<intptr_t>(number));
+  kesa_sem_enhance_up(&g_done);
+  return nullptr;
+}
+
+}  // namespace
+
+bool show_threads() {
+  kesa_sem_enhance_init(&g_done, 0);
+  const KesaThreadStrategyCfg usual{0, "0-1023"}, io{2, "0"};
+  if (kesa_initThreadStrategy(KESA_STRATEGY_DEFAULT, &usual) != 0 ||
+      kesa_initThreadStrategy(KESA_STRATEGY_IO, &io) != 0) {
+    return false;
+  }
+  kesa_showThreadStrategyDbg(print_indented);
+  static char names[2][16] = {"disk reader", "disk writer"};
+  if (kesa_thrd_create(io_thread, names[0], nullptr) != 0 || kesa_thrd_create(io_thread, names[1], nullptr) != 0 ||
+      !wait_for(2)) {
+    return false;
+  }
+  std::printf("\n");
+  kesa_thrd_list(print_indented, 0, 0, 0, 0);
+  kesa_msleep(60);
+  return true;
+}
+
+bool show_pool() {
+  const double started = time_of_a_job([] { return create_thread_raw(short_job, nullptr, nullptr); });
+  if (kesa_thread_pool_create(4) == 0) {
+    return false;
+  }
+  kesa_msleep(20);
+  const double pooled = time_of_a_job([] {
+    while (create_thread_from_thread_pool(short_job, nullptr, nullptr) != 0) {
+      kesa_yield();
+    }
+    return 0;
+  });
+  std::printf("    a thread for each of %u jobs  %7.1f us a job\n", kJobs, started);
+  std::printf("    a worker of the pool          %7.1f us a job\n", pooled);
+  return started > 0 && pooled > 0;
+}
+
+bool show_locks() {
+  kesa_spinlock_init(&g_lock);
+  kesa_spinlock_set_flags(KESA_SPINLOCK_FLAG_DUMP);
+  std::printf("    A thread waits for a plain spinlock: it sleeps after 100 us, and shows where it stands.\n");
+  kesa_spinlock_lock(&g_lock);
+  if (kesa_thrd_create(contender, nullptr, nullptr) != 0) {
+    return false;
+  }
+  kesa_usleep(700);
+  kesa_spinlock_unlock(&g_lock);
+  const bool is_through = wait_for(1);
+  kesa_spinlock_clear_flags(KESA_SPINLOCK_FLAG_DUMP);
+  std::printf("    A ticket lock is initialised while it is held, and used after it was destroyed.\n");
+  kesa_tspinlock ticket{};
+  kesa_tspinlock_init(&ticket);
+  kesa_tspinlock_lock(&ticket);
+  kesa_tspinlock_init(&ticket);
+  kesa_tspinlock_destroy(&ticket);
+  kesa_tspinlock_lock(&ticket);
+  kesa_tspinlock_unlock(&ticket);
+  return is_through;
+}
+
+bool show_order() {
+  constexpr int kWaiters = 8;
+  kesa_sem_enhance_init(&g_turn, 0);
+  for (intptr_t i = 1; i <= kWaiters; ++i) {
+    if (create_thread_raw(queue_up, reinterpret_cast<void*>(i), nullptr) != 0) {
+      return false;
+    }
+    kesa_msleep(3);
+  }
+  for (int i = 0; i < kWaiters; ++i) {
+    kesa_sem_enhance_up(&g_turn);
+    if (!wait_for(1)) {
+      return false;
+    }
+  }
+  std::printf("    came 1 2 3 4 5 6 7 8, were released");
+  bool is_in_order = true;
+  for (int i = 0; i < kWaiters; ++i) {
+    std::printf(" %d", g_order[i].load());
+    is_in_order &= g_order[i] == i + 1;
+  }
+  std::printf("\n");
+  return is_in_order;
+}
+
+}  // namespace tirnctl
