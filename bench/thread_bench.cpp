@@ -27,50 +27,41 @@ constexpr uint64_t kStarts = 15;  // in a repetition, which counts with the medi
 constexpr unsigned kPause = 300;  // us before each, so that workers sleep
 constexpr unsigned kPoolWorkers = 4;
 
-// What the job tells whoever started it.
+// What the job tells whoever started it, who is asleep meanwhile.
 struct Report {
-  std::atomic<uint64_t> began{0};
+  uint64_t began;
   sem_t done;
 };
 Report report;
 
-void* stamp(void*) {
-  report.began.store(now(), std::memory_order_release);
-  return nullptr;
-}
-
-void* post(void*) {
+void* tell(void*) {
+  report.began = now();
   sem_post(&report.done);
   return nullptr;
 }
 
-// From before the start to the job's first instruction. The starter spins, so that the job has the other core.
-uint64_t time_to_begin(void (*start)(peer_job job, void* arg)) {
-  report.began.store(0, std::memory_order_relaxed);
-  const uint64_t before = now();
-  start(stamp, nullptr);
-  uint64_t began = 0;
-  while ((began = report.began.load(std::memory_order_acquire)) == 0) {
-  }
-  return began - before;
-}
+// From before the start.
+struct Times {
+  uint64_t to_first_instruction;
+  uint64_t to_end;
+};
 
-// To when the starter, asleep meanwhile, knows that the job is done.
-uint64_t time_to_end(void (*start)(peer_job job, void* arg)) {
+Times time_start(void (*start)(peer_job job, void* arg)) {
   const uint64_t before = now();
-  start(post, nullptr);
+  start(tell, nullptr);
   while (sem_wait(&report.done) != 0) {
   }
-  return now() - before;
+  return {report.began - before, now() - before};
 }
 
-uint64_t time_to_join(void (*)(peer_job job, void* arg)) {
+Times time_join(void (*)(peer_job job, void* arg)) {
   const uint64_t before = now();
   pthread_t thread;
-  pthread_create(
-      &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
+  pthread_create(&thread, nullptr, tell, nullptr);
   pthread_join(thread, nullptr);
-  return now() - before;
+  const uint64_t end = now();
+  sem_wait(&report.done);
+  return {report.began - before, end - before};
 }
 
 void spin_for(unsigned microseconds) {
@@ -79,17 +70,18 @@ void spin_for(unsigned microseconds) {
   }
 }
 
-using TimeOne = uint64_t (*)(void (*start)(peer_job job, void* arg));
+using Figure = uint64_t Times::*;
+using TimeOne = Times (*)(void (*start)(peer_job job, void* arg));
 
 // Only losing the core against its will spoils the starter's repetition.
-Measure starts(TimeOne time_one, const peer_pool& pool) {
-  return [time_one, pool](uint64_t count) {
+Measure starts(Figure figure, const peer_pool& pool, TimeOne time_one) {
+  return [figure, pool, time_one](uint64_t count) {
     const Placement before = placement_now();
     std::vector<uint64_t> times(count);
     Sample sample = timed([&] {
       for (uint64_t& time : times) {
         spin_for(pool.pause);
-        time = time_one(pool.start);
+        time = time_one(pool.start).*figure;
         if (pool.settle != nullptr) {
           pool.settle();
         }
@@ -109,17 +101,21 @@ constexpr peer_pool kPool{"kesa_thrd_create, from the pool", start_in_pool, null
 constexpr peer_pool kPlain{"create_thread_raw", start_alone, nullptr, kPause};
 constexpr peer_pool kJoined{"pthread_create, pthread_join", nullptr, nullptr, kPause};
 
-Row row(TimeOne time_one, const peer_pool& pool) { return {pool.name, starts(time_one, pool), kStarts}; }
+Row row(Figure figure, const peer_pool& pool, TimeOne time_one = time_start) {
+  return {pool.name, starts(figure, pool, time_one), kStarts};
+}
 
-std::vector<Row> peers(TimeOne time_one, const std::vector<const char*>& names) {
+std::vector<Row> peers(Figure figure, const std::vector<const char*>& names) {
   std::vector<Row> rows;
   for (const char* const name : names) {
     if (const peer_pool* const pool = peer_pool_named(name); pool != nullptr) {
-      rows.push_back(row(time_one, *pool));
+      rows.push_back(row(figure, *pool));
     }
   }
   return rows;
 }
+constexpr Figure kToFirst = &Times::to_first_instruction;
+constexpr Figure kToEnd = &Times::to_end;
 constexpr char kBareWorker[] = "bare worker asleep on a sem_t";
 constexpr char kDetached[] = "pthread_create, detached";
 const std::vector<const char*> kQueues{kBareWorker, "GThreadPool", "uv_queue_work", "tbb::task_arena, enqueue"};
@@ -222,16 +218,14 @@ std::string bind_here() {
 
 const Family threads{[] {
   return std::vector<Group>{
-      group_of_starts("threads/pool_to_first_instruction", 1.2, row(time_to_begin, kPool),
-                      peers(time_to_begin, kQueues), {}),
-      group_of_starts("threads/pool_against_create", 0.45, row(time_to_begin, kPool),
-                      peers(time_to_begin, {kDetached}), {}),
-      group_of_starts("threads/pool_to_end", 1.2, row(time_to_end, kPool), peers(time_to_end, kQueues),
-                      {row(time_to_join, kJoined)}),
-      group_of_starts("threads/plain_to_first_instruction", 1.3, row(time_to_begin, kPlain),
-                      peers(time_to_begin, {kDetached}), {}),
-      group_of_starts("threads/plain_to_end", 1.3, row(time_to_end, kPlain), {row(time_to_join, kJoined)},
-                      peers(time_to_end, {kDetached})),
+      group_of_starts("threads/pool_to_first_instruction", 1.2, row(kToFirst, kPool), peers(kToFirst, kQueues), {}),
+      group_of_starts("threads/pool_against_create", 0.45, row(kToFirst, kPool), peers(kToFirst, {kDetached}), {}),
+      group_of_starts("threads/pool_to_end", 1.2, row(kToEnd, kPool), peers(kToEnd, kQueues),
+                      {row(kToEnd, kJoined, time_join)}),
+      group_of_starts("threads/plain_to_first_instruction", 1.3, row(kToFirst, kPlain), peers(kToFirst, {kDetached}),
+                      {}),
+      group_of_starts("threads/plain_to_end", 1.3, row(kToEnd, kPlain), {row(kToEnd, kJoined, time_join)},
+                      peers(kToEnd, {kDetached})),
       lookup<10>(),
       lookup<500>(),
       lookup<2000>(),
