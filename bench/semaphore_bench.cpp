@@ -43,12 +43,19 @@ enum class Wake { kFutex, kFutexAndSignal, kSignal };
 template <Wake kWake>
 struct BareFutex {
   void down() {
-    while (word.exchange(0) == 0) {
-      syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+    uint32_t unit = kUnit;
+    if (word.compare_exchange_strong(unit, kNone)) {
+      return;
     }
+    while (word.exchange(kAwaited) != kUnit) {
+      syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, kAwaited, nullptr, nullptr, 0);
+    }
+    word.store(kNone);
   }
   void up(pid_t waiter) {
-    word.store(1);
+    if (word.exchange(kUnit) != kAwaited) {
+      return;
+    }
     if (kWake != Wake::kSignal) {
       syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
     }
@@ -56,7 +63,10 @@ struct BareFutex {
       syscall(SYS_tgkill, getpid(), waiter, SIGRTMIN);
     }
   }
-  std::atomic<uint32_t> word{0};
+  static constexpr uint32_t kNone = 0;
+  static constexpr uint32_t kUnit = 1;
+  static constexpr uint32_t kAwaited = 2;
+  std::atomic<uint32_t> word{kNone};
 };
 
 std::optional<AwakeCores> awake;
