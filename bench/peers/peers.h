@@ -1,4 +1,5 @@
-/* The peers that have no library of their own: plain ways to do the same, each behind a call. */
+/* The peers that are not called as they are: headers, plain ways to do the same, and libraries that this machine may
+ * lack. Each stands behind a call. */
 #ifndef TIRN_BENCH_PEERS_H
 #define TIRN_BENCH_PEERS_H
 
@@ -32,6 +33,30 @@ PEER uint64_t peer_first_bit_by_words(const void* map, uint64_t size);
 /* std::bitset of one size. */
 PEER uint64_t peer_first_bit_bitset_256(const void* map);
 PEER uint64_t peer_first_bit_bitset_65536(const void* map);
+
+/* A lock with its record. */
+struct peer_lock {
+  const char* name;
+  void* lock;
+  void (*take)(void* lock);
+  void (*give)(void* lock);
+};
+
+/* NULL where this build has not found its library. */
+PEER const struct peer_lock* peer_lock_named(const char* name);
+
+typedef void* (*peer_job)(void* arg);
+
+/* What runs jobs on threads of its own, one after the other. */
+struct peer_pool {
+  const char* name;
+  void (*start)(peer_job job, void* arg);
+  void (*settle)(void); /* to be called after each job, by the thread that started it; may be NULL */
+  unsigned pause;       /* us until its threads sleep again */
+};
+
+/* NULL where this build has not found its library. */
+PEER const struct peer_pool* peer_pool_named(const char* name);
 
 #ifdef __cplusplus
 }

@@ -32,6 +32,7 @@ struct Unit {
 };
 inline constexpr Unit kNanoseconds{"ns", 1};
 inline constexpr Unit kMicroseconds{"us", 1000};
+inline constexpr Unit kMilliseconds{"ms", 1e6};
 
 struct Group {
   std::string name;

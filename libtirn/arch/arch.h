@@ -39,6 +39,9 @@ Registers registers_of(const ucontext_t& context);
 // A hint inside a loop that waits for another processor.
 inline void spin_hint();
 
+// Asks for a line that is read now and written at once: it then comes from another processor once, not twice.
+inline void fetch_to_write(const void* bytes);
+
 // The frame of the function that calls this.
 #define TIRN_FRAME_POINTER() (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)))
 

@@ -48,12 +48,14 @@ inline void take_in_bursts(Attempt attempt) {
 int kesa_rwlock_try_read_lock(uint64_t* rwlock) { return take_for_reading(rwlock) ? 1 : 0; }
 
 void kesa_rwlock_read_lock(uint64_t* rwlock) {
+  tirn::arch::fetch_to_write(rwlock);
   while (!take_for_reading(rwlock)) {
     tirn::arch::spin_hint();
   }
 }
 
 void kesa_rwlock_write_lock(uint64_t* rwlock) {
+  tirn::arch::fetch_to_write(rwlock);
   while (!take_for_writing(rwlock, kWriterSpinning, std::memory_order_acq_rel)) {
     tirn::arch::spin_hint();
   }

@@ -37,6 +37,7 @@ inline bool take_if_free(kesa_spinlock& spinlock) {
 __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, const char*, uint32_t) {
   while (!take(*spinlock))
     [[unlikely]] {
+      tirn::arch::spin_hint();  // the holder may be about to leave
       const uint64_t start = kesa_time_getnanosec();
       do {
         for (int i = 0; i < kBurst; ++i) {

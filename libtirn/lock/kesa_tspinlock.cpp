@@ -69,6 +69,7 @@ void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t li
 
 // The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it.
 void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  tirn::arch::fetch_to_write(lock);
   const uint32_t self = kesa_thread_get_knl_tid();
   check_on_the_way_in(*lock, self, {__func__, where, line, __LINE__});
   const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);

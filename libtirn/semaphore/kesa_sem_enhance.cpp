@@ -10,6 +10,7 @@
 #include "libtirn/base/list.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
+#include "libtirn/base/spinlock.h"
 #include "tirn/sched.h"
 #include "tirn/semaphore.h"
 
@@ -47,14 +48,14 @@ unsigned long long address_of(const void* object) { return reinterpret_cast<uint
   } while (0)
 
 // Waits with the lock held, which it gives up while it sleeps.
-int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
+__attribute__((noinline)) int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   Waiter waiter{{}, static_cast<uint32_t>(gettid()), kWaiting};
   const tirn::NoCancellation guard;
   tirn::list::push_back(&sem.waiters, &waiter.link);
   while (true) {
-    kesa_spinlock_unlock(&sem.lock);
+    tirn::unlock_spinlock(sem.lock);
     const int64_t rest = kesa_wait_comm(&waiter.state, timeout);
-    kesa_spinlock_lock(&sem.lock);
+    tirn::lock_spinlock(sem.lock);
     // First of all: a unit that came together with a signal or the end of the time is not lost.
     if (state_of(waiter).load(std::memory_order_relaxed) == kServed) {
       return tirn::kOk;
@@ -72,20 +73,20 @@ int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
 
 int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   int result = tirn::kOk;
-  kesa_spinlock_lock(&sem.lock);
+  tirn::lock_spinlock(sem.lock);
   if (sem.count >= 1) {
     --sem.count;
   } else {
     result = down_common_inner(sem, mode, timeout);
   }
-  kesa_spinlock_unlock(&sem.lock);
+  tirn::unlock_spinlock(sem.lock);
   return result;
 }
 
 // Frees a unit, or hands it to the oldest waiter: that one's thread, which is to be woken.
 std::optional<uint32_t> give_unit(kesa_sem_enhance& sem) {
   std::optional<uint32_t> tid;
-  kesa_spinlock_lock(&sem.lock);
+  tirn::lock_spinlock(sem.lock);
   if (tirn::list::is_empty(&sem.waiters)) {
     sem.count += sem.count < INT32_MAX ? 1 : 0;
   } else {
@@ -95,7 +96,7 @@ std::optional<uint32_t> give_unit(kesa_sem_enhance& sem) {
     // Release: pairs with the kernel side's look at the word. The waiter still needs the lock before it goes.
     state_of(waiter).store(kServed, std::memory_order_release);
   }
-  kesa_spinlock_unlock(&sem.lock);
+  tirn::unlock_spinlock(sem.lock);
   return tid;
 }
 

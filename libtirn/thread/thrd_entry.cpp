@@ -68,7 +68,7 @@ void run(kesa_thread_s& record) {
 
 void begin_thread(kesa_thread_s& record) {
   m_current_thread = &record;
-  record.tid = static_cast<uint32_t>(gettid());
+  set_tid(record, static_cast<uint32_t>(gettid()));
   record_os_stack(record);
   set_signal_stack(record);
 }

@@ -15,6 +15,10 @@ constinit ThreadSlot g_slots[KESA_THREAD_SLOTS]{};
 
 namespace {
 
+// The kernel ids of the slots' latest threads: a search reads these few lines instead of each thread's record. A hint,
+// so relaxed: the slot itself is asked whether it is so.
+constinit std::atomic<uint32_t> g_tids[KESA_THREAD_SLOTS]{};
+
 constexpr char kNoName[] = "[NULL]";
 
 std::atomic_ref<uint32_t> refs_of(ThreadSlot& slot) { return std::atomic_ref(slot.refs); }
@@ -111,6 +115,13 @@ void set_state(kesa_thread_s& record, thrd_slot_state state) {
   }
 }
 
+void set_tid(kesa_thread_s& record, uint32_t tid) {
+  record.tid = tid;
+  if (record.slot != nullptr) {
+    g_tids[record.slot - g_slots].store(tid, std::memory_order_relaxed);
+  }
+}
+
 kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg) {
   kesa_thread_s* const record = claim_record();
   return record != nullptr ? set_up(record, fn, arg) : nullptr;
@@ -127,8 +138,20 @@ kesa_thread_s* take_record(kesa_thread_fn fn, void* arg) {
 
 }  // namespace tirn::thread
 
+using namespace tirn::thread;
+
 kesa_thread_s* kesa_thrd_getthreadinfobytid(uint32_t tid) {
-  return tirn::thread::find_record(THRD_SLOT_ALIVE, [tid](const kesa_thread_s& record) { return record.tid == tid; });
+  for (size_t i = 0; i < KESA_THREAD_SLOTS; ++i) {
+    if (g_tids[i].load(std::memory_order_relaxed) != tid) {
+      continue;
+    }
+    kesa_thread_s* const record = hold_record(g_slots[i], THRD_SLOT_ALIVE,
+                                              [tid](const kesa_thread_s& candidate) { return candidate.tid == tid; });
+    if (record != nullptr) {
+      return record;
+    }
+  }
+  return nullptr;
 }
 
 void kesa_thrd_putthreadinfo(kesa_thread_s* record) {

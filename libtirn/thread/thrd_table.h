@@ -24,20 +24,31 @@ kesa_thread_s* take_record(kesa_thread_fn fn, void* arg);
 // The same, from the table only: nullptr, without a line, where that is full.
 kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg);
 
-// The first record in one of `states` for which `is_wanted` holds, with a reference that the caller has to drop;
-// nullptr where there is none. `is_wanted` is called while a reference is held: the record stays, but its thread goes
-// on.
+// The record's thread runs, under this kernel id.
+void set_tid(kesa_thread_s& record, uint32_t tid);
+
+// The slot's record, if it is in one of `states` and `is_wanted` holds, with a reference that the caller has to drop;
+// else nullptr. `is_wanted` is called while a reference is held: the record stays, but its thread goes on.
+template <typename IsWanted>
+kesa_thread_s* hold_record(ThreadSlot& slot, uint32_t states, IsWanted is_wanted) {
+  if ((state_of(slot).load(std::memory_order_relaxed) & states) == 0 || !add_reference(slot)) {
+    return nullptr;
+  }
+  // Asked again, as the slot may have changed hands before the reference was taken.
+  if ((state_of(slot).load(std::memory_order_acquire) & states) != 0 && is_wanted(*slot.info)) {
+    return slot.info;
+  }
+  drop_reference(slot);
+  return nullptr;
+}
+
+// The first such record of the table.
 template <typename IsWanted>
 kesa_thread_s* find_record(uint32_t states, IsWanted is_wanted) {
   for (ThreadSlot& slot : g_slots) {
-    if ((state_of(slot).load(std::memory_order_relaxed) & states) == 0 || !add_reference(slot)) {
-      continue;
+    if (kesa_thread_s* const record = hold_record(slot, states, is_wanted); record != nullptr) {
+      return record;
     }
-    // Asked again, as the slot may have changed hands before the reference was taken.
-    if ((state_of(slot).load(std::memory_order_acquire) & states) != 0 && is_wanted(*slot.info)) {
-      return slot.info;
-    }
-    drop_reference(slot);
   }
   return nullptr;
 }

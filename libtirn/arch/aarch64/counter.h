@@ -14,6 +14,8 @@ inline uint64_t counter_read() {
 
 inline void spin_hint() { asm volatile("yield" ::: "memory"); }
 
+inline void fetch_to_write(const void* bytes) { asm volatile("prfm pstl1keep, [%0]" : : "r"(bytes)); }
+
 }  // namespace tirn::arch
 
 #endif

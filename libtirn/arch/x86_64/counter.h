@@ -30,6 +30,9 @@ inline uint64_t counter_read() {
 
 inline void spin_hint() { _mm_pause(); }
 
+// Processors that do not know the instruction take it for nothing.
+inline void fetch_to_write(const void* bytes) { asm volatile("prefetchw (%0)" : : "r"(bytes)); }
+
 }  // namespace tirn::arch
 
 #endif
