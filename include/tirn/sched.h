@@ -21,13 +21,16 @@ TIRN_EXTERN_C_BEGIN
  * They are cancellation points. Always 0; errno stays as it was.
  */
 
-/* @safety MT-Safe, AS-Safe */
+/* Sleeps for so many milliseconds.
+ * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_msleep(uint32_t milliseconds);
 
-/* @safety MT-Safe, AS-Safe */
+/* Sleeps for so many microseconds.
+ * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_usleep(uint32_t microseconds);
 
-/* @safety MT-Safe, AS-Safe */
+/* Sleeps for so many times 10 milliseconds.
+ * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_10msleep(uint32_t tens_of_milliseconds);
 
 /* Gives the processor up for a millisecond.
