@@ -8,6 +8,11 @@
  * the processor gets its hint for spinning. What sleeps (the plain spinlock and the mayblock forms) is a cancellation
  * point.
  *
+ * Which to take: the plain spinlock, or the word lock where most only read, unless there are never more threads at the
+ * lock than processors. Only then are the two ticket locks a choice, for their order: when the one whose turn it is has
+ * lost its processor, all behind it spin until it has it back, and four threads on two processors get a hundredth of
+ * the plain spinlock's throughput and wait for more than 100 ms. docs/locks.md has the figures.
+ *
  * C++ programs find types for std::lock_guard and std::shared_lock in tirn/lock.hpp.
  */
 #ifndef TIRN_LOCK_H

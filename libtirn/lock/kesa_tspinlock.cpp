@@ -95,6 +95,7 @@ int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t 
 }
 
 void do_kesa_tspinlock_unlock(kesa_tspinlock* lock, const char* where, uint32_t line) {
+  tirn::arch::fetch_to_write(lock);
   check_initialised(*lock, {__func__, where, line, __LINE__});
   if (plain(lock->owner) != kesa_thread_get_knl_tid()) [[unlikely]] {
     tell_misuse("AB lock", *lock, {__func__, where, line, __LINE__});
