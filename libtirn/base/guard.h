@@ -2,6 +2,7 @@
 #ifndef TIRN_BASE_GUARD_H
 #define TIRN_BASE_GUARD_H
 
+#include <dirent.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -17,6 +18,19 @@
 
 namespace tirn {
 
+// The thread cannot be cancelled: what it waits with lies on its stack, or somebody else waits for it. Owners that close
+// hold it too, as a cancellation must not leave a destructor.
+class NoCancellation {
+ public:
+  NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
+  NoCancellation(const NoCancellation&) = delete;
+  NoCancellation& operator=(const NoCancellation&) = delete;
+  ~NoCancellation() { pthread_setcancelstate(former_, nullptr); }
+
+ private:
+  int former_ = PTHREAD_CANCEL_ENABLE;
+};
+
 class Fd {
  public:
   Fd() = default;
@@ -28,6 +42,7 @@ class Fd {
   }
   ~Fd() {
     if (fd_ >= 0) {
+      const NoCancellation guard;
       const int error = errno;  // of whatever made the owner return
       close(fd_);
       errno = error;
@@ -62,21 +77,28 @@ class MutexLock {
 
 // A stream of kesa_popen_s.
 struct ClosePipe {
-  void operator()(FILE* stream) const { kesa_pclose(stream); }
+  void operator()(FILE* stream) const {
+    const NoCancellation guard;
+    kesa_pclose(stream);
+  }
 };
 using Pipe = std::unique_ptr<FILE, ClosePipe>;
 
-// The thread cannot be cancelled: what it waits with lies on its stack, or somebody else waits for it.
-class NoCancellation {
- public:
-  NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
-  NoCancellation(const NoCancellation&) = delete;
-  NoCancellation& operator=(const NoCancellation&) = delete;
-  ~NoCancellation() { pthread_setcancelstate(former_, nullptr); }
-
- private:
-  int former_ = PTHREAD_CANCEL_ENABLE;
+struct CloseFile {
+  void operator()(FILE* file) const {
+    const NoCancellation guard;
+    std::fclose(file);
+  }
 };
+using File = std::unique_ptr<FILE, CloseFile>;
+
+struct CloseFolder {
+  void operator()(DIR* folder) const {
+    const NoCancellation guard;
+    closedir(folder);
+  }
+};
+using Folder = std::unique_ptr<DIR, CloseFolder>;
 
 // Anonymous memory, zeroed; pages that nobody touches cost nothing.
 class Mapping {

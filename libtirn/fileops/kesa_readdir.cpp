@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <memory>
 
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
@@ -10,10 +9,6 @@
 #include "tirn/fileops.h"
 
 namespace {
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
 
 // The next entry, read into `buffer`; false at the end and on an error.
 bool read_entry(DIR* directory, dirent* buffer) {
@@ -31,7 +26,7 @@ int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
     TIRN_ERROR("path is NULL.");
     return tirn::kFail;
   }
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path));
+  const tirn::Folder directory(opendir(path));
   if (directory == nullptr) {
     return tirn::kFail;
   }

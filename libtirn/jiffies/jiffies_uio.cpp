@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/guard.h"
@@ -23,13 +22,9 @@ using tirn::Fd;
 constexpr size_t kChildSize = 128;
 constexpr size_t kPathSize = 128;
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 // The first entry of the folder whose name begins with "uio".
 bool find_child(const char* folder, char (&child)[kChildSize]) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder));
+  const tirn::Folder directory(opendir(folder));
   while (directory != nullptr) {
     const dirent* const entry = readdir(directory.get());
     if (entry == nullptr) {

@@ -8,9 +8,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 #include "libtirn/base/result.h"
@@ -25,16 +25,12 @@ char g_process_name[kNameSize] = "default";
 constinit tirn::Once g_exe_name_known;
 char g_exe_name[kNameSize] = "default";
 
-struct CloseFile {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-
 // Logs under the name of the exported function whose work this is.
 int read_process_name() {
   constexpr char kFunction[] = "kesa_get_process_name";
   char path[64];
   snprintf_s(path, sizeof path, sizeof path - 1, "/proc/%d/status", getpid());
-  const std::unique_ptr<FILE, CloseFile> file(std::fopen(path, "re"));
+  const tirn::File file(std::fopen(path, "re"));
   if (file == nullptr) {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "hurn log get comm failed ret=%p errno=%d file=%s", nullptr,
                 errno, path);

@@ -36,7 +36,12 @@ void sleep_as_idle(kesa_thread_s& record) {
 // worker's record back: the thread is no worker from then on.
 bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   kesa_thrd_setname("OSThrdPoolRun");
+  // A cancellation ends the worker while it is bound to the job that it was meant for, or never.
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
   job(record.arg);
+  pthread_testcancel();
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
   if (m_current_thread != &record) {
     return false;
   }
@@ -65,6 +70,7 @@ bool leave_pool(kesa_thread_s& record) {
 
 void* thrd_pool_worker(void* argument) {
   auto& record = *static_cast<kesa_thread_s*>(argument);
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   begin_thread(record);
   apply_default_strategy();
   set_state(record, THRD_SLOT_RUNNING);

@@ -93,6 +93,9 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
         EXPECT_TRUE(run_in_thread(create_small, [&] {
           newest = kesa_thread_get_knl_tid();
           kesa_thrd_setname("number %d", i);
+          if (i == 0) {  // the first ones stay until they are found
+            wait_until([&] { return newest = kesa_thread_get_knl_tid(), found != 0; });
+          }
         }));
       }
       --starters;
@@ -141,10 +144,10 @@ TEST(ThreadStress, EachJobOfThePoolRunsOnce) {
 TEST(ThreadStress, PoolEndsUnderLoad) {
   std::vector<std::thread> givers;
   give_jobs(givers, kesa_thrd_create);
-  EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }));
+  EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }, std::chrono::seconds(30)));
   kesa_thread_pool_destroy();
   expect_each_ran_once(givers);
-  EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
+  EXPECT_TRUE(wait_until([] { return living_threads() == 0; }, std::chrono::seconds(30)));
 }
 
 TEST(ThreadStress, PoolIsCappedAndASpawnerMakesMostOfIt) {

@@ -214,6 +214,16 @@ TEST(ThreadPoolNative, WorkersTakeJobsUntilTheEnd) {
   EXPECT_EQ(kesa_thread_pool_create(2), 0u);
 }
 
+// A worker whose job was cancelled too late goes with that job: the next one gets another worker, and runs.
+TEST(ThreadPool, CancellationOfAJobDoesNotReachTheNext) {
+  ASSERT_GE(kesa_thread_pool_create(2), 1u);
+  Job cancelled([] { pthread_cancel(pthread_self()); }), next([] {});
+  EXPECT_TRUE(wait_until([&] { return cancelled.start(create_thread_from_thread_pool) == 0; }));
+  EXPECT_TRUE(cancelled.wait());
+  EXPECT_TRUE(wait_until([&] { return next.start(create_thread_from_thread_pool) == 0; }));
+  EXPECT_TRUE(next.wait());
+}
+
 // A function may give its thread's record back by itself, or end the thread: the record goes once, and comes back.
 TEST(Thread, EndsInItsFunctionGiveTheRecordBackOnce) {
   static std::atomic<int> ended{0};
