@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -13,6 +14,8 @@
 using namespace tirn::test;
 
 namespace {
+
+constexpr std::chrono::seconds kLimit{15};  // for slow builds
 
 // All items of a generation have the same value, and two have their name in it: a torn tree shows.
 std::string text_of(char generation) {
@@ -44,6 +47,7 @@ void silence() {
 // Readers with and without a file's name, writers of one kind, and a thread each that reloads and that forgets.
 TEST(CfgStress, ReadersWhileFilesComeAndGo) {
   silence();
+  const auto end = std::chrono::steady_clock::now() + kLimit;
   const TempFolder folder;
   const std::string files[] = {folder.write_file("a", text_of('a')), folder.write_file("b", text_of('b'))};
   std::atomic<bool> is_over{false};
@@ -60,7 +64,7 @@ TEST(CfgStress, ReadersWhileFilesComeAndGo) {
     }
   };
   const auto reload = [&](unsigned file) {
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 3000 && std::chrono::steady_clock::now() < end; ++i) {
       torn += kesa_cfg_init(files[file].c_str()) != 0;
       for (int references = i % 3; references > 0; --references) {
         kesa_cfg_destroy_ex(files[file].c_str());
@@ -87,6 +91,7 @@ TEST(CfgStress, ReadersWhileFilesComeAndGo) {
 // Those without a file's name exclude each other: values change and the whole store goes while they are read.
 TEST(CfgStress, SettersAndTheEndOfAll) {
   silence();
+  const auto end = std::chrono::steady_clock::now() + kLimit;
   const TempFolder folder;
   const std::string file = folder.write_file("a", text_of('a'));
   std::atomic<bool> is_over{false};
@@ -100,7 +105,7 @@ TEST(CfgStress, SettersAndTheEndOfAll) {
     }
   };
   std::thread one(work, 'b'), two(work, 'c');
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 2000 && std::chrono::steady_clock::now() < end; ++i) {
     kesa_cfg_init(file.c_str());
     kesa_cfg_destroy();
   }
