@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
-#include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 
@@ -34,20 +33,22 @@ bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item) {
   return true;
 }
 
-kesa_cfg_item_node* kesa_cfg_new_item_node(const char* name, const char* value) {
+// Both texts have terminators.
+kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_view value) {
   TaggedBlock<kesa_cfg_item_node> item = tagged_block<kesa_cfg_item_node>();
   if (!item) {
     TIRN_ERROR("Alloc needed item memory fail, item node size (%u).", static_cast<unsigned>(sizeof *item));
     return nullptr;
   }
-  const auto size = static_cast<uint32_t>(std::strlen(value)) + 1;
+  const auto size = static_cast<uint32_t>(value.size()) + 1;
   TaggedBlock<char> copy = tagged_block<char>(size);
   if (!copy) {
     TIRN_ERROR("Alloc needed item memory fail, size(%u).", size);
     return nullptr;
   }
-  if (strcpy_s(item->itemName, sizeof item->itemName, name) != 0 || strcpy_s(copy.get(), size, value) != 0) {
-    TIRN_ERROR("Copy item (%s=%s) fail in new item node.", name, value);
+  if (memcpy_s(item->itemName, sizeof item->itemName, name.data(), name.size() + 1) != 0 ||
+      memcpy_s(copy.get(), size, value.data(), size) != 0) {
+    TIRN_ERROR("Copy item (%s=%s) fail in new item node.", name.data(), value.data());
     return nullptr;
   }
   mark_unlinked(item->link);
@@ -56,40 +57,71 @@ kesa_cfg_item_node* kesa_cfg_new_item_node(const char* name, const char* value) 
 }
 
 // An item of the same name goes; the new one stands last.
-void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item) {
-  if (kesa_cfg_item_node* const former = find_item_in(section, item->itemName)) {
-    list::remove(&former->link);
-    free_item(former);
+void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item, bool may_exist) {
+  if (may_exist) {
+    if (kesa_cfg_item_node* const former = find_item_in(section, item->itemName)) {
+      list::remove(&former->link);
+      free_item(former);
+    }
   }
   list::push_back(&section->items, &item->link);
 }
 
-bool add_item(kesa_cfg_file_node* file, const char* section_name, const kesa_cfg_item_node& item) {
-  kesa_cfg_section_node* const section = find_or_add_section(file, section_name);
+bool add_item(kesa_cfg_file_node* file, const char* section_name, const kesa_cfg_item_node& item,
+              NameFilter* filter) {
+  kesa_cfg_section_node* const section = find_or_add_section(file, section_name, filter);
   if (section == nullptr) {
     return false;
   }
-  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(item.itemName, item.itemValue);
+  const std::string_view name(item.itemName);
+  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(name, item.itemValue);
   if (node == nullptr) {
     return false;
   }
-  kesa_cfg_add_item_node(section, node);
+  kesa_cfg_add_item_node(section, node, filter == nullptr || filter->add_item(section, name));
   return true;
 }
 
 }  // namespace
 
+bool NameFilter::add(std::string_view name, uint64_t hash, size_t first_word) {
+  if (!words_) {
+    return true;
+  }
+  // Both halves of a product: each bit of the name reaches the ones that are looked at.
+  const auto mix = [&hash](uint64_t value) {
+    const unsigned __int128 product = static_cast<unsigned __int128>(hash ^ value) * 0x9E3779B97F4A7C15;
+    hash = static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+  };
+  hash ^= name.size();
+  uint64_t value = 0;
+  for (size_t i = 0; i + sizeof value < name.size(); i += sizeof value) {
+    std::memcpy(&value, name.data() + i, sizeof value);
+    mix(value);
+  }
+  // The last eight bytes, or the few that there are.
+  if (name.size() >= sizeof value) {
+    std::memcpy(&value, name.data() + name.size() - sizeof value, sizeof value);
+  } else {
+    for (const char c : name) {
+      value = value << 8 | static_cast<unsigned char>(c);
+    }
+  }
+  mix(value);
+  auto* const words = static_cast<uint64_t*>(words_.get()) + first_word;
+  bool is_there = true;
+  for (const uint64_t bit : {hash, hash >> 32}) {
+    uint64_t& word = words[bit / 64 % kWords];
+    is_there = is_there && (word >> (bit % 64) & 1) != 0;
+    word |= uint64_t{1} << (bit % 64);
+  }
+  return is_there;
+}
+
 kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, const char* section) {
   if (file == nullptr) {
     TIRN_ERROR("File is NULL.");
     return nullptr;
-  }
-  // No two bear the same name, and who builds a tree mostly wants the last.
-  if (!list::is_empty(&file->sections)) {
-    auto* const last = node_of<kesa_cfg_section_node>(file->sections.prev);
-    if (equal(last->sectionName, section)) {
-      return last;
-    }
   }
   for (kesa_cfg_section_node& node : NodesOf<kesa_cfg_section_node>(file->sections)) {
     if (equal(node.sectionName, section)) {
@@ -144,8 +176,18 @@ kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section) {
   return node.release();
 }
 
-kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section) {
-  kesa_cfg_section_node* node = kesa_cfg_find_section_node(file, section);
+kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section, NameFilter* filter) {
+  // Who builds a tree mostly wants the section that he wanted before.
+  if (!list::is_empty(&file->sections)) {
+    auto* const last = node_of<kesa_cfg_section_node>(file->sections.prev);
+    if (equal(last->sectionName, section)) {
+      return last;
+    }
+  }
+  kesa_cfg_section_node* node = nullptr;
+  if (filter == nullptr || filter->add_section(section)) {
+    node = kesa_cfg_find_section_node(file, section);
+  }
   if (node == nullptr) {
     node = kesa_cfg_new_section_node(section);
     if (node != nullptr) {
@@ -185,8 +227,9 @@ int kesa_cfg_destory_section(kesa_cfg_file_node* file) {
   return kOk;
 }
 
-int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item, void*) {
-  if (!kesa_cfg_check_param(section, item) || !add_item(file, section, *item)) {
+int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item,
+                           void* filter) {
+  if (!kesa_cfg_check_param(section, item) || !add_item(file, section, *item, static_cast<NameFilter*>(filter))) {
     TIRN_ERROR("Set config [%s] : %s = %s fail.", section == nullptr ? "" : section,
                item == nullptr ? "" : item->itemName, item == nullptr ? "" : item->itemValue);
   }

@@ -1,6 +1,7 @@
 #include <ctype.h>
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -16,6 +17,7 @@
 namespace {
 
 using tirn::RwlockHold;
+using tirn::cfg::Text;
 
 constexpr char kDefaultSection[] = "NULL";
 constexpr size_t kShortestSectionLine = 2;
@@ -24,14 +26,9 @@ constexpr size_t kLongestTrimmed = KESA_CFG_LINE_SIZE - 2;
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
-struct Text {
-  char* begin;
-  size_t length;
-};
-
 // The text without blanks at its ends: behind it they are overwritten, in front of it only left out. No text (begin is
 // nullptr) where that is too long.
-Text kesa_cfg_trim_string(Text text) {
+inline Text kesa_cfg_trim_string(Text text) {
   while (text.length != 0 && is_blank(*text.begin)) {
     ++text.begin;
     --text.length;
@@ -44,7 +41,7 @@ Text kesa_cfg_trim_string(Text text) {
     last = '\0';
     --text.length;
   }
-  if (text.length > kLongestTrimmed) {
+  if (text.length > kLongestTrimmed) [[unlikely]] {
     TIRN_DEBUG("The length (%d) of string (%s) is larger than limit (%d) when trim format of string.",
                static_cast<int>(text.length), text.begin, static_cast<int>(kLongestTrimmed));
     return {nullptr, 0};
@@ -128,28 +125,46 @@ void join(Text line, const Item& item) {
   std::memcpy(line.begin + item.name.length + 1, item.value.begin, item.value.length + 1);
 }
 
+// Room for a copy of a line, kept for the next one.
+class Scratch {
+ public:
+  char* of_size(uint32_t size) {
+    if (size > size_) {
+      size_ = std::max(size, kLeast);
+      block_ = tirn::tagged_block<char>(size_);
+    }
+    if (!block_) {
+      size_ = 0;
+    }
+    return block_.get();
+  }
+
+ private:
+  static constexpr uint32_t kLeast = 512;
+  tirn::TaggedBlock<char> block_;
+  uint32_t size_ = 0;
+};
+
 // Fills the item, whose value points at a buffer of KESA_CFG_VALUE_SIZE bytes.
-bool kesa_cfg_parse_item(Text line, kesa_cfg_item_node& item) {
+bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) {
   const auto size = static_cast<uint32_t>(line.length) + 1;
-  const tirn::TaggedBlock<char> scratch = tirn::tagged_block<char>(size);
-  if (!scratch) {
+  char* const copy = scratch.of_size(size);
+  if (copy == nullptr) {
     TIRN_ERROR("Alloc memory fail, size(%u).", size);
     return false;
   }
-  std::memcpy(scratch.get(), line.begin, size);
+  std::memcpy(copy, line.begin, size);
   Item parts{};
-  if (!kesa_cfg_is_item({scratch.get(), line.length}, parts)) {
+  if (!kesa_cfg_is_item({copy, line.length}, parts)) {
     return false;
   }
   join(line, parts);
-  const char* const equals = std::strchr(line.begin, '=');
-  if (equals == nullptr) {
+  if (line.begin[parts.name.length] != '=') {
     TIRN_DEBUG("Can't find '=' in the string (%s), it's not a valid config item.", line.begin);
     return false;
   }
-  const auto name_length = static_cast<size_t>(equals - line.begin);
-  if (strncpy_s(item.itemName, sizeof item.itemName, line.begin, name_length) != 0 ||
-      strcpy_s(item.itemValue, KESA_CFG_VALUE_SIZE, equals + 1) != 0) {
+  if (memcpy_s(item.itemName, sizeof item.itemName, parts.name.begin, parts.name.length + 1) != 0 ||
+      memcpy_s(item.itemValue, KESA_CFG_VALUE_SIZE, parts.value.begin, parts.value.length + 1) != 0) {
     TIRN_ERROR("copy item (%s=%s) fail in parse item.", parts.name.begin, parts.value.begin);
     return false;
   }
@@ -160,26 +175,27 @@ bool kesa_cfg_parse_item(Text line, kesa_cfg_item_node& item) {
 
 int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
   tirn::cfg::LineReader lines(fd);
-  const tirn::TaggedBlock<char> value = tirn::tagged_block<char>(KESA_CFG_VALUE_SIZE);
+  const tirn::Mapping value(KESA_CFG_VALUE_SIZE);
   if (!lines || !value) {
     return tirn::kFail;
   }
+  Scratch scratch;
   char section[KESA_CFG_NAME_SIZE] = {};
   std::memcpy(section, kDefaultSection, sizeof kDefaultSection);
   kesa_cfg_item_node item{};
-  item.itemValue = value.get();
-  while (char* const begin = lines.next()) {
-    const Text trimmed = kesa_cfg_trim_string({begin, std::strlen(begin)});
+  item.itemValue = static_cast<char*>(value.get());
+  for (Text line = lines.next(); line.begin != nullptr; line = lines.next()) {
+    const Text trimmed = kesa_cfg_trim_string(line);
     if (trimmed.begin == nullptr) {
       continue;
     }
     // Blanks in front stay: "[" and ";" count in the first column only.
-    const Text line{begin, static_cast<size_t>(trimmed.begin - begin) + trimmed.length};
+    line.length = static_cast<size_t>(trimmed.begin - line.begin) + trimmed.length;
     if (kesa_cfg_is_section(line)) {
       copy_section(line.begin, section);
       continue;
     }
-    if (!kesa_cfg_parse_item(line, item)) {
+    if (!kesa_cfg_parse_item(line, scratch, item)) {
       continue;
     }
     const int32_t result = callback(context, section, &item, argument);

@@ -12,7 +12,7 @@ namespace tirn::cfg {
 namespace {
 
 constexpr size_t kLongest = KESA_CFG_LINE_SIZE - 1;  // with the line feed
-constexpr size_t kBlock = 65536;
+constexpr size_t kBlock = 16384;
 
 bool is_regular_file(int fd) {
   struct stat status {};
@@ -22,7 +22,10 @@ bool is_regular_file(int fd) {
 }  // namespace
 
 LineReader::LineReader(int fd)
-    : fd_(fd), is_regular_(is_regular_file(fd)), buffer_(tagged_block<char>(kLongest + kBlock + 1)) {}
+    : fd_(fd),
+      is_regular_(is_regular_file(fd)),
+      buffer_(kLongest + kBlock + 1),
+      text_(static_cast<char*>(buffer_.get())) {}
 
 LineReader::~LineReader() {
   if (is_regular_ && raw_ != filled_) {
@@ -32,11 +35,11 @@ LineReader::~LineReader() {
 
 // Reads on behind the line so far, when all that was read before is part of it.
 bool LineReader::fill() {
-  std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+  std::memmove(text_, text_ + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
   raw_ = filled_ = end_;
-  const ssize_t count = read(fd_, buffer_.get() + filled_, is_regular_ ? kBlock : 1);
+  const ssize_t count = read(fd_, text_ + filled_, is_regular_ ? kBlock : 1);
   if (count <= 0) {
     return false;
   }
@@ -46,39 +49,39 @@ bool LineReader::fill() {
 
 // Lengthens the line by what follows, less its carriage returns.
 void LineReader::take(size_t count) {
-  char* const text = buffer_.get();
-  if (end_ == raw_ && std::memchr(text + raw_, '\r', count) == nullptr) {
+  if (end_ == raw_ && std::memchr(text_ + raw_, '\r', count) == nullptr) {
     end_ += count;
   } else {
-    end_ = static_cast<size_t>(std::remove_copy(text + raw_, text + raw_ + count, text + end_, '\r') - text);
+    end_ = static_cast<size_t>(std::remove_copy(text_ + raw_, text_ + raw_ + count, text_ + end_, '\r') - text_);
   }
   raw_ += count;
 }
 
-char* LineReader::next() {
-  char* const text = buffer_.get();
+Text LineReader::next() {
   if (is_covered_) {
-    text[raw_] = covered_;
+    text_[raw_] = covered_;
     is_covered_ = false;
   }
   begin_ = end_ = raw_;
   bool has_line_feed = false;
   while (!has_line_feed && end_ - begin_ < kLongest && (raw_ != filled_ || fill())) {
     const size_t most = std::min(filled_ - raw_, kLongest - (end_ - begin_));
-    const auto* const line_feed = static_cast<const char*>(std::memchr(text + raw_, '\n', most));
+    const auto* const line_feed = static_cast<const char*>(std::memchr(text_ + raw_, '\n', most));
     has_line_feed = line_feed != nullptr;
-    take(has_line_feed ? static_cast<size_t>(line_feed - text) - raw_ : most);
+    take(has_line_feed ? static_cast<size_t>(line_feed - text_) - raw_ : most);
     raw_ += has_line_feed ? 1 : 0;
   }
   if (end_ == begin_ && !has_line_feed) {
-    return nullptr;
+    return {nullptr, 0};
   }
   if (end_ == raw_) {
-    covered_ = text[end_];
+    covered_ = text_[end_];
     is_covered_ = true;
   }
-  text[end_] = '\0';
-  return text + begin_;
+  // Looked for before the terminator is written: a search right behind a write waits for it.
+  const size_t length = strnlen(text_ + begin_, end_ - begin_);
+  text_[end_] = '\0';
+  return {text_ + begin_, length};
 }
 
 }  // namespace tirn::cfg

@@ -10,9 +10,14 @@
 
 namespace tirn::cfg {
 
+struct Text {
+  char* begin;
+  size_t length;
+};
+
 // What kesa_readline gives with a buffer of KESA_CFG_LINE_SIZE bytes, without the line feeds. A regular file is read in
-// blocks; anything else byte by byte, so that it is never read beyond the line. Only what is read is touched of the
-// buffer.
+// blocks; anything else byte by byte, so that it is never read beyond the line. Of the buffer only what is read is
+// touched.
 class LineReader {
  public:
   explicit LineReader(int fd);
@@ -22,10 +27,10 @@ class LineReader {
   ~LineReader();
 
   // False where there is no memory for the buffer.
-  explicit operator bool() const { return buffer_ != nullptr; }
+  explicit operator bool() const { return static_cast<bool>(buffer_); }
 
-  // The next line, which the caller may change up to its terminator; nullptr at the end.
-  char* next();
+  // The next line up to its first NUL, which the caller may change up to its terminator; nullptr at the end.
+  Text next();
 
  private:
   bool fill();
@@ -33,7 +38,8 @@ class LineReader {
 
   const int fd_;
   const bool is_regular_;
-  TaggedBlock<char> buffer_;
+  const Mapping buffer_;
+  char* const text_;
   // Of the buffer: [begin, end) is the line so far, [raw, filled) what was read and not looked at.
   size_t begin_ = 0;
   size_t end_ = 0;

@@ -33,18 +33,6 @@ TEST(CheckedCalls, NullPointersAreToldAndRefused) {
     EXPECT_TRUE(log.has(HURN_ERROR, row.function, row.text)) << row.function << log;
   }
   EXPECT_EQ(log.texts().size(), std::size(rows)) << log;
-  const TempFolder folder;
-  const int fd = kesa_open(folder.path("new").c_str(), O_RDWR | O_CREAT, 0640);
-  struct stat status {};
-  EXPECT_EQ(kesa_write(fd, "abc", 3), 3);
-  EXPECT_EQ(kesa_lseek(fd, 1, SEEK_SET), 1);
-  char rest[4] = "";
-  EXPECT_EQ(kesa_read(fd, rest, sizeof rest), 2);
-  EXPECT_EQ(kesa_sync(fd), 0);
-  EXPECT_EQ(kesa_stat(folder.path("new").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0640u);
-  EXPECT_EQ(kesa_close(fd), 0);
-  EXPECT_EQ(kesa_close(fd), -1);
 }
 
 // One thread, one descriptor's number, and files that change below it: nothing is remembered of what was read ahead.
