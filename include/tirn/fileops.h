@@ -1,6 +1,6 @@
 /*
- * Files: the system's calls with a check of their pointers, and a reader of lines that leaves the descriptor exactly
- * behind what it returned.
+ * Files: the system's calls with a check of their pointers, a reader of lines that leaves the descriptor exactly behind
+ * what it returned, commands on files, a copy, record locks, a walk through a folder, and the dynamic loader.
  */
 #ifndef TIRN_FILEOPS_H
 #define TIRN_FILEOPS_H
@@ -56,6 +56,101 @@ TIRN_API int kesa_statfs(const char* path, struct statfs* buffer);
  * @safety MT-Safe race:fd, AS-Safe
  */
 TIRN_API char* kesa_readline(int fd, char* buffer, int size);
+
+/*
+ * Commands on files, each a line for the shell (tirn/str.h). Paths are not quoted: one with a blank is two words. A
+ * path, with its terminator, fits KESA_FILE_PATH_SIZE bytes. Results, with a line in the log for each but 0: the raw
+ * wait status, KESA_COMMAND_REFUSED for a path with special characters, -22 for a NULL path, -36 for one that is too
+ * long, -12 without memory.
+ */
+#define KESA_FILE_PATH_SIZE 1024
+
+/* rm -rf. @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_cmd_rm(const char* file);
+
+/* cp -af. @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_cmd_cp(const char* src, const char* dst);
+
+/* mv. @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_cmd_mv(const char* src, const char* dst);
+
+/* touch. @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_cmd_touch(const char* file);
+
+/* mkdir -p, with its output thrown away; -22 for a path with special characters.
+ * @safety MT-Safe, AS-Unsafe heap */
+TIRN_API int kesa_cmd_mkdir(const char* file);
+
+/*
+ * Packs `dir_or_src` into the compressed archive `file`; with `extract` other than 0 unpacks the archive into the
+ * folder `dir_or_src`, for which NULL passes as an empty word: tar decides what to make of it.
+ * @safety MT-Safe, AS-Unsafe heap
+ */
+TIRN_API int kesa_cmd_tar(const char* file, const char* dir_or_src, int extract);
+
+/*
+ * Copies the bytes of a file into a new file of mode 0600, or over an old one, which is emptied first (the source too
+ * where both are the same). 0; -22 for a NULL path; -125 where a file cannot be opened, read or written. The first
+ * read or write of less than 128 bytes ends the copy with 0: from a pipe, or on a disk that fills up, it may be short.
+ * @safety MT-Safe, AS-Unsafe heap
+ */
+TIRN_API int kesa_copy(const char* src, const char* dst);
+
+enum kesa_file_lock_mode {
+  KESA_FILE_LOCK_READ = 0, /* waits, as any other value does */
+  KESA_FILE_LOCK_WRITE = 1,
+  KESA_FILE_LOCK_TRY_READ = 2,
+  KESA_FILE_LOCK_TRY_WRITE = 3,
+};
+
+/* A range of a file, counted from its start; a `len` of 0 reaches to any end. */
+struct kesa_file_lock {
+  uint64_t mode;
+  int64_t start;
+  int64_t len;
+};
+
+/*
+ * Locks the range against other processes (fcntl's record locks: the process loses them as soon as it closes any
+ * descriptor of the file, and its children do not get them). A wait goes on through signals. 0; -1 with errno; -22
+ * for NULL.
+ * @safety MT-Safe, AS-Unsafe heap (for a NULL pointer)
+ */
+TIRN_API int kesa_lockfile(int fd, const struct kesa_file_lock* lock);
+
+/* Unlocks the range, whatever the mode says. 0; -1 with errno; -22 for NULL.
+ * @safety MT-Safe, AS-Unsafe heap (for a NULL pointer) */
+TIRN_API int kesa_unlockfile(int fd, const struct kesa_file_lock* lock);
+
+/* Gets an entry of a folder: the name, good until it returns, and its length; the place of the entry behind it, the
+ * inode and the type (DT_REG and its like). The result is ignored. */
+typedef int (*kesa_readdir_fn)(void* ctx, const char* name, int name_length, int64_t offset, uint64_t inode,
+                               unsigned type);
+
+/*
+ * Calls `callback` for each entry of the folder, "." and ".." among them, in no order. 0, also where an error cuts the
+ * walk short; -1 where the folder cannot be opened, for a NULL path (logged), and without memory.
+ * @safety MT-Safe, AS-Unsafe heap lock
+ */
+TIRN_API int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx);
+
+/*
+ * dlopen; the loader sees this library as the caller. The symbol table does not know yet what is loaded and unloaded
+ * here: its update joins with the table.
+ * @safety MT-Safe, AS-Unsafe heap lock dlopen
+ */
+TIRN_API void* kesa_dlopen(const char* path, int flags);
+
+/* dlsym; NULL for a NULL handle, which RTLD_DEFAULT is too.
+ * @safety MT-Safe, AS-Unsafe lock */
+TIRN_API void* kesa_dlsym(void* handle, const char* name);
+
+/* dlerror. @safety MT-Safe, AS-Unsafe heap */
+TIRN_API char* kesa_dlerror(void);
+
+/* dlclose; -1 for a NULL handle.
+ * @safety MT-Safe, AS-Unsafe heap lock dlopen */
+TIRN_API int kesa_dlclose(void* handle);
 
 TIRN_EXTERN_C_END
 

@@ -12,7 +12,9 @@ TIRN_EXTERN_C_BEGIN
 
 /*
  * The wake-up signal. Its handler does nothing: the signal exists for what it does to a thread in a system call. It is
- * reserved for this in every program that links the library, and a thread that is to be woken must not block it.
+ * reserved for this in every program that links the library, and a thread that is to be woken must not block it. What
+ * needs its handler installs it; behind a kesa_sched_init that went well these functions are safe in signal handlers too
+ * ("init" below).
  */
 #define SIGWAKEUP (SIGRTMAX - 4)
 
@@ -21,13 +23,16 @@ TIRN_EXTERN_C_BEGIN
  * They are cancellation points. Always 0; errno stays as it was.
  */
 
-/* @safety MT-Safe, AS-Safe */
+/* Sleeps for so many milliseconds.
+ * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_msleep(uint32_t milliseconds);
 
-/* @safety MT-Safe, AS-Safe */
+/* Sleeps for so many microseconds.
+ * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_usleep(uint32_t microseconds);
 
-/* @safety MT-Safe, AS-Safe */
+/* Sleeps for so many times 10 milliseconds.
+ * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_10msleep(uint32_t tens_of_milliseconds);
 
 /* Gives the processor up for a millisecond.
@@ -55,17 +60,17 @@ TIRN_API int kesa_sched_init(void);
 /* Sends SIGWAKEUP to a thread of this process, by the kernel's id. 0, or the error's number: ESRCH for a thread that is
  * not this process's, EINVAL for 0, EAGAIN where the kernel's queue of real-time signals is full. Where the handler
  * cannot be installed, which the log tells, the signal ends the process.
- * @safety MT-Safe, AS-Safe once the handler is installed */
+ * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int kesa_wake_up_process(uint32_t tid);
 
 /* Sleeps in the kernel while the word is not 0, for `timeout` jiffies of 4 ms at most. A waker stores 0 first, with
  * release, and then calls kesa_wake_up_process. 0 when the time is up, where the kernel side fails, and at once for a
  * timeout of 0 or less; the jiffies left where a signal or the word ended the sleep.
- * @safety MT-Safe, AS-Safe once the handler is installed */
+ * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int64_t kesa_wait_comm(uint32_t* state, int64_t timeout);
 
 /* kesa_wait_comm for a second: 0 when the time is up, -1 where the sleep was cut short.
- * @safety MT-Safe, AS-Safe once the handler is installed */
+ * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int kesa_wait_interruptible(uint32_t* state);
 
 /* Binds the calling thread to one logical CPU; smp_processor_id answers it without a system call from then on. 0; -1

@@ -62,11 +62,11 @@ TIRN_API void before_wait(void);
 
 /* Sleeps until the entry is woken, for a second at most: 0 when the time is up, -1 where a wake-up or another signal
  * ended it.
- * @safety MT-Safe, AS-Safe once the wake-up signal's handler is installed */
+ * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int sched_wait(struct kesa_wait_queue_entry* entry);
 
 /* The same for `timeout` jiffies of 4 ms: the jiffies left, or 0 when the time is up.
- * @safety MT-Safe, AS-Safe once the wake-up signal's handler is installed */
+ * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int64_t sched_wait_timeout(struct kesa_wait_queue_entry* entry, int64_t timeout);
 
 /* Takes the entry off the queue, where it has not been woken. It belongs to the caller alone from then on.

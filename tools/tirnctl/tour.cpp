@@ -4,6 +4,7 @@
 #include <time.h>
 #include <tirn/init.h>
 
+#include <cstdarg>
 #include <cstdio>
 
 namespace tirnctl {
@@ -19,6 +20,11 @@ constexpr Stop kStops[] = {
     {"A private call", "From the caller through the command word to the kernel side, and back with the result.",
      show_private_call},
     {"The loopback service", "A command registered in one process, called from another.", show_service},
+    {"Commands", "Behind the screen that refuses what a shell would take apart.", show_commands},
+    {"Configuration", "This machine's own files as sections and items, and the search order of two files.",
+     show_configuration},
+    {"CPU partitions", "The machine's CPUs divided among services, and a list that names the parts.",
+     show_partitions},
     {"Threads", "Strategies (a nice value and CPUs), and the table of threads with what each has taken.",
      show_threads},
     {"The pool", "Short jobs, on a new thread each and on workers that wait for them.", show_pool},
@@ -34,6 +40,15 @@ void show_line(const hurn_line* line) {
 }
 
 }  // namespace
+
+int print_indented(const char* format, ...) {
+  std::printf("    ");
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vprintf(format, arguments);
+  va_end(arguments);
+  return length;
+}
 
 uint64_t now() {
   timespec time;

@@ -17,6 +17,9 @@ bool show_start_up();
 bool show_memory();
 bool show_clocks();
 bool show_cpus();
+bool show_commands();
+bool show_configuration();
+bool show_partitions();
 bool show_threads();
 bool show_pool();
 bool show_locks();
@@ -25,6 +28,9 @@ bool show_private_call();
 bool show_service();
 
 int run_tour();
+
+// For the library's functions that print: behind four blanks.
+int print_indented(const char* format, ...);
 
 // Nanoseconds of CLOCK_MONOTONIC.
 uint64_t now();

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 
 #include "tour.h"
@@ -12,15 +11,6 @@ namespace tirnctl {
 namespace {
 
 constexpr uint32_t kJobs = 1000;
-
-int print_indented(const char* format, ...) {
-  std::printf("    ");
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vprintf(format, arguments);
-  va_end(arguments);
-  return length;
-}
 
 // Jobs and waiters say here that they are through.
 kesa_sem_enhance g_done;

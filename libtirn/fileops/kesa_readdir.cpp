@@ -1,0 +1,49 @@
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+#include "libtirn/base/guard.h"
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "tirn/fileops.h"
+
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// The next entry, read into `buffer`; false at the end and on an error.
+bool read_entry(DIR* directory, dirent* buffer) {
+  dirent* entry = nullptr;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // the buffer holds any name that the call stores
+  return readdir_r(directory, buffer, &entry) == 0 && entry != nullptr;
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
+  if (path == nullptr) {
+    TIRN_ERROR("path is NULL.");
+    return tirn::kFail;
+  }
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path));
+  if (directory == nullptr) {
+    return tirn::kFail;
+  }
+  // Without a limit (-1) the record's own room is left, which is that of the longest name of Linux.
+  const long size = pathconf(path, _PC_NAME_MAX) + static_cast<long>(sizeof(dirent)) + 1;
+  const auto entry = tirn::tagged_block<dirent>(static_cast<uint32_t>(size));
+  if (entry == nullptr) {
+    return tirn::kFail;
+  }
+  while (read_entry(directory.get(), entry.get())) {
+    callback(ctx, entry->d_name, static_cast<int>(std::strlen(entry->d_name)), entry->d_off, entry->d_ino,
+             entry->d_type);
+  }
+  return tirn::kOk;
+}

@@ -1,0 +1,120 @@
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+#include <csignal>
+#include <map>
+
+#include "support/child_process.h"
+#include "support/fake_tools.h"
+#include "support/faults.h"
+#include "support/wait_until.h"
+#include "tirn/fileops.h"
+
+using namespace tirn::test;
+
+TEST(FileCommands, RunTheirLinesOrSayWhyNot) {
+  FakeTools tools;
+  for (const auto& [tool, status] : std::map<const char*, int>{{"rm", 0}, {"cp", 0}, {"tar", 0}, {"mv", 3}}) {
+    tools.add(tool, status);
+  }
+  const std::string longest(1023, 'p'), too_long(1024, 'p');
+  LogCapture log;
+  const struct {
+    const char* function;
+    int result, expected;
+    std::string text;  // of the log
+  } rows[] = {
+      {"kesa_cmd_rm", kesa_cmd_rm(longest.c_str()), 0, ""},
+      {"kesa_cmd_rm", kesa_cmd_rm("a;b"), -29, "Execute cmd(rm -rf a;b) Fail(-29)"},
+      {"kesa_cmd_cp", kesa_cmd_cp("two words", "to"), 0, ""},
+      {"kesa_cmd_cp", kesa_cmd_cp("a", nullptr), -22, "SrcFile or DestFile is NULL."},
+      {"kesa_cmd_cp", kesa_cmd_cp("a", too_long.c_str()), -36,
+       "File Path is too Long, pSrcFile: (a), pDestFile: (p*"},
+      {"kesa_cmd_mv", kesa_cmd_mv("from", "to"), 0x300, "Execute cmd(mv from to) Fail(768)"},
+      {"kesa_cmd_touch", kesa_cmd_touch(nullptr), -22, "File is NULL."},
+      {"kesa_cmd_mkdir", kesa_cmd_mkdir("a&b"), -22, "Param error: pFile(a&b) is dangerous."},
+      {"kesa_cmd_mkdir", kesa_cmd_mkdir("/tmp"), 0, ""},
+      {"kesa_cmd_tar", kesa_cmd_tar("f", "d", 7), 0, ""},
+      {"kesa_cmd_tar", kesa_cmd_tar("f", nullptr, 1), 0, ""},
+      {"kesa_cmd_tar", kesa_cmd_tar("f", "d", 0), 0, ""},
+      {"kesa_cmd_tar", kesa_cmd_tar("f", nullptr, 0), -22, "Param is NULL."},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.result, row.expected) << row.function << row.text;
+    EXPECT_TRUE(row.text.empty() || log.has(HURN_ERROR, row.function, row.text)) << row.text << log;
+  }
+  EXPECT_EQ(log.texts().size(), 7u) << log;
+  const std::vector<std::string> calls = {"rm -rf " + longest, "cp -af two words to", "mv from to",
+                                          "tar -xzf f -C d",   "tar -xzf f -C",       "tar -czf f d"};
+  EXPECT_EQ(tools.calls(), calls);
+}
+
+TEST(Copy, TakesWholeFilesAndToleratesFaults) {
+  const TempFolder folder;
+  const std::string to = folder.write_file("to", std::string(5000, 'x'));
+  for (const size_t size : {0, 127, 128, 1000}) {
+    EXPECT_EQ(kesa_copy(folder.write_file("from", std::string(size, '\0')).c_str(), to.c_str()), 0);
+    EXPECT_EQ(read_file(to), std::string(size, '\0'));
+  }
+  sweep({.run = [&] { return kesa_copy(folder.path("from").c_str(), to.c_str()) + kesa_cmd_touch(to.c_str()); },
+         .check =
+             [](long result, const Fault& fault, const LogCapture& lines) {
+               const bool is_memory = std::string(fault.function) == "calloc";
+               EXPECT_EQ(result, is_memory ? -12 : fault.happened ? -125 : 0);
+               EXPECT_EQ(lines.texts().size(), fault.happened ? 1u : 0u) << lines;
+             }});
+}
+
+TEST(RecordLocks, HoldOffOtherProcesses) {
+  const TempFolder folder;
+  const int fd = open(folder.write_file("file", "").c_str(), O_RDWR | O_CLOEXEC);
+  const kesa_file_lock written{KESA_FILE_LOCK_TRY_WRITE, 0, 10};
+  const kesa_file_lock read{KESA_FILE_LOCK_READ, 20, 1};
+  ASSERT_EQ(kesa_lockfile(fd, &written) | kesa_lockfile(fd, &read), 0);
+  EXPECT_EQ(kesa_lockfile(-1, &read) + kesa_unlockfile(-1, &read), -2);
+  ChildProcess child([fd] {
+    const std::pair<kesa_file_lock, int> rows[] = {
+        {{2, 9, 1}, -1}, {{3, 0, 0}, -1}, {{3, 10, 10}, 0}, {{2, 20, 1}, 0}, {{3, 20, 1}, -1}};
+    for (const auto& [lock, result] : rows) {
+      EXPECT_EQ(kesa_lockfile(fd, &lock), result) << lock.mode << " at " << lock.start;
+    }
+    // Signals break the wait for a read lock, which an unknown mode asks for.
+    struct sigaction action {};
+    action.sa_handler = [](int) { EXPECT_EQ(write(STDOUT_FILENO, ".", 1), 1); };
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval ticks{{0, 5000}, {0, 5000}};
+    setitimer(ITIMER_REAL, &ticks, nullptr);
+    const kesa_file_lock waiting{99, 0, 5};
+    return kesa_lockfile(fd, &waiting);
+  });
+  EXPECT_TRUE(wait_until([&] { return child.out().size() > 3; }));
+  EXPECT_EQ(kesa_unlockfile(fd, &written), 0);
+  EXPECT_TRUE(child.wait().exited());
+}
+
+TEST(ReadDirectory, GivesEveryEntryAsTheSystemDoes) {
+  const TempFolder folder;
+  folder.write_file(std::string(255, 'n') + "/file", "");
+  const auto compare = [](void* ctx, const char* name, int length, int64_t offset, uint64_t inode, unsigned type) {
+    const dirent* const entry = readdir(static_cast<DIR*>(ctx));
+    EXPECT_TRUE(std::string(name, length) == entry->d_name && offset == entry->d_off) << name;
+    EXPECT_TRUE(inode == entry->d_ino && type == entry->d_type) << name;
+    return -1;  // asks for an end that the walk does not know
+  };
+  const auto walk = [&] {
+    DIR* const expected = opendir(folder.path().c_str());
+    const int result = kesa_readdir_new(folder.path().c_str(), compare, expected);
+    EXPECT_EQ(readdir(expected) == nullptr, result == 0);
+    return result | closedir(expected);
+  };
+  sweep({.run = walk,
+         .check = [](long result, const Fault& fault, auto&) { EXPECT_EQ(result, fault.happened ? -1 : 0); }});
+}
+
+TEST(Loader, RefusesNoHandle) {
+  EXPECT_EQ(kesa_dlsym(RTLD_DEFAULT, "malloc"), nullptr);  // that handle is NULL
+  EXPECT_EQ(kesa_dlclose(nullptr), -1);
+}
