@@ -74,6 +74,7 @@ void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t li
   check_on_the_way_in(*lock, self, {__func__, where, line, __LINE__});
   const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);
   while (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
+    tirn::arch::spin_hint();  // twice: each look takes the line away from the holder, who writes it again
     tirn::arch::spin_hint();
   }
   set_plain(lock->owner, uint64_t{self});
