@@ -220,9 +220,9 @@ const Family threads{[] {
   return std::vector<Group>{
       group_of_starts("threads/pool_to_first_instruction", 1.2, row(kToFirst, kPool), peers(kToFirst, kQueues), {}),
       group_of_starts("threads/pool_against_create", 0.45, row(kToFirst, kPool), peers(kToFirst, {kDetached}), {}),
-      group_of_starts("threads/pool_to_end", 1.2, row(kToEnd, kPool), peers(kToEnd, kQueues),
+      group_of_starts("threads/pool_to_end", 0, row(kToEnd, kPool), peers(kToEnd, kQueues),
                       {row(kToEnd, kJoined, time_join)}),
-      group_of_starts("threads/plain_to_first_instruction", 1.3, row(kToFirst, kPlain), peers(kToFirst, {kDetached}),
+      group_of_starts("threads/plain_to_first_instruction", 0, row(kToFirst, kPlain), peers(kToFirst, {kDetached}),
                       {}),
       group_of_starts("threads/plain_to_end", 1.3, row(kToEnd, kPlain), {row(kToEnd, kJoined, time_join)},
                       peers(kToEnd, {kDetached})),

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <optional>
 
 #include "libtirn/base/guard.h"
 #include "libtirn/base/list.h"
@@ -83,26 +82,27 @@ int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   return result;
 }
 
-// Frees a unit, or hands it to the oldest waiter: that one's thread, which is to be woken.
-std::optional<uint32_t> give_unit(kesa_sem_enhance& sem) {
-  std::optional<uint32_t> tid;
+// Frees a unit: false. Or hands it to the oldest waiter: true, and that one's thread, which is to be woken.
+inline bool give_unit(kesa_sem_enhance& sem, uint32_t& tid) {
+  bool is_handed_over = false;
   tirn::lock_spinlock(sem.lock);
   if (tirn::list::is_empty(&sem.waiters)) {
     sem.count += sem.count < INT32_MAX ? 1 : 0;
   } else {
     Waiter& waiter = waiter_of(sem.waiters.next);
+    is_handed_over = true;
     tid = waiter.tid;
     tirn::list::detach(&waiter.link);
     // Release: pairs with the kernel side's look at the word. The waiter still needs the lock before it goes.
     state_of(waiter).store(kServed, std::memory_order_release);
   }
   tirn::unlock_spinlock(sem.lock);
-  return tid;
+  return is_handed_over;
 }
 
 // The waiter, which may have no timeout, has no other way of being woken: tries go on while the kernel's queue of
 // signals is full.
-int wake(const kesa_sem_enhance* sem, uint32_t tid) {
+__attribute__((noinline)) int wake(const kesa_sem_enhance* sem, uint32_t tid) {
   int result = kesa_wake_up_process(tid);
   if (result == 0) {
     return 0;
@@ -142,8 +142,8 @@ int kesa_sem_enhance_down_timeout(kesa_sem_enhance* sem, int64_t timeout) {
 }
 
 int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
-  const std::optional<uint32_t> waiter = give_unit(*sem);
-  return waiter.has_value() ? wake(sem, *waiter) : 0;
+  uint32_t waiter;
+  return give_unit(*sem, waiter) ? wake(sem, waiter) : 0;
 }
 
 int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return tirn::kOk; }
