@@ -7,7 +7,6 @@
 #include "libtirn/base/result.h"
 #include "libtirn/syscall/stream.h"
 #include "tirn/sched.h"
-#include "tirn/sched.h"
 #include "tirn/thread.h"
 
 namespace {
