@@ -2,13 +2,15 @@
  * The door to the shell, and small helpers for the texts that come back.
  *
  * Every command is one line for a shell, run as `sh -c`. The shell is /bin/sh, or /bin/bash under the name sh where
- * /bin/sh is another one: command lines may rely on `&>`. Nothing is quoted or parsed here. The calls ending in _s, and
+ * /bin/sh is another one: command lines may rely on `&>`, but for popen_s and system_s, which go to the C library's own
+ * shell. Nothing is quoted or parsed here. The calls ending in _s, and
  * kesa_popen_s_with_pid, refuse a command that holds a special character which the caller does not allow; the others
  * run whatever they are given.
  *
  * Statuses are as waitpid stores them: a shell that exits with 3 gives 0x300, and exit status 127 means that the shell
  * could not be started. A child inherits every descriptor that is not close-on-exec, the pipes to other children that
- * still run among them: an end of file may come late.
+ * still run among them: an end of file may come late. Waiting for a command is a cancellation point: a thread that is
+ * cancelled there leaves the child behind.
  */
 #ifndef TIRN_STR_H
 #define TIRN_STR_H
@@ -47,7 +49,7 @@ TIRN_API int isDangerousCmd(const char* cmd, const char* white);
 /*
  * Runs the command unscreened with a pipe to its output (mode "r") or its input ("w"). The stream, to be closed with
  * kesa_pclose, or NULL: a bad mode, a failing system call, or a descriptor beyond the limit that the process had at
- * the first such call. Where no stream can be made of a pipe that stands, the pipe and the child are left behind.
+ * the first such call, which makes a table of four bytes for each of them. Where no stream can be made of a pipe that stands, the pipe and the child are left behind.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API FILE* kesa_popen(const char* cmd, const char* mode);

@@ -1,5 +1,6 @@
 #include "libtirn/base/command.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
@@ -31,7 +32,13 @@ FirstLine first_line(const char* command, const char* allowed, char* line, int s
   if (pipe == nullptr) {
     return FirstLine::kNoPipe;
   }
-  return std::fgets(line, size, pipe.get()) != nullptr ? FirstLine::kRead : FirstLine::kEmpty;
+  while (std::fgets(line, size, pipe.get()) == nullptr) {
+    if (std::ferror(pipe.get()) == 0 || errno != EINTR) {
+      return FirstLine::kEmpty;
+    }
+    std::clearerr(pipe.get());
+  }
+  return FirstLine::kRead;
 }
 
 }  // namespace tirn

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "libtirn/base/guard.h"
 #include "libtirn/base/result.h"
 
 namespace tirn {
@@ -29,6 +30,7 @@ class Once {
     }
     int result = kOk;
     if (!is_done()) {
+      const NoCancellation guard;  // the mutex would stay locked
       result = step();
       if (done == Done::kAlways || (done == Done::kOnSuccess && result == kOk)) {
         done_.store(1, std::memory_order_release);  // with is_done(): whoever sees the flag sees the set-up
@@ -49,6 +51,7 @@ class Once {
       return error;
     }
     if (is_done()) {
+      const NoCancellation guard;
       step();
       done_.store(0, std::memory_order_release);
     }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/cpu/cpu_list.h"
@@ -13,43 +14,59 @@ namespace {
 using namespace tirn::cpu;
 
 constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // whose work an item's lines tell of
-constexpr int kDeepest = 256;  // of references in references: the stack ends somewhere
 
-// A partition whose list is being read, and the one that named it.
-struct Reference {
-  const kesa_cpu_partition* partition;
-  const Reference* by;
-};
+// The partitions that a list names, in the order of all. Bits are only ever set, so each is read once, however often and
+// by whomever it is named: lists that name one another come to an end, and take no stack.
+class NamedPartitions {
+ public:
+  // False where there is no memory.
+  bool name(const char* group, const char* partition) {
+    if (states_ == nullptr && !make_room()) {
+      return false;
+    }
+    uint32_t index = 0;
+    for_each_partition([&](const kesa_cpu_group& owner, const kesa_cpu_partition& candidate) {
+      State& state = states_.get()[index++];
+      if (state == State::kUnnamed && (std::strcmp(group, "*") == 0 || std::strcmp(group, owner.name) == 0) &&
+          std::strcmp(partition, candidate.name) == 0) {
+        state = State::kNamed;
+        is_one_unread_ = true;
+      }
+    });
+    return true;
+  }
 
-bool is_being_read(const kesa_cpu_partition& partition, const Reference* by) {
-  int depth = 0;
-  for (; by != nullptr; by = by->by) {
-    if (by->partition == &partition || ++depth == kDeepest) {
-      return true;
+  // Calls read(list) for each that is named, also for those that such a list names.
+  template <typename Read>
+  void read_all(Read read) {
+    while (is_one_unread_) {
+      is_one_unread_ = false;
+      uint32_t index = 0;
+      for_each_partition([&](const kesa_cpu_group&, const kesa_cpu_partition& partition) {
+        if (State& state = states_.get()[index++]; state == State::kNamed) {
+          state = State::kRead;
+          read(partition.cpumask);
+        }
+      });
     }
   }
-  return false;
-}
 
-bool parse_list(const char* text, uint64_t* mask, const Reference* by);
+ private:
+  enum class State : uint8_t { kUnnamed = 0, kNamed, kRead };
 
-// One that is being read already is not taken.
-bool parse_reference(const char* group, const char* name, uint64_t* mask, const Reference* by) {
-  bool is_taken = true;
-  for_each_partition([&](const kesa_cpu_group& owner, const kesa_cpu_partition& partition) {
-    if ((std::strcmp(group, "*") != 0 && std::strcmp(group, owner.name) != 0) ||
-        std::strcmp(name, partition.name) != 0) {
-      return;
+  bool make_room() {
+    uint32_t count = 0;
+    for_each_partition([&count](const kesa_cpu_group&, const kesa_cpu_partition&) { ++count; });
+    states_ = tirn::tagged_block<State>(count + 1);
+    if (states_ != nullptr) {
+      std::fill_n(states_.get(), count + 1, State::kUnnamed);
     }
-    if (is_being_read(partition, by)) {
-      is_taken = false;
-      return;
-    }
-    const Reference reference{&partition, by};
-    parse_list(partition.cpumask, mask, &reference);
-  });
-  return is_taken;
-}
+    return states_ != nullptr;
+  }
+
+  tirn::TaggedBlock<State> states_;
+  bool is_one_unread_ = false;
+};
 
 bool parse_range(const char* item, uint64_t* mask) {
   uint32_t start = 0;
@@ -67,18 +84,15 @@ bool parse_range(const char* item, uint64_t* mask) {
 }
 
 // Whether an item was taken. A bad one does not end the walk.
-bool parse_list(const char* text, uint64_t* mask, const Reference* by) {
+bool parse_list(const char* text, uint64_t* mask, NamedPartitions& named) {
   bool is_taken = false;
   walk_items(text, [&](const char* item) {
     char group[sizeof kesa_cpu_group::name];
     char partition[sizeof kesa_cpu_partition::name];
-    if (kesa_cpum_init(nullptr) == tirn::kOk &&
-        sscanf_s(item, "%[^/,]/%[^,]", group, static_cast<unsigned>(sizeof group), partition,
-                 static_cast<unsigned>(sizeof partition)) == 2) {
-      is_taken |= parse_reference(group, partition, mask, by);
-    } else {
-      is_taken |= parse_range(item, mask);
-    }
+    const bool is_reference = kesa_cpum_init(nullptr) == tirn::kOk &&
+                              sscanf_s(item, "%[^/,]/%[^,]", group, static_cast<unsigned>(sizeof group), partition,
+                                       static_cast<unsigned>(sizeof partition)) == 2;
+    is_taken |= is_reference ? named.name(group, partition) : parse_range(item, mask);
     return true;
   });
   return is_taken;
@@ -87,7 +101,10 @@ bool parse_list(const char* text, uint64_t* mask, const Reference* by) {
 }  // namespace
 
 int kesa_cpum_parse_cpumask(const char* text, uint64_t* mask) {
-  return parse_list(text, mask, nullptr) ? tirn::kOk : tirn::kFail;
+  NamedPartitions named;
+  const bool is_taken = parse_list(text, mask, named);
+  named.read_all([&](const char* list) { parse_list(list, mask, named); });
+  return is_taken ? tirn::kOk : tirn::kFail;
 }
 
 int kesa_cpum_clear_cpumask_of_iod_poll(uint64_t* mask) {

@@ -1,6 +1,7 @@
 // The node's CPU partitions.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -44,11 +45,14 @@ bool read_value(const char* path, const char* section, const char* key, Value& v
   return kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text) == tirn::kOk;
 }
 
-// A count, which must be above 0; else 0.
-int read_count(const char* path, const char* section, const char* key) {
+// A count, or 0 and below where there is none.
+int read_count(const char* path, const char* section, const char* key, int* read_result = nullptr) {
   Value value;
-  const long count = read_value(path, section, key, value) ? std::strtol(value.text, nullptr, 10) : 0;
-  return count > 0 ? static_cast<int>(count) : 0;
+  const int result = kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text);
+  if (read_result != nullptr) {
+    *read_result = result;
+  }
+  return result == tirn::kOk ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : 0;
 }
 
 // From "name:type:list"; anything else is passed over.
@@ -74,7 +78,7 @@ void add_group(const char* path, int number) {
   char section[32];
   snprintf_s(section, sizeof section, sizeof section - 1, "GROUP_%d", number);
   const int count = read_count(path, section, "partition_num");
-  if (count == 0) {
+  if (count <= 0) {
     INIT_INFO("Get cpu partition num fail, %s", section);
     return;
   }
@@ -117,9 +121,8 @@ bool has_file(const char* path) {
 }
 
 int read_groups(const char* path) {
-  Value value;
-  const int read = kesa_cfg_getItemValue_ex(path, "CPU_PARTITION", "group_num", value.text, sizeof value.text);
-  const long count = read == tirn::kOk ? std::strtol(value.text, nullptr, 10) : 0;
+  int read = tirn::kFail;
+  const int count = read_count(path, "CPU_PARTITION", "group_num", &read);
   if (count <= 0) {
     INIT_INFO("Get cpu num fail, ret:%d", read);
     INIT_INFO("Parse cpu group cfg fail %s", path);

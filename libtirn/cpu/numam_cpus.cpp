@@ -1,4 +1,6 @@
 // What was read of the NUMA nodes, and the lists of their CPUs.
+#include <algorithm>
+
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/cpu/cpu_list.h"
@@ -12,15 +14,15 @@ using namespace tirn::cpu;
 
 constinit std::atomic<unsigned> g_status{0};
 
-// Calls set(cpu) for each number of an item. Numbers go up to 4294967295: the count is wider.
+// Calls set(cpu) for each number of an item up to `last`. Numbers go up to 4294967295: the count is wider.
 template <typename Set>
-int set_range(const char* item, Set set) {
+int set_range(const char* item, unsigned last, Set set) {
   unsigned start = 0;
   unsigned end = 0;
   if (kesa_numam_parse_cpustr(item, &start, &end) != tirn::kOk) {
     return tirn::kFail;
   }
-  for (uint64_t cpu = start; cpu <= end; ++cpu) {
+  for (uint64_t cpu = start; cpu <= std::min(end, last); ++cpu) {
     set(static_cast<unsigned>(cpu));
   }
   return tirn::kOk;
@@ -92,11 +94,7 @@ int kesa_numam_parse_cpustr(const char* item, unsigned* start, unsigned* end) {
 }
 
 int kesa_numam_parse_cpuset_as_list(const char* item, cpu_set_t* set) {
-  return set_range(item, [set](unsigned cpu) {
-    if (cpu < CPU_SETSIZE) {
-      CPU_SET(cpu, set);
-    }
-  });
+  return set_range(item, CPU_SETSIZE - 1, [set](unsigned cpu) { CPU_SET(cpu, set); });
 }
 
 int kesa_numam_parse_cpuset(const char* text, cpu_set_t* set) {
@@ -109,7 +107,7 @@ int kesa_numam_parse_cpuset(const char* text, cpu_set_t* set) {
 }
 
 int kesa_numam_parse_cpumask_as_list(const char* item, uint64_t* mask) {
-  return set_range(item, [mask](unsigned cpu) { kesa_set_bit(cpu, mask); });
+  return set_range(item, UINT32_MAX, [mask](unsigned cpu) { kesa_set_bit(cpu, mask); });
 }
 
 int kesa_numam_parse_cpumask(const char* text, uint64_t* mask) {

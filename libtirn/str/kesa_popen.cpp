@@ -45,6 +45,7 @@ std::atomic_ref<int32_t> child_at(int32_t* table, int fd) { return std::atomic_r
 
 // The stream to a new child, whose id it stores; with a table, only on a descriptor that the table has room for.
 FILE* open_pipe(const char* function, const char* cmd, const char* mode, const int32_t* table, int* child) {
+  const tirn::NoCancellation guard;  // in the child, which runs on this stack, above all
   int pdes[2];
   if (pipe(pdes) != 0) {
     return nullptr;

@@ -23,6 +23,7 @@ void run_commands(unsigned code) {
 
   char line[16] = "";
   FILE* const reader = kesa_popen_s(("echo " + number + "; exit " + number).c_str(), "r", ";");
+  ASSERT_NE(reader, nullptr);
   while (std::fgets(line, sizeof line, reader) == nullptr && std::ferror(reader) != 0) {  // a signal came
     std::clearerr(reader);
   }
@@ -31,6 +32,7 @@ void run_commands(unsigned code) {
 
   int child = 0, status = 0;
   FILE* const killed = kesa_popen_with_pid("while :; do :; done", "w", &child);
+  ASSERT_NE(killed, nullptr);
   kill(child, SIGKILL);
   while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
   }

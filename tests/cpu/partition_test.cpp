@@ -73,7 +73,7 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
                                              "[GROUP_1]\npartition_num=0\n"
                                              "[GROUP_3]\npartition_num=3\npartition_0=IOD_NORMAL:1:12-13\n"
                                              "partition_1=loop:0:1,*/loop,GROUP_3/round\n"
-                                             "partition_2=round:0:2,GROUP_3/loop\n");
+                                             "partition_2=round:0:2,GROUP_3/loop,GROUP_3/loop\n");
   kesa_cpum_dbg_show(keep);
   EXPECT_EQ(g_printed, "Cpu partition is not inited yet\n");
   LogCapture log;

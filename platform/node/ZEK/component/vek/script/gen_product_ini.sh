@@ -9,6 +9,15 @@ cpus() {
   tr ',' '\n' | while IFS=- read -r first last; do seq "$first" "${last:-$first}"; done
 }
 
+# Numbers, one a line and rising, become "0-3,8".
+ranges() {
+  awk '
+    function close_range() { list = list sep (first == last ? first : first "-" last); sep = "," }
+    NR > 1 && $1 == last + 1 { last = $1; next }
+    { if (NR > 1) close_range(); first = last = $1 }
+    END { if (NR > 0) close_range(); print list }'
+}
+
 lists=$(cat /sys/devices/system/node/node*/cpulist 2>/dev/null || cat /sys/devices/system/cpu/online)
 group=0
 groups=$(for list in $lists; do
@@ -16,8 +25,8 @@ groups=$(for list in $lists; do
   half=$(((count + 1) / 2))
   printf '\n[GROUP_%d]\npartition_num=3\n' "$group"
   printf 'partition_0=ALL:0:%s\n' "$list"
-  printf 'partition_1=IOD_NORMAL:1:%s\n' "$(echo "$list" | cpus | head -n "$half" | paste -sd, -)"
-  printf 'partition_2=SERVICE:2:%s\n' "$(echo "$list" | cpus | tail -n "$half" | paste -sd, -)"
+  printf 'partition_1=IOD_NORMAL:1:%s\n' "$(echo "$list" | cpus | head -n "$half" | ranges)"
+  printf 'partition_2=SERVICE:2:%s\n' "$(echo "$list" | cpus | tail -n "$half" | ranges)"
   group=$((group + 1))
 done)
 count=$(echo "$groups" | grep -c '^\[GROUP_')
