@@ -1,4 +1,4 @@
-/* Objects in a tree by size and in a hash table by name, without an allocation: the objects embed the nodes. */
+/* Objects in a tree by their first block and in a hash table by their number: they embed the nodes, nothing is allocated. */
 #include <stdio.h>
 #include <tirn/tirn.h>
 

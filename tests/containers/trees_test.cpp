@@ -298,6 +298,9 @@ TEST(RbTree, NodesInNoTreeAndReplacement) {
   for (size_t i = 0; i < items.size(); ++i) {
     items[i].key = i;
     insert(tree, {}, items[i]);
+    if (i == 3) {  // 1 above 0 and 2, and 3 below the successor
+      EXPECT_EQ(kesa_rb_augment_erase_begin(&items[1].rb), &items[3].rb);
+    }
   }
   Item free{99};
   kesa_rb_clear_node(&free.rb);
