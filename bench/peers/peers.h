@@ -58,6 +58,21 @@ struct peer_pool {
 /* NULL where this build has not found its library. */
 PEER const struct peer_pool* peer_pool_named(const char* name);
 
+/* A container of objects with distinct keys. An object has PEER_OBJECT_SIZE bytes and lies at a multiple of them. */
+#define PEER_OBJECT_SIZE 64
+struct peer_set {
+  const char* name;
+  void (*make)(uint32_t bits);               /* once, for about 2^bits objects */
+  void (*begin)(void* object, uint64_t key); /* makes the object */
+  void (*insert)(void* object, uint64_t key);
+  void* (*find)(uint64_t key); /* not NULL if it is there */
+  void* (*next)(void* object); /* of a tree */
+  void (*erase)(void* object, uint64_t key);
+};
+
+/* NULL where this build has not found its library. */
+PEER const struct peer_set* peer_set_named(const char* name);
+
 #ifdef __cplusplus
 }
 #endif

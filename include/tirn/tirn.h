@@ -3,6 +3,7 @@
 #define TIRN_TIRN_H
 
 #include "tirn/affinity.h"
+#include "tirn/avl.h"
 #include "tirn/base.h"
 #include "tirn/bitops.h"
 #include "tirn/cfg.h"
@@ -10,12 +11,14 @@
 #include "tirn/cpumask.h"
 #include "tirn/fileops.h"
 #include "tirn/fs.h"
+#include "tirn/hash.h"
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
 #include "tirn/lock.h"
 #include "tirn/mem.h"
 #include "tirn/percpu_posix.h"
 #include "tirn/process.h"
+#include "tirn/rbtree.h"
 #include "tirn/sched.h"
 #include "tirn/semaphore.h"
 #include "tirn/shm.h"

@@ -1,0 +1,254 @@
+// The trees and the hash table as C++ types over objects that embed their nodes. They add no memory and no work to what
+// the C functions do, which may be used beside them by native().
+//
+//   struct Timer { uint64_t expires; kesa_rb_node node; };
+//   struct ByExpiry {
+//     auto operator()(uint64_t expires, const Timer& timer) const { return expires <=> timer.expires; }
+//     auto operator()(const Timer& a, const Timer& b) const { return a.expires <=> b.expires; }
+//   };
+//   tirn::RbTree<&Timer::node, ByExpiry> timers;
+//
+// What a loop `for (Timer& timer : timers)` is at may be erased and freed in its body. Containers own no object.
+#ifndef TIRN_CONTAINERS_HPP
+#define TIRN_CONTAINERS_HPP
+
+#include <string.h>
+
+#include "tirn/avl.h"
+#include "tirn/hash.h"
+#include "tirn/rbtree.h"
+
+namespace tirn {
+
+// Between an object and its member.
+template <auto kMember>
+struct Embedded;
+template <class ObjectType, class NodeType, NodeType ObjectType::*kMember>
+struct Embedded<kMember> {
+  using Object = ObjectType;
+  using Node = NodeType;
+
+  // The ABI represents a pointer to a data member by its offset, so this is a constant to the compiler.
+  static uint32_t offset() {
+    NodeType ObjectType::*const member = kMember;
+    ptrdiff_t bytes;
+    static_assert(sizeof bytes == sizeof member);
+    memcpy(&bytes, &member, sizeof bytes);
+    return static_cast<uint32_t>(bytes);
+  }
+  static Node* node_of(const Object* object) { return const_cast<Node*>(&(object->*kMember)); }
+  static Object* object_of(const Node* node) {
+    return node == nullptr ? nullptr : reinterpret_cast<Object*>(reinterpret_cast<uintptr_t>(node) - offset());
+  }
+};
+
+template <auto kMember>
+auto* container_of(const typename Embedded<kMember>::Node* node) {
+  return Embedded<kMember>::object_of(node);
+}
+
+// Range over a tree in order. The next object is found before the loop's body sees this one.
+template <class Tree>
+class TreeIterator {
+ public:
+  using Object = typename Tree::Object;
+  TreeIterator(const Tree* tree, Object* object)
+      : tree_(tree), object_(object), next_(object == nullptr ? nullptr : tree->next(*object)) {}
+  Object& operator*() const { return *object_; }
+  bool operator!=(const TreeIterator& other) const { return object_ != other.object_; }
+  void operator++() { *this = TreeIterator(tree_, next_); }
+
+ private:
+  const Tree* tree_;
+  Object* object_;
+  Object* next_;
+};
+
+// Order compares a key, or an object, with an object: below, above or equal to 0, as an integer or as what <=> gives. It
+// has no state.
+template <auto kNode, class Order>
+class RbTree {
+  using Member = Embedded<kNode>;
+
+ public:
+  using Object = typename Member::Object;
+
+  constexpr RbTree() = default;
+  RbTree(const RbTree&) = delete;
+  RbTree& operator=(const RbTree&) = delete;
+
+  bool empty() const { return root_.node == nullptr; }
+  Object* first() const { return Member::object_of(kesa_rb_first(&root_)); }
+  Object* last() const { return Member::object_of(kesa_rb_last(&root_)); }
+  Object* next(const Object& object) const { return Member::object_of(kesa_rb_next(Member::node_of(&object))); }
+  Object* prev(const Object& object) const { return Member::object_of(kesa_rb_prev(Member::node_of(&object))); }
+  TreeIterator<RbTree> begin() const { return {this, first()}; }
+  TreeIterator<RbTree> end() const { return {this, nullptr}; }
+
+  // The object equal to the key, or nullptr.
+  template <class Key>
+  Object* find(const Key& key) const {
+    kesa_rb_node* node = root_.node;
+    while (node != nullptr) {
+      const auto order = Order{}(key, static_cast<const Object&>(*Member::object_of(node)));
+      if (order == 0) {
+        break;
+      }
+      node = order > 0 ? node->right : node->left;
+    }
+    return Member::object_of(node);
+  }
+
+  // False, with nothing changed, where the tree holds an equal object.
+  bool insert(Object& object) {
+    kesa_rb_node* parent = nullptr;
+    kesa_rb_node** link = &root_.node;
+    while (*link != nullptr) {
+      parent = *link;
+      const auto order = Order{}(static_cast<const Object&>(object), *Member::object_of(parent));
+      if (order == 0) {
+        return false;
+      }
+      link = order > 0 ? &parent->right : &parent->left;
+    }
+    kesa_rb_link_node(Member::node_of(&object), parent, link);
+    kesa_rb_insert_color(Member::node_of(&object), &root_);
+    return true;
+  }
+
+  void erase(Object& object) { kesa_rb_erase(Member::node_of(&object), &root_); }
+  // Puts an object of the same order at the other's place.
+  void replace(Object& old, Object& object) {
+    kesa_rb_replace_node(Member::node_of(&old), Member::node_of(&object), &root_);
+  }
+  kesa_rb_root* native() { return &root_; }
+
+ private:
+  kesa_rb_root root_ = {};
+};
+
+// The same with heights that differ less. C code finds by a Key in native().
+template <auto kNode, class Order, class Key = typename Embedded<kNode>::Object>
+class AvlTree {
+  using Member = Embedded<kNode>;
+
+ public:
+  using Object = typename Member::Object;
+
+  AvlTree() { kesa_create_avl_new(&tree_, compare<Object>, compare<Key>, sizeof(Object), Member::offset()); }
+  AvlTree(const AvlTree&) = delete;
+  AvlTree& operator=(const AvlTree&) = delete;
+
+  bool empty() const { return tree_.root == nullptr; }
+  uint64_t size() const { return tree_.nodeCount; }
+  Object* first() const { return static_cast<Object*>(kesa_get_avl_first_node(&tree_)); }
+  Object* last() const { return static_cast<Object*>(kesa_get_avl_last_node(&tree_)); }
+  Object* next(const Object& object) const { return walk(object, KESA_AVL_RIGHT); }
+  Object* prev(const Object& object) const { return walk(object, KESA_AVL_LEFT); }
+  TreeIterator<AvlTree> begin() const { return {this, first()}; }
+  TreeIterator<AvlTree> end() const { return {this, nullptr}; }
+
+  // The object equal to the key, or nullptr.
+  template <class AnyKey>
+  Object* find(const AnyKey& key) const {
+    uint64_t position;
+    return search(key, position);
+  }
+
+  // False, with nothing changed, where the tree holds an equal object.
+  bool insert(Object& object) {
+    uint64_t position;
+    if (search(object, position) != nullptr) {
+      return false;
+    }
+    kesa_insert_avl_node(&tree_, &object, position);
+    return true;
+  }
+
+  void erase(Object& object) { kesa_remove_avl_node(&tree_, &object); }
+  kesa_avl_tree* native() { return &tree_; }
+
+ private:
+  template <class AnyKey>
+  static int compare(const void* key, const void* object, uint64_t) {
+    const auto order = Order{}(*static_cast<const AnyKey*>(key), *static_cast<const Object*>(object));
+    return (order > 0) - (order < 0);
+  }
+
+  // kesa_find_avl_node with the comparison inlined.
+  template <class AnyKey>
+  Object* search(const AnyKey& key, uint64_t& position) const {
+    position = 0;
+    for (const kesa_avl_node* node = tree_.root; node != nullptr;) {
+      Object* const object = Member::object_of(node);
+      const auto order = Order{}(key, static_cast<const Object&>(*object));
+      if (order == 0) {
+        return object;
+      }
+      const uint32_t side = order > 0;
+      position = reinterpret_cast<uintptr_t>(node) | side;
+      node = node->child[side];
+    }
+    return nullptr;
+  }
+
+  Object* walk(const Object& object, uint32_t direction) const {
+    return static_cast<Object*>(kesa_walk_avl_node(&tree_, &object, direction));
+  }
+
+  kesa_avl_tree tree_;
+};
+
+// The objects' nodes hold their keys. Objects that are still in it when it ends stay the caller's.
+template <auto kNode>
+class HashTable {
+  using Member = Embedded<kNode>;
+
+ public:
+  using Object = typename Member::Object;
+
+  HashTable() = default;
+  HashTable(const HashTable&) = delete;
+  HashTable& operator=(const HashTable&) = delete;
+  ~HashTable() { kesa_hash_destory(table_, nullptr); }
+
+  // Once, before all others. As kesa_hash_create_ex.
+  int create(uint32_t buckets, uint32_t pid, kesa_hash_attr* attr = nullptr) {
+    return kesa_hash_create_ex(buckets, &table_, pid, attr);
+  }
+
+  // False, with nothing changed, where the table holds an object of the same key.
+  bool insert(Object& object) { return kesa_hash_insert(table_, Member::node_of(&object)) == 0; }
+
+  // The object of the key, or nullptr.
+  Object* find(uint32_t key_type, uint64_t key) const {
+    kesa_hash_node* node = nullptr;
+    kesa_hash_search(table_, key_type, key, &node);
+    return Member::object_of(node);
+  }
+
+  // The same, taken out.
+  Object* erase(uint32_t key_type, uint64_t key) {
+    kesa_hash_node* node = nullptr;
+    kesa_hash_delete(table_, key_type, key, &node);
+    return Member::object_of(node);
+  }
+
+  // visit(object), which may take the object out, until it gives another number than 0; that one, or 0.
+  template <class Visit>
+  int for_each(Visit visit) {
+    return kesa_hash_for_each_ex(
+        table_,
+        [](kesa_hash_node* node, void* arg) -> int { return (*static_cast<Visit*>(arg))(*Member::object_of(node)); },
+        &visit, 1);
+  }
+
+  kesa_hash_table* native() { return table_; }
+
+ private:
+  kesa_hash_table* table_ = nullptr;
+};
+
+}  // namespace tirn
+
+#endif

@@ -1,0 +1,325 @@
+#include <cstdint>
+
+#include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
+#include "tirn/avl.h"
+
+namespace {
+
+using namespace tirn;
+using Node = kesa_avl_node;
+using Tree = kesa_avl_tree;
+
+Node* node_of(const Tree* tree, const void* object) {
+  return reinterpret_cast<Node*>(reinterpret_cast<uintptr_t>(object) + tree->offset);
+}
+
+void* object_of(const Tree* tree, Node* node) { return reinterpret_cast<char*>(node) - tree->offset; }
+
+// A position is a node with the side below it in the lowest bit.
+constexpr uint64_t kEmptyPosition = 0;
+
+uint64_t position_of(const Node* parent, uint32_t side) { return reinterpret_cast<uintptr_t>(parent) | side; }
+Node* parent_at(uint64_t position) { return reinterpret_cast<Node*>(position & ~uint64_t{1}); }
+uint32_t side_at(uint64_t position) { return static_cast<uint32_t>(position & 1); }
+
+// The object equal to the key, or the position where it would stand. A compare answer that is none stores the cookie of
+// an empty tree.
+void* find_val_node(const Tree* tree, const void* key, uint64_t* cookie, bool is_key) {
+  if (tree == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return nullptr;
+  }
+  const kesa_avl_compare_fn compare = is_key ? tree->findCompare : tree->addCompare;
+  uint64_t position = kEmptyPosition;
+  for (Node* node = tree->root; node != nullptr;) {
+    void* const object = object_of(tree, node);
+    const int order = compare(key, object, 0);
+    if (order == 0) {
+      return object;
+    }
+    if (order < -1 || order > 1) {
+      position = kEmptyPosition;
+      break;
+    }
+    // By index: which way a search goes is what no branch predictor can know.
+    const uint32_t side = order > 0 ? 1 : 0;
+    position = position_of(node, side);
+    node = node->child[side];
+  }
+  if (cookie != nullptr) {
+    *cookie = position;
+  }
+  return nullptr;
+}
+
+Node* extreme(Node* node, uint32_t side) {
+  while (node->child[side] != nullptr) {
+    node = node->child[side];
+  }
+  return node;
+}
+
+Node* neighbour(Node* node, uint32_t side) {
+  if (node->child[side] != nullptr) {
+    return extreme(node->child[side], 1 - side);
+  }
+  while (node->parent != nullptr && node->childIndex == side) {
+    node = node->parent;
+  }
+  return node->parent;
+}
+
+void* end_of(const Tree* tree, uint32_t side) {
+  return tree->root == nullptr ? nullptr : object_of(tree, extreme(tree->root, side));
+}
+
+// The child may be NULL.
+void hang(Node* parent, uint32_t side, Node* child) {
+  parent->child[side] = child;
+  if (child != nullptr) {
+    child->parent = parent;
+    child->childIndex = side;
+  }
+}
+
+// Puts `child`, which may be NULL, where `node` hangs.
+void replace(Tree* tree, const Node* node, Node* child) {
+  if (node->parent != nullptr) {
+    hang(node->parent, node->childIndex, child);
+  } else {
+    tree->root = child;
+    if (child != nullptr) {
+      child->parent = nullptr;
+    }
+  }
+}
+
+// What a change on this side adds to the balance of the node above.
+int32_t lean(uint32_t side) { return side == 0 ? -1 : 1; }
+
+// Rotates the node, whose balance would be 2 * d. True if the subtree became shorter.
+bool rotate(Tree* tree, Node* node, int32_t d) {
+  const uint32_t heavy = d > 0 ? 1 : 0;
+  const uint32_t light = 1 - heavy;
+  Node* const c = node->child[heavy];
+  if (c->balance != -d) {
+    replace(tree, node, c);
+    hang(node, heavy, c->child[light]);
+    hang(c, light, node);
+    const bool shorter = c->balance != 0;
+    c->balance = shorter ? 0 : -d;
+    node->balance = shorter ? 0 : d;
+    return shorter;
+  }
+  Node* const g = c->child[light];
+  replace(tree, node, g);
+  hang(c, light, g->child[heavy]);
+  hang(node, heavy, g->child[light]);
+  hang(g, heavy, c);
+  hang(g, light, node);
+  c->balance = g->balance == -d ? d : 0;
+  node->balance = g->balance == d ? -d : 0;
+  g->balance = 0;
+  return true;
+}
+
+// A node with two children and the nearest node on its higher side, which has one child at most, change places.
+void swap_with_neighbour(Tree* tree, Node* node) {
+  const uint32_t near = node->balance > 0 ? 1 : 0;
+  Node* const other = extreme(node->child[near], 1 - near);
+  const Node upper = *node;
+  const Node lower = *other;
+  replace(tree, node, other);
+  other->balance = upper.balance;
+  hang(other, 1 - near, upper.child[1 - near]);
+  if (upper.child[near] == other) {
+    hang(other, near, node);
+  } else {
+    hang(other, near, upper.child[near]);
+    hang(lower.parent, lower.childIndex, node);
+  }
+  node->balance = lower.balance;
+  hang(node, 0, lower.child[0]);
+  hang(node, 1, lower.child[1]);
+}
+
+}  // namespace
+
+int kesa_create_avl(kesa_avl_tree* tree, kesa_avl_compare_fn compare, uint32_t size, uint32_t offset) {
+  if (tree == nullptr || compare == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return kFail;
+  }
+  *tree = {nullptr, compare, compare, offset, size, 0};
+  return kOk;
+}
+
+int kesa_create_avl_new(kesa_avl_tree* tree, kesa_avl_compare_fn add_compare, kesa_avl_compare_fn find_compare,
+                        uint32_t size, uint32_t offset) {
+  if (tree == nullptr || add_compare == nullptr || find_compare == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return kFail;
+  }
+  *tree = {nullptr, add_compare, find_compare, offset, size, 0};
+  return kOk;
+}
+
+int kesa_destroy_avl(kesa_avl_tree* tree) {
+  if (tree == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return kFail;
+  }
+  tree->root = nullptr;
+  tree->nodeCount = 0;
+  return kOk;
+}
+
+void* kesa_find_avl_node(const kesa_avl_tree* tree, const void* key, uint64_t* cookie) {
+  return find_val_node(tree, key, cookie, true);
+}
+
+void* kesa_find_avl_nearest_node(const kesa_avl_tree* tree, uint64_t cookie, uint32_t direction) {
+  if (tree == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return nullptr;
+  }
+  Node* const parent = parent_at(cookie);
+  if (parent == nullptr) {
+    return nullptr;
+  }
+  void* const object = object_of(tree, parent);
+  return side_at(cookie) == direction ? kesa_walk_avl_node(tree, object, direction) : object;
+}
+
+int kesa_insert_avl_node(kesa_avl_tree* tree, void* object, uint64_t cookie) {
+  if (tree == nullptr || object == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return kFail;
+  }
+  Node* const node = node_of(tree, object);
+  Node* above = parent_at(cookie);
+  uint32_t side = side_at(cookie);
+  ++tree->nodeCount;
+  *node = {{nullptr, nullptr}, above, side, 0};
+  (above == nullptr ? tree->root : above->child[side]) = node;
+  while (above != nullptr) {
+    const int32_t delta = lean(side);
+    if (above->balance == -delta) {
+      above->balance = 0;
+      TIRN_DEBUG("Set AVL balance done.");
+      break;
+    }
+    if (above->balance != 0) {
+      rotate(tree, above, delta);
+      break;
+    }
+    above->balance = delta;
+    side = above->childIndex;
+    above = above->parent;
+  }
+  return kOk;
+}
+
+void kesa_add_avl_node(kesa_avl_tree* tree, void* object) {
+  if (tree == nullptr || object == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return;
+  }
+  uint64_t cookie = kEmptyPosition;
+  if (find_val_node(tree, object, &cookie, false) != nullptr) {
+    return;
+  }
+  // A failed search in a tree that has nodes: as a root the object would cut them all off.
+  const bool found_no_place = parent_at(cookie) == nullptr && tree->root != nullptr;
+  if (found_no_place || kesa_insert_avl_node(tree, object, cookie) != kOk) {
+    TIRN_ERROR("InsertAvlNode fail.");
+  }
+}
+
+int kesa_insert_avl_node_specified(kesa_avl_tree* tree, void* object, void* here, uint32_t direction) {
+  if (tree == nullptr || here == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return kFail;
+  }
+  if (direction > 1) {
+    TIRN_ERROR("Invalid Param");
+    return kFail;
+  }
+  Node* const near = node_of(tree, here);
+  const uint64_t cookie = near->child[direction] == nullptr
+                              ? position_of(near, direction)
+                              : position_of(extreme(near->child[direction], 1 - direction), 1 - direction);
+  const int result = kesa_insert_avl_node(tree, object, cookie);
+  if (result != kOk) {
+    TIRN_ERROR("InsertAvlNode fail: avl_tree=%p, new_node=%p, here=%p, direction=%d.", static_cast<void*>(tree),
+               object, here, static_cast<int>(direction));
+  }
+  return result;
+}
+
+void kesa_remove_avl_node(kesa_avl_tree* tree, void* object) {
+  if (tree == nullptr || object == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return;
+  }
+  Node* const node = node_of(tree, object);
+  --tree->nodeCount;
+  if (node->child[0] != nullptr && node->child[1] != nullptr) {
+    swap_with_neighbour(tree, node);
+  }
+  replace(tree, node, node->child[0] != nullptr ? node->child[0] : node->child[1]);
+  if (node->parent == nullptr) {
+    TIRN_DEBUG("Remove node not need set balance.");
+    return;
+  }
+  uint32_t side = node->childIndex;
+  for (Node* above = node->parent; above != nullptr;) {
+    Node* const next = above->parent;
+    const uint32_t next_side = above->childIndex;
+    const int32_t delta = lean(side);
+    if (above->balance == 0) {
+      above->balance = -delta;
+      return;
+    }
+    if (above->balance == delta) {
+      above->balance = 0;
+    } else if (!rotate(tree, above, -delta)) {
+      return;
+    }
+    above = next;
+    side = next_side;
+  }
+}
+
+void* kesa_walk_avl_node(const kesa_avl_tree* tree, const void* object, uint32_t direction) {
+  if (tree == nullptr || object == nullptr || direction > 1) {
+    return nullptr;
+  }
+  Node* const node = neighbour(node_of(tree, object), direction);
+  return node == nullptr ? nullptr : object_of(tree, node);
+}
+
+void* kesa_get_avl_first_node(const kesa_avl_tree* tree) {
+  if (tree == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return nullptr;
+  }
+  return end_of(tree, KESA_AVL_LEFT);
+}
+
+void* kesa_get_avl_last_node(const kesa_avl_tree* tree) {
+  if (tree == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return nullptr;
+  }
+  return end_of(tree, KESA_AVL_RIGHT);
+}
+
+uint64_t kesa_get_avl_node_num(const kesa_avl_tree* tree) {
+  if (tree == nullptr) {
+    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+    return ~uint64_t{0};
+  }
+  return tree->nodeCount;
+}

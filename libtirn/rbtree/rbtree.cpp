@@ -1,0 +1,258 @@
+#include "tirn/rbtree.h"
+
+#include <initializer_list>
+
+namespace {
+
+using Node = kesa_rb_node;
+using Root = kesa_rb_root;
+
+// A child of a node: mirror images share their code.
+using Side = Node* Node::*;
+template <Side kSide>
+constexpr Side kOther = kSide == &Node::left ? &Node::right : &Node::left;
+
+// Beside the parent's address. Each change keeps the bits that it is not about.
+constexpr uint64_t kColor = KESA_RB_BLACK;
+constexpr uint64_t kSpare = 2;
+
+Node* parent_of(const Node* node) { return reinterpret_cast<Node*>(node->parentColor & ~(kColor | kSpare)); }
+bool is_red(const Node* node) { return (node->parentColor & kColor) == 0; }
+void set_red(Node* node) { node->parentColor &= ~kColor; }
+void set_black(Node* node) { node->parentColor |= kColor; }
+
+void set_parent(Node* node, const Node* parent) {
+  node->parentColor = reinterpret_cast<uintptr_t>(parent) | (node->parentColor & (kColor | kSpare));
+}
+
+// Takes the other's parent and colour.
+void take_place(Node* node, const Node* other) {
+  node->parentColor = (other->parentColor & ~kSpare) | (node->parentColor & kSpare);
+}
+
+void take_color(Node* node, const Node* other) {
+  node->parentColor = (node->parentColor & ~kColor) | (other->parentColor & kColor);
+}
+
+bool is_red_child(const Node* child) { return child != nullptr && is_red(child); }
+
+// Makes `child`, which may be NULL, the child of `parent`, NULL above the root, in the place of `former`.
+void replace_child(Node* parent, const Node* former, Node* child, Root* root) {
+  (parent == nullptr ? root->node : parent->left == former ? parent->left : parent->right) = child;
+}
+
+// Lets the child on the other side take the node's place; the node goes down on this side.
+template <Side kSide>
+void rotate(Node* node, Root* root) {
+  Node* const child = node->*kOther<kSide>;
+  Node* const inner = child->*kSide;
+  Node* const parent = parent_of(node);
+  node->*kOther<kSide> = inner;
+  if (inner != nullptr) {
+    set_parent(inner, node);
+  }
+  child->*kSide = node;
+  set_parent(child, parent);
+  set_parent(node, child);
+  replace_child(parent, node, child, root);
+}
+
+// Ends the repair of an insert: the node and its parent, the grandparent's child on this side, are red, the uncle is not.
+template <Side kSide>
+void lift_parent(Node* node, Node* parent, Node* grandparent, Root* root) {
+  if (node == parent->*kOther<kSide>) {
+    rotate<kSide>(parent, root);
+    parent = node;
+  }
+  set_black(parent);
+  set_red(grandparent);
+  rotate<kOther<kSide>>(grandparent, root);
+}
+
+// Where a path through this side of `parent` has one black node too few. True if the lack was made up; otherwise the
+// whole subtree lacks it now.
+template <Side kSide>
+bool make_up(Node* parent, Root* root) {
+  Node* sibling = parent->*kOther<kSide>;
+  if (is_red(sibling)) {
+    set_black(sibling);
+    set_red(parent);
+    rotate<kSide>(parent, root);
+    sibling = parent->*kOther<kSide>;
+  }
+  Node* const inner = sibling->*kSide;
+  Node* const outer = sibling->*kOther<kSide>;
+  if (!is_red_child(inner) && !is_red_child(outer)) {
+    set_red(sibling);
+    return false;
+  }
+  if (!is_red_child(outer)) {
+    rotate<kOther<kSide>>(sibling, root);
+    sibling = inner;
+  }
+  take_color(sibling, parent);
+  set_black(parent);
+  set_black(sibling->*kOther<kSide>);
+  rotate<kSide>(parent, root);
+  return true;
+}
+
+// The place of `node`, which may be NULL, below `parent` lost a black node.
+void repair_erase(Node* node, Node* parent, Root* root) {
+  while (!is_red_child(node) && parent != nullptr) {
+    if (node == parent->left ? make_up<&Node::left>(parent, root) : make_up<&Node::right>(parent, root)) {
+      return;
+    }
+    node = parent;
+    parent = parent_of(node);
+  }
+  if (node != nullptr) {
+    set_black(node);
+  }
+}
+
+template <Side kSide>
+Node* extreme(Node* node) {
+  while (node != nullptr && node->*kSide != nullptr) {
+    node = node->*kSide;
+  }
+  return node;
+}
+
+template <Side kSide>
+Node* neighbour(const Node* node) {
+  const Node* parent = parent_of(node);
+  if (parent == node) {
+    return nullptr;
+  }
+  if (node->*kSide != nullptr) {
+    return extreme<kOther<kSide>>(node->*kSide);
+  }
+  while (parent != nullptr && node == parent->*kSide) {
+    node = parent;
+    parent = parent_of(node);
+  }
+  return const_cast<Node*>(parent);
+}
+
+// From the node up to the root: each node of the path, and the other child of each.
+void augment_path(Node* node, kesa_rb_augment_fn function, void* data) {
+  for (;;) {
+    function(node, data);
+    Node* const parent = parent_of(node);
+    if (parent == nullptr) {
+      return;
+    }
+    // A right child without a sibling is called once more: the function's users count on nothing else.
+    if (node == parent->right && parent->left != nullptr) {
+      function(parent->left, data);
+    } else if (parent->right != nullptr) {
+      function(parent->right, data);
+    }
+    node = parent;
+  }
+}
+
+}  // namespace
+
+void kesa_rb_insert_color(kesa_rb_node* node, kesa_rb_root* root) {
+  Node* parent = parent_of(node);
+  while (parent != nullptr && is_red(parent)) {
+    Node* const grandparent = parent_of(parent);
+    const bool is_left = parent == grandparent->left;
+    Node* const uncle = is_left ? grandparent->right : grandparent->left;
+    if (!is_red_child(uncle)) {
+      if (is_left) {
+        lift_parent<&Node::left>(node, parent, grandparent, root);
+      } else {
+        lift_parent<&Node::right>(node, parent, grandparent, root);
+      }
+      break;
+    }
+    set_black(parent);
+    set_black(uncle);
+    set_red(grandparent);
+    node = grandparent;
+    parent = parent_of(node);
+  }
+  set_black(root->node);
+}
+
+void kesa_rb_erase(kesa_rb_node* node, kesa_rb_root* root) {
+  Node* parent = parent_of(node);
+  Node* child = node->left == nullptr ? node->right : node->left;
+  bool was_black = !is_red(node);
+  if (node->left == nullptr || node->right == nullptr) {
+    replace_child(parent, node, child, root);
+  } else {
+    Node* const successor = extreme<&Node::left>(node->right);
+    replace_child(parent, node, successor, root);
+    parent = parent_of(successor);
+    child = successor->right;
+    was_black = !is_red(successor);
+    take_place(successor, node);
+    successor->left = node->left;
+    set_parent(node->left, successor);
+    if (parent == node) {
+      parent = successor;
+    } else {
+      parent->left = child;
+      successor->right = node->right;
+      set_parent(node->right, successor);
+    }
+  }
+  if (child != nullptr) {
+    set_parent(child, parent);
+  }
+  if (was_black) {
+    repair_erase(child, parent, root);
+  }
+}
+
+kesa_rb_node* kesa_rb_first(const kesa_rb_root* root) { return extreme<&Node::left>(root->node); }
+
+kesa_rb_node* kesa_rb_last(const kesa_rb_root* root) { return extreme<&Node::right>(root->node); }
+
+kesa_rb_node* kesa_rb_next(const kesa_rb_node* node) { return neighbour<&Node::right>(node); }
+
+kesa_rb_node* kesa_rb_prev(const kesa_rb_node* node) { return neighbour<&Node::left>(node); }
+
+void kesa_rb_replace_node(kesa_rb_node* old, kesa_rb_node* node, kesa_rb_root* root) {
+  replace_child(parent_of(old), old, node, root);
+  for (Node* const child : {old->left, old->right}) {
+    if (child != nullptr) {
+      set_parent(child, node);
+    }
+  }
+  *node = *old;
+}
+
+void kesa_rb_augment_insert(kesa_rb_node* node, kesa_rb_augment_fn function, void* data) {
+  if (node->left != nullptr) {
+    node = node->left;
+  } else if (node->right != nullptr) {
+    node = node->right;
+  }
+  augment_path(node, function, data);
+}
+
+kesa_rb_node* kesa_rb_augment_erase_begin(const kesa_rb_node* node) {
+  if (node->left == nullptr && node->right == nullptr) {
+    return parent_of(node);
+  }
+  if (node->left == nullptr || node->right == nullptr) {
+    return node->left == nullptr ? node->right : node->left;
+  }
+  Node* const successor = extreme<&Node::left>(node->right);
+  if (successor->right != nullptr) {
+    return successor->right;
+  }
+  Node* const parent = parent_of(successor);
+  return parent == node ? successor : parent;
+}
+
+void kesa_rb_augment_erase_end(kesa_rb_node* node, kesa_rb_augment_fn function, void* data) {
+  if (node != nullptr) {
+    augment_path(node, function, data);
+  }
+}
