@@ -8,6 +8,8 @@
 #include "sites/container_site.h"
 #include "support/bench.h"
 #include "support/data.h"
+#include "tirn/avl.h"
+#include "tirn/hash.h"
 
 namespace tirn::bench {
 namespace {
@@ -17,11 +19,56 @@ struct Pick {
   void* object;
 };
 
+// What needs no code of its own in the program is called as it is.
+struct AvlCalls {
+  struct Object {
+    kesa_avl_node node;
+    uint64_t key;
+  };
+  static int compare(uint64_t key, const void* object) {
+    const uint64_t other = static_cast<const Object*>(object)->key;
+    return (key > other) - (key < other);
+  }
+  static int compare_object(const void* object, const void* other, uint64_t) {
+    return compare(static_cast<const Object*>(object)->key, other);
+  }
+  static int compare_key(const void* key, const void* object, uint64_t) {
+    return compare(*static_cast<const uint64_t*>(key), object);
+  }
+
+  static inline kesa_avl_tree tree;
+  const char* name = "kesa_*_avl_node";
+  static void make(uint32_t) {
+    kesa_create_avl_new(&tree, compare_object, compare_key, sizeof(Object), offsetof(Object, node));
+  }
+  static void begin(void* object, uint64_t key) { static_cast<Object*>(object)->key = key; }
+  static void insert(void* object, uint64_t) { kesa_add_avl_node(&tree, object); }
+  static void* find(uint64_t key) { return kesa_find_avl_node(&tree, &key, nullptr); }
+  static void* next(void* object) { return kesa_walk_avl_node(&tree, object, KESA_AVL_RIGHT); }
+  static void erase(void* object, uint64_t) { kesa_remove_avl_node(&tree, object); }
+};
+
+struct HashCalls {
+  static inline kesa_hash_table* table;
+  const char* name = "kesa_hash_*";
+  static void make(uint32_t bits) { kesa_hash_create(1u << bits, &table, 0); }
+  static void begin(void* object, uint64_t key) { static_cast<kesa_hash_node*>(object)->key = key; }
+  static void insert(void* object, uint64_t) { kesa_hash_insert(table, static_cast<kesa_hash_node*>(object)); }
+  static void* find(uint64_t key) {
+    kesa_hash_node* node;
+    kesa_hash_search(table, 0, key, &node);
+    return node;
+  }
+  static void* next(void*) { return nullptr; }
+  static void erase(void*, uint64_t key) { kesa_hash_delete(table, 0, key, nullptr); }
+};
+
 // A container at its size, and objects that are out of it: the ones that went out first, whose surroundings no cache
 // holds any more, come in first.
+template <class Calls>
 class Bed {
  public:
-  Bed(const peer_set& calls, size_t size) : calls_(calls), batch_(std::min<size_t>(size, 4096)) {
+  Bed(const Calls& calls, size_t size) : calls_(calls), batch_(std::min<size_t>(size, 4096)) {
     const size_t all = size + (size > batch_ ? 16 * batch_ : 0);
     memory_.reset(new (std::align_val_t{PEER_OBJECT_SIZE}) uint8_t[all * PEER_OBJECT_SIZE]());
     calls_.make(static_cast<uint32_t>(std::bit_width(size - 1)));
@@ -114,58 +161,82 @@ class Bed {
   struct Free {
     void operator()(uint8_t* bytes) const { ::operator delete[](bytes, std::align_val_t{PEER_OBJECT_SIZE}); }
   };
-  const peer_set& calls_;
+  const Calls calls_;
   size_t batch_;
   std::unique_ptr<uint8_t[], Free> memory_;
   std::vector<Pick> in_;
   std::deque<Pick> out_;
 };
 
-struct Operation {
-  const char* name;
-  Sample (*measure)(Bed& bed, uint64_t count);
-};
-const Operation kInsert{"insert", [](Bed& bed, uint64_t count) { return bed.churn(count, true); }};
-const Operation kErase{"erase", [](Bed& bed, uint64_t count) { return bed.churn(count, false); }};
-const Operation kHit{"find", [](Bed& bed, uint64_t count) { return bed.find(count, true); }};
-const Operation kMiss{"find_nothing", [](Bed& bed, uint64_t count) { return bed.find(count, false); }};
-const Operation kWalk{"walk", [](Bed& bed, uint64_t count) { return bed.walk(count); }};
+enum Operation { kInsert, kFind, kFindNothing, kWalk, kErase };
+constexpr const char* kNames[] = {"insert", "find", "find_nothing", "walk", "erase"};
+
+template <class Calls>
+Sample measure(Bed<Calls>& bed, Operation operation, uint64_t count) {
+  switch (operation) {
+    case kInsert:
+    case kErase:
+      return bed.churn(count, operation == kInsert);
+    case kFind:
+    case kFindNothing:
+      return bed.find(count, operation == kFind);
+    default:
+      return bed.walk(count);
+  }
+}
 
 // The container is made in the group's own process, when it is first measured.
-Row row(const peer_set& calls, const Operation& operation, size_t size) {
-  auto bed = std::make_shared<std::unique_ptr<Bed>>();
-  return {calls.name, [bed, &calls, operation, size](uint64_t count) {
+template <class Calls>
+Row row(const Calls& calls, Operation operation, size_t size) {
+  auto bed = std::make_shared<std::unique_ptr<Bed<Calls>>>();
+  return {calls.name, [bed, calls, operation, size](uint64_t count) {
             if (*bed == nullptr) {
-              *bed = std::make_unique<Bed>(calls, size);
+              *bed = std::make_unique<Bed<Calls>>(calls, size);
             }
-            return operation.measure(**bed, count);
+            return measure(**bed, operation, count);
           }};
 }
 
+template <const peer_set& kSet>
+Row site_row(Operation operation, size_t size) {
+  return row(kSet, operation, size);
+}
+
+template <class Calls>
+Row direct_row(Operation operation, size_t size) {
+  return row(Calls(), operation, size);
+}
+
+template <const char* kName>
+Row peer_row(Operation operation, size_t size) {
+  return row(*peer_set_named(kName), operation, size);
+}
+constexpr char kSameHash[] = "the same with our hash";
+
 struct Contest {
   const char* name;
-  const peer_set& ours;
+  Row (*ours)(Operation operation, size_t size);
   double target;
   std::vector<const char*> peers;
   std::vector<Operation> operations;
-  const peer_set* shown = nullptr;
+  Row (*shown)(Operation operation, size_t size) = nullptr;
 };
 
 std::vector<Group> groups_of(const Contest& contest) {
   std::vector<Group> groups;
   for (const size_t size : {1000, 1000000}) {
-    for (const Operation& operation : contest.operations) {
+    for (const Operation operation : contest.operations) {
       Group group{
-          .name = std::string("containers/") + contest.name + '/' + operation.name + '/' + std::to_string(size),
+          .name = std::string("containers/") + contest.name + '/' + kNames[operation] + '/' + std::to_string(size),
           .target = contest.target,
-          .ours = row(contest.ours, operation, size)};
+          .ours = contest.ours(operation, size)};
       for (const char* const name : contest.peers) {
         if (const peer_set* const peer = peer_set_named(name); peer != nullptr) {
           group.peers.push_back(row(*peer, operation, size));
         }
       }
-      if (contest.shown != nullptr) {
-        group.shown.push_back(row(*contest.shown, operation, size));
+      if (contest.shown != nullptr && !group.peers.empty()) {
+        group.shown.push_back(contest.shown(operation, size));
       }
       groups.push_back(group.peers.empty() ? Group{.name = group.name, .ours = group.ours} : group);
     }
@@ -174,13 +245,18 @@ std::vector<Group> groups_of(const Contest& contest) {
 }
 
 const Family containers{[] {
-  const std::vector<Operation> all{kInsert, kHit, kMiss, kWalk, kErase};
+  const std::vector<Operation> all{kInsert, kFind, kFindNothing, kWalk, kErase};
   std::vector<Group> groups;
   for (const Contest& contest : {
-           Contest{"rb", site_rb, 1.0, {"boost::intrusive::set"}, all},
-           Contest{"avl", site_avl, 1.05, {"boost::intrusive::avl_set"}, all, &site_typed_avl},
-           Contest{"hash", site_hash, 1.5, {"boost::intrusive::unordered_set"}, {kInsert, kHit, kMiss, kErase}},
-           Contest{"hash_maps", site_hash, 0.8, {"std::unordered_map", "GHashTable"}, {kInsert, kHit}},
+           Contest{"rb", site_row<site_rb>, 1.0, {"boost::intrusive::set"}, all},
+           Contest{"avl", direct_row<AvlCalls>, 1.05, {"boost::intrusive::avl_set"}, all, site_row<site_avl>},
+           Contest{"hash",
+                   direct_row<HashCalls>,
+                   1.5,
+                   {"boost::intrusive::unordered_set"},
+                   {kInsert, kFind, kFindNothing, kErase},
+                   peer_row<kSameHash>},
+           Contest{"hash_maps", direct_row<HashCalls>, 0.8, {"std::unordered_map", "GHashTable"}, {kInsert, kFind}},
        }) {
     for (Group& group : groups_of(contest)) {
       groups.push_back(std::move(group));

@@ -63,16 +63,26 @@ using Rb = Tree<RbObject, bi::set<RbObject, bi::key_of_value<KeyOf<RbObject>>>>;
 using Avl = Tree<AvlObject, bi::avl_set<AvlObject, bi::key_of_value<KeyOf<AvlObject>>>>;
 
 struct Identity {
+  static void set_bits(uint32_t) {}
   size_t operator()(uint64_t key) const { return key; }
 };
 
+// The hash of ours, which spreads random keys less evenly.
+struct Product {
+  static inline uint32_t shift;
+  static void set_bits(uint32_t bits) { shift = 64 - bits; }
+  size_t operator()(uint64_t key) const { return (key & UINT32_MAX) * 0x9E37FFFFFFFC0001 >> shift; }
+};
+
+template <class Hasher>
 struct Hash {
-  using Set = bi::unordered_set<HashObject, bi::key_of_value<KeyOf<HashObject>>, bi::hash<Identity>,
+  using Set = bi::unordered_set<HashObject, bi::key_of_value<KeyOf<HashObject>>, bi::hash<Hasher>,
                                 bi::power_2_buckets<true>, bi::constant_time_size<false>>;
   static inline Set* set;
   static void make(uint32_t bits) {
-    auto* const buckets = new std::vector<Set::bucket_type>(size_t{1} << bits);
-    set = new Set(Set::bucket_traits(buckets->data(), buckets->size()));
+    Hasher::set_bits(bits);
+    auto* const buckets = new std::vector<typename Set::bucket_type>(size_t{1} << bits);
+    set = new Set(typename Set::bucket_traits(buckets->data(), buckets->size()));
   }
   static void insert(void* object, uint64_t) { set->insert(*static_cast<HashObject*>(object)); }
   static void* find(uint64_t key) {
@@ -80,21 +90,28 @@ struct Hash {
     return at == set->end() ? nullptr : &*at;
   }
   static void erase(void*, uint64_t key) { set->erase(key); }
+  static constexpr peer_set calls(const char* name) {
+    return {name, make, begin<HashObject>, insert, find, nullptr, erase};
+  }
 };
 #endif
 
 void leave(void*, uint64_t) {}
 
+// Its nodes are the objects: link, key and the rest have the same size together.
 struct StdMap {
-  static inline std::unordered_map<uint64_t, void*>* map;
+  struct Rest {
+    uint64_t words[PEER_OBJECT_SIZE / 8 - 2];
+  };
+  static inline std::unordered_map<uint64_t, Rest>* map;
   static void make(uint32_t bits) {
-    map = new std::unordered_map<uint64_t, void*>;
+    map = new std::unordered_map<uint64_t, Rest>;
     map->reserve(size_t{1} << bits);
   }
-  static void insert(void* object, uint64_t key) { map->emplace(key, object); }
+  static void insert(void*, uint64_t key) { map->try_emplace(key); }
   static void* find(uint64_t key) {
     const auto at = map->find(key);
-    return at == map->end() ? nullptr : at->second;
+    return at == map->end() ? nullptr : &at->second;
   }
   static void erase(void*, uint64_t key) { map->erase(key); }
 };
@@ -114,8 +131,8 @@ const peer_set sets[] = {
 #ifdef PEERS_BOOST
     Rb::calls("boost::intrusive::set"),
     Avl::calls("boost::intrusive::avl_set"),
-    {"boost::intrusive::unordered_set", Hash::make, begin<HashObject>, Hash::insert, Hash::find, nullptr,
-     Hash::erase},
+    Hash<Identity>::calls("boost::intrusive::unordered_set"),
+    Hash<Product>::calls("the same with our hash"),
 #endif
     {"std::unordered_map", StdMap::make, leave, StdMap::insert, StdMap::find, nullptr, StdMap::erase},
 #ifdef PEERS_GLIB

@@ -1,14 +1,12 @@
-/* The containers in calls of the shape of the peers': what their users compile into their own code stands in them. */
+/* The trees as tirn/containers.hpp compiles them into their users, in calls of the shape of the peers'. */
 #ifndef TIRN_BENCH_CONTAINER_SITE_H
 #define TIRN_BENCH_CONTAINER_SITE_H
 
 #include "peers/peers.h"
 
 extern "C" {
-extern PEER const peer_set site_rb;        /* a descent of the caller's own */
-extern PEER const peer_set site_avl;       /* a compare function that the library calls */
-extern PEER const peer_set site_typed_avl; /* the comparison inlined by tirn/containers.hpp */
-extern PEER const peer_set site_hash;
+extern PEER const peer_set site_rb;
+extern PEER const peer_set site_avl;
 }
 
 #endif

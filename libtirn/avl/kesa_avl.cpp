@@ -34,16 +34,20 @@ void* find_val_node(const Tree* tree, const void* key, uint64_t* cookie, bool is
   uint64_t position = kEmptyPosition;
   for (Node* node = tree->root; node != nullptr;) {
     void* const object = object_of(tree, node);
+    // In a large tree the next level's line is on its way while the caller compares.
+    __builtin_prefetch(node->child[0]);
+    __builtin_prefetch(node->child[1]);
     const int order = compare(key, object, 0);
     if (order == 0) {
       return object;
     }
-    if (order < -1 || order > 1) {
+    const uint32_t turn = static_cast<uint32_t>(order) + 1;
+    if (turn > 2) {
       position = kEmptyPosition;
       break;
     }
     // By index: which way a search goes is what no branch predictor can know.
-    const uint32_t side = order > 0 ? 1 : 0;
+    const uint32_t side = turn / 2;
     position = position_of(node, side);
     node = node->child[side];
   }

@@ -24,8 +24,13 @@ Node* node_of(list::Link* link) {
   return reinterpret_cast<Node*>(link);
 }
 
+uint64_t product_of(uint32_t key_type, uint64_t key) {
+  return (uint64_t{key_type} << 32 | (key & UINT32_MAX)) * kGoldenRatioPrime;
+}
+
+// As hash_func tells; in two shifts, so that 0 bits need no branch.
 list::Link* bucket_of(const Table* table, uint32_t key_type, uint64_t key) {
-  return &table->buckets[hash_func(key_type, key, table->bits)];
+  return &table->buckets[product_of(key_type, key) >> 1 >> (63 - table->bits)];
 }
 
 Node* find_in(list::Link* bucket, uint32_t key_type, uint64_t key) {
@@ -83,8 +88,7 @@ void kesa_hash_free(const kesa_hash_attr* attr, void* memory) {
 }
 
 uint64_t hash_func(uint32_t key_type, uint64_t key, uint32_t bits) {
-  const uint64_t product = (uint64_t{key_type} << 32 | (key & UINT32_MAX)) * kGoldenRatioPrime;
-  return bits == 0 ? 0 : product >> ((64 - bits) & 63);
+  return bits == 0 ? 0 : product_of(key_type, key) >> ((64 - bits) & 63);
 }
 
 uint32_t hash_pow(uint8_t bits) { return bits >= 31 ? 0 : 1u << bits; }
