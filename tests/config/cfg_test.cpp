@@ -152,39 +152,33 @@ TEST(CfgStore, ReadsSetsAndRefusals) {
   char value[8] = "before";
   KesaCfgItemRecord record;
   const auto too_small = [](int result) { return result == KESA_CFG_BUFFER_TOO_SMALL ? -1 : 1; };
-  const struct {
-    int result;
-    uint32_t level;
-    std::string function;
-    const char* text;
-  } rows[] = {
-      {kesa_cfg_init(nullptr), HURN_INFO, "init_ex", "Input File is NULL pointer."},
-      {kesa_cfg_init("/x/a"), HURN_DEBUG, "ini_file_parse", "Open file (/x/a) failed, fd -1 errno 2"},
-      {kesa_cfg_init(f255.c_str()), HURN_DEBUG, "init_ex", "Parse config file fff* failed."},
-      {kesa_cfg_init(f256.c_str()), HURN_ERROR, "ini_file_parse", "File name length too long."},
-      {kesa_cfg_getItemFromFile(path, "s", "a", nullptr), HURN_ERROR, "getItemFromFile",
-       "Null pointer found, pFile:0x*, pSection:0x*, pItemName:0x*, pItemValue:(nil)."},
-      {kesa_cfg_getItemFromFile(path, "s", "b", &record), HURN_ERROR, "getFromFile_proc", "Copy item (b=bb*) fail."},
-      {kesa_cfg_getItemFromFile(path, "s", "z", &record), HURN_DEBUG, "getItemFromFile",
-       "Parse config file /* sucess."},
-      {kesa_cfg_destroy_ex(nullptr), HURN_ERROR, "destroy_ex", "Param error, pFile is NULL."},
-      {kesa_cfg_getItemValue("s", "a", value, 0), HURN_INFO, "getItemValue", "Invalid * or size in getItemValue."},
-      {too_small(kesa_cfg_getItemValue("s", "a", value, 5)), HURN_ERROR, "getItemValue", kTooSmall},
-      {too_small(kesa_cfg_getItemValue_ex(path, "s", "a", value, 5)), HURN_ERROR, "getItemValue_ex", kTooSmall},
-      {kesa_cfg_getItemValue_ex(path, "s", "a", nullptr, 6), HURN_ERROR, "getItemValue_ex",
-       "Invalid * getItemValue_ex."},
-      {kesa_cfg_getItemValue_ex("no", "s", "a", value, 6), HURN_ERROR, "getItemValue_ex", "Can not find file no."},
-      {kesa_cfg_setItemValue("t", "a", "1"), HURN_DEBUG, "find_item_node", "Can't find section=t"},
-      {kesa_cfg_setItemValue("s", "a", nullptr), HURN_ERROR, "setItemValue", kNull},
-      {kesa_cfg_setItemValue_ex(path, "s", "a", nullptr), HURN_ERROR, "setItemValue_ex", kNull},
-      {kesa_cfg_setItemValue_ex("no", "s", "a", "1"), HURN_ERROR, "setItemValue_ex", "Config file (no) is no exist."},
-      {kesa_cfg_setItemValue_ex(path, "s", "z", "1"), HURN_ERROR, "setItemValue_ex",
-       "Can not find item (z) in file (/*)."},
+  const auto expect = [&log](int result, uint32_t level, const std::string& function, const char* text) {
+    EXPECT_TRUE(result == -1 && log.has(level, "kesa_cfg_" + function, text)) << result << text << log;
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.result, -1) << row.text;
-    EXPECT_TRUE(log.has(row.level, "kesa_cfg_" + row.function, row.text)) << row.text << log;
-  }
+  expect(kesa_cfg_init(nullptr), HURN_INFO, "init_ex", "Input File is NULL pointer.");
+  expect(kesa_cfg_init("/x/a"), HURN_DEBUG, "ini_file_parse", "Open file (/x/a) failed, fd -1 errno 2");
+  expect(kesa_cfg_init(f255.c_str()), HURN_DEBUG, "init_ex", "Parse config file fff* failed.");
+  expect(kesa_cfg_init(f256.c_str()), HURN_ERROR, "ini_file_parse", "File name length too long.");
+  expect(kesa_cfg_getItemFromFile(path, "s", "a", nullptr), HURN_ERROR, "getItemFromFile",
+         "Null pointer found, pFile:0x*, pSection:0x*, pItemName:0x*, pItemValue:(nil).");
+  expect(kesa_cfg_getItemFromFile(path, "s", "b", &record), HURN_ERROR, "getFromFile_proc",
+         "Copy item (b=bb*) fail.");
+  expect(kesa_cfg_getItemFromFile(path, "s", "z", &record), HURN_DEBUG, "getItemFromFile",
+         "Parse config file /* sucess.");
+  expect(kesa_cfg_destroy_ex(nullptr), HURN_ERROR, "destroy_ex", "Param error, pFile is NULL.");
+  expect(kesa_cfg_getItemValue("s", "a", value, 0), HURN_INFO, "getItemValue", "Invalid * or size in getItemValue.");
+  expect(too_small(kesa_cfg_getItemValue("s", "a", value, 5)), HURN_ERROR, "getItemValue", kTooSmall);
+  expect(too_small(kesa_cfg_getItemValue_ex(path, "s", "a", value, 5)), HURN_ERROR, "getItemValue_ex", kTooSmall);
+  expect(kesa_cfg_getItemValue_ex(path, "s", "a", nullptr, 6), HURN_ERROR, "getItemValue_ex",
+         "Invalid * getItemValue_ex.");
+  expect(kesa_cfg_getItemValue_ex("no", "s", "a", value, 6), HURN_ERROR, "getItemValue_ex", "Can not find file no.");
+  expect(kesa_cfg_setItemValue("t", "a", "1"), HURN_DEBUG, "find_item_node", "Can't find section=t");
+  expect(kesa_cfg_setItemValue("s", "a", nullptr), HURN_ERROR, "setItemValue", kNull);
+  expect(kesa_cfg_setItemValue_ex(path, "s", "a", nullptr), HURN_ERROR, "setItemValue_ex", kNull);
+  expect(kesa_cfg_setItemValue_ex("no", "s", "a", "1"), HURN_ERROR, "setItemValue_ex",
+         "Config file (no) is no exist.");
+  expect(kesa_cfg_setItemValue_ex(path, "s", "z", "1"), HURN_ERROR, "setItemValue_ex",
+         "Can not find item (z) in file (/*).");
   EXPECT_EQ(log.count("File name length too long."), 1u) << log;
   EXPECT_STREQ(value, "before");
   EXPECT_EQ(kesa_cfg_getItemValue("s", "a", nullptr, 6), -1);
@@ -223,39 +217,28 @@ TEST(CfgTree, Editors) {
   kesa_cfg_file_node* const file = kesa_cfg_ini_file_parse("/dev/null", collect, nullptr);
   ASSERT_NE(file, nullptr);
   const std::string n64(64, 'n');
-  const auto add = kesa_cfg_add_item_func, set = kesa_cfg_set_item_func, erase = kesa_cfg_del_item_func,
-             erase_section = kesa_cfg_del_section_func;
-  const struct {
-    decltype(&kesa_cfg_add_item_func) edit;
-    const char *section, *item, *value;
-    int result;
-    const char *first, *error;  // the tree's first item afterwards, and what is told
-  } steps[] = {
-      {add, "t", "x", "1", 0, "t.x=1", nullptr},
-      {add, "t", "y", "2", 0, "t.x=1", nullptr},
-      {add, "u", "x", "3", 0, "t.x=1", nullptr},
-      {add, "t", "x", "4", -1, "t.x=1", "add item fail, item(x) is already exist"},
-      {add, "t", "w", nullptr, -1, "t.x=1", "new item node(w,) fail."},
-      {add, "t", n64.c_str(), "1", -1, "t.x=1", "new item node(nnn*,1) fail."},
-      {set, "t", "x", "5", 0, "t.x=5", nullptr},
-      {set, "t", "z", "5", -1, "t.x=5", "Set item failed.item(z) is not exist in file(/dev/*)."},
-      {erase, "t", "z", nullptr, -1, "t.x=5", "Delete item failed.item(z) is not exist in file(/*)."},
-      {erase, "t", "x", nullptr, 0, "t.y=2", nullptr},
-      {erase, "t", "y", nullptr, 0, "u.x=3", nullptr},  // the section went with its last item
-      {erase_section, "t", nullptr, nullptr, -1, "u.x=3", "Delete section(t) is not exist in file(/*)."},
-      {erase_section, "u", nullptr, nullptr, 0, "", nullptr},
+  // `first`: the tree's first item afterwards.
+  const auto expect = [&](int result, const std::string& first, const char* error = nullptr) {
+    EXPECT_EQ(result, error == nullptr ? 0 : -1) << first;
+    EXPECT_TRUE(error == nullptr || log.count(HURN_ERROR, error) == 1) << error << log;
+    const auto* const section = reinterpret_cast<kesa_cfg_section_node*>(file->sections.next);
+    const auto* const item = reinterpret_cast<kesa_cfg_item_node*>(section->items.next);
+    EXPECT_EQ(std::string(section->sectionName) + "." + item->itemName + "=" + item->itemValue, first);
   };
-  for (const auto& step : steps) {
-    EXPECT_EQ(step.edit(file, step.section, step.item, step.value), step.result) << step.first;
-    EXPECT_TRUE(step.error == nullptr || log.count(HURN_ERROR, step.error) == 1) << step.error << log;
-    std::string first;
-    if (file->sections.next != &file->sections) {
-      const auto* const section = reinterpret_cast<kesa_cfg_section_node*>(file->sections.next);
-      const auto* const item = reinterpret_cast<kesa_cfg_item_node*>(section->items.next);
-      first = std::string(section->sectionName) + "." + item->itemName + "=" + item->itemValue;
-    }
-    EXPECT_EQ(first, step.first);
-  }
+  expect(kesa_cfg_add_item_func(file, "t", "x", "1"), "t.x=1");
+  expect(kesa_cfg_add_item_func(file, "t", "y", "2"), "t.x=1");
+  expect(kesa_cfg_add_item_func(file, "u", "x", "3"), "t.x=1");
+  expect(kesa_cfg_add_item_func(file, "t", "x", "4"), "t.x=1", "add item fail, item(x) is already exist");
+  expect(kesa_cfg_add_item_func(file, "t", "w", nullptr), "t.x=1", "new item node(w,) fail.");
+  expect(kesa_cfg_add_item_func(file, "t", n64.c_str(), "1"), "t.x=1", "new item node(nnn*,1) fail.");
+  expect(kesa_cfg_set_item_func(file, "t", "x", "5"), "t.x=5");
+  expect(kesa_cfg_set_item_func(file, "t", "z", "5"), "t.x=5", "Set item failed.item(z) is not exist in file(/*).");
+  expect(kesa_cfg_del_item_func(file, "t", "z", ""), "t.x=5", "Delete item failed.item(z) is not exist in file(/*).");
+  expect(kesa_cfg_del_item_func(file, "t", "x", ""), "t.y=2");
+  expect(kesa_cfg_del_item_func(file, "t", "y", ""), "u.x=3");  // the section went with its last item
+  expect(kesa_cfg_del_section_func(file, "t", "", ""), "u.x=3", "Delete section(t) is not exist in file(/*).");
+  EXPECT_EQ(kesa_cfg_del_section_func(file, "u", "", ""), 0);
+  EXPECT_EQ(file->sections.next, &file->sections);
   EXPECT_EQ(file->rwlock, 0u);
   kesa_free(file);
 }
