@@ -16,12 +16,9 @@ namespace {
 struct ControlFile {
   int opened = 0;
   unsigned long request = 0;
-  struct {
-    uint32_t lengths[2], reserved[2];
-    uint64_t records[2];
-  } argument{};
-  std::string input;
-  std::string value;
+  uint32_t lengths[4]{};
+  uint64_t records[2]{};
+  std::string input, value;
   int error = 0;  // ENOENT: there is no such file
 };
 ControlFile control;
@@ -35,16 +32,14 @@ int open_control(const char* path, int, ...) {
 int answer(int, unsigned long request, ...) {
   va_list arguments;
   va_start(arguments, request);
-  const void* const argument = va_arg(arguments, const void*);
+  const char* const argument = va_arg(arguments, const char*);
   va_end(arguments);
   control.request = request;
   if (argument != nullptr) {
-    std::memcpy(&control.argument, argument, sizeof control.argument);
-    const auto& [lengths, reserved, records] = control.argument;
-    control.input.assign(reinterpret_cast<const char*>(records[0]), lengths[0]);
-    if (records[1] != 0) {
-      std::memcpy(reinterpret_cast<char*>(records[1]) + 33, control.value.data(), control.value.size());
-    }
+    std::memcpy(control.lengths, argument, 16);
+    std::memcpy(control.records, argument + 16, 16);
+    control.input.assign(reinterpret_cast<const char*>(control.records[0]), control.lengths[0]);
+    control.value.copy(reinterpret_cast<char*>(control.records[1]) + 33, control.records[1] == 0 ? 0 : 257);
   }
   errno = control.error;
   return control.error == 0 ? 0 : -1;
@@ -72,7 +67,7 @@ TEST_F(KernelItems, RecordsOnTheWire) {
   EXPECT_EQ(kesa_cst_getItem(section.c_str(), name.c_str(), value, 257), 0);
   EXPECT_EQ(value, longest);
   EXPECT_EQ(control.request, 256u);
-  EXPECT_EQ(control.argument.lengths[1], 290u);
+  EXPECT_EQ(control.lengths[1], 290u);
   EXPECT_EQ(control.input, padded(section, 35) + padded(name, 33) + padded("", 257));
   EXPECT_EQ(kesa_cst_getItem("s", "n", value, 256), -1);  // a byte too small
   EXPECT_STREQ(value, "");
@@ -81,7 +76,7 @@ TEST_F(KernelItems, RecordsOnTheWire) {
   EXPECT_EQ(value, control.value);
   EXPECT_EQ(kesa_cst_setItem("s", "n", longest.c_str()), 0);
   EXPECT_EQ(control.request, 257u);
-  EXPECT_EQ(control.argument.lengths[1] + control.argument.records[1], 0u);
+  EXPECT_EQ(control.lengths[1] + control.records[1], 0u);
   EXPECT_EQ(control.input, padded("s", 35) + padded("n", 33) + padded(longest, 257));
   EXPECT_EQ(kesa_cst_reloadConfig(), 0);
   EXPECT_EQ(control.request, 258u);
@@ -91,25 +86,24 @@ TEST_F(KernelItems, RecordsOnTheWire) {
 TEST_F(KernelItems, RefusedAndFailing) {
   char value[300];
   const std::string s35(35, 's'), n33(33, 'n'), v257(257, 'v');
-  const auto get = [&value](const char* section, const char* item) {
-    return kesa_cst_getItem(section, item, value, sizeof value);
-  };
   const auto expect = [this](int result, const std::string& function, const std::string& text) {
     EXPECT_EQ(result, -1) << text;
     EXPECT_TRUE(log_.has(HURN_ERROR, "kesa_cst_" + function, text)) << text << log_;
   };
-  expect(get(s35.c_str(), "n"), "getItem", "Copy section name fail, " + s35);
+  expect(kesa_cst_getItem(s35.c_str(), "n", value, 300), "getItem", "Copy section name fail, " + s35);
   expect(kesa_cst_setItem("s", n33.c_str(), "v"), "setItem", "Copy item name fail, " + n33);
   expect(kesa_cst_setItem("s", "n", v257.c_str()), "setItem", "Copy item value fail, " + v257);
-  expect(get("s", nullptr), "getItem", "Null pointer found, section = 0x*, itemname = (nil), item = 0x*.");
+  expect(kesa_cst_getItem("s", "n", nullptr, 300), "getItem",
+         "Null pointer found, section = 0x*, itemname = 0x*, item = (nil).");
   expect(kesa_cst_setItem("s", "n", nullptr), "setItem",
          "Null pointer found, section = 0x*, item name = 0x*, value = (nil).");
   EXPECT_EQ(control.opened, 0);
-  for (const auto& [error, told] :
-       {std::pair{EIO, "Ioctl failed, errno 5"}, {EPERM, ""}, {ENOENT, "Open file failed, errno 2"}}) {
+  const std::pair<int, const char*> errors[] = {
+      {EIO, "Ioctl failed, errno 5"}, {EPERM, ""}, {ENOENT, "Open file failed, errno 2"}};
+  for (const auto& [error, told] : errors) {
     log_.clear();
     control.error = error;
-    expect(get("s", "n"), "getItem", "Get item failed, section(s) item name(n), cmd(256).");
+    expect(kesa_cst_getItem("s", "n", value, 300), "getItem", "Get item failed, section(s) item name(n), cmd(256).");
     expect(kesa_cst_setItem("s", "n", "v"), "setItem", "Set item failed, section(s) itemName(n) itemValue(v)");
     expect(kesa_cst_reloadConfig(), "reloadConfig", "Reload config fail");
     EXPECT_EQ(log_.count(told), *told == '\0' ? 0u : 3u) << log_;

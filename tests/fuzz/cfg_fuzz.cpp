@@ -65,20 +65,16 @@ Items parse_plainly(PlainReader& reader, size_t wanted) {
       continue;
     }
     line.resize(line.find_last_not_of(" \t\r\n") + 1);
-    if (line.size() >= 2 && line.size() <= 65 && line.front() == '[' && line.back() == ']') {
-      const std::string name = trimmed(line.substr(1, line.size() - 2));
-      if (is_name(name)) {
-        section = name;
-        continue;
-      }
-    }
+    const bool has_brackets = line.size() >= 2 && line.front() == '[' && line.back() == ']';
+    const std::string inner = has_brackets ? trimmed(line.substr(1, line.size() - 2)) : "";
     const size_t equals = line.find('=');
-    if (equals == std::string::npos || line[0] == ';' || line[0] == '=') {
-      continue;
-    }
-    const std::string name = trimmed(line.substr(0, equals)), value = trimmed(line.substr(equals + 1));
-    if (is_name(name) && name.size() <= 63 && value.size() <= 4194303 && items.add(section, name, value)) {
-      break;
+    if (has_brackets && line.size() <= 65 && is_name(inner)) {
+      section = inner;
+    } else if (equals != std::string::npos && line[0] != ';' && line[0] != '=') {
+      const std::string name = trimmed(line.substr(0, equals)), value = trimmed(line.substr(equals + 1));
+      if (is_name(name) && name.size() <= 63 && value.size() <= 4194303 && items.add(section, name, value)) {
+        break;
+      }
     }
   }
   return items;
