@@ -66,8 +66,7 @@ TEST_F(KernelItems, RecordsOnTheWire) {
   char value[300];
   EXPECT_EQ(kesa_cst_getItem(section.c_str(), name.c_str(), value, 257), 0);
   EXPECT_EQ(value, longest);
-  EXPECT_EQ(control.request, 256u);
-  EXPECT_EQ(control.lengths[1], 290u);
+  EXPECT_EQ(std::pair(control.request, control.lengths[1]), std::pair(256ul, 290u));
   EXPECT_EQ(control.input, padded(section, 35) + padded(name, 33) + padded("", 257));
   EXPECT_EQ(kesa_cst_getItem("s", "n", value, 256), -1);  // a byte too small
   EXPECT_STREQ(value, "");
@@ -75,8 +74,7 @@ TEST_F(KernelItems, RecordsOnTheWire) {
   EXPECT_EQ(kesa_cst_getItem("s", "n", value, 258), 0);
   EXPECT_EQ(value, control.value);
   EXPECT_EQ(kesa_cst_setItem("s", "n", longest.c_str()), 0);
-  EXPECT_EQ(control.request, 257u);
-  EXPECT_EQ(control.lengths[1] + control.records[1], 0u);
+  EXPECT_EQ(std::pair(control.request, control.lengths[1] + control.records[1]), std::pair(257ul, 0ul));
   EXPECT_EQ(control.input, padded("s", 35) + padded("n", 33) + padded(longest, 257));
   EXPECT_EQ(kesa_cst_reloadConfig(), 0);
   EXPECT_EQ(control.request, 258u);
@@ -86,27 +84,25 @@ TEST_F(KernelItems, RecordsOnTheWire) {
 TEST_F(KernelItems, RefusedAndFailing) {
   char value[300];
   const std::string s35(35, 's'), n33(33, 'n'), v257(257, 'v');
-  const auto expect = [this](int result, const std::string& function, const std::string& text) {
+  const auto expect = [this](int result, const std::string& text) {
     EXPECT_EQ(result, -1) << text;
-    EXPECT_TRUE(log_.has(HURN_ERROR, "kesa_cst_" + function, text)) << text << log_;
+    EXPECT_EQ(log_.count(HURN_ERROR, text), 1u) << text << log_;
   };
-  expect(kesa_cst_getItem(s35.c_str(), "n", value, 300), "getItem", "Copy section name fail, " + s35);
-  expect(kesa_cst_setItem("s", n33.c_str(), "v"), "setItem", "Copy item name fail, " + n33);
-  expect(kesa_cst_setItem("s", "n", v257.c_str()), "setItem", "Copy item value fail, " + v257);
-  expect(kesa_cst_getItem("s", "n", nullptr, 300), "getItem",
-         "Null pointer found, section = 0x*, itemname = 0x*, item = (nil).");
-  expect(kesa_cst_setItem("s", "n", nullptr), "setItem",
-         "Null pointer found, section = 0x*, item name = 0x*, value = (nil).");
+  expect(kesa_cst_getItem(s35.c_str(), "n", value, 300), "Copy section name fail, " + s35);
+  expect(kesa_cst_setItem("s", n33.c_str(), "v"), "Copy item name fail, " + n33);
+  expect(kesa_cst_setItem("s", "n", v257.c_str()), "Copy item value fail, " + v257);
+  expect(kesa_cst_getItem("s", "n", nullptr, 9), "Null pointer found, section = 0x*, itemname = 0x*, item = (nil).");
+  expect(kesa_cst_setItem("s", "n", nullptr), "Null pointer found, section = 0x*, item name = 0x*, value = (nil).");
   EXPECT_EQ(control.opened, 0);
   const std::pair<int, const char*> errors[] = {
       {EIO, "Ioctl failed, errno 5"}, {EPERM, ""}, {ENOENT, "Open file failed, errno 2"}};
   for (const auto& [error, told] : errors) {
     log_.clear();
     control.error = error;
-    expect(kesa_cst_getItem("s", "n", value, 300), "getItem", "Get item failed, section(s) item name(n), cmd(256).");
-    expect(kesa_cst_setItem("s", "n", "v"), "setItem", "Set item failed, section(s) itemName(n) itemValue(v)");
-    expect(kesa_cst_reloadConfig(), "reloadConfig", "Reload config fail");
-    EXPECT_EQ(log_.count(told), *told == '\0' ? 0u : 3u) << log_;
-    EXPECT_EQ(log_.texts().size(), *told == '\0' ? 3u : 6u) << log_;
+    expect(kesa_cst_getItem("s", "n", value, 300), "Get item failed, section(s) item name(n), cmd(256).");
+    expect(kesa_cst_setItem("s", "n", "v"), "Set item failed, section(s) itemName(n) itemValue(v)");
+    expect(kesa_cst_reloadConfig(), "Reload config fail");
+    EXPECT_EQ(log_.count(told), error == EPERM ? 0u : 3u) << log_;
+    EXPECT_EQ(log_.texts().size(), error == EPERM ? 3u : 6u) << log_;
   }
 }

@@ -19,15 +19,13 @@ namespace {
 
 // A row "section.name=value" for each.
 struct Items {
-  explicit Items(size_t most = 0) : wanted(most) {}
-  const size_t wanted;
-  size_t count = 0;
+  size_t wanted;
   std::string text;
 
   // Whether that was the last one that is wanted.
   bool add(const std::string& section, const std::string& name, const std::string& value) {
     text += section + "." + name + "=" + value + "\n";
-    return ++count == wanted;
+    return --wanted == 0;
   }
 };
 
@@ -57,7 +55,7 @@ bool is_name(const std::string& text) {
 
 // Step by step.
 Items parse_plainly(PlainReader& reader, size_t wanted) {
-  Items items{wanted};
+  Items items{wanted, ""};
   std::string section = "NULL";
   for (std::string line; reader.line(KESA_CFG_LINE_SIZE, line);) {
     line.resize(std::min(line.size(), line.find('\0')));
@@ -90,22 +88,23 @@ void expect(bool condition) {
 struct Source {
   int fd = -1;
   const bool is_pipe;
-  std::string_view text;
+  PlainReader reader;
   Source(std::string_view whole, bool as_pipe) : is_pipe(as_pipe) {
     int ends[2]{};
     fd = is_pipe ? (pipe2(ends, O_NONBLOCK), ends[0]) : memfd_create("cfg", 0);
     const ssize_t written = write(is_pipe ? ends[1] : fd, whole.data(), whole.size());
     expect(is_pipe ? written >= 0 : written == static_cast<ssize_t>(whole.size()));
-    text = whole.substr(0, static_cast<size_t>(written));
+    reader.bytes = whole.substr(0, static_cast<size_t>(written));
     is_pipe ? close(ends[1]) : lseek(fd, 0, SEEK_SET);
   }
   ~Source() { close(fd); }
 
   // The descriptor stands where the plain reader stopped.
-  void expect_at(const PlainReader& reader) const {
-    std::string rest(is_pipe ? text.size() + 1 : 0, '\0');
+  void expect_place() const {
+    std::string rest(is_pipe ? reader.bytes.size() + 1 : 0, '\0');
     rest.resize(static_cast<size_t>(read(fd, rest.data(), rest.size())));
-    expect(is_pipe ? rest == text.substr(reader.at) : lseek(fd, 0, SEEK_CUR) == static_cast<off_t>(reader.at));
+    expect(is_pipe ? rest == reader.bytes.substr(reader.at)
+                   : lseek(fd, 0, SEEK_CUR) == static_cast<off_t>(reader.at));
   }
 };
 
@@ -113,28 +112,24 @@ int32_t collect(kesa_cfg_file_node*, const char* section, const kesa_cfg_item_no
   return static_cast<Items*>(items)->add(section, item->itemName, item->itemValue) ? 7 : KESA_CFG_GO_ON;
 }
 
-void check_parser(const Source& source, size_t wanted) {
-  Items found{wanted};
+void check_parser(Source&& source, size_t wanted) {
+  Items found{wanted, ""};
   const int32_t result = kesa_cfg_ini_fd_parse(source.fd, nullptr, collect, &found);
-  PlainReader reader{source.text};
-  const Items expected = parse_plainly(reader, wanted);
-  expect(found.text == expected.text && result == (wanted != 0 && expected.count == wanted ? 7 : 0));
-  source.expect_at(reader);
+  const Items expected = parse_plainly(source.reader, wanted);
+  expect(found.text == expected.text && result == (wanted != 0 && expected.wanted == 0 ? 7 : 0));
+  source.expect_place();
 }
 
-void check_reader(const Source& source, size_t size) {
-  PlainReader reader{source.text};
+void check_reader(Source&& source, size_t size) {
   std::string expected;
   std::vector<char> line(size);
-  while (reader.line(size, expected)) {
+  while (source.reader.line(size, expected)) {
     expect(kesa_readline(source.fd, line.data(), static_cast<int>(size)) == line.data());
     expect(std::string_view(line.data(), expected.size()) == expected && line[expected.size()] == '\0');
-    if (!source.is_pipe) {
-      source.expect_at(reader);
-    }
+    source.is_pipe ? void() : source.expect_place();
   }
   expect(kesa_readline(source.fd, line.data(), static_cast<int>(size)) == nullptr);
-  source.expect_at(reader);
+  source.expect_place();
 }
 
 }  // namespace
