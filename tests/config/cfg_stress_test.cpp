@@ -47,7 +47,7 @@ class CfgStress : public testing::Test {
   // From one file, or whichever has it. What a thread sees of a file never gets older.
   void read(char item, char letter = '\0') {
     thread_local unsigned long newest[256];
-    char value[256];
+    char value[256] = "";
     const char name[] = {item, '\0'};
     if ((letter == '\0' ? kesa_cfg_getItemValue("s", name, value, sizeof value)
                         : kesa_cfg_getItemValue_ex(path_of(letter).c_str(), "s", name, value, sizeof value)) == 0) {

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstring>
 
 #include "support/imports.h"
@@ -29,11 +28,7 @@ int open_control(const char* path, int, ...) {
   return open(control.error == ENOENT ? "/nowhere/a" : "/dev/null", O_RDWR);
 }
 
-int answer(int, unsigned long request, ...) {
-  va_list arguments;
-  va_start(arguments, request);
-  const char* const argument = va_arg(arguments, const char*);
-  va_end(arguments);
+int answer(int, unsigned long request, const char* argument) {
   control.request = request;
   if (argument != nullptr) {
     std::memcpy(control.lengths, argument, 16);
