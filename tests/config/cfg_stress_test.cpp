@@ -138,11 +138,7 @@ TEST(CfgFaults, LoadReloadSetAndRead) {
               {[path] { return long{kesa_cfg_setItemValue_ex(path, "t", "a", "n")}; }, "111", "11n"},
               {[] { return long{kesa_cfg_setItemValue("t", "a", "n")}; }, "111", "11n"}};
   for (const auto& row : rows) {
-    const auto prepare = [&] {
-      write("1");
-      row.before == "111" ? load() : 0;
-      write("2");
-    };
+    const auto prepare = [&] { write("1"), row.before == "111" ? load() : 0, write("2"); };
     sweep({.prepare = prepare, .run = row.run, .check = [&](long result, const Fault& fault, const LogCapture& log) {
              std::string all, expected = result == 0 ? row.after : row.before;
              for (const auto& [section, item] : {std::pair{"s", "a"}, {"s", "b"}, {"t", "a"}}) {
