@@ -11,13 +11,17 @@
  *   ;... =...    in the first column: skipped
  *
  * Names are letters, digits and "_" and may be empty. Every other line is skipped, as is an item whose name or value
- * is too long; the debug log tells why.
+ * is too long: silently for the most part; the debug log tells of a name that is none, an error of a value that is too
+ * long.
  *
  * g_stCfgRwlock orders the list of registered files, each file's own lock its sections and items; the list's lock is
- * taken first. Functions that name no file hold the list's lock alone. So they can run beside each other and beside
- * kesa_cfg_init and kesa_cfg_destroy_ex, but kesa_cfg_getItemValue and kesa_cfg_setItemValue not beside
- * kesa_cfg_setItemValue_ex, kesa_cfg_setItemValue not beside kesa_cfg_getItemValue_ex, and kesa_cfg_destroy not beside
- * any function that names a file ("race:files" below).
+ * taken first. Functions that name no file hold the list's lock alone, kesa_cfg_init, kesa_cfg_destroy and
+ * kesa_cfg_destroy_ex change the list under it. So all run beside each other but for these ("race:files" below):
+ * kesa_cfg_getItemValue not beside kesa_cfg_setItemValue_ex, kesa_cfg_setItemValue not beside that and
+ * kesa_cfg_getItemValue_ex, and kesa_cfg_destroy not beside either of the two, since they hold a file's lock alone.
+ *
+ * While a function here holds a lock, cancellations wait. A thread that is cancelled in kesa_cfg_ini_fd_parse alone
+ * loses its buffers.
  */
 #ifndef TIRN_CFG_H
 #define TIRN_CFG_H
@@ -68,30 +72,31 @@ extern TIRN_API uint64_t g_stCfgRwlock;
 
 /* Registered files */
 
-/* kesa_cfg_init_ex. @safety MT-Safe race:files, AS-Unsafe heap lock */
+/* kesa_cfg_init_ex. @safety MT-Safe, AS-Unsafe heap lock */
 TIRN_API int32_t kesa_cfg_init(const char* file);
 
 /*
  * Reads a file and registers it, in front of those that are registered already. A file that is registered is read
  * again: the new content takes the place of the old one, and one more reference is counted. 0; -1 if the file cannot
  * be opened (only the debug log tells), for a name of 256 bytes or more, and where there is no memory.
- * @safety MT-Safe race:files, AS-Unsafe heap lock
+ * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API int32_t kesa_cfg_init_ex(const char* file);
 
 /* Forgets every registered file, whatever its references. Always 0.
- * @safety MT-Unsafe race:files, AS-Unsafe heap lock */
+ * @safety MT-Safe race:files, AS-Unsafe heap lock */
 TIRN_API int32_t kesa_cfg_destroy(void);
 
 /* Gives back one reference to a file, and forgets it at the last. 0, also for a file that is not registered; -1 for
  * NULL while any file is registered.
- * @safety MT-Safe race:files, AS-Unsafe heap lock */
+ * @safety MT-Safe, AS-Unsafe heap lock */
 TIRN_API int32_t kesa_cfg_destroy_ex(const char* file);
 
 /*
  * Copies an item's value to `buffer`, from the file that was registered last of those that have the item. 0;
  * KESA_CFG_BUFFER_TOO_SMALL, with nothing copied, if `size` is below the value's length with its terminator; -1 if no
- * file has the item (a warning tells, three times in a row at most), for a NULL name or buffer and for a size of 0.
+ * file has the item (a warning tells, three times in a row at most), for a NULL name and for a size of 0. A NULL
+ * buffer is not looked at before it would be copied to: -1 then, as if no file had the item.
  * Linear in the number of files, sections and items.
  * @safety MT-Safe race:files, AS-Unsafe heap lock
  */
@@ -119,7 +124,8 @@ TIRN_API int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section,
 TIRN_API int32_t kesa_cfg_getItemFromFile(const char* file, const char* section, const char* item,
                                           struct KesaCfgItemRecord* record);
 
-/* Trees of nodes: each of the four takes the file's lock for writing, and results in 0 or -1. */
+/* Trees of nodes: each of the four takes the file's lock for writing, and results in 0 or -1. The file and the names
+ * are not NULL; a NULL value gives -1. */
 
 /* Adds an item, with its section where that is missing (it stays if the item then cannot be made). -1 if the item
  * exists.
@@ -152,6 +158,8 @@ TIRN_API struct kesa_cfg_item_node* kesa_cfg_new_item_node_ex(const char* item, 
 /*
  * Gets each item of a parse in order. `item` lives as long as the call; its links are not set, and its value stands
  * in a buffer of KESA_CFG_VALUE_SIZE bytes. KESA_CFG_GO_ON to go on; anything else ends the parse and is its result.
+ * It leaves the parse's descriptor alone, which stands ahead of the item meanwhile, and under kesa_cfg_ini_file_parse
+ * calls no editor of nodes on its context, whose lock is held.
  */
 typedef int32_t (*kesa_cfg_item_fn)(struct kesa_cfg_file_node* context, const char* section,
                                     const struct kesa_cfg_item_node* item, void* argument);
@@ -159,22 +167,25 @@ typedef int32_t (*kesa_cfg_item_fn)(struct kesa_cfg_file_node* context, const ch
 /*
  * Parses from where the descriptor stands, which afterwards stands behind the last line that was looked at. 0 at the
  * end of the file (a failing read counts as that), -1 where there is no memory for the two buffers, or the callback's
- * result. `context` goes to the callback and may be NULL.
+ * result. `context` goes to the callback and may be NULL, the callback not.
  * @safety MT-Safe race:fd, AS-Unsafe heap
  */
 TIRN_API int32_t kesa_cfg_ini_fd_parse(int fd, struct kesa_cfg_file_node* context, kesa_cfg_item_fn callback,
                                        void* argument);
 
 /* Parses a file into a file node of no references that is on no list: the callback's context, whose lock is held for
- * writing meanwhile. NULL where the file cannot be opened, for a name of 256 bytes or more, without memory, and where
- * the callback's result was neither KESA_CFG_GO_ON nor 0 (the node is freed then, but nothing below it).
+ * writing meanwhile. NULL where the file cannot be opened, for a NULL name or one of 256 bytes or more (both logged),
+ * without memory, and where the callback's result was neither KESA_CFG_GO_ON nor 0 (the node is freed then, but
+ * nothing below it).
  * @safety MT-Safe, AS-Unsafe heap lock */
 TIRN_API struct kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn callback,
                                                             void* argument);
 
-/* Items of the kernel side: 0 or -1; a node without its kernel module fails them all. */
+/* Items of the kernel side: 0 or -1, also for a NULL argument; a node without its kernel module fails them all. Of a
+ * failing system call two lines in the log tell; for EPERM, which callers without the right expect, only one. */
 
-/* Copies an item's value, of at most 256 bytes, to `buffer`. A section's name has at most 34 bytes, an item's 32.
+/* Copies an item's value to `buffer`: 258 bytes hold every value; one that is too small gives -1 and is left with an
+ * empty text. A section's name has at most 34 bytes, an item's 32.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int32_t kesa_cst_getItem(const char* section, const char* item, char* buffer, uint64_t size);
 

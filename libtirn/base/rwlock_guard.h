@@ -1,9 +1,11 @@
-// A hold of a word read-write lock, given back at the end of the scope or before.
+// A hold of a word read-write lock, given back at the end of the scope or before. To the end of the scope the thread
+// cannot be cancelled: neither the lock nor what the scope holds beside it may be lost.
 #ifndef TIRN_BASE_RWLOCK_GUARD_H
 #define TIRN_BASE_RWLOCK_GUARD_H
 
 #include <cstdint>
 
+#include "libtirn/base/guard.h"
 #include "tirn/lock.h"
 
 namespace tirn {
@@ -30,6 +32,7 @@ class RwlockHold {
   static constexpr void (*kTake[])(uint64_t*) = {kesa_rwlock_read_lock, kesa_rwlock_read_lock_mayblock,
                                                  kesa_rwlock_write_lock, kesa_rwlock_write_lock_mayblock};
 
+  const NoCancellation guard_;
   uint64_t* rwlock_;
   const Kind kind_;
 };

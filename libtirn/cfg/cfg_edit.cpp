@@ -54,7 +54,7 @@ int32_t kesa_cfg_add_item_func(kesa_cfg_file_node* file, const char* section, co
   }
   kesa_cfg_item_node* const added = kesa_cfg_new_item_node_ex(item, value);
   if (added == nullptr) {
-    TIRN_ERROR("new item node(%s,%s) fail.", item, value);
+    TIRN_ERROR("new item node(%s,%s) fail.", item, value == nullptr ? "" : value);
     return tirn::kFail;
   }
   list::push_back(&node->items, &added->link);
@@ -78,7 +78,7 @@ int32_t kesa_cfg_set_item_func(kesa_cfg_file_node* file, const char* section, co
     TIRN_ERROR("Strcpy pItemValue fail.");
     return tirn::kFail;
   }
-  // In this order on purpose: the tree is its editor's own, and the heap is not entered under the lock.
+  // In this order on purpose: the tree is its editor's own, and the old value is freed without the lock.
   hold.release();
   kesa_free(node->itemValue);
   node->itemValue = copy.release();

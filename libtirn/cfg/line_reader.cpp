@@ -1,11 +1,11 @@
 #include "libtirn/cfg/line_reader.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
+#include "libtirn/base/stored_file.h"
 #include "tirn/cfg.h"
 
 namespace tirn::cfg {
@@ -14,21 +14,16 @@ namespace {
 constexpr size_t kLongest = KESA_CFG_LINE_SIZE - 1;  // with the line feed
 constexpr size_t kBlock = 16384;
 
-bool is_regular_file(int fd) {
-  struct stat status {};
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-}
-
 }  // namespace
 
 LineReader::LineReader(int fd)
     : fd_(fd),
-      is_regular_(is_regular_file(fd)),
+      is_stored_(is_stored_file(fd)),
       buffer_(kLongest + kBlock + 1),
       text_(static_cast<char*>(buffer_.get())) {}
 
 LineReader::~LineReader() {
-  if (is_regular_ && raw_ != filled_) {
+  if (is_stored_ && raw_ != filled_) {
     lseek(fd_, static_cast<off_t>(raw_) - static_cast<off_t>(filled_), SEEK_CUR);
   }
 }
@@ -39,7 +34,7 @@ bool LineReader::fill() {
   end_ -= begin_;
   begin_ = 0;
   raw_ = filled_ = end_;
-  const ssize_t count = read(fd_, text_ + filled_, is_regular_ ? kBlock : 1);
+  const ssize_t count = read(fd_, text_ + filled_, is_stored_ ? kBlock : 1);
   if (count <= 0) {
     return false;
   }
@@ -49,12 +44,13 @@ bool LineReader::fill() {
 
 // Lengthens the line by what follows, less its carriage returns.
 void LineReader::take(size_t count) {
-  if (end_ == raw_ && std::memchr(text_ + raw_, '\r', count) == nullptr) {
-    end_ += count;
-  } else {
-    end_ = static_cast<size_t>(std::remove_copy(text_ + raw_, text_ + raw_ + count, text_ + end_, '\r') - text_);
+  if (end_ != raw_) {
+    std::memmove(text_ + end_, text_ + raw_, count);
   }
   raw_ += count;
+  char* const end = text_ + end_ + count;
+  auto* const first_return = static_cast<char*>(std::memchr(text_ + end_, '\r', count));
+  end_ = static_cast<size_t>((first_return == nullptr ? end : std::remove(first_return, end, '\r')) - text_);
 }
 
 Text LineReader::next() {

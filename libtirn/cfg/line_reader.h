@@ -15,7 +15,7 @@ struct Text {
   size_t length;
 };
 
-// What kesa_readline gives with a buffer of KESA_CFG_LINE_SIZE bytes, without the line feeds. A regular file is read in
+// What kesa_readline gives with a buffer of KESA_CFG_LINE_SIZE bytes, without the line feeds. A stored file is read in
 // blocks; anything else byte by byte, so that it is never read beyond the line. Of the buffer only what is read is
 // touched.
 class LineReader {
@@ -37,7 +37,7 @@ class LineReader {
   void take(size_t count);
 
   const int fd_;
-  const bool is_regular_;
+  const bool is_stored_;
   const Mapping buffer_;
   char* const text_;
   // Of the buffer: [begin, end) is the line so far, [raw, filled) what was read and not looked at.

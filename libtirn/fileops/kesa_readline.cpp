@@ -1,10 +1,11 @@
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
+#include "libtirn/base/stored_file.h"
 #include "tirn/fileops.h"
 
 namespace {
@@ -59,27 +60,39 @@ class Line {
 };
 
 // Where this thread's last line ended. A descriptor that stands there needs no new look at what it is.
-struct Place {
-  int fd = -1;
-  off_t position = 0;
+// Signal handlers read lines too: whoever is interrupted between the two words must not take a wrong pair for the place.
+class Place {
+ public:
+  void set(int fd, off_t position) {
+    forget();
+    position_.store(position, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_release);  // pairs with the one of is()
+    fd_.store(fd, std::memory_order_relaxed);
+  }
+
+  void forget() {
+    fd_.store(-1, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_release);
+  }
+
+  bool is(int fd, off_t position) const {
+    const bool is_there = position_.load(std::memory_order_relaxed) == position;
+    std::atomic_signal_fence(std::memory_order_acquire);
+    return is_there && fd_.load(std::memory_order_relaxed) == fd;
+  }
+
+ private:
+  std::atomic<int> fd_{-1};
+  std::atomic<off_t> position_{0};
 };
 constinit thread_local Place t_last_line;
-
-// Files that the kernel makes up as they are read own no blocks; they might read otherwise after a step back.
-bool is_stored_file(int fd) {
-  struct stat status {};
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_blocks > 0;
-}
 
 // The position of a descriptor that can be read ahead of it, or -1.
 off_t position_to_read_at(int fd) {
   const int error = errno;
-  off_t position = -1;
-  if (fd == t_last_line.fd || is_stored_file(fd)) {
-    position = lseek(fd, 0, SEEK_CUR);
-    if (fd == t_last_line.fd && position != t_last_line.position && !is_stored_file(fd)) {
-      position = -1;
-    }
+  off_t position = lseek(fd, 0, SEEK_CUR);
+  if (position >= 0 && !t_last_line.is(fd, position) && !tirn::is_stored_file(fd)) {
+    position = -1;
   }
   errno = error;
   return position;
@@ -99,11 +112,12 @@ void read_blocks(int fd, off_t position, Line& line) {
   }
   if (position != begin) {
     lseek(fd, position, SEEK_SET);
-    t_last_line = {fd, position};
+    t_last_line.set(fd, position);
   }
 }
 
 void read_bytes(int fd, Line& line) {
+  t_last_line.forget();
   char byte = 0;
   while (!line.is_complete() && read(fd, &byte, 1) == 1) {
     line.take(&byte, 1);

@@ -1,10 +1,14 @@
 // The store under load and without memory.
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <atomic>
-#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <thread>
+#include <vector>
 
 #include "support/faults.h"
 #include "support/temp_folder.h"
@@ -14,146 +18,141 @@ using namespace tirn::test;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds kLimit{15};  // for slow builds
+// Of a file's letter and a generation, at many lengths: a torn value shows.
+std::string value_of(char letter, unsigned long generation) {
+  std::string value(1, letter);
+  for (unsigned long i = 0; i <= generation % 7; ++i) {
+    value += "." + std::to_string(generation);
+  }
+  return value;
+}
 
-// A letter over and over, each letter at another length: a torn value shows.
-std::string value_of(char letter) { return std::string(static_cast<size_t>(letter - 'a') * 20 + 1, letter); }
+class CfgStress : public testing::Test {
+ protected:
+  CfgStress() {  // most lines would tell of items that are not there at the moment
+    const hurn_content_record quiet{HURN_CALLBACK_ONLY, [](const hurn_line*) {}};
+    hurn_register_content_callback(&quiet);
+  }
 
-std::string text_of(char letter) {
-  std::string text;
-  for (char section = '0'; section < '8'; ++section) {
-    text += std::string("[s") + section + "]\n";
+  std::string path_of(char letter) const { return folder_.path(std::string(1, letter)); }
+
+  void write_items(char letter, unsigned long generation) const {
+    std::string text = "[s]\n";
     for (char item = '0'; item < '8'; ++item) {
-      text += std::string("i") + item + "=" + value_of(letter) + "\n";
+      text += item + ("=" + value_of(letter, generation)) + "\n";
+    }
+    std::rename(folder_.write_file(std::string("new_") + letter, text).c_str(), path_of(letter).c_str());
+  }
+
+  // From one file, or whichever has it. What a thread sees of a file never gets older.
+  void read(char item, char letter = '\0') {
+    thread_local unsigned long newest[256];
+    char value[256] = "";
+    const char name[] = {item, '\0'};
+    if ((letter == '\0' ? kesa_cfg_getItemValue("s", name, value, sizeof value)
+                        : kesa_cfg_getItemValue_ex(path_of(letter).c_str(), "s", name, value, sizeof value)) == 0) {
+      const unsigned long generation = std::strtoul(value + 2, nullptr, 10);
+      unsigned long& last = newest[static_cast<unsigned char>(value[0])];
+      wrong += value != value_of(value[0], generation) || (letter != '\0' && value[0] != letter) || generation < last;
+      last = generation;
+      ++found;
     }
   }
-  return text;
-}
 
-// Most lines would tell of items that are not there at the moment.
-void silence() {
-  const hurn_content_record quiet{HURN_CALLBACK_ONLY, [](const hurn_line*) {}};
-  hurn_register_content_callback(&quiet);
-}
+  // Three threads work as long as there is a thread that goes through its rounds, one for each letter.
+  template <typename Work, typename Round>
+  void run(const std::string& letters, Work work, Round round) {
+    std::atomic<size_t> busy{letters.size()};
+    std::vector<std::jthread> threads;
+    for (unsigned thread = 0; thread < 3; ++thread) {
+      threads.emplace_back([&, thread] {
+        for (unsigned i = thread; busy > 0; ++i) {
+          work(thread, i);
+          i % 4 == 0 ? sched_yield() : 0;  // writers have no priority
+        }
+      });
+    }
+    for (const char letter : letters) {
+      threads.emplace_back([&, letter, end = std::time(nullptr) + 2] {
+        for (unsigned long i = 0; i < 20 || std::time(nullptr) < end; ++i) {
+          write_items(letter, i);
+          wrong += kesa_cfg_init(path_of(letter).c_str()) != 0;
+          round(letter, i);
+        }
+        --busy;
+      });
+    }
+    threads.clear();  // joins them
+    EXPECT_GT(found, 0u);
+    EXPECT_EQ(wrong, 0u);
+    kesa_cfg_destroy();
+    EXPECT_EQ(g_stCfgRwlock, 0u);
+  }
+
+  const TempFolder folder_;
+  std::atomic<uint64_t> found{0}, wrong{0};
+};
 
 }  // namespace
 
-// Readers with and without a file's name, beside two threads that reload and forget a file each.
-TEST(CfgStress, ReadersWhileFilesComeAndGo) {
-  silence();
-  const TempFolder folder;
-  const std::string files[] = {folder.write_file("a", text_of('a')), folder.write_file("b", text_of('b'))};
-  std::atomic<int> reloading{2};
-  std::atomic<uint64_t> found{0}, wrong{0};
-  const auto read_items = [&](unsigned i) {
-    char value[64];
-    for (; reloading > 0; ++i) {
-      const char section[] = {'s', static_cast<char>('0' + i % 8), '\0'};
-      const char item[] = {'i', static_cast<char>('0' + i / 8 % 8), '\0'};
-      const char* const file = files[i / 2 % 2].c_str();
-      const int result = i % 2 == 0 ? kesa_cfg_getItemValue(section, item, value, sizeof value)
-                                    : kesa_cfg_getItemValue_ex(file, section, item, value, sizeof value);
-      found += result == 0;
-      wrong += result == 0 && value != value_of(value[0]);
+TEST_F(CfgStress, ReadersWhileFilesComeAndGo) {
+  const auto read_items = [&](unsigned, unsigned i) { read(static_cast<char>('0' + i / 3 % 8), "\0ab"[i % 3]); };
+  run("ab", read_items, [&](char letter, unsigned long i) {
+    for (unsigned long references = i % 3; references > 0; --references) {
+      kesa_cfg_destroy_ex(path_of(letter).c_str());
     }
-  };
-  const auto reload = [&, end = Clock::now() + kLimit](const std::string& file) {
-    for (int i = 0; i < 3000 && Clock::now() < end; ++i) {
-      wrong += kesa_cfg_init(file.c_str()) != 0;
-      for (int references = i % 3; references > 0; --references) {
-        kesa_cfg_destroy_ex(file.c_str());
-      }
-    }
-    --reloading;
-  };
-  std::thread threads[] = {std::thread(read_items, 0), std::thread(read_items, 1), std::thread(read_items, 2),
-                           std::thread(reload, files[0]), std::thread(reload, files[1])};
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_GT(found, 0u);
-  EXPECT_EQ(wrong, 0u);
-  kesa_cfg_destroy();
-  EXPECT_EQ(g_stCfgRwlock, 0u);
+  });
 }
 
 // Values change, and the whole store goes, while they are read.
-TEST(CfgStress, SettersAndTheEndOfAll) {
-  silence();
-  const TempFolder folder;
-  const std::string file = folder.write_file("a", text_of('a'));
-  std::atomic<bool> is_over{false};
-  std::atomic<uint64_t> torn{0};
-  const auto work = [&](char letter) {
-    char value[64];
-    while (!is_over) {
-      kesa_cfg_setItemValue("s7", "i7", value_of(letter).c_str());
-      torn += kesa_cfg_getItemValue("s7", "i7", value, sizeof value) == 0 && value != value_of(value[0]);
-    }
+TEST_F(CfgStress, SettersAndTheEndOfAll) {
+  std::atomic<uint64_t> set{0};
+  const auto set_and_read = [&](unsigned thread, unsigned i) {
+    const char letter = "xyz"[thread];  // each has one setter, so its values never get older
+    set += kesa_cfg_setItemValue("s", "7", value_of(letter, i).c_str()) == 0;
+    read('7');
   };
-  std::thread one(work, 'b'), two(work, 'c');
-  const auto end = Clock::now() + kLimit;
-  for (int i = 0; i < 2000 && Clock::now() < end; ++i) {
-    kesa_cfg_init(file.c_str());
-    kesa_cfg_destroy();
-  }
-  is_over = true;
-  one.join();
-  two.join();
-  EXPECT_EQ(torn, 0u);
+  run("a", set_and_read, [](char, unsigned long) { sched_yield(), kesa_cfg_destroy(); });
+  EXPECT_GT(set, 0u);
 }
 
 TEST(CfgFaults, LoadReloadSetAndRead) {
   const TempFolder folder;
-  const std::string file = folder.write_file("a", "[s]\na=1\nb=1\n[t]\na=1\n");
+  const std::string file = folder.path("a");
   const char* const path = file.c_str();
-  // How many of the items are there, each with its own value; the store is empty afterwards.
-  const auto count_and_clear = [](const char* last_value) {
-    int count = 0;
-    for (const auto& [section, item] : {std::pair{"s", "a"}, {"s", "b"}, {"t", "a"}}) {
-      char value[8] = "";
-      if (kesa_cfg_getItemValue(section, item, value, sizeof value) == 0) {
-        EXPECT_STREQ(value, *section == 't' ? last_value : "1");
-        ++count;
-      }
-    }
-    EXPECT_EQ(g_stCfgRwlock, 0u);
-    kesa_cfg_destroy();
-    return count;
+  const auto write = [&](const std::string& v) {
+    folder.write_file("a", "[s]\na=" + v + "\nb=" + v + "\n[t]\na=" + v + "\n");
   };
-  const auto load = [path] { return static_cast<long>(kesa_cfg_init(path)); };
-  const auto prepare = [load] { ASSERT_EQ(load(), 0); };
-  for (const bool is_reload : {false, true}) {
-    Scenario scenario{.run = load, .check = [&](long result, const Fault& fault, const LogCapture& log) {
-                        const int count = count_and_clear("1");
-                        // A refused item is left out; where the file could not be had, all is as it was.
-                        EXPECT_TRUE(count == 3 || (fault.happened && (result == 0 || !is_reload))) << count << log;
-                        EXPECT_TRUE(result == 0 || count == (is_reload ? 3 : 0)) << count << log;
-                      }};
-    if (is_reload) {
-      scenario.prepare = prepare;
-    }
-    sweep(scenario);
+  const auto load = [path] { return long{kesa_cfg_init(path)}; };
+  const auto read = [path] {
+    KesaCfgItemRecord record;
+    const long result = kesa_cfg_getItemFromFile(path, "t", "a", &record);
+    return result != 0 ? result : std::strcmp(record.value, "2");
+  };
+  const struct {
+    std::function<long()> run;
+    std::string before, after;  // the three items' values, "-" where there is none
+  } rows[] = {{load, "---", "222"},
+              {load, "111", "222"},
+              {read, "111", "111"},
+              {[path] { return long{kesa_cfg_setItemValue_ex(path, "t", "a", "n")}; }, "111", "11n"},
+              {[] { return long{kesa_cfg_setItemValue("t", "a", "n")}; }, "111", "11n"}};
+  for (const auto& row : rows) {
+    const auto prepare = [&] { write("1"), row.before == "111" ? load() : 0, write("2"); };
+    sweep({.prepare = prepare, .run = row.run, .check = [&](long result, const Fault& fault, const LogCapture& log) {
+             std::string all, expected = result == 0 ? row.after : row.before;
+             for (const auto& [section, item] : {std::pair{"s", "a"}, {"s", "b"}, {"t", "a"}}) {
+               char value[8];
+               const bool is_there = kesa_cfg_getItemValue(section, item, value, sizeof value) == 0;
+               if (!is_there && fault.happened && result == 0) {
+                 expected[all.size()] = '-';  // refused, for the fault
+               }
+               all += is_there ? value : "-";
+             }
+             EXPECT_EQ(all, expected) << log;
+             EXPECT_TRUE(result == 0 || fault.happened) << log;
+             EXPECT_EQ(g_stCfgRwlock, 0u);
+             kesa_cfg_destroy();
+           }});
   }
-  for (const bool is_named : {false, true}) {
-    sweep({.prepare = prepare,
-           .run =
-               [=] {
-                 return static_cast<long>(is_named ? kesa_cfg_setItemValue_ex(path, "t", "a", "new")
-                                                   : kesa_cfg_setItemValue("t", "a", "new"));
-               },
-           .check =
-               [&](long result, const Fault& fault, const LogCapture& log) {
-                 EXPECT_EQ(result != 0, fault.happened) << log;
-                 EXPECT_EQ(log.count(HURN_ERROR, "Alloc needed item memory fail, size(4)."), fault.happened) << log;
-                 EXPECT_EQ(count_and_clear(result == 0 ? "new" : "1"), 3);
-               }});
-  }
-  KesaCfgItemRecord record{};
-  sweep({.run = [=, &record] { return static_cast<long>(kesa_cfg_getItemFromFile(path, "t", "a", &record)); },
-         .check =
-             [&record](long result, const Fault& fault, const LogCapture& log) {
-               EXPECT_TRUE(result == 0 ? std::strcmp(record.value, "1") == 0 : fault.happened) << log;
-             }});
 }
