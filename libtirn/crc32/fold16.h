@@ -1,9 +1,9 @@
 // CRC-16/T10-DIF by folding 128-bit blocks. A block is a polynomial whose first byte in memory is the highest, so it is
 // byte-reversed after loading. `Block` is a processor's 128-bit register with these operations:
-//   load(bytes), reversed(block), exclusive(block, block), constant(low, high), low_half(block), low_word(block),
-//   low_low(a, b), high_high(a, b)         carry-less products of their low or high halves
-//   shuffle(block, indices)                byte i is byte indices[i], 0 where the index has its top bit set
-//   choose(block, other, indices)          bytes of `other` where the index has its top bit set
+//   load(bytes), constant(low, high), first(low), reversed(a), exclusive(a, b), low_half(a), low_word(a)
+//   low_low(a, b), high_high(a, b)  the carry-less product of their low or their high halves
+//   shuffle(a, indices)             byte i is byte indices[i], or 0 where the index has its top bit set
+//   choose(a, b, indices)           bytes of b where the index has its top bit set
 #ifndef TIRN_CRC32_FOLD16_H
 #define TIRN_CRC32_FOLD16_H
 
@@ -46,6 +46,22 @@ alignas(16) inline constexpr uint8_t kShifts[48] = {
     0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
 
+// The CRC of what is folded into 128 bits.
+template <class Block>
+uint16_t remainder(typename Block::Register block) {
+  // To 96 bits, to 64, and the Barrett step: the quotient by P of these bits times x^16, and from it the remainder.
+  constexpr uint64_t kTo64 = move_by(64);
+  constexpr uint64_t kBarrett = barrett_multiplier();
+  constexpr uint64_t kPolynomial = 0x18BB7;
+  const auto to_64 = Block::constant(kTo64, kTo64);
+  const auto polynomial = Block::constant(kPolynomial, kPolynomial);
+  const auto bits_96 = Block::exclusive(Block::high_high(block, to_64), Block::low_half(block));
+  const auto bits_64 = Block::exclusive(Block::high_high(bits_96, to_64), bits_96);
+  const auto quotient = Block::low_low(bits_64, Block::constant(kBarrett, kBarrett));
+  return static_cast<uint16_t>(
+      Block::low_word(Block::exclusive(Block::high_high(quotient, polynomial), Block::low_low(bits_64, polynomial))));
+}
+
 // The CRC of a message that is folded into `block` as far as `at` and goes on with `rest` bytes there. Its last 16 bytes
 // must be readable.
 template <class Block>
@@ -61,17 +77,7 @@ uint16_t finish(typename Block::Register block, const uint8_t* at, size_t rest) 
     const auto top = Block::shuffle(block, Block::load(kShifts + 32 - rest));
     block = fold<Block>(top, multipliers, Block::choose(Block::shuffle(block, up), last, up));
   }
-  // To 96 bits, to 64, and the Barrett step: the quotient by P of these bits times x^16, and from it the remainder.
-  constexpr uint64_t kTo64 = move_by(64);
-  constexpr uint64_t kBarrett = barrett_multiplier();
-  constexpr uint64_t kPolynomial = 0x18BB7;
-  const auto to_64 = Block::constant(kTo64, kTo64);
-  const auto polynomial = Block::constant(kPolynomial, kPolynomial);
-  const auto bits_96 = Block::exclusive(Block::high_high(block, to_64), Block::low_half(block));
-  const auto bits_64 = Block::exclusive(Block::high_high(bits_96, to_64), bits_96);
-  const auto quotient = Block::low_low(bits_64, Block::constant(kBarrett, kBarrett));
-  return static_cast<uint16_t>(Block::low_word(
-      Block::exclusive(Block::high_high(quotient, polynomial), Block::low_low(bits_64, polynomial))));
+  return remainder<Block>(block);
 }
 
 }  // namespace tirn::crc32

@@ -58,8 +58,8 @@ std::vector<Form> forms() {
 // All of a form's results for `length` bytes at `source`, which may be cut in two at `cut`, against the tables'.
 void check(const Form& form, const uint8_t* source, size_t length, size_t cut, uint32_t seed, uint8_t* copy) {
   SCOPED_TRACE(testing::Message() << form.name << ", " << length << " bytes at "
-                                  << reinterpret_cast<uintptr_t>(source) % 64 << ", cut at " << cut << ", seed " << seed
-                                  << ", copied to " << reinterpret_cast<uintptr_t>(copy) % 64);
+                                  << reinterpret_cast<uintptr_t>(source) % 64 << ", cut at " << cut << ", seed "
+                                  << seed << ", copied to " << reinterpret_cast<uintptr_t>(copy) % 64);
   const uint32_t expected = kesa_crc32cContinueSoft(seed, source, static_cast<uint32_t>(length));
   ASSERT_EQ(form.crc32c(form.crc32c(seed, source, cut), source + cut, length - cut), expected);
   copy[-1] = copy[length] = 0x5A;
@@ -87,7 +87,8 @@ TEST_F(Crc32, KnownValuesAndEmptyInput) {
   for (const Form& form : forms()) {
     uint8_t copy[9];
     EXPECT_EQ(~form.crc32c(0xFFFFFFFF, reinterpret_cast<const uint8_t*>(kText), 9), 0xE3069283u) << form.name;
-    EXPECT_EQ(~form.with_copy(0xFFFFFFFF, copy, reinterpret_cast<const uint8_t*>(kText), 9), 0xE3069283u) << form.name;
+    EXPECT_EQ(~form.with_copy(0xFFFFFFFF, copy, reinterpret_cast<const uint8_t*>(kText), 9), 0xE3069283u)
+        << form.name;
     EXPECT_EQ(form.crc32c(5, nullptr, 0), 5u) << form.name;
   }
   EXPECT_EQ(kesa_crc32c(kText, 9), 0xE3069283u);
@@ -119,13 +120,14 @@ TEST_F(Crc32, EveryFormAgreesWithTheTables) {
   for (const Form& form : forms()) {
     const auto check_at = [&](size_t length, size_t place) {
       const size_t cut = random() % 2 == 0 ? 0 : random() % (length + 1);
-      check(form, source.data() + place, length, cut, static_cast<uint32_t>(random()), copy.data() + 1 + random() % 64);
+      check(form, source.data() + place, length, cut, static_cast<uint32_t>(random()),
+            copy.data() + 1 + random() % 64);
     };
     for (size_t length = 0; length <= kLongest && !HasFatalFailure(); ++length) {
       check_at(length, random() % 64);
     }
-    for (const size_t length : {15, 16, 17, 31, 63, 64, 65, 79, 255, 256, 257, 300, 511, 512, 513, 1007, 1008, 1009, 4079,
-                                4080, 4081}) {
+    for (const size_t length :
+         {15, 16, 17, 31, 63, 64, 65, 79, 255, 256, 257, 300, 511, 512, 513, 1007, 1008, 1009, 4079, 4080, 4081}) {
       for (size_t place = 0; place < 64 && !HasFatalFailure(); ++place) {
         check_at(length, place);
       }

@@ -34,9 +34,7 @@ const Form& best() {
   return *(form != nullptr ? form : find_best());
 }
 
-const Form& streams() {
-  return tirn::crc32::kStreams.is_available() ? tirn::crc32::kStreams : tirn::crc32::kChain;
-}
+const Form& streams() { return tirn::crc32::kStreams.is_available() ? tirn::crc32::kStreams : tirn::crc32::kChain; }
 
 }  // namespace
 

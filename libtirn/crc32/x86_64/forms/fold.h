@@ -49,7 +49,8 @@ typename Lanes::Register join_registers(const typename Lanes::Register (&sum)[kR
 template <class Lanes, class Move>
 __m128i join_lanes(typename Lanes::Register sum) {
   if constexpr (Lanes::kBytes == 64) {
-    __m128i all = Lane::fold(Lanes::template lane<0>(sum), multipliers<Lane, Move, 384>(), Lanes::template lane<3>(sum));
+    __m128i all =
+        Lane::fold(Lanes::template lane<0>(sum), multipliers<Lane, Move, 384>(), Lanes::template lane<3>(sum));
     all = Lane::fold(Lanes::template lane<1>(sum), multipliers<Lane, Move, 256>(), all);
     return Lane::fold(Lanes::template lane<2>(sum), multipliers<Lane, Move, 128>(), all);
   } else if constexpr (Lanes::kBytes == 32) {

@@ -22,9 +22,9 @@ struct Lanes256 {
   static Register first(uint64_t value) { return _mm256_zextsi128_si256(Lane::first(value)); }
   static Register exclusive(Register a, Register b) { return _mm256_xor_si256(a, b); }
   static Register fold(Register sum, Register multipliers, Register next) {
-    return exclusive(exclusive(_mm256_clmulepi64_epi128(sum, multipliers, 0x00),
-                               _mm256_clmulepi64_epi128(sum, multipliers, 0x11)),
-                     next);
+    return exclusive(
+        exclusive(_mm256_clmulepi64_epi128(sum, multipliers, 0x00), _mm256_clmulepi64_epi128(sum, multipliers, 0x11)),
+        next);
   }
   static Register reversed(Register a) {
     return _mm256_shuffle_epi8(a, constant(0x08090A0B0C0D0E0F, 0x0001020304050607));

@@ -33,14 +33,13 @@ constexpr Advances advances() {
 
 constexpr Advances kAdvance = advances();
 
-const Form kChain = {
-    "one chain", [] { return true; },
-    [](uint32_t crc, const uint8_t* source, size_t length) {
-      return chain<Unit>(crc, source, length, Nowhere<Unit>{});
-    },
-    [](uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
-      return chain<Unit>(crc, source, length, CopyTo<Unit>{source, destination});
-    },
-    crc16_by_table};
+const Form kChain = {"one chain", [] { return true; },
+                     [](uint32_t crc, const uint8_t* source, size_t length) {
+                       return chain<Unit>(crc, source, length, Nowhere<Unit>{});
+                     },
+                     [](uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
+                       return chain<Unit>(crc, source, length, CopyTo<Unit>{source, destination});
+                     },
+                     crc16_by_table};
 
 }  // namespace tirn::crc32

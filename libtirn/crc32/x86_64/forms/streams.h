@@ -63,8 +63,8 @@ uint32_t advance(uint32_t crc, __m128i multiplier) {
 // A piece of `iterations` folds and three parts of `steps` words.
 template <class Lanes, unsigned kSteps, class Sink>
 uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size_t steps, const Sink& sink) {
-  Chains<Sink> chains{{iterations == 0 ? crc : 0, 0, 0},
-                      source + iterations * kRegisters * Lanes::kBytes, 8 * steps, sink};
+  Chains<Sink> chains{
+      {iterations == 0 ? crc : 0, 0, 0}, source + iterations * kRegisters * Lanes::kBytes, 8 * steps, sink};
   typename Lanes::Register sums[kRegisters];
   if (iterations != 0) {
 #pragma GCC unroll 4
