@@ -34,6 +34,16 @@ const Form& best() {
   return *(form != nullptr ? form : find_best());
 }
 
+// Apart from the short ones, which need no frame.
+__attribute__((noinline)) uint32_t crc32c_of_many(uint32_t crc, const uint8_t* source, uint32_t length) {
+  return best().crc32c(crc, source, length);
+}
+
+__attribute__((noinline)) uint32_t crc32c_of_many(uint32_t crc, uint8_t* destination, const uint8_t* source,
+                                                  uint32_t length) {
+  return best().crc32c_with_copy(crc, destination, source, length);
+}
+
 const Form& streams() { return tirn::crc32::kStreams.is_available() ? tirn::crc32::kStreams : tirn::crc32::kChain; }
 
 }  // namespace
@@ -43,16 +53,16 @@ uint32_t AsmCrc32c(void* /*destination*/, uint32_t length, uint32_t crc, const v
   if (length < kShort) {
     return tirn::crc32::chain<Unit>(crc, from, length, tirn::crc32::Nowhere<Unit>{});
   }
-  return best().crc32c(crc, from, length);
+  return crc32c_of_many(crc, from, length);
 }
 
 uint32_t AsmCrc32cWithCpy(void* destination, uint32_t length, uint32_t crc, const void* source) {
   const auto* const from = static_cast<const uint8_t*>(source);
   auto* const to = static_cast<uint8_t*>(destination);
   if (length < kShort) {
-    return tirn::crc32::chain<Unit>(crc, from, length, tirn::crc32::CopyTo<Unit>{from, to});
+    return tirn::crc32::chain<Unit>(crc, from, length, tirn::crc32::CopyTo<Unit>(from, to));
   }
-  return best().crc32c_with_copy(crc, to, from, length);
+  return crc32c_of_many(crc, to, from, length);
 }
 
 uint32_t Asm3Crc32c(void* /*destination*/, uint32_t length, uint32_t crc, const void* source) {

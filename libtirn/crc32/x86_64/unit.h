@@ -10,11 +10,13 @@
 namespace tirn::crc32 {
 namespace {
 
+// The value stays in the 64 bits that the instruction works on: each step would clear its upper half once more.
 struct Unit {
-  static uint32_t step(uint32_t crc, uint64_t word) { return static_cast<uint32_t>(_mm_crc32_u64(crc, word)); }
-  static uint32_t step(uint32_t crc, uint32_t word) { return _mm_crc32_u32(crc, word); }
-  static uint32_t step(uint32_t crc, uint16_t word) { return _mm_crc32_u16(crc, word); }
-  static uint32_t step(uint32_t crc, uint8_t word) { return _mm_crc32_u8(crc, word); }
+  using Value = uint64_t;
+  static Value step(Value crc, uint64_t word) { return _mm_crc32_u64(crc, word); }
+  static Value step(Value crc, uint32_t word) { return _mm_crc32_u32(static_cast<uint32_t>(crc), word); }
+  static Value step(Value crc, uint16_t word) { return _mm_crc32_u16(static_cast<uint32_t>(crc), word); }
+  static Value step(Value crc, uint8_t word) { return _mm_crc32_u8(static_cast<uint32_t>(crc), word); }
 };
 
 }  // namespace

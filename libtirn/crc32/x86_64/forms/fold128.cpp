@@ -9,7 +9,7 @@ bool has_multiplier() { return __builtin_cpu_supports("pclmul") != 0; }
 
 const Form kStreams = {"three chains", has_multiplier, crc32c_without_copy<Lane, kChainsOnly>,
                        [](uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
-                         return crc32c<Lane, kChainsOnly>(crc, source, length, CopyTo<Unit>{source, destination});
+                         return crc32c<Lane, kChainsOnly>(crc, source, length, CopyTo<Unit>(source, destination));
                        },
                        crc16<Lane>};
 

@@ -38,7 +38,7 @@ const Form kChain = {"one chain", [] { return true; },
                        return chain<Unit>(crc, source, length, Nowhere<Unit>{});
                      },
                      [](uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
-                       return chain<Unit>(crc, source, length, CopyTo<Unit>{source, destination});
+                       return chain<Unit>(crc, source, length, CopyTo<Unit>(source, destination));
                      },
                      crc16_by_table};
 

@@ -18,19 +18,21 @@ constexpr size_t kLeastForParts = 96;
 constexpr unsigned kChainsOnly = ~0u;
 
 // As CopyTo, but whole registers go past the caches.
-struct StreamTo : CopyTo<Unit> {};
+struct StreamTo : CopyTo<Unit> {
+  using CopyTo<Unit>::CopyTo;
+};
 
 template <class Lanes>
 void put(const Nowhere<Unit>& /*sink*/, const uint8_t* /*from*/, typename Lanes::Register /*value*/) {}
 
 template <class Lanes>
 void put(const CopyTo<Unit>& sink, const uint8_t* from, typename Lanes::Register value) {
-  Lanes::store(sink.destination + (from - sink.source), value);
+  Lanes::store(sink.place(from), value);
 }
 
 template <class Lanes>
 void put(const StreamTo& sink, const uint8_t* from, typename Lanes::Register value) {
-  Lanes::store_past_caches(sink.destination + (from - sink.source), value);
+  Lanes::store_past_caches(sink.place(from), value);
 }
 
 template <class Lanes, class Sink>
@@ -43,7 +45,7 @@ typename Lanes::Register take(const uint8_t*& at, const Sink& sink) {
 
 template <class Sink>
 struct Chains {
-  uint32_t value[3];
+  Unit::Value value[3];
   const uint8_t* at;
   size_t part;  // bytes from one chain's part to the next
   const Sink& sink;
@@ -56,7 +58,7 @@ struct Chains {
   }
 };
 
-uint32_t advance(uint32_t crc, __m128i multiplier) {
+Unit::Value advance(Unit::Value crc, __m128i multiplier) {
   return Unit::step(0, Lane::low_word(Lane::low_low(Lane::first(crc), multiplier)));
 }
 
@@ -91,10 +93,10 @@ uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size
   }
   if (iterations != 0) {
     const __m128i folded = join_lanes<Lanes, Crc32cMove>(join_registers<Lanes, Crc32cMove>(sums));
-    const uint32_t first = Unit::step(Unit::step(0, Lane::low_word(folded)), Lane::high_word(folded));
+    const Unit::Value first = Unit::step(Unit::step(0, Lane::low_word(folded)), Lane::high_word(folded));
     chains.value[0] ^= advance(first, part);
   }
-  return advance(advance(chains.value[0], part) ^ chains.value[1], part) ^ chains.value[2];
+  return static_cast<uint32_t>(advance(advance(chains.value[0], part) ^ chains.value[1], part) ^ chains.value[2]);
 }
 
 template <class Lanes, unsigned kSteps, class Sink>
@@ -124,10 +126,10 @@ uint32_t crc32c_without_copy(uint32_t crc, const uint8_t* source, size_t length)
 template <class Lanes, unsigned kSteps>
 uint32_t crc32c_with_copy(uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
   if (length < kStoresPassCaches) {
-    return crc32c<Lanes, kSteps>(crc, source, length, CopyTo<Unit>{source, destination});
+    return crc32c<Lanes, kSteps>(crc, source, length, CopyTo<Unit>(source, destination));
   }
   const size_t head = -reinterpret_cast<uintptr_t>(destination) % 64;
-  const StreamTo sink{{source, destination}};
+  const StreamTo sink(source, destination);
   crc = chain<Unit>(crc, source, head, sink);
   crc = crc32c<Lanes, 0>(crc, source + head, length - head, sink);
   _mm_sfence();
