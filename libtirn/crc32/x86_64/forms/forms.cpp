@@ -20,8 +20,16 @@ constexpr Advances advances() {
     power = divided_by_x(power);
   }
   Advances all{};
-  for (uint32_t& multiplier : all.multiplier) {
-    multiplier = power;
+  for (size_t steps = 0; steps <= 3 * kMostSteps; ++steps) {
+    if (steps <= kMostSteps) {
+      all.by[steps].once = power;
+    }
+    if (steps % 2 == 0 && steps <= 2 * kMostSteps) {
+      all.by[steps / 2].twice = power;
+    }
+    if (steps % 3 == 0) {
+      all.by[steps / 3].thrice = power;
+    }
     for (int bit = 0; bit < 64; ++bit) {
       power = Castagnoli::times_x(power);
     }
@@ -31,7 +39,7 @@ constexpr Advances advances() {
 
 }  // namespace
 
-constexpr Advances kAdvance = advances();
+constexpr Advances kAdvances = advances();
 
 const Form kChain = {"one chain", [] { return true; },
                      [](uint32_t crc, const uint8_t* source, size_t length) {

@@ -23,12 +23,18 @@ extern const Form kFold512;
 
 inline constexpr const Form* kForms[] = {&kChain, &kStreams, &kFold128, &kFold256, &kFold512};
 
-// What advances a CRC-32C through 8 n zero bytes: its product, taken through one CRC step.
+// What advances a CRC-32C through 8 n zero bytes, and twice and three times as many: its product, taken through one
+// CRC step.
 inline constexpr size_t kMostSteps = 1024;
-struct Advances {
-  uint32_t multiplier[kMostSteps + 1];
+struct Advance {
+  uint32_t once;
+  uint32_t twice;
+  uint32_t thrice;
 };
-extern const Advances kAdvance;
+struct Advances {
+  Advance by[kMostSteps + 1];
+};
+extern const Advances kAdvances;
 
 // Copies from here on store past the caches: the destination would drive out more than its reader finds there.
 inline constexpr size_t kStoresPassCaches = size_t{1} << 20;

@@ -58,8 +58,8 @@ struct Chains {
   }
 };
 
-Unit::Value advance(Unit::Value crc, __m128i multiplier) {
-  return Unit::step(0, Lane::low_word(Lane::low_low(Lane::first(crc), multiplier)));
+__m128i product(Unit::Value crc, uint32_t multiplier) {
+  return Lane::low_low(Lane::first(crc), Lane::first(multiplier));
 }
 
 // A piece of `iterations` folds and three parts of `steps` words.
@@ -67,7 +67,7 @@ template <class Lanes, unsigned kSteps, class Sink>
 uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size_t steps, const Sink& sink) {
   Chains<Sink> chains{
       {iterations == 0 ? crc : 0, 0, 0}, source + iterations * kRegisters * Lanes::kBytes, 8 * steps, sink};
-  typename Lanes::Register sums[kRegisters];
+  typename Lanes::Register sums[kRegisters] = {};
   if (iterations != 0) {
 #pragma GCC unroll 4
     for (auto& sum : sums) {
@@ -87,16 +87,17 @@ uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size
     }
     steps -= (iterations - 1) * kSteps;
   }
-  const __m128i part = Lane::first(kAdvance.multiplier[chains.part / 8]);
+  const Advance& part = kAdvances.by[chains.part / 8];
   for (; steps > 0; --steps) {
     chains.take_word();
   }
+  __m128i products = Lane::exclusive(product(chains.value[0], part.twice), product(chains.value[1], part.once));
   if (iterations != 0) {
     const __m128i folded = join_lanes<Lanes, Crc32cMove>(join_registers<Lanes, Crc32cMove>(sums));
-    const Unit::Value first = Unit::step(Unit::step(0, Lane::low_word(folded)), Lane::high_word(folded));
-    chains.value[0] ^= advance(first, part);
+    const Unit::Value crc_of_folded = Unit::step(Unit::step(0, Lane::low_word(folded)), Lane::high_word(folded));
+    products = Lane::exclusive(products, product(crc_of_folded, part.thrice));
   }
-  return static_cast<uint32_t>(advance(advance(chains.value[0], part) ^ chains.value[1], part) ^ chains.value[2]);
+  return static_cast<uint32_t>(Unit::step(0, Lane::low_word(products)) ^ chains.value[2]);
 }
 
 template <class Lanes, unsigned kSteps, class Sink>
