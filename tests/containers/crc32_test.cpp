@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -108,31 +110,34 @@ TEST_F(Crc32, KnownValuesAndEmptyInput) {
   EXPECT_EQ(Asm3Crc32cWithCpy(nullptr, 0xFFFFFFFF, 7, nullptr), 7u);
 }
 
-// Every length once, at places and cuts that wander; around the block sizes of the forms, every place.
+// Every length once, right before a page without access; around the block sizes of the forms, at every place.
 TEST_F(Crc32, EveryFormAgreesWithTheTables) {
   const unsigned number = std::random_device()();
   SCOPED_TRACE(testing::Message() << "random numbers from " << number);
   std::mt19937 random(number);
-  std::vector<uint8_t> source(kLongest + 64), copy(kLongest + 66);
-  for (uint8_t& byte : source) {
-    byte = static_cast<uint8_t>(random());
-  }
+  constexpr size_t kSpan = 8192;
+  static_assert(kSpan >= kLongest + 64);
+  auto* const source =
+      static_cast<uint8_t*>(mmap(nullptr, kSpan + 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  mprotect(source + kSpan, 4096, PROT_NONE);
+  std::generate(source, source + kSpan, [&] { return static_cast<uint8_t>(random()); });
+  std::vector<uint8_t> copy(kLongest + 66);
   for (const Form& form : forms()) {
-    const auto check_at = [&](size_t length, size_t place) {
+    const auto check_at = [&](const uint8_t* from, size_t length) {
       const size_t cut = random() % 2 == 0 ? 0 : random() % (length + 1);
-      check(form, source.data() + place, length, cut, static_cast<uint32_t>(random()),
-            copy.data() + 1 + random() % 64);
+      check(form, from, length, cut, static_cast<uint32_t>(random()), copy.data() + 1 + random() % 64);
     };
     for (size_t length = 0; length <= kLongest && !HasFatalFailure(); ++length) {
-      check_at(length, random() % 64);
+      check_at(source + kSpan - length, length);
     }
-    for (const size_t length :
-         {15, 16, 17, 31, 63, 64, 65, 79, 255, 256, 257, 300, 511, 512, 513, 1007, 1008, 1009, 4079, 4080, 4081}) {
+    for (const size_t length : {15,  16,  17,  31,  63,  64,   65,   79,   127,  255,  256,
+                                257, 300, 511, 512, 513, 1007, 1008, 1009, 4079, 4080, 4081}) {
       for (size_t place = 0; place < 64 && !HasFatalFailure(); ++place) {
-        check_at(length, place);
+        check_at(source + place, length);
       }
     }
   }
+  munmap(source, kSpan + 4096);
 }
 
 // Long enough for several pieces and, with copy, for stores past the caches, whole and with a bit turned over.
@@ -140,9 +145,7 @@ TEST_F(Crc32, LongInput) {
   constexpr size_t kLength = (size_t{1} << 21) + 12345;
   std::mt19937_64 random(1);
   std::vector<uint8_t> source(kLength), copy(kLength + 2);
-  for (uint8_t& byte : source) {
-    byte = static_cast<uint8_t>(random());
-  }
+  std::generate(source.begin(), source.end(), [&] { return static_cast<uint8_t>(random()); });
   for (const Form& form : forms()) {
     check(form, source.data() + 3, kLength - 3, 100003, 42, copy.data() + 1);
     check(form, source.data(), 100000, 0, 42, copy.data() + 7);

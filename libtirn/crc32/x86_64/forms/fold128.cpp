@@ -13,7 +13,7 @@ const Form kStreams = {"three chains", has_multiplier, crc32c_without_copy<Lane,
                        },
                        crc16<Lane>};
 
-const Form kFold128 = {"128-bit registers", has_multiplier, crc32c_without_copy<Lane, 4>, crc32c_with_copy<Lane, 4>,
+const Form kFold128 = {"128-bit registers", has_multiplier, crc32c_without_copy<Lane, 5>, crc32c_with_copy<Lane, 5>,
                        crc16<Lane>};
 
 }  // namespace tirn::crc32
