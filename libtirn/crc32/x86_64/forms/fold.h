@@ -13,7 +13,7 @@ namespace tirn::crc32 {
 namespace {
 
 // What is folded at once: enough to hide the multiplier's latency.
-constexpr size_t kRegisters = 4;
+inline constexpr size_t kRegisters = 4;
 
 // Multipliers that move a lane by a number of bits. Reflected, its lower half holds the higher powers; a residue stands
 // in the upper half of its 64 bits, and the product of two reflected values ends a bit short of its register.

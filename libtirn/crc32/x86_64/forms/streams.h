@@ -12,10 +12,10 @@ namespace tirn::crc32 {
 namespace {
 
 // Below this one chain is as fast as three and their joins.
-constexpr size_t kLeastForParts = 96;
+inline constexpr size_t kLeastForParts = 96;
 
 // In place of a number of steps: nothing is folded.
-constexpr unsigned kChainsOnly = ~0u;
+inline constexpr unsigned kChainsOnly = ~0u;
 
 // As CopyTo, but whole registers go past the caches.
 struct StreamTo : CopyTo<Unit> {
@@ -58,7 +58,7 @@ struct Chains {
   }
 };
 
-__m128i product(Unit::Value crc, uint32_t multiplier) {
+inline __m128i product(Unit::Value crc, uint32_t multiplier) {
   return Lane::low_low(Lane::first(crc), Lane::first(multiplier));
 }
 
