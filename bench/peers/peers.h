@@ -34,6 +34,19 @@ PEER uint64_t peer_first_bit_by_words(const void* map, uint64_t size);
 PEER uint64_t peer_first_bit_bitset_256(const void* map);
 PEER uint64_t peer_first_bit_bitset_65536(const void* map);
 
+/* ISA-L's checksums, as they are. */
+struct peer_checksums {
+  unsigned (*crc32_iscsi)(const void* bytes, int length, unsigned crc);
+  uint16_t (*crc16_t10dif)(uint16_t crc, const void* bytes, uint64_t length);
+  uint16_t (*crc16_t10dif_copy)(uint16_t crc, void* destination, const void* source, uint64_t length);
+};
+
+/* NULL where this machine lacks it. */
+PEER const struct peer_checksums* peer_checksums_found(void);
+
+/* Reads so many bytes, in whole blocks of 128, and does next to nothing with them. */
+PEER uint64_t peer_read(const void* bytes, uint64_t length);
+
 /* A lock with its record. */
 struct peer_lock {
   const char* name;

@@ -9,6 +9,7 @@
 #include "tirn/cfg.h"
 #include "tirn/cpu.h"
 #include "tirn/cpumask.h"
+#include "tirn/crc32.h"
 #include "tirn/fileops.h"
 #include "tirn/fs.h"
 #include "tirn/hash.h"

@@ -4,6 +4,7 @@
 #include "libtirn/base/once.h"
 #include "tirn/affinity.h"
 #include "tirn/cpumask.h"
+#include "tirn/crc32.h"
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
 #include "tirn/sched.h"
@@ -25,6 +26,11 @@ int name_this_module() {
   return tirn::kOk;
 }
 
+int choose_checksum() {
+  kesa_crc32_init();
+  return tirn::kOk;
+}
+
 // The order is binding: the log's rate guard reads the clock, so the clock stands first.
 // clang-format off
 constexpr StartStep kStartSteps[] = {
@@ -40,6 +46,7 @@ constexpr StartStep kStartSteps[] = {
     {kesa_gettime_init, "Kesa time initialize failed.", true},
     {kesa_thrd_module_init, nullptr, false},
     {kesa_affinity_init, "Kesa affinity initialize failed.", false},
+    {choose_checksum, nullptr, false},
 };
 // clang-format on
 
