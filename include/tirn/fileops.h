@@ -135,7 +135,7 @@ typedef int (*kesa_readdir_fn)(void* ctx, const char* name, int name_length, int
 TIRN_API int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx);
 
 /*
- * dlopen; the loader sees this library as the caller. The symbol table does not know yet what is loaded and unloaded
+ * dlopen; which object the loader takes for the caller is not settled (RTLD_NEXT, search paths). The symbol table does not know yet what is loaded and unloaded
  * here: its update joins with the table.
  * @safety MT-Safe, AS-Unsafe heap lock dlopen
  */

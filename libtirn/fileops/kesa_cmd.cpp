@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "libtirn/base/command.h"
+#include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "tirn/fileops.h"
 #include "tirn/str.h"
@@ -65,6 +66,7 @@ int run(Command which, const char* first, const char* second = "") {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "Param error: pFile(%s) is dangerous.", first);
     return -EINVAL;
   }
+  const tirn::NoCancellation guard;  // the line would stay, and the child
   const std::unique_ptr<char, Free> line(static_cast<char*>(std::calloc(1, kLineSize)));
   if (line == nullptr) {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "%s", command.no_memory);

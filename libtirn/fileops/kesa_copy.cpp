@@ -12,6 +12,7 @@ int kesa_copy(const char* src, const char* dst) {
     TIRN_ERROR("Param is NULL.");
     return -EINVAL;
   }
+  const tirn::NoCancellation guard;  // what is open would stay so
   const tirn::Fd from(kesa_open(src, O_RDONLY | O_CLOEXEC, 0));
   if (!from) {
     TIRN_WARNING("Open srcFile %s error.", src);

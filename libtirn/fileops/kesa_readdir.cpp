@@ -26,6 +26,7 @@ int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
     TIRN_ERROR("path is NULL.");
     return tirn::kFail;
   }
+  const tirn::NoCancellation guard;  // what is open would stay so
   const tirn::Folder directory(opendir(path));
   if (directory == nullptr) {
     return tirn::kFail;

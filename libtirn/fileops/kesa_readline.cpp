@@ -1,8 +1,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <cstring>
 
 #include "libtirn/base/stored_file.h"
@@ -59,65 +57,24 @@ class Line {
   bool has_line_feed_ = false;
 };
 
-// Where this thread's last line ended. A descriptor that stands there needs no new look at what it is.
-// Signal handlers read lines too: whoever is interrupted between the two words must not take a wrong pair for the place.
-class Place {
- public:
-  void set(int fd, off_t position) {
-    forget();
-    position_.store(position, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_release);  // pairs with the one of is()
-    fd_.store(fd, std::memory_order_relaxed);
-  }
-
-  void forget() {
-    fd_.store(-1, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_release);
-  }
-
-  bool is(int fd, off_t position) const {
-    const bool is_there = position_.load(std::memory_order_relaxed) == position;
-    std::atomic_signal_fence(std::memory_order_acquire);
-    return is_there && fd_.load(std::memory_order_relaxed) == fd;
-  }
-
- private:
-  std::atomic<int> fd_{-1};
-  std::atomic<off_t> position_{0};
-};
-constinit thread_local Place t_last_line;
-
-// The position of a descriptor that can be read ahead of it, or -1.
-off_t position_to_read_at(int fd) {
-  const int error = errno;
-  off_t position = lseek(fd, 0, SEEK_CUR);
-  if (position >= 0 && !t_last_line.is(fd, position) && !tirn::is_stored_file(fd)) {
-    position = -1;
-  }
-  errno = error;
-  return position;
-}
-
-void read_blocks(int fd, off_t position, Line& line) {
+// Reads ahead, and steps back to right behind the line.
+void read_blocks(int fd, Line& line) {
   char block[kBlock];
-  const off_t begin = position;
   size_t size = kFirstBlock;
   while (!line.is_complete()) {
-    const ssize_t count = pread(fd, block, std::min(size, line.room()), position);
+    const ssize_t count = read(fd, block, std::min(size, line.room()));
     if (count <= 0) {
       break;
     }
-    position += static_cast<off_t>(line.take(block, static_cast<size_t>(count)));
+    const auto taken = static_cast<ssize_t>(line.take(block, static_cast<size_t>(count)));
+    if (taken < count) {
+      lseek(fd, taken - count, SEEK_CUR);
+    }
     size = kBlock;
-  }
-  if (position != begin) {
-    lseek(fd, position, SEEK_SET);
-    t_last_line.set(fd, position);
   }
 }
 
 void read_bytes(int fd, Line& line) {
-  t_last_line.forget();
   char byte = 0;
   while (!line.is_complete() && read(fd, &byte, 1) == 1) {
     line.take(&byte, 1);
@@ -132,9 +89,8 @@ char* kesa_readline(int fd, char* buffer, int size) {
   }
   Line line(buffer, static_cast<size_t>(size) - 1);
   if (!line.is_complete()) {
-    const off_t position = position_to_read_at(fd);
-    if (position >= 0) {
-      read_blocks(fd, position, line);
+    if (tirn::is_stored_file(fd)) {
+      read_blocks(fd, line);
     } else {
       read_bytes(fd, line);
     }

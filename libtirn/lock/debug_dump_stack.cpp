@@ -2,7 +2,9 @@
 
 #include "libtirn/arch/arch.h"
 #include "libtirn/base/log.h"
+#include "libtirn/base/result.h"
 #include "tirn/lock.h"
+#include "tirn/thread.h"
 
 namespace {
 
@@ -35,7 +37,13 @@ __attribute__((no_sanitize("address", "thread"))) inline Frame frame_at(uintptr_
 __attribute__((noinline)) void debug_dump_stack(uint32_t skip) {
   uintptr_t frame = TIRN_FRAME_POINTER();
   // Callers' frames lie above this one; where a processor has its locals says nothing of that.
-  const Bounds bounds{frame, frame + kReach - sizeof(Frame)};
+  uint64_t low = frame;
+  uint64_t high = frame + kReach;
+  const char* name = nullptr;
+  if (kesa_thrd_getcurrentstack(frame, &low, &high, &name) != tirn::kOk) {
+    high = frame + kReach;
+  }
+  const Bounds bounds{frame, high - sizeof(Frame)};
   for (; skip != 0 && bounds.hold(frame); --skip) {
     frame = frame_at(frame).up;
   }

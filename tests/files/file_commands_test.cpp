@@ -36,7 +36,7 @@ TEST(FileCommands, RunTheirLinesOrSayWhyNot) {
       {"kesa_cmd_mv", kesa_cmd_mv("from", "to"), 0x300, "Execute cmd(mv from to) Fail(768)"},
       {"kesa_cmd_touch", kesa_cmd_touch(nullptr), -22, "File is NULL."},
       {"kesa_cmd_mkdir", kesa_cmd_mkdir("a&b"), -22, "Param error: pFile(a&b) is dangerous."},
-      {"kesa_cmd_mkdir", kesa_cmd_mkdir("/tmp"), 0, ""},
+      {"kesa_cmd_rm", kesa_cmd_rm(too_long.c_str()), -36, "File path too long pSrcFile = p*"},
       {"kesa_cmd_tar", kesa_cmd_tar("f", "d", 7), 0, ""},
       {"kesa_cmd_tar", kesa_cmd_tar("f", nullptr, 1), 0, ""},
       {"kesa_cmd_tar", kesa_cmd_tar("f", "d", 0), 0, ""},
@@ -46,7 +46,7 @@ TEST(FileCommands, RunTheirLinesOrSayWhyNot) {
     EXPECT_EQ(row.result, row.expected) << row.function << row.text;
     EXPECT_TRUE(row.text.empty() || log.has(HURN_ERROR, row.function, row.text)) << row.text << log;
   }
-  EXPECT_EQ(log.texts().size(), 7u) << log;
+  EXPECT_EQ(log.texts().size(), 8u) << log;
   const std::vector<std::string> calls = {"rm -rf " + longest, "cp -af two words to", "mv from to",
                                           "tar -xzf f -C d",   "tar -xzf f -C",       "tar -czf f d"};
   EXPECT_EQ(tools.calls(), calls);
@@ -83,17 +83,25 @@ TEST(RecordLocks, HoldOffOtherProcesses) {
     for (const auto& [lock, result] : rows) {
       EXPECT_EQ(kesa_lockfile(fd, &lock), result) << lock.mode << " at " << lock.start;
     }
-    // Signals break the wait for a read lock, which an unknown mode asks for.
+    // Signals break the wait for a read lock, which an unknown mode asks for, and that for a write lock.
     struct sigaction action {};
-    action.sa_handler = [](int) { EXPECT_EQ(write(STDOUT_FILENO, ".", 1), 1); };
+    action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
-    const itimerval ticks{{0, 5000}, {0, 5000}};
-    setitimer(ITIMER_REAL, &ticks, nullptr);
-    const kesa_file_lock waiting{99, 0, 5};
-    return kesa_lockfile(fd, &waiting);
+    EXPECT_EQ(write(STDOUT_FILENO, ".", 1), 1);
+    const kesa_file_lock waiting{99, 0, 5}, writing{KESA_FILE_LOCK_WRITE, 20, 1};
+    EXPECT_EQ(kesa_lockfile(fd, &waiting), 0);
+    EXPECT_EQ(write(STDOUT_FILENO, ".", 1), 1);
+    return kesa_lockfile(fd, &writing);
   });
-  EXPECT_TRUE(wait_until([&] { return child.out().size() > 3; }));
-  EXPECT_EQ(kesa_unlockfile(fd, &written), 0);
+  for (size_t waits = 1; waits <= 2; ++waits) {
+    EXPECT_TRUE(wait_until([&] { return child.out().size() == waits; }));
+    for (int i = 0; i < 20; ++i) {
+      child.kill(SIGALRM);
+      usleep(1000);
+    }
+    EXPECT_EQ(child.out().size(), waits) << "it waits in spite of signals";
+    EXPECT_EQ(kesa_unlockfile(fd, waits == 1 ? &written : &read), 0);
+  }
   EXPECT_TRUE(child.wait().exited());
 }
 
@@ -116,7 +124,12 @@ TEST(ReadDirectory, GivesEveryEntryAsTheSystemDoes) {
          .check = [](long result, const Fault& fault, auto&) { EXPECT_EQ(result, fault.happened ? -1 : 0); }});
 }
 
-TEST(Loader, RefusesNoHandle) {
+TEST(Loader, RefusesNoHandleAndPassesTheRestOn) {
   EXPECT_EQ(kesa_dlsym(RTLD_DEFAULT, "malloc"), nullptr);  // that handle is NULL
   EXPECT_EQ(kesa_dlclose(nullptr), -1);
+  void* const program = kesa_dlopen(nullptr, RTLD_NOW);
+  EXPECT_EQ(kesa_dlsym(program, "kesa_copy"), reinterpret_cast<void*>(kesa_copy));
+  EXPECT_EQ(kesa_dlsym(program, "nobody has this name"), nullptr);
+  EXPECT_NE(kesa_dlerror(), nullptr);
+  EXPECT_EQ(kesa_dlclose(program), 0);
 }

@@ -45,7 +45,7 @@ TYPED_TEST(LockStress, OneWriterOrReaders) {
   std::atomic<uint64_t> written{0}, broken{0};
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
   const auto work = [&] {
-    for (unsigned i = 0; std::chrono::steady_clock::now() < end; ++i) {
+    for (unsigned i = 0; std::chrono::steady_clock::now() < end || written <= 8; ++i) {
       if constexpr (requires { lock.lock_shared(); }) {
         std::shared_lock hold(lock, std::try_to_lock);
         if (!hold.owns_lock() && i % 2 == 0) {
