@@ -55,14 +55,6 @@ uint32_t kesa_crc32cContinue_with_cpy(uint32_t crc, void* destination, uint32_t 
   return g_crc32c_with_copy.load(std::memory_order_relaxed)(destination, length, crc, source);
 }
 
-uint32_t kesa_crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
-  return AsmCrc32c(nullptr, length, crc, buffer);
-}
-
-uint32_t kesa_3crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
-  return Asm3Crc32c(nullptr, length, crc, buffer);
-}
-
 uint32_t kesa_crc32cContinueSoft(uint32_t crc, const void* buffer, uint32_t length) {
   const auto* byte = static_cast<const uint8_t*>(buffer);
   for (; length > 0; --length) {

@@ -127,3 +127,11 @@ uint32_t Asm3Crc32cWithCpy(void* destination, uint32_t length, uint32_t crc, con
   return three_chains(crc, static_cast<const uint8_t*>(source), static_cast<int32_t>(length),
                       CopyTo<Unit>(source, destination));
 }
+
+uint32_t kesa_crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
+  return AsmCrc32c(nullptr, length, crc, buffer);
+}
+
+uint32_t kesa_3crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
+  return Asm3Crc32c(nullptr, length, crc, buffer);
+}

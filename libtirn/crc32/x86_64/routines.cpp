@@ -48,12 +48,17 @@ const Form& streams() { return tirn::crc32::kStreams.is_available() ? tirn::crc3
 
 }  // namespace
 
-uint32_t AsmCrc32c(void* /*destination*/, uint32_t length, uint32_t crc, const void* source) {
-  const auto* const from = static_cast<const uint8_t*>(source);
+// The one that short pieces come to most often has the least on its way.
+uint32_t kesa_crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
+  const auto* const from = static_cast<const uint8_t*>(buffer);
   if (length < kShort) {
     return tirn::crc32::chain<Unit>(crc, from, length, tirn::crc32::Nowhere<Unit>{});
   }
   return crc32c_of_many(crc, from, length);
+}
+
+uint32_t AsmCrc32c(void* /*destination*/, uint32_t length, uint32_t crc, const void* source) {
+  return kesa_crc32cContinueHard(crc, source, length);
 }
 
 uint32_t AsmCrc32cWithCpy(void* destination, uint32_t length, uint32_t crc, const void* source) {
@@ -70,6 +75,10 @@ uint32_t Asm3Crc32c(void* /*destination*/, uint32_t length, uint32_t crc, const 
     return crc;
   }
   return streams().crc32c(crc, static_cast<const uint8_t*>(source), length);
+}
+
+uint32_t kesa_3crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
+  return Asm3Crc32c(nullptr, length, crc, buffer);
 }
 
 uint32_t Asm3Crc32cWithCpy(void* destination, uint32_t length, uint32_t crc, const void* source) {

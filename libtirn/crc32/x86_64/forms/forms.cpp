@@ -30,8 +30,8 @@ constexpr Advances advances() {
     if (steps % 3 == 0) {
       all.by[steps / 3].thrice = power;
     }
-    for (int bit = 0; bit < 64; ++bit) {
-      power = Castagnoli::times_x(power);
+    for (int byte = 0; byte < 8; ++byte) {
+      power = power >> 8 ^ kCrc32cTable[power & 0xFF];
     }
   }
   return all;

@@ -77,8 +77,9 @@ uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size
     const auto round = multipliers<Lanes, Crc32cMove, 8 * Lanes::kBytes * kRegisters>();
     for (size_t i = 1; i < iterations; ++i) {
 #pragma GCC unroll 4
-      for (auto& sum : sums) {
-        sum = Lanes::fold(sum, round, take<Lanes>(source, sink));
+      for (size_t j = 0; j < kRegisters; ++j) {
+        fetch_ahead<Lanes>(source, j);
+        sums[j] = Lanes::fold(sums[j], round, take<Lanes>(source, sink));
       }
 #pragma GCC unroll 8
       for (unsigned word = 0; word < kSteps; ++word) {
