@@ -66,6 +66,7 @@ bool make_up(Node* parent, Side side, Root* root) {
     rotate(parent, side, root);
     sibling = parent->*other(side);
   }
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): black nodes lie below it, as on the side that lacks one
   Node* const inner = sibling->*side;
   Node* const outer = sibling->*other(side);
   if (!is_red_child(inner) && !is_red_child(outer)) {
