@@ -212,6 +212,7 @@ Row peer_row(Operation operation, size_t size) {
   return row(*peer_set_named(kName), operation, size);
 }
 constexpr char kSameHash[] = "the same with our hash";
+constexpr char kByPointer[] = "avl_set, comparing by pointer";
 
 struct Contest {
   const char* name;
@@ -219,7 +220,7 @@ struct Contest {
   double target;
   std::vector<const char*> peers;
   std::vector<Operation> operations;
-  Row (*shown)(Operation operation, size_t size) = nullptr;
+  std::vector<Row (*)(Operation operation, size_t size)> shown = {};
 };
 
 std::vector<Group> groups_of(const Contest& contest) {
@@ -235,10 +236,14 @@ std::vector<Group> groups_of(const Contest& contest) {
           group.peers.push_back(row(*peer, operation, size));
         }
       }
-      if (contest.shown != nullptr && !group.peers.empty()) {
-        group.shown.push_back(contest.shown(operation, size));
+      if (group.peers.empty()) {
+        group.target = 0;
+      } else {
+        for (const auto shown : contest.shown) {
+          group.shown.push_back(shown(operation, size));
+        }
       }
-      groups.push_back(group.peers.empty() ? Group{.name = group.name, .ours = group.ours} : group);
+      groups.push_back(group);
     }
   }
   return groups;
@@ -249,13 +254,18 @@ const Family containers{[] {
   std::vector<Group> groups;
   for (const Contest& contest : {
            Contest{"rb", site_row<site_rb>, 1.0, {"boost::intrusive::set"}, all},
-           Contest{"avl", direct_row<AvlCalls>, 1.05, {"boost::intrusive::avl_set"}, all, site_row<site_avl>},
+           Contest{"avl",
+                   direct_row<AvlCalls>,
+                   1.05,
+                   {"boost::intrusive::avl_set"},
+                   all,
+                   {site_row<site_avl>, peer_row<kByPointer>}},
            Contest{"hash",
                    direct_row<HashCalls>,
                    1.5,
                    {"boost::intrusive::unordered_set"},
                    {kInsert, kFind, kFindNothing, kErase},
-                   peer_row<kSameHash>},
+                   {peer_row<kSameHash>}},
            Contest{"hash_maps", direct_row<HashCalls>, 0.8, {"std::unordered_map", "GHashTable"}, {kInsert, kFind}},
        }) {
     for (Group& group : groups_of(contest)) {

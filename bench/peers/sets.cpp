@@ -62,6 +62,16 @@ struct Tree {
 using Rb = Tree<RbObject, bi::set<RbObject, bi::key_of_value<KeyOf<RbObject>>>>;
 using Avl = Tree<AvlObject, bi::avl_set<AvlObject, bi::key_of_value<KeyOf<AvlObject>>>>;
 
+// With a comparison that the compiler does not see through, as a library's is.
+struct ByPointer {
+  static bool less(uint64_t a, uint64_t b) { return a < b; }
+  static inline bool (*volatile compare)(uint64_t, uint64_t) = less;
+  bool (*chosen)(uint64_t, uint64_t) = compare;
+  bool operator()(uint64_t a, uint64_t b) const { return chosen(a, b); }
+};
+using AvlByPointer =
+    Tree<AvlObject, bi::avl_set<AvlObject, bi::key_of_value<KeyOf<AvlObject>>, bi::compare<ByPointer>>>;
+
 struct Identity {
   static void set_bits(uint32_t) {}
   size_t operator()(uint64_t key) const { return key; }
@@ -131,6 +141,7 @@ const peer_set sets[] = {
 #ifdef PEERS_BOOST
     Rb::calls("boost::intrusive::set"),
     Avl::calls("boost::intrusive::avl_set"),
+    AvlByPointer::calls("avl_set, comparing by pointer"),
     Hash<Identity>::calls("boost::intrusive::unordered_set"),
     Hash<Product>::calls("the same with our hash"),
 #endif

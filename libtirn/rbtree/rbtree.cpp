@@ -7,10 +7,10 @@ namespace {
 using Node = kesa_rb_node;
 using Root = kesa_rb_root;
 
-// A child of a node: mirror images share their code.
+// A child of a node. Mirror images share their code, without branches that are taken every second time.
 using Side = Node* Node::*;
-template <Side kSide>
-constexpr Side kOther = kSide == &Node::left ? &Node::right : &Node::left;
+constexpr Side other(Side side) { return side == &Node::left ? &Node::right : &Node::left; }
+Side side_of(const Node* child, const Node* parent) { return child == parent->left ? &Node::left : &Node::right; }
 
 // Beside the parent's address. Each change keeps the bits that it is not about.
 constexpr uint64_t kColor = KESA_RB_BLACK;
@@ -38,69 +38,56 @@ bool is_red_child(const Node* child) { return child != nullptr && is_red(child);
 
 // Makes `child`, which may be NULL, the child of `parent`, NULL above the root, in the place of `former`.
 void replace_child(Node* parent, const Node* former, Node* child, Root* root) {
-  (parent == nullptr ? root->node : parent->left == former ? parent->left : parent->right) = child;
+  (parent == nullptr ? root->node : parent->*side_of(former, parent)) = child;
 }
 
 // Lets the child on the other side take the node's place; the node goes down on this side.
-template <Side kSide>
-void rotate(Node* node, Root* root) {
-  Node* const child = node->*kOther<kSide>;
-  Node* const inner = child->*kSide;
+void rotate(Node* node, Side side, Root* root) {
+  Node* const child = node->*other(side);
+  Node* const inner = child->*side;
   Node* const parent = parent_of(node);
-  node->*kOther<kSide> = inner;
+  node->*other(side) = inner;
   if (inner != nullptr) {
     set_parent(inner, node);
   }
-  child->*kSide = node;
+  child->*side = node;
   set_parent(child, parent);
   set_parent(node, child);
   replace_child(parent, node, child, root);
 }
 
-// Ends the repair of an insert: the node and its parent, the grandparent's child on this side, are red, the uncle is not.
-template <Side kSide>
-void lift_parent(Node* node, Node* parent, Node* grandparent, Root* root) {
-  if (node == parent->*kOther<kSide>) {
-    rotate<kSide>(parent, root);
-    parent = node;
-  }
-  set_black(parent);
-  set_red(grandparent);
-  rotate<kOther<kSide>>(grandparent, root);
-}
-
 // Where a path through this side of `parent` has one black node too few. True if the lack was made up; otherwise the
 // whole subtree lacks it now.
-template <Side kSide>
-bool make_up(Node* parent, Root* root) {
-  Node* sibling = parent->*kOther<kSide>;
+bool make_up(Node* parent, Side side, Root* root) {
+  Node* sibling = parent->*other(side);
   if (is_red(sibling)) {
     set_black(sibling);
     set_red(parent);
-    rotate<kSide>(parent, root);
-    sibling = parent->*kOther<kSide>;
+    rotate(parent, side, root);
+    sibling = parent->*other(side);
   }
-  Node* const inner = sibling->*kSide;
-  Node* const outer = sibling->*kOther<kSide>;
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): black nodes lie below it, as on the side that lacks one
+  Node* const inner = sibling->*side;
+  Node* const outer = sibling->*other(side);
   if (!is_red_child(inner) && !is_red_child(outer)) {
     set_red(sibling);
     return false;
   }
   if (!is_red_child(outer)) {
-    rotate<kOther<kSide>>(sibling, root);
+    rotate(sibling, other(side), root);
     sibling = inner;
   }
   take_color(sibling, parent);
   set_black(parent);
-  set_black(sibling->*kOther<kSide>);
-  rotate<kSide>(parent, root);
+  set_black(sibling->*other(side));
+  rotate(parent, side, root);
   return true;
 }
 
 // The place of `node`, which may be NULL, below `parent` lost a black node.
 void repair_erase(Node* node, Node* parent, Root* root) {
   while (!is_red_child(node) && parent != nullptr) {
-    if (node == parent->left ? make_up<&Node::left>(parent, root) : make_up<&Node::right>(parent, root)) {
+    if (make_up(parent, side_of(node, parent), root)) {
       return;
     }
     node = parent;
@@ -126,7 +113,7 @@ Node* neighbour(const Node* node) {
     return nullptr;
   }
   if (node->*kSide != nullptr) {
-    return extreme<kOther<kSide>>(node->*kSide);
+    return extreme<other(kSide)>(node->*kSide);
   }
   while (parent != nullptr && node == parent->*kSide) {
     node = parent;
@@ -159,14 +146,16 @@ void kesa_rb_insert_color(kesa_rb_node* node, kesa_rb_root* root) {
   Node* parent = parent_of(node);
   while (parent != nullptr && is_red(parent)) {
     Node* const grandparent = parent_of(parent);
-    const bool is_left = parent == grandparent->left;
-    Node* const uncle = is_left ? grandparent->right : grandparent->left;
+    const Side side = side_of(parent, grandparent);
+    Node* const uncle = grandparent->*other(side);
     if (!is_red_child(uncle)) {
-      if (is_left) {
-        lift_parent<&Node::left>(node, parent, grandparent, root);
-      } else {
-        lift_parent<&Node::right>(node, parent, grandparent, root);
+      if (node == parent->*other(side)) {
+        rotate(parent, side, root);
+        parent = node;
       }
+      set_black(parent);
+      set_red(grandparent);
+      rotate(grandparent, other(side), root);
       break;
     }
     set_black(parent);
