@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -11,6 +10,7 @@
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/private_root.h"
+#include "support/printed.h"
 #include "support/temp_folder.h"
 #include "tirn/cpu.h"
 
@@ -34,17 +34,6 @@ struct Mask {
     return words[0] == first_word && others == 0;
   }
 };
-
-std::string g_printed;
-int keep(const char* format, ...) {
-  char line[512];
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
-  g_printed += line;
-  return length;
-}
 
 }  // namespace
 
@@ -74,8 +63,7 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
                                              "[GROUP_3]\npartition_num=3\npartition_0=IOD_NORMAL:1:12-13\n"
                                              "partition_1=loop:0:1,*/loop,GROUP_3/round\n"
                                              "partition_2=round:0:2,GROUP_3/loop,GROUP_3/loop\n");
-  kesa_cpum_dbg_show(keep);
-  EXPECT_EQ(g_printed, "Cpu partition is not inited yet\n");
+  EXPECT_EQ(printed(kesa_cpum_dbg_show), "Cpu partition is not inited yet\n");
   LogCapture log;
   ASSERT_EQ(kesa_cpum_init(path.c_str()), 0);
   EXPECT_TRUE(log.has(6, "kesa_cpum_init", "Get cpu partition num fail, GROUP_1")) << log;
@@ -98,9 +86,8 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
   EXPECT_EQ(mixed->type, -3);
   EXPECT_STREQ(mixed->cpumask, "60,GROUP_3/IOD_NORMAL:x");
   EXPECT_EQ(kesa_cpum_get_partition("GROUP_0", "two"), nullptr);
-  g_printed.clear();
-  kesa_cpum_dbg_show(keep);
-  EXPECT_NE(g_printed.find("GROUP_3          IOD_NORMAL       1    12-13\n"), std::string::npos) << g_printed;
+  const std::string table = printed(kesa_cpum_dbg_show);
+  EXPECT_NE(table.find("GROUP_3          IOD_NORMAL       1    12-13\n"), std::string::npos) << table;
 }
 
 TEST(Partitions, ScriptMakesTheDefaultFileAndItsAbsenceIsMetOnce) {

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdarg>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -17,6 +16,7 @@
 #include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
+#include "support/printed.h"
 #include "support/wait_until.h"
 #include "tirn/affinity.h"
 #include "tirn/jiffies.h"
@@ -51,17 +51,6 @@ void in_thread(const std::function<void()>& piece) {
 }
 
 int32_t strategy_taken() { return kesa_thrd_currentthreadinfo()->strategy; }
-
-std::string g_printed;
-int keep(const char* format, ...) {
-  char line[256];
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
-  g_printed += line;
-  return length;
-}
 
 int a_cpu_of_ours() {
   const cpu_set_t set = bound_cpus();
@@ -112,9 +101,9 @@ TEST(ThreadStrategyNative, OneThatIsNotSetUpStandsForTheDefault) {
   };
   EXPECT_EQ(kesa_thrd_create(tell_nice, nullptr, nullptr), 0);
   EXPECT_TRUE(wait_until([] { return nice_inside == 7; })) << nice_inside;
-  EXPECT_EQ(kesa_showThreadStrategyDbg(keep), 0);
-  EXPECT_NE(g_printed.find("Default    0x00000001 7    0x"), std::string::npos) << g_printed;
-  EXPECT_NE(g_printed.find("Manage     0x00000000 12   0x0000000000000000 "), std::string::npos) << g_printed;
+  const std::string table = printed(kesa_showThreadStrategyDbg);
+  EXPECT_NE(table.find("Default    0x00000001 7    0x"), std::string::npos) << table;
+  EXPECT_NE(table.find("Manage     0x00000000 12   0x0000000000000000 "), std::string::npos) << table;
   EXPECT_EQ(kesa_initThreadStrategy(0, &slower), -1);
   in_thread([] {
     EXPECT_EQ(kesa_setCurThreadStrategy(0), 0);
