@@ -53,6 +53,8 @@ inline int run_server() {
   if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 4) != 0) {
     return 1;
   }
+  [[maybe_unused]] const ssize_t told =
+      write(STDOUT_FILENO, ".", 1);  // the service listens before it has the commands
   pause();
   return 0;
 }
@@ -76,10 +78,10 @@ inline int connect_bare() {
 class Server {
  public:
   Server() : child_(std::make_unique<ChildProcess>(run_server, std::chrono::seconds(150))) {
-    is_up_ = wait_until([] {
+    is_up_ = wait_until([this] {
       const int fd = connect_bare();
       close(fd);
-      return fd >= 0;
+      return fd >= 0 && !child_->out().empty();
     });
   }
   bool is_up() const { return is_up_; }
