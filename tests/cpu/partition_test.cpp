@@ -9,8 +9,8 @@
 #include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
-#include "support/private_root.h"
 #include "support/printed.h"
+#include "support/private_root.h"
 #include "support/temp_folder.h"
 #include "tirn/cpu.h"
 
