@@ -34,6 +34,7 @@ class Rain {
     struct sigaction action {};
     action.sa_handler = drop;
     sigaction(SIGUSR1, &action, nullptr);
+    kesa_sched_init();  // without its handler the wake-up signal ends the process
     thread_ = std::thread([this] {
       for (unsigned i = 0; !is_over_; ++i) {
         if (const int tid = tids_[i % kPlaces]; tid != 0) {
