@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include "tirn/base.h"
+#include "tirn/thread_strategy.h"
 
 TIRN_EXTERN_C_BEGIN
 
@@ -75,23 +76,6 @@ struct kesa_thread_s {
   uint64_t switch_count;
   struct kesa_thread_switch switches[KESA_THREAD_SWITCHES]; /* the next one is written at switch_count modulo 3 */
 };
-
-/* Strategies: the priority and the CPUs of a kind of threads. */
-enum kesa_thread_strategy {
-  KESA_STRATEGY_DEFAULT = 0,
-  KESA_STRATEGY_CRITICAL = 1,
-  KESA_STRATEGY_CTRL = 2,
-  KESA_STRATEGY_MANAGE = 3,
-  KESA_STRATEGY_IO = 4,
-  KESA_STRATEGY_BACKGROUND = 5,
-  KESA_STRATEGY_COUNT = 6,
-};
-
-/* What a strategy is set up from. */
-typedef struct KesaThreadStrategyCfg {
-  uint32_t prio;       /* the nice value, as an int */
-  const char* cpumask; /* see kesa_cpum_parse_cpumask */
-} KesaThreadStrategyCfg;
 
 /* Lightweight contexts' stacks. */
 struct kesa_lwt_stack_ops {
@@ -364,39 +348,6 @@ TIRN_API int kesa_thrd_getbindcpu_bypid(pid_t pid, cpu_set_t* set);
 /* Binds the calling thread to all configured CPUs.
  * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int kesa_thrd_bindAllCfgCpu(void);
-
-/*
- * Strategies. None is valid until the process sets it up, which it does at its start, before its threads want them:
- * until then they change nothing. Threads keep what they took when a strategy is set up again.
- */
-
-/* Sets a strategy up. 0; -1 for an id that there is not and a NULL `cfg`, and for CPUs that cannot be read: the strategy
- * is not valid then.
- * @safety MT-Safe race:strategy, AS-Unsafe heap */
-TIRN_API int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg);
-
-/* Gives the calling thread a nice value. 0; -1 where the system refuses.
- * @safety MT-Safe, AS-Unsafe heap */
-TIRN_API int kesa_setCurThreadPrio(int prio);
-
-/* The same by level: 0 to 4 are the nice values -20, -15, 0, 10 and 15. 0, also for a higher level, which does
- * nothing; -1 where the system refuses.
- * @safety MT-Safe, AS-Unsafe heap */
-TIRN_API int kesa_thrd_setprio(uint32_t level);
-
-/* Binds the calling thread to CPUs given as a text, see kesa_cpum_parse_cpumask. 0, or -1.
- * @safety MT-Safe, AS-Unsafe heap */
-TIRN_API int kesa_setCurThreadBind(const char* mask);
-
-/* Gives the calling thread a strategy: priority first, then CPUs; an empty set binds nothing. One that is not valid
- * stands for the default one, but the id that was asked for is noted. 0, also where neither is valid, and for an id
- * that there is not; -1 where the priority was refused, which leaves the CPUs alone, or the CPUs were.
- * @safety MT-Safe, AS-Unsafe heap */
-TIRN_API int kesa_setCurThreadStrategy(uint32_t id);
-
-/* Prints the strategies, one to a line, with the first 256 CPUs. Always 0.
- * @safety MT-Safe, AS-Unsafe heap */
-TIRN_API int kesa_showThreadStrategyDbg(kesa_print_fn print);
 
 /* Copies the process's name as of the first call, at most len - 1 characters. 0; -1 where it cannot be read (a later
  * call tries again) or copied.

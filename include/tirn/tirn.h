@@ -27,6 +27,7 @@
 #include "tirn/str.h"
 #include "tirn/syscall.h"
 #include "tirn/thread.h"
+#include "tirn/thread_strategy.h"
 #include "tirn/wait.h"
 
 #endif

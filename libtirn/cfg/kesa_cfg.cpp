@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <optional>
 
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/guard.h"
@@ -111,6 +112,25 @@ int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, cons
   return 0;
 }
 
+// A registered file, or none, with its lock held. The list's lock is given up once that is taken.
+class HeldFile {
+ public:
+  HeldFile(const char* name, RwlockHold::Kind kind) {
+    const RwlockHold files(g_stCfgRwlock, kind);
+    node_ = g_files.find(name);
+    if (node_ != nullptr) {
+      hold_.emplace(node_->rwlock, kind);
+    }
+  }
+
+  kesa_cfg_file_node* node() const { return node_; }
+
+ private:
+  const tirn::NoCancellation guard_;  // around the holds' own, which end in another order than they began
+  kesa_cfg_file_node* node_;
+  std::optional<RwlockHold> hold_;
+};
+
 }  // namespace
 
 int32_t kesa_cfg_init(const char* file) { return kesa_cfg_init_ex(file); }
@@ -204,16 +224,12 @@ int32_t kesa_cfg_getItemValue_ex(const char* file, const char* section, const ch
     TIRN_ERROR("Invalid SectionName or ItemName or size in getItemValue_ex.");
     return tirn::kFail;
   }
-  RwlockHold files(g_stCfgRwlock, RwlockHold::kReadMayblock);
-  kesa_cfg_file_node* const node = g_files.find(file);
-  if (node == nullptr) {
-    files.release();
+  const HeldFile held(file, RwlockHold::kReadMayblock);
+  if (held.node() == nullptr) {
     TIRN_ERROR("Can not find file %s.", file);
     return tirn::kFail;
   }
-  const RwlockHold hold(node->rwlock, RwlockHold::kReadMayblock);
-  files.release();
-  const kesa_cfg_item_node* const found = kesa_cfg_find_item_node(node, section, item);
+  const kesa_cfg_item_node* const found = kesa_cfg_find_item_node(held.node(), section, item);
   if (found == nullptr) {
     return tirn::kFail;
   }
@@ -267,16 +283,12 @@ int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section, const ch
     TIRN_ERROR("Can not do strncpy_s, errno (%d).", error);
     return tirn::kFail;
   }
-  RwlockHold files(g_stCfgRwlock, RwlockHold::kWrite);
-  kesa_cfg_file_node* const node = g_files.find(file);
-  if (node == nullptr) {
-    files.release();
+  const HeldFile held(file, RwlockHold::kWrite);
+  if (held.node() == nullptr) {
     TIRN_ERROR("Config file (%s) is no exist.", file);
     return tirn::kFail;
   }
-  const RwlockHold hold(node->rwlock, RwlockHold::kWrite);
-  files.release();
-  kesa_cfg_item_node* const found = kesa_cfg_find_item_node(node, section, item);
+  kesa_cfg_item_node* const found = kesa_cfg_find_item_node(held.node(), section, item);
   if (found == nullptr) {
     TIRN_ERROR("Can not find item (%s) in file (%s).", item, file);
     return tirn::kFail;
