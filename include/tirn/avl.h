@@ -66,12 +66,12 @@ TIRN_API int kesa_destroy_avl(struct kesa_avl_tree* tree);
  * `cookie` is not NULL: the address of the parent node with the direction in the lowest bit, 0 for an empty tree. It
  * holds until the tree changes. A search that failed, since the compare function answered neither -1, 0 nor 1, stores
  * 0 as well: a cookie below 2 from a tree that is not empty is no position. O(log n).
- * @safety MT-Safe race:tree, AS-Safe
+ * @safety MT-Safe race:tree, AS-Safe (as the compare function)
  */
 TIRN_API void* kesa_find_avl_node(const struct kesa_avl_tree* tree, const void* key, uint64_t* cookie);
 
 /* The neighbour of a position that kesa_find_avl_node stored, in that direction; NULL where there is none, and for a
- * position in an empty tree.
+ * position in an empty tree. A direction above 1 gives the parent's object.
  * @safety MT-Safe race:tree, AS-Safe */
 TIRN_API void* kesa_find_avl_nearest_node(const struct kesa_avl_tree* tree, uint64_t cookie, uint32_t direction);
 
@@ -85,7 +85,7 @@ TIRN_API int kesa_insert_avl_node(struct kesa_avl_tree* tree, void* object, uint
 /*
  * Finds the object's position and inserts it there. Where the tree holds an equal one, and where the compare function
  * answered neither -1, 0 nor 1, nothing is inserted. O(log n).
- * @safety MT-Unsafe race:tree, AS-Safe
+ * @safety MT-Unsafe race:tree, AS-Safe (as the compare function)
  */
 TIRN_API void kesa_add_avl_node(struct kesa_avl_tree* tree, void* object);
 

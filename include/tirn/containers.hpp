@@ -199,7 +199,7 @@ class AvlTree {
   kesa_avl_tree tree_;
 };
 
-// The objects' nodes hold their keys. Objects that are still in it when it ends stay the caller's.
+// The objects' nodes hold their keys. Objects that are still in it must outlive it: its end unlinks them.
 template <auto kNode>
 class HashTable {
   using Member = Embedded<kNode>;
@@ -217,7 +217,7 @@ class HashTable {
     return kesa_hash_create_ex(buckets, &table_, pid, attr);
   }
 
-  // False, with nothing changed, where the table holds an object of the same key.
+  // False, with nothing changed, where the table holds an object of the same key, and before create has gone well.
   bool insert(Object& object) { return kesa_hash_insert(table_, Member::node_of(&object)) == 0; }
 
   // The object of the key, or nullptr.
@@ -234,7 +234,8 @@ class HashTable {
     return Member::object_of(node);
   }
 
-  // visit(object), which may take the object out, until it gives another number than 0; that one, or 0.
+  // visit(object), which may take the object out, until it gives another number than 0; that one, or 0; -EINVAL before
+  // create has gone well.
   template <class Visit>
   int for_each(Visit visit) {
     return kesa_hash_for_each_ex(

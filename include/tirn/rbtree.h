@@ -83,7 +83,7 @@ TIRN_API void kesa_rb_replace_node(struct kesa_rb_node* old, struct kesa_rb_node
 
 /*
  * Calls the function for all nodes whose summary an insert can have changed, and for the other child of each, children
- * before parents. To be called behind kesa_rb_insert_color. O(log n).
+ * before parents. A node may be met twice, so the function gives the same summary when it is repeated. To be called behind kesa_rb_insert_color. O(log n).
  * @safety MT-Unsafe race:root, AS-Safe (as the function)
  */
 TIRN_API void kesa_rb_augment_insert(struct kesa_rb_node* node, kesa_rb_augment_fn function, void* data);

@@ -33,9 +33,9 @@ TEST(HashTable, AgreesWithAModel) {
   const unsigned seed = std::random_device()();
   SCOPED_TRACE(testing::Message() << "seed " << seed);
   std::mt19937 random(seed);
+  std::vector<Item> items(200);
   Table table;
   ASSERT_EQ(table.create(8, 0), 0);  // long chains
-  std::vector<Item> items(200);
   std::map<std::pair<uint32_t, uint64_t>, Item*> model;
   for (uint32_t i = 0; i < items.size(); ++i) {
     // Equal in either part to others; above 32 bits too, where buckets do not tell keys apart.
@@ -62,6 +62,7 @@ TEST(HashTable, AgreesWithAModel) {
   EXPECT_EQ(seen.size(), model.size());
   int left = 7;
   EXPECT_EQ(table.for_each([&](Item&) { return --left == 0 ? 42 : 0; }), 42);
+  EXPECT_EQ(left, 0) << "the walk ends there";
   // Each visited node goes away, memory and all, while the walk is at it.
   EXPECT_EQ(table.for_each([&](Item& item) {
     table.erase(item.node.keyType, item.node.key);
@@ -89,6 +90,7 @@ TEST(HashTable, OrderOfTheWalkStopFlagAndEnd) {
     EXPECT_TRUE(before < bucket || (before == bucket && seen[i - 1] > seen[i]));
   }
   EXPECT_EQ(kesa_hash_for_each(table, note, 1), -5);
+  EXPECT_EQ(seen.size(), nodes.size() + 1) << "the walk ends there";
   EXPECT_EQ(kesa_hash_delete(table, 0, 3, nullptr), 0);
   EXPECT_EQ(kesa_hash_delete(table, 0, 3, nullptr), -1);
   seen.clear();
@@ -118,7 +120,9 @@ TEST(HashTable, AllocatorAndWrongArguments) {
   kesa_hash_table* table = nullptr;
   EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM);
   EXPECT_EQ(log.count(HURN_INFO, "attr malloc(0x*) and free((nil)) must be matched"), 1u);
-  attr.free = take;
+  attr = {nullptr, take};
+  EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM);
+  attr = {give, take};
   for (const int pieces : {0, 1}) {
     budget = pieces;
     table = reinterpret_cast<kesa_hash_table*>(&attr);
