@@ -15,7 +15,8 @@
 TIRN_EXTERN_C_BEGIN
 
 /* Chooses what kesa_crc32c, kesa_crc32cStart, kesa_crc32cContinue and kesa_crc32cContinue_with_cpy run; until then
- * they must not be called. kesa_Init does it; a second call chooses the same.
+ * they must not be called. kesa_Init does it; a second call chooses the same. On the one processor for which it chooses
+ * the three chains, Asm3Crc32c's limit holds for the four as well: give them less than 2^31 bytes at once.
  * @safety MT-Safe, AS-Unsafe heap lock (for its log line) */
 TIRN_API void kesa_crc32_init(void);
 

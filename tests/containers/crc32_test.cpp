@@ -140,7 +140,7 @@ TEST_F(Crc32, EveryFormAgreesWithTheTables) {
   munmap(source, kSpan + 4096);
 }
 
-// Long enough for several pieces and, with copy, for stores past the caches, whole and with a bit turned over.
+// Long enough for several pieces and, with copy, for stores past the caches, in pieces and whole.
 TEST_F(Crc32, LongInput) {
   constexpr size_t kLength = (size_t{1} << 21) + 12345;
   std::mt19937_64 random(1);

@@ -10,6 +10,7 @@
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "tirn/cpumask.h"
+#include "tirn/crc32.h"
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
 #include "tirn/process.h"
@@ -36,6 +37,7 @@ TEST(Init, StartsOnceAndAgainAfterTearDown) {
   EXPECT_NE(g_onlineCpuNum, 0u);
   EXPECT_NE(g_configCpuNum, 0u);
   EXPECT_STREQ(kesa_pid_get_name(381), "TIRN");
+  EXPECT_EQ(kesa_crc32c("123456789", 9), 0xE3069283u);
 
   log.clear();
   EXPECT_EQ(kesa_Init(), 0u);

@@ -37,7 +37,7 @@ struct Lanes256 {
 
 }  // namespace
 
-const Form kFold256 = {
+constinit const Form kFold256 = {
     "256-bit registers",
     [] { return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("vpclmulqdq") != 0; },
     crc32c_without_copy<Lanes256, 5>, crc32c_with_copy<Lanes256, 5>, crc16<Lanes256>};

@@ -36,11 +36,12 @@ struct Lanes512 {
 
 }  // namespace
 
-const Form kFold512 = {"512-bit registers",
-                       [] {
-                         return __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0 &&
-                                __builtin_cpu_supports("vpclmulqdq") != 0;
-                       },
-                       crc32c_without_copy<Lanes512, 3>, crc32c_with_copy<Lanes512, 3>, crc16<Lanes512>};
+constinit const Form kFold512 = {"512-bit registers",
+                                 [] {
+                                   return __builtin_cpu_supports("avx512bw") != 0 &&
+                                          __builtin_cpu_supports("avx512vl") != 0 &&
+                                          __builtin_cpu_supports("vpclmulqdq") != 0;
+                                 },
+                                 crc32c_without_copy<Lanes512, 3>, crc32c_with_copy<Lanes512, 3>, crc16<Lanes512>};
 
 }  // namespace tirn::crc32

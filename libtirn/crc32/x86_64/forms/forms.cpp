@@ -41,13 +41,13 @@ constexpr Advances advances() {
 
 constexpr Advances kAdvances = advances();
 
-const Form kChain = {"one chain", [] { return true; },
-                     [](uint32_t crc, const uint8_t* source, size_t length) {
-                       return chain<Unit>(crc, source, length, Nowhere<Unit>{});
-                     },
-                     [](uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
-                       return chain<Unit>(crc, source, length, CopyTo<Unit>(source, destination));
-                     },
-                     crc16_by_table};
+constinit const Form kChain = {"one chain", [] { return true; },
+                               [](uint32_t crc, const uint8_t* source, size_t length) {
+                                 return chain<Unit>(crc, source, length, Nowhere<Unit>{});
+                               },
+                               [](uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
+                                 return chain<Unit>(crc, source, length, CopyTo<Unit>(source, destination));
+                               },
+                               crc16_by_table};
 
 }  // namespace tirn::crc32
