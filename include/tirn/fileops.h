@@ -130,6 +130,7 @@ typedef int (*kesa_readdir_fn)(void* ctx, const char* name, int name_length, int
 /*
  * Calls `callback` for each entry of the folder, "." and ".." among them, in no order. 0, also where an error cuts the
  * walk short; -1 where the folder cannot be opened, for a NULL path (logged), and without memory.
+ * The thread is not cancelled before the walk is through, in the callback neither.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx);

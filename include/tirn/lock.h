@@ -83,7 +83,8 @@ TIRN_API int kesa_spinlock_get_flags(uint64_t* flags);
 
 /*
  * Prints a line, without the log's prefix and whatever the levels, with the thread's id and three return addresses
- * of its stack, innermost first, each with the name of its function where that is known. A `skip` of 0 begins at the
+ * of its stack, innermost first, each with the name of its function where that is known (none
+ * is yet). A `skip` of 0 begins at the
  * address in the caller. Frame pointers are followed within the stack that kesa_thrd_getcurrentstack (tirn/thread.h) tells, else some
  * 4 KiB up; (nil) stands where they end.
  * @safety MT-Safe, AS-Safe

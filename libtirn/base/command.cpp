@@ -32,13 +32,18 @@ FirstLine first_line(const char* command, const char* allowed, char* line, int s
   if (pipe == nullptr) {
     return FirstLine::kNoPipe;
   }
-  while (std::fgets(line, size, pipe.get()) == nullptr) {
-    if (std::ferror(pipe.get()) == 0 || errno != EINTR) {
-      return FirstLine::kEmpty;
+  int length = 0;
+  while (length < size - 1 && (length == 0 || line[length - 1] != '\n')) {
+    const int byte = std::getc(pipe.get());
+    if (byte != EOF) {
+      line[length++] = static_cast<char>(byte);
+    } else if (std::ferror(pipe.get()) != 0 && errno == EINTR) {
+      std::clearerr(pipe.get());  // what has come stays, unlike with fgets
+    } else {
+      break;
     }
-    std::clearerr(pipe.get());
   }
-  return FirstLine::kRead;
+  return length != 0 ? FirstLine::kRead : FirstLine::kEmpty;
 }
 
 }  // namespace tirn

@@ -9,11 +9,16 @@
 
 namespace tirn {
 
-// Acquire: pairs with the release in either unlock. Always inlined: the line of a waiter's stack counts frames.
-__attribute__((always_inline)) inline void lock_spinlock(kesa_spinlock& spinlock) {
+// One attempt. Acquire: pairs with the release in unlock_spinlock.
+__attribute__((always_inline)) inline bool take_spinlock(kesa_spinlock& spinlock) {
   uint64_t free = 0;
-  if (!std::atomic_ref(spinlock.lock)
-           .compare_exchange_strong(free, 1, std::memory_order_acq_rel, std::memory_order_relaxed)) [[unlikely]] {
+  return std::atomic_ref(spinlock.lock)
+      .compare_exchange_strong(free, 1, std::memory_order_acq_rel, std::memory_order_relaxed);
+}
+
+// Always inlined: the line of a waiter's stack counts frames.
+__attribute__((always_inline)) inline void lock_spinlock(kesa_spinlock& spinlock) {
+  if (!take_spinlock(spinlock)) [[unlikely]] {
     kesa_spinlock_lock(&spinlock);
   }
 }

@@ -159,7 +159,7 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
     return false;
   }
   join(line, parts);
-  if (line.begin[parts.name.length] != '=') {
+  if (line.begin[parts.name.length] != '=') {  // not so, behind join
     TIRN_DEBUG("Can't find '=' in the string (%s), it's not a valid config item.", line.begin);
     return false;
   }

@@ -19,10 +19,10 @@ constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // whose work a
 // by whomever it is named: lists that name one another come to an end, and take no stack.
 class NamedPartitions {
  public:
-  // False where there is no memory.
-  bool name(const char* group, const char* partition) {
+  // Without memory it adds nothing.
+  void name(const char* group, const char* partition) {
     if (states_ == nullptr && !make_room()) {
-      return false;
+      return;
     }
     uint32_t index = 0;
     for_each_partition([&](const kesa_cpu_group& owner, const kesa_cpu_partition& candidate) {
@@ -33,7 +33,6 @@ class NamedPartitions {
         is_one_unread_ = true;
       }
     });
-    return true;
   }
 
   // Calls read(list) for each that is named, also for those that such a list names.
@@ -92,7 +91,10 @@ bool parse_list(const char* text, uint64_t* mask, NamedPartitions& named) {
     const bool is_reference = kesa_cpum_init(nullptr) == tirn::kOk &&
                               sscanf_s(item, "%[^/,]/%[^,]", group, static_cast<unsigned>(sizeof group), partition,
                                        static_cast<unsigned>(sizeof partition)) == 2;
-    is_taken |= is_reference ? named.name(group, partition) : parse_range(item, mask);
+    if (is_reference) {
+      named.name(group, partition);
+    }
+    is_taken |= is_reference || parse_range(item, mask);
     return true;
   });
   return is_taken;

@@ -41,14 +41,14 @@ struct Value {
   char text[256];
 };
 
-bool read_value(const char* path, const char* section, const char* key, Value& value) {
-  return kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text) == tirn::kOk;
+int read_value(const char* path, const char* section, const char* key, Value& value) {
+  return kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text);
 }
 
 // A count, or 0 and below where there is none.
 int read_count(const char* path, const char* section, const char* key, int* read_result = nullptr) {
   Value value;
-  const int result = kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text);
+  const int result = read_value(path, section, key, value);
   if (read_result != nullptr) {
     *read_result = result;
   }
@@ -94,7 +94,7 @@ void add_group(const char* path, int number) {
     char key[32];
     snprintf_s(key, sizeof key, sizeof key - 1, "partition_%d", i);
     Value value;
-    if (read_value(path, section, key, value)) {
+    if (read_value(path, section, key, value) == tirn::kOk) {
       add_partition(*group, value.text);
     }
   }

@@ -28,6 +28,13 @@ int set_range(const char* item, unsigned last, Set set) {
   return tirn::kOk;
 }
 
+// The first item that is not good ends the list.
+template <typename Sink>
+int parse_list(const char* text, int (*parse_item)(const char*, Sink*), Sink* sink) {
+  return walk_items(text, [=](const char* item) { return parse_item(item, sink) == tirn::kOk; }) ? tirn::kOk
+                                                                                                 : tirn::kFail;
+}
+
 // The list of a node's CPUs; nullptr, after its line, for a node that there is not.
 const char* cores_of(int numa_id, const char* function) {
   for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
@@ -98,12 +105,11 @@ int kesa_numam_parse_cpuset_as_list(const char* item, cpu_set_t* set) {
 }
 
 int kesa_numam_parse_cpuset(const char* text, cpu_set_t* set) {
-  if (!walk_items(text,
-                  [set](const char* item) { return kesa_numam_parse_cpuset_as_list(item, set) == tirn::kOk; })) {
+  const int result = parse_list(text, kesa_numam_parse_cpuset_as_list, set);
+  if (result != tirn::kOk) {
     TIRN_ERROR("Parse CpuSet %s fail.", text);
-    return tirn::kFail;
   }
-  return tirn::kOk;
+  return result;
 }
 
 int kesa_numam_parse_cpumask_as_list(const char* item, uint64_t* mask) {
@@ -111,10 +117,9 @@ int kesa_numam_parse_cpumask_as_list(const char* item, uint64_t* mask) {
 }
 
 int kesa_numam_parse_cpumask(const char* text, uint64_t* mask) {
-  if (!walk_items(text,
-                  [mask](const char* item) { return kesa_numam_parse_cpumask_as_list(item, mask) == tirn::kOk; })) {
+  const int result = parse_list(text, kesa_numam_parse_cpumask_as_list, mask);
+  if (result != tirn::kOk) {
     TIRN_ERROR("Parse cpu mask %s fail.", text);
-    return tirn::kFail;
   }
-  return tirn::kOk;
+  return result;
 }

@@ -2,6 +2,7 @@
 
 #include "libtirn/arch/arch.h"
 #include "libtirn/base/result.h"
+#include "libtirn/base/spinlock.h"
 #include "tirn/jiffies.h"
 #include "tirn/lock.h"
 #include "tirn/sched.h"
@@ -11,7 +12,6 @@ static_assert(sizeof(kesa_spinlock) == 24 && offsetof(kesa_spinlock, owner) == 1
 namespace {
 
 constexpr uint64_t kFree = 0;
-constexpr uint64_t kHeld = 1;
 constexpr int kBurst = 10;                  // attempts between two looks at the clock
 constexpr uint64_t kSpinTime = 99999;       // nanoseconds, before the processor is given up
 constexpr uint32_t kFramesOfTheWaiter = 2;  // that of debug_dump_stack, and the lock function's own
@@ -19,23 +19,16 @@ constexpr uint32_t kFramesOfTheWaiter = 2;  // that of debug_dump_stack, and the
 // Relaxed, and read apart from written: of two changes at once one may be lost.
 constinit std::atomic<uint64_t> g_flags{0};
 
-// Acquire: pairs with the release in do_kesa_spinlock_unlock.
-inline bool take(kesa_spinlock& spinlock) {
-  uint64_t expected = kFree;
-  return std::atomic_ref(spinlock.lock)
-      .compare_exchange_strong(expected, kHeld, std::memory_order_acq_rel, std::memory_order_relaxed);
-}
-
 // Looks first: a waiter does not pull the line away from the holder.
 inline bool take_if_free(kesa_spinlock& spinlock) {
-  return std::atomic_ref(spinlock.lock).load(std::memory_order_relaxed) == kFree && take(spinlock);
+  return std::atomic_ref(spinlock.lock).load(std::memory_order_relaxed) == kFree && tirn::take_spinlock(spinlock);
 }
 
 }  // namespace
 
 // The wait stays in this function's own frame, which the line of a waiter's stack passes over.
 __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, const char*, uint32_t) {
-  while (!take(*spinlock))
+  while (!tirn::take_spinlock(*spinlock))
     [[unlikely]] {
       tirn::arch::spin_hint();  // the holder may be about to leave
       const uint64_t start = kesa_time_getnanosec();
@@ -54,11 +47,11 @@ __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, co
     }
 }
 
-int do_kesa_spinlock_trylock(kesa_spinlock* spinlock, const char*, uint32_t) { return take(*spinlock) ? 1 : 0; }
-
-void do_kesa_spinlock_unlock(kesa_spinlock* spinlock, const char*, uint32_t) {
-  std::atomic_ref(spinlock->lock).store(kFree, std::memory_order_release);
+int do_kesa_spinlock_trylock(kesa_spinlock* spinlock, const char*, uint32_t) {
+  return tirn::take_spinlock(*spinlock) ? 1 : 0;
 }
+
+void do_kesa_spinlock_unlock(kesa_spinlock* spinlock, const char*, uint32_t) { tirn::unlock_spinlock(*spinlock); }
 
 int kesa_spinlock_set_flags(uint64_t flags) {
   g_flags.store(g_flags.load(std::memory_order_relaxed) | flags, std::memory_order_relaxed);

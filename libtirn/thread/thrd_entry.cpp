@@ -59,7 +59,7 @@ void unset_signal_stack(const kesa_thread_s& record) {
 
 void run(kesa_thread_s& record) {
   set_state(record, THRD_SLOT_RUNNING);
-  pthread_cleanup_push(end_if_ours, &record);  // a thread may also end inside the function
+  pthread_cleanup_push(end_current, nullptr);  // a thread may also end inside the function
   record.fn(record.arg);
   pthread_cleanup_pop(1);
 }
@@ -82,9 +82,9 @@ void end_thread(kesa_thread_s* record) {
   kesa_thrd_putthreadinfo(record);
 }
 
-void end_if_ours(void* record) {
-  if (m_current_thread == record) {
-    end_thread(static_cast<kesa_thread_s*>(record));
+void end_current(void*) {
+  if (m_current_thread != nullptr) {
+    end_thread(m_current_thread);
   }
 }
 

@@ -10,8 +10,9 @@ namespace tirn::thread {
 void begin_thread(kesa_thread_s& record);
 // The thread cannot be found any more, and its record goes.
 void end_thread(kesa_thread_s* record);
-// The same for a thread whose function may have given the record back by itself: nothing then, as it may be another's.
-void end_if_ours(void* record);
+// The same for whatever record the calling thread has by then: its function may have given back the one that it began
+// with, and may have got another. For pthread_cleanup_push; the argument is not used.
+void end_current(void*);
 
 inline void apply_default_strategy() { kesa_setCurThreadStrategy(KESA_STRATEGY_DEFAULT); }
 

@@ -36,7 +36,7 @@ void sleep_as_idle(kesa_thread_s& record) {
 // worker's record back: the thread is no worker from then on.
 bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   kesa_thrd_setname("OSThrdPoolRun");
-  // A cancellation ends the worker while it is bound to the job that it was meant for, or never.
+  // One that is cancelled in its job ends with it. What is sent to an idle worker meets its next job all the same.
   pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
   job(record.arg);
   pthread_testcancel();
@@ -78,7 +78,7 @@ void* thrd_pool_worker(void* argument) {
   // Changed by both sides, not read, so that one of the two comes first: with wake_workers, the pool's end either finds
   // this worker idle or is seen here. Later looks need no order, as a worker once found is woken through its semaphore.
   g_stop.fetch_or(0, std::memory_order_acq_rel);
-  pthread_cleanup_push(end_if_ours, &record);  // a thread may also end inside a job, or be cancelled by one
+  pthread_cleanup_push(end_current, nullptr);  // a thread may also end inside a job, or be cancelled by one
   while ((g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) && work(record)) {
   }
   pthread_cleanup_pop(1);

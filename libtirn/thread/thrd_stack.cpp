@@ -2,6 +2,7 @@
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
+#include "libtirn/base/frames.h"
 #include "libtirn/base/result.h"
 #include "libtirn/thread/thrd_table.h"
 
@@ -17,11 +18,6 @@ constinit std::atomic<IsLwtStack> g_is_lwt_stack{nullptr};
 constinit std::atomic<GetLwtStack> g_get_lwt_stack{nullptr};
 constinit std::atomic<uint64_t> g_unknown_stack_size{kPage};
 
-struct Bounds {
-  uint64_t start;
-  uint64_t end;
-};
-
 int os_stack(const kesa_thread_s* record, uint64_t* start, uint64_t* end) {
   if (record == nullptr || record->stack_low == 0 || record->stack_high == 0) {
     return tirn::kFail;
@@ -29,18 +25,6 @@ int os_stack(const kesa_thread_s* record, uint64_t* start, uint64_t* end) {
   *start = record->stack_low;
   *end = record->stack_high;
   return tirn::kOk;
-}
-
-// A frame holds the caller's frame pointer and the return address. It is read for what it is, whoever's it may be.
-__attribute__((no_sanitize("address", "thread"))) uint64_t frame_word(uint64_t frame, int index) {
-  return reinterpret_cast<const volatile uint64_t*>(frame)[index];
-}
-
-// Frames lie on the stack, aligned as their words are.
-bool is_frame(uint64_t pointer, const Bounds& stack) {
-  constexpr uint64_t kFrameSize = 2 * sizeof(uint64_t);
-  return pointer >= stack.start && pointer < stack.end && stack.end - pointer >= kFrameSize &&
-         pointer % alignof(uint64_t) == 0;
 }
 
 }  // namespace
@@ -100,13 +84,13 @@ __attribute__((noinline)) int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* s
     return tirn::kFail;
   }
   *name = "INVALID_STACK";
-  const auto found = [&](const char* stack, const Bounds& bounds) {
+  const auto found = [&](const char* stack, const tirn::StackBounds& bounds) {
     *name = stack;
     *start = bounds.start;
     *end = bounds.end;
     return tirn::kOk;
   };
-  Bounds stack{};
+  tirn::StackBounds stack{};
   if (kesa_thrd_islwtstack(sp) == 0) {
     if (kesa_thrd_getlwtstack(sp, &stack.start, &stack.end) == 0) {
       return found("LWT_STACK", stack);
@@ -129,21 +113,12 @@ __attribute__((noinline)) int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* s
 }
 
 __attribute__((noinline)) int kesa_thrd_backtrace(uint64_t* out, uint32_t count, uint32_t skip) {
-  uint64_t frame = TIRN_FRAME_POINTER();
-  Bounds stack{};
+  const uint64_t frame = TIRN_FRAME_POINTER();
+  tirn::StackBounds stack{};
   const char* name = nullptr;
   if (kesa_thrd_getcurrentstack(frame, &stack.start, &stack.end, &name) != tirn::kOk) {
     return tirn::kFail;
   }
-  for (uint32_t i = 0; i < skip && is_frame(frame, stack); ++i) {
-    frame = frame_word(frame, 0);
-  }
-  for (uint32_t i = 0; i < count; ++i) {
-    out[i] = 0;
-    if (is_frame(frame, stack)) {
-      out[i] = frame_word(frame, 1);
-      frame = frame_word(frame, 0);
-    }
-  }
+  tirn::walk_frames(frame, stack, skip, count, out);
   return tirn::kOk;
 }

@@ -207,6 +207,7 @@ const Row kRows[] = {
     row<"read", decltype(read), kFileFaults, EIO, -1>(),
     row<"write", decltype(write), kFileFaults, ENOSPC, -1>(),
     row<"fgets", decltype(fgets), kFileFaults, EIO, 0>(),
+    row<"getc", decltype(getc), kFileFaults, EIO, EOF>(),
     row<"fwrite", decltype(fwrite), kFileFaults, ENOSPC, 0>(),
     row<"fflush", decltype(fflush), kFileFaults, ENOSPC, -1>(),
     row<"fsync", decltype(fsync), kFileFaults, EIO, -1>(),
