@@ -86,6 +86,20 @@ struct peer_set {
 /* NULL where this build has not found its library. */
 PEER const struct peer_set* peer_set_named(const char* name);
 
+/* A ring of PEER_RING_SLOTS values, one less of which it holds. The functions give the number of values that went. */
+#define PEER_RING_SLOTS 1024
+struct peer_ring {
+  const char* name;
+  void* (*make)(void);
+  int (*push)(void* ring, uint64_t value);
+  int (*pop)(void* ring, uint64_t* value);
+  unsigned (*push_burst)(void* ring, const uint64_t* values, unsigned n); /* NULL where it has none */
+  unsigned (*pop_burst)(void* ring, uint64_t* values, unsigned n);
+};
+
+/* NULL where this build has not found its library. */
+PEER const struct peer_ring* peer_ring_named(const char* name);
+
 #ifdef __cplusplus
 }
 #endif

@@ -19,6 +19,7 @@
 #include "tirn/mem.h"
 #include "tirn/percpu_posix.h"
 #include "tirn/process.h"
+#include "tirn/queue.h"
 #include "tirn/rbtree.h"
 #include "tirn/sched.h"
 #include "tirn/semaphore.h"
