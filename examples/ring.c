@@ -1,0 +1,64 @@
+/* Work handed from one thread to another through a ring: pointers go in, in bursts, and come out in order. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <tirn/tirn.h>
+
+enum { REQUESTS = 1000, BURST = 16 };
+
+struct request {
+  uint32_t number;
+  uint32_t answer;
+};
+
+static struct request requests[REQUESTS];
+static struct kesa_ring* to_do;
+static struct kesa_ring* done;
+
+static void* answerer(void* arg) {
+  for (uint32_t answered = 0; answered < REQUESTS;) {
+    uint64_t values[BURST];
+    const uint32_t taken = kesa_ring_dequeue_burst(to_do, values, BURST);
+    for (uint32_t i = 0; i < taken; ++i) {
+      struct request* const request = (struct request*)(uintptr_t)values[i];
+      request->answer = request->number * request->number;
+    }
+    if (taken == 0) {
+      kesa_yield();
+      continue;
+    }
+    /* It has room for all requests, so that this cannot be refused. */
+    kesa_ring_enqueue_bulk(done, values, taken);
+    answered += taken;
+  }
+  return arg;
+}
+
+int main(void) {
+  if (kesa_Init() != 0) {
+    return 1;
+  }
+  to_do = kesa_ring_create(64, KESA_RING_SINGLE_BOTH); /* 63 at a time */
+  done = kesa_ring_create(1024, KESA_RING_SINGLE_BOTH);
+  if (to_do == NULL || done == NULL || kesa_thrd_create(answerer, NULL, NULL) != 0) {
+    return 1;
+  }
+  for (uint32_t i = 0; i < REQUESTS; ++i) {
+    requests[i].number = i;
+    while (kesa_ring_enqueue(to_do, (uint64_t)(uintptr_t)&requests[i]) != 0) {
+      kesa_yield(); /* full */
+    }
+  }
+  uint32_t right = 0;
+  for (uint32_t i = 0; i < REQUESTS; ++i) {
+    uint64_t value;
+    while (kesa_ring_dequeue(done, &value) != 0) {
+      kesa_yield(); /* empty */
+    }
+    const struct request* const request = (const struct request*)(uintptr_t)value;
+    right += request == &requests[i] && request->answer == i * i;
+  }
+  printf("%u of %d answers came back in order\n", right, REQUESTS);
+  kesa_ring_delete(&to_do);
+  kesa_ring_delete(&done);
+  return right == REQUESTS ? EXIT_SUCCESS : EXIT_FAILURE;
+}
