@@ -254,12 +254,8 @@ const Family containers{[] {
   std::vector<Group> groups;
   for (const Contest& contest : {
            Contest{"rb", site_row<site_rb>, 1.0, {"boost::intrusive::set"}, all},
-           Contest{"avl",
-                   direct_row<AvlCalls>,
-                   1.05,
-                   {"boost::intrusive::avl_set"},
-                   all,
-                   {site_row<site_avl>, peer_row<kByPointer>}},
+           Contest{"avl", direct_row<AvlCalls>, 1.05, {"boost::intrusive::avl_set"}, all, {peer_row<kByPointer>}},
+           Contest{"avl_typed", site_row<site_avl>, 1.05, {"boost::intrusive::avl_set"}, all},
            Contest{"hash",
                    direct_row<HashCalls>,
                    1.5,

@@ -1,4 +1,5 @@
-/* Objects in a tree by their first block and in a hash table by their number: they embed the nodes, nothing is allocated. */
+/* Objects in a tree by their first block, in another by their length and in a hash table by their number: they embed the
+ * nodes, nothing is allocated. */
 #include <stdio.h>
 #include <tirn/tirn.h>
 
@@ -6,6 +7,7 @@ struct extent {
   uint64_t first;
   uint64_t length;
   struct kesa_avl_node by_first;
+  struct kesa_rb_node by_length;
   struct kesa_hash_node by_id;
 };
 
@@ -26,12 +28,29 @@ static const struct extent* extent_of(const struct kesa_avl_tree* tree, uint64_t
   return extent != NULL && block - extent->first < extent->length ? extent : NULL;
 }
 
+static struct extent* extent_at(struct kesa_rb_node* node) {
+  return (struct extent*)((char*)node - offsetof(struct extent, by_length));
+}
+
+/* The red-black tree leaves the search to its user: here equal lengths stand side by side. */
+static void enter_by_length(struct kesa_rb_root* root, struct extent* extent) {
+  struct kesa_rb_node** link = &root->node;
+  struct kesa_rb_node* parent = NULL;
+  while (*link != NULL) {
+    parent = *link;
+    link = extent->length < extent_at(parent)->length ? &parent->left : &parent->right;
+  }
+  kesa_rb_link_node(&extent->by_length, parent, link);
+  kesa_rb_insert_color(&extent->by_length, root);
+}
+
 static int forget(struct kesa_hash_node* node, void* table) { return kesa_hash_delete(table, 0, node->key, NULL); }
 
 int main(void) {
   static struct extent extents[] = {
       {.first = 4096, .length = 512}, {.first = 0, .length = 64}, {.first = 64, .length = 8}};
   struct kesa_avl_tree tree;
+  struct kesa_rb_root lengths = {NULL};
   struct kesa_hash_table* table;
   kesa_create_avl(&tree, compare, sizeof(struct extent), offsetof(struct extent, by_first));
   if (kesa_hash_create(16, &table, TIRN_MODULE_ID) != 0) {
@@ -40,6 +59,7 @@ int main(void) {
   for (uint64_t i = 0; i < 3; ++i) {
     extents[i].by_id.key = 100 + i;
     kesa_add_avl_node(&tree, &extents[i]);
+    enter_by_length(&lengths, &extents[i]);
     kesa_hash_insert(table, &extents[i].by_id);
   }
 
@@ -51,10 +71,18 @@ int main(void) {
   const int held = extent_of(&tree, 70) == &extents[2] && extent_of(&tree, 5000) == NULL;
   printf("block 70 is %sin the third, block 5000 in none\n", held ? "" : "not ");
 
+  printf("the longest first:");
+  for (struct kesa_rb_node* last = kesa_rb_last(&lengths); last != NULL; last = kesa_rb_prev(last)) {
+    printf(" %d", (int)extent_at(last)->length);
+  }
+  printf("\n");
+  kesa_rb_erase(&extents[0].by_length, &lengths);
+  const int shorter = extent_at(kesa_rb_last(&lengths)) == &extents[1];
+
   struct kesa_hash_node* node;
   const int found = kesa_hash_search(table, 0, 101, &node) == 0 && node == &extents[1].by_id;
   kesa_hash_for_each_ex(table, forget, table, 1);
   const int gone = kesa_hash_search(table, 0, 101, &node) != 0;
   kesa_hash_destory(table, NULL);
-  return held && found && gone ? 0 : 1;
+  return held && shorter && found && gone ? 0 : 1;
 }

@@ -102,15 +102,17 @@ class RbTree {
   // False, with nothing changed, where the tree holds an equal object.
   bool insert(Object& object) {
     kesa_rb_node* parent = nullptr;
-    kesa_rb_node** link = &root_.node;
-    while (*link != nullptr) {
-      parent = *link;
-      const auto order = Order{}(static_cast<const Object&>(object), *Member::object_of(parent));
+    bool is_right = false;
+    for (kesa_rb_node* node = root_.node; node != nullptr;) {
+      const auto order = Order{}(static_cast<const Object&>(object), *Member::object_of(node));
       if (order == 0) {
         return false;
       }
-      link = order > 0 ? &parent->right : &parent->left;
+      parent = node;
+      node = order > 0 ? node->right : node->left;
+      is_right = order > 0;
     }
+    kesa_rb_node** const link = parent == nullptr ? &root_.node : is_right ? &parent->right : &parent->left;
     kesa_rb_link_node(Member::node_of(&object), parent, link);
     kesa_rb_insert_color(Member::node_of(&object), &root_);
     return true;
@@ -175,20 +177,29 @@ class AvlTree {
     return (order > 0) - (order < 0);
   }
 
+  // A node's children as two fields: between those, compilers choose without a branch.
+  struct __attribute__((may_alias)) Below {
+    const kesa_avl_node* left;
+    const kesa_avl_node* right;
+  };
+
   // kesa_find_avl_node with the comparison inlined.
   template <class AnyKey>
   Object* search(const AnyKey& key, uint64_t& position) const {
-    position = 0;
+    const kesa_avl_node* parent = nullptr;
+    bool is_right = false;
     for (const kesa_avl_node* node = tree_.root; node != nullptr;) {
       Object* const object = Member::object_of(node);
       const auto order = Order{}(key, static_cast<const Object&>(*object));
       if (order == 0) {
         return object;
       }
-      const uint32_t side = order > 0;
-      position = reinterpret_cast<uintptr_t>(node) | side;
-      node = node->child[side];
+      parent = node;
+      const auto* const below = reinterpret_cast<const Below*>(node->child);
+      node = order > 0 ? below->right : below->left;
+      is_right = order > 0;
     }
+    position = reinterpret_cast<uintptr_t>(parent) | (is_right ? 1u : 0u);
     return nullptr;
   }
 

@@ -31,28 +31,29 @@ void* find_val_node(const Tree* tree, const void* key, uint64_t* cookie, bool is
     return nullptr;
   }
   const kesa_avl_compare_fn compare = is_key ? tree->findCompare : tree->addCompare;
-  uint64_t position = kEmptyPosition;
+  Node* parent = nullptr;
+  int order = 0;
   for (Node* node = tree->root; node != nullptr;) {
+    // Read before the call, so that neither a branch nor a load chooses behind it: which way a search goes is what no
+    // branch predictor can know. In a large tree the next level's line is on its way while the caller compares.
+    Node* const left = node->child[0];
+    Node* const right = node->child[1];
+    __builtin_prefetch(left);
+    __builtin_prefetch(right);
     void* const object = object_of(tree, node);
-    // In a large tree the next level's line is on its way while the caller compares.
-    __builtin_prefetch(node->child[0]);
-    __builtin_prefetch(node->child[1]);
-    const int order = compare(key, object, 0);
-    if (order == 0) {
-      return object;
-    }
-    const uint32_t turn = static_cast<uint32_t>(order) + 1;
-    if (turn > 2) {
-      position = kEmptyPosition;
+    order = compare(key, object, 0);
+    if (order != -1 && order != 1) {
+      if (order == 0) {
+        return object;
+      }
+      parent = nullptr;
       break;
     }
-    // By index: which way a search goes is what no branch predictor can know.
-    const uint32_t side = turn / 2;
-    position = position_of(node, side);
-    node = node->child[side];
+    parent = node;
+    node = order > 0 ? right : left;
   }
   if (cookie != nullptr) {
-    *cookie = position;
+    *cookie = position_of(parent, order == 1 ? 1 : 0);
   }
   return nullptr;
 }
@@ -128,26 +129,6 @@ bool rotate(Tree* tree, Node* node, int32_t d) {
   return true;
 }
 
-// A node with two children and the nearest node on its higher side, which has one child at most, change places.
-void swap_with_neighbour(Tree* tree, Node* node) {
-  const uint32_t near = node->balance > 0 ? 1 : 0;
-  Node* const other = extreme(node->child[near], 1 - near);
-  const Node upper = *node;
-  const Node lower = *other;
-  replace(tree, node, other);
-  other->balance = upper.balance;
-  hang(other, 1 - near, upper.child[1 - near]);
-  if (upper.child[near] == other) {
-    hang(other, near, node);
-  } else {
-    hang(other, near, upper.child[near]);
-    hang(lower.parent, lower.childIndex, node);
-  }
-  node->balance = lower.balance;
-  hang(node, 0, lower.child[0]);
-  hang(node, 1, lower.child[1]);
-}
-
 }  // namespace
 
 int kesa_create_avl(kesa_avl_tree* tree, kesa_avl_compare_fn compare, uint32_t size, uint32_t offset) {
@@ -207,20 +188,21 @@ int kesa_insert_avl_node(kesa_avl_tree* tree, void* object, uint64_t cookie) {
   ++tree->nodeCount;
   *node = {{nullptr, nullptr}, above, side, 0};
   (above == nullptr ? tree->root : above->child[side]) = node;
-  while (above != nullptr) {
+  for (; above != nullptr; side = above->childIndex, above = above->parent) {
     const int32_t delta = lean(side);
+    // Asked first, since it does not wait for the side, which the last comparison tells: so the search behind this
+    // insert begins while a large tree's lines are still on their way.
+    if (above->balance == 0) {
+      above->balance = delta;
+      continue;
+    }
     if (above->balance == -delta) {
       above->balance = 0;
       TIRN_DEBUG("Set AVL balance done.");
-      break;
-    }
-    if (above->balance != 0) {
+    } else {
       rotate(tree, above, delta);
-      break;
     }
-    above->balance = delta;
-    side = above->childIndex;
-    above = above->parent;
+    break;
   }
   return kOk;
 }
@@ -269,16 +251,31 @@ void kesa_remove_avl_node(kesa_avl_tree* tree, void* object) {
   }
   Node* const node = node_of(tree, object);
   --tree->nodeCount;
-  if (node->child[0] != nullptr && node->child[1] != nullptr) {
-    swap_with_neighbour(tree, node);
+  Node* above = node->parent;
+  uint32_t side = node->childIndex;
+  if (node->child[0] == nullptr || node->child[1] == nullptr) {
+    replace(tree, node, node->child[0] != nullptr ? node->child[0] : node->child[1]);
+  } else {
+    // The nearest object on the higher side, which has one child at most, takes the place.
+    const uint32_t near = node->balance > 0 ? 1 : 0;
+    Node* const other = extreme(node->child[near], 1 - near);
+    above = other->parent;
+    side = other->childIndex;
+    if (above == node) {
+      above = other;
+    } else {
+      hang(above, side, other->child[near]);
+      hang(other, near, node->child[near]);
+    }
+    replace(tree, node, other);
+    hang(other, 1 - near, node->child[1 - near]);
+    other->balance = node->balance;
   }
-  replace(tree, node, node->child[0] != nullptr ? node->child[0] : node->child[1]);
-  if (node->parent == nullptr) {
+  if (above == nullptr) {
     TIRN_DEBUG("Remove node not need set balance.");
     return;
   }
-  uint32_t side = node->childIndex;
-  for (Node* above = node->parent; above != nullptr;) {
+  while (above != nullptr) {
     Node* const next = above->parent;
     const uint32_t next_side = above->childIndex;
     const int32_t delta = lean(side);

@@ -28,15 +28,18 @@ uint64_t product_of(uint32_t key_type, uint64_t key) {
   return (uint64_t{key_type} << 32 | (key & UINT32_MAX)) * kGoldenRatioPrime;
 }
 
-// As hash_func tells; in two shifts, so that 0 bits need no branch.
+// As hash_func tells, for less than 31 bits, 0 among them: the index stays where it makes a bucket's offset.
 list::Link* bucket_of(const Table* table, uint32_t key_type, uint64_t key) {
-  return &table->buckets[product_of(key_type, key) >> 1 >> (63 - table->bits)];
+  static_assert(sizeof(list::Link) == 16);
+  const uint64_t offset = product_of(key_type, key) >> (60 - table->bits) & ~uint64_t{sizeof(list::Link) - 1};
+  return reinterpret_cast<list::Link*>(reinterpret_cast<uintptr_t>(table->buckets) + offset);
 }
 
+// The key first: types are often the same for all nodes, and would be one more branch for each.
 Node* find_in(list::Link* bucket, uint32_t key_type, uint64_t key) {
   for (list::Link* link = bucket->next; link != bucket; link = link->next) {
     Node* const node = node_of(link);
-    if (node->keyType == key_type && node->key == key) {
+    if (node->key == key && node->keyType == key_type) {
       return node;
     }
   }

@@ -68,8 +68,7 @@ void check(const Form& form, const uint8_t* source, size_t length, size_t cut, u
   std::memset(copy, 0xA5, length);
   ASSERT_EQ(form.with_copy(seed, copy, source, length), expected);
   ASSERT_EQ(std::memcmp(copy, source, length), 0);
-  ASSERT_EQ(copy[-1], 0x5A);
-  ASSERT_EQ(copy[length], 0x5A);
+  ASSERT_TRUE(copy[-1] == 0x5A && copy[length] == 0x5A);
   if (form.crc16 && cut >= form.least16 && length - cut >= form.least16) {
     const auto seed16 = static_cast<uint16_t>(seed);
     ASSERT_EQ(form.crc16(form.crc16(seed16, source, cut), source + cut, length - cut),
@@ -93,17 +92,13 @@ TEST_F(Crc32, KnownValuesAndEmptyInput) {
         << form.name;
     EXPECT_EQ(form.crc32c(5, nullptr, 0), 5u) << form.name;
   }
-  EXPECT_EQ(kesa_crc32c(kText, 9), 0xE3069283u);
-  EXPECT_EQ(kesa_crc32c_soft(kText, 9), 0xE3069283u);
+  EXPECT_TRUE(kesa_crc32c(kText, 9) == 0xE3069283 && kesa_crc32c_soft(kText, 9) == 0xE3069283);
   EXPECT_EQ(kesa_crc32cEnd(kesa_crc32cContinue(kesa_crc32cStart(kText, 4), kText + 4, 5)), 0xE3069283u);
-  EXPECT_EQ(crc16_t10dif(0, kText, 9), 0xD0DB);
-  EXPECT_EQ(kesa_crc16_soft(0, kText, 9), 0xD0DB);
+  EXPECT_TRUE(crc16_t10dif(0, kText, 9) == 0xD0DB && kesa_crc16_soft(0, kText, 9) == 0xD0DB);
   for (const auto& [buffer, length] : {std::pair{static_cast<const char*>(nullptr), 9u}, {kText, 0u}}) {
-    EXPECT_EQ(kesa_crc32c(buffer, length), 0u);
-    EXPECT_EQ(kesa_crc32c_soft(buffer, length), 0u);
+    EXPECT_TRUE(kesa_crc32c(buffer, length) == 0 && kesa_crc32c_soft(buffer, length) == 0);
     EXPECT_EQ(kesa_crc32cStart(buffer, length), 0xFFFFFFFFu);
-    EXPECT_EQ(kesa_crc32cContinue(7, buffer, length), 7u);
-    EXPECT_EQ(kesa_crc16(7, buffer, length), 7u);
+    EXPECT_TRUE(kesa_crc32cContinue(7, buffer, length) == 7 && kesa_crc16(7, buffer, length) == 7);
   }
   // Beyond the signed range the three chains touch nothing.
   EXPECT_EQ(kesa_3crc32cContinueHard(7, nullptr, 0x80000000), 7u);
