@@ -77,6 +77,8 @@ void look_again() {}
 // Into the ring and out of it again.
 template <unsigned kAtOnce>
 struct Alone {
+  static constexpr unsigned kCores = 1;
+  static constexpr uint64_t kCount = 0;
   static Measure measure(const auto& ring, const auto& /*back*/) {
     return one_thread([=] {
       push<kAtOnce>(ring, look_again);
@@ -88,6 +90,8 @@ struct Alone {
 // From one core to the other.
 template <unsigned kAtOnce>
 struct Handover {
+  static constexpr unsigned kCores = 2;
+  static constexpr uint64_t kCount = 0;
   static Measure measure(const auto& ring, const auto& /*back*/) {
     return two_threads(
         [=](unsigned thread) { thread == 0 ? push<kAtOnce>(ring, look_again) : pop<kAtOnce>(ring, look_again); });
@@ -96,6 +100,8 @@ struct Handover {
 
 // To the other core and, by a second ring, back.
 struct RoundTrip {
+  static constexpr unsigned kCores = 2;
+  static constexpr uint64_t kCount = 0;
   static Measure measure(const auto& there, const auto& back) {
     return two_threads([=](unsigned thread) {
       if (thread == 0) {
@@ -113,6 +119,8 @@ struct RoundTrip {
 // through; that threads lose their cores in the midst of a call is what is measured.
 template <unsigned kAtOnce>
 struct Crowd {
+  static constexpr unsigned kCores = 2;
+  static constexpr uint64_t kCount = 1 << 16;
   static Measure measure(const auto& ring, const auto& /*back*/) {
     return [=](uint64_t count) {
       std::array<std::thread, 4> threads;
@@ -147,19 +155,19 @@ struct Crowd {
 };
 
 template <class Shape>
-Row ours(uint32_t flags, uint64_t count) {
+Row ours(uint32_t flags) {
   const auto make = [flags] { return Ours{kesa_ring_create(PEER_RING_SLOTS, flags)}; };
-  return {"kesa_ring", Shape::measure(make(), make()), count};
+  return {"kesa_ring", Shape::measure(make(), make()), Shape::kCount};
 }
 
 // Without those whose library is missing.
 template <class Shape>
-std::vector<Row> theirs(const std::vector<const char*>& names, uint64_t count) {
+std::vector<Row> theirs(const std::vector<const char*>& names) {
   std::vector<Row> rows;
   for (const char* name : names) {
     if (const peer_ring* const found = peer_ring_named(name); found != nullptr) {
       const auto make = [found] { return Theirs{*found, found->make()}; };
-      rows.push_back({name, Shape::measure(make(), make()), count});
+      rows.push_back({name, Shape::measure(make(), make()), Shape::kCount});
     }
   }
   return rows;
@@ -169,19 +177,12 @@ using Names = std::vector<const char*>;
 
 template <class Shape>
 Group group(const std::string& name, double target, uint32_t flags, const Names& peers, const Names& shown = {}) {
-  constexpr bool kIsAlone = requires {
-    []<unsigned kAtOnce>(Alone<kAtOnce>) {}(Shape{});
-  };
-  constexpr bool kIsCrowd = requires {
-    []<unsigned kAtOnce>(Crowd<kAtOnce>) {}(Shape{});
-  };
-  const uint64_t count = kIsCrowd ? 1 << 16 : 0;
   return {.name = "ring/" + name,
           .target = target,
-          .cores = kIsAlone ? 1u : 2u,
-          .ours = ours<Shape>(flags, count),
-          .peers = theirs<Shape>(peers, count),
-          .shown = theirs<Shape>(shown, count)};
+          .cores = Shape::kCores,
+          .ours = ours<Shape>(flags),
+          .peers = theirs<Shape>(peers),
+          .shown = theirs<Shape>(shown)};
 }
 
 const Names kAllSingle = {"rte_ring_sp, _sc", "rte_ring, single", "ck_ring, spsc", "boost spsc_queue"};

@@ -1,6 +1,5 @@
 /* Work handed from one thread to another through a ring: pointers go in, in bursts, and come out in order. */
 #include <stdio.h>
-#include <stdlib.h>
 #include <tirn/tirn.h>
 
 enum { REQUESTS = 1000, BURST = 16 };
@@ -13,6 +12,7 @@ struct request {
 static struct request requests[REQUESTS];
 static struct kesa_ring* to_do;
 static struct kesa_ring* done;
+static struct kesa_sem_enhance over;
 
 static void* answerer(void* arg) {
   for (uint32_t answered = 0; answered < REQUESTS;) {
@@ -30,6 +30,7 @@ static void* answerer(void* arg) {
     kesa_ring_enqueue_bulk(done, values, taken);
     answered += taken;
   }
+  kesa_sem_enhance_up(&over);
   return arg;
 }
 
@@ -37,6 +38,7 @@ int main(void) {
   if (kesa_Init() != 0) {
     return 1;
   }
+  kesa_sem_enhance_init(&over, 0);
   to_do = kesa_ring_create(64, KESA_RING_SINGLE_BOTH); /* 63 at a time */
   done = kesa_ring_create(1024, KESA_RING_SINGLE_BOTH);
   if (to_do == NULL || done == NULL || kesa_thrd_create(answerer, NULL, NULL) != 0) {
@@ -58,7 +60,8 @@ int main(void) {
     right += request == &requests[i] && request->answer == i * i;
   }
   printf("%u of %d answers came back in order\n", right, REQUESTS);
+  kesa_sem_enhance_down(&over); /* now nobody uses the rings */
   kesa_ring_delete(&to_do);
   kesa_ring_delete(&done);
-  return right == REQUESTS ? EXIT_SUCCESS : EXIT_FAILURE;
+  return right == REQUESTS ? 0 : 1;
 }

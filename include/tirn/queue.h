@@ -6,8 +6,8 @@
  * Who takes a value out sees all that was written before it was put in. The calls order nothing else: a consumer that
  * is to sleep when it finds the ring empty wants a fence of its own on both sides. With many threads a side completes
  * in the order of its claims, so one that loses its processor in the midst of a call stops those behind it on its side:
- * each spins for 0x8000000 looks, yields, and spins again. A signal handler must not use a side that the interrupted
- * thread may be using.
+ * each spins for some 0x8000000 looks, yields, and spins again. A signal handler must not use a side that the
+ * interrupted thread may be using. A bulk or a burst of no values gives 0 and does nothing.
  */
 #ifndef TIRN_QUEUE_H
 #define TIRN_QUEUE_H
@@ -16,7 +16,8 @@
 
 TIRN_EXTERN_C_BEGIN
 
-/* How many threads use a side at a time. KESA_RING_SINGLE_BOTH is stored as 3. */
+/* The sides that one thread uses at a time. SINGLE_PRODUCER and SINGLE_CONSUMER may be or-ed; SINGLE_BOTH alone is that,
+ * and is stored as 3. Other bits are stored and mean nothing. */
 #define KESA_RING_MANY 0u
 #define KESA_RING_SINGLE_PRODUCER 1u
 #define KESA_RING_SINGLE_CONSUMER 2u
@@ -29,17 +30,17 @@ TIRN_EXTERN_C_BEGIN
 
 /*
  * Positions run freely and wrap at 2^32; the slot of one is what `mask` leaves of it. A side claims positions by moving
- * its head, and gives them to the other by moving its tail behind them. One slot stays empty. `seen` is a single side's
- * own: the other side's tail when it last looked.
+ * its head, and gives them to the other by moving its tail behind them. One slot stays empty. `spare` is a single side's
+ * own: the positions that it may claim before it has to look at the other side's tail again.
  */
 struct kesa_ring_producer {
-  uint32_t watermark; /* `size`, of which no more than `mask` are ever used */
+  uint32_t watermark; /* `size`, which no call changes: as no more than `mask` are ever used, it is never passed */
   uint32_t singleProducer;
   uint32_t size;
   uint32_t mask;
   uint32_t head;
   uint32_t tail;
-  uint32_t seen;
+  uint32_t spare;
 };
 
 struct kesa_ring_consumer {
@@ -48,11 +49,11 @@ struct kesa_ring_consumer {
   uint32_t mask;
   uint32_t head;
   uint32_t tail;
-  uint32_t seen;
+  uint32_t spare;
 };
 
-/* The header of the block; the slots follow. Each group begins at a multiple of 128 bytes, so that no line of the cache
- * is written by both sides. */
+/* The header of the block; the slots follow. Each group begins at a multiple of 128 bytes of it, so that no line of 64
+ * bytes, and none of 128 in most blocks, is written by both sides. */
 struct kesa_ring {
   uint32_t flags;
   uint32_t unused_1[31];
@@ -77,29 +78,29 @@ TIRN_API void kesa_ring_delete(struct kesa_ring** ring);
 
 /* Puts a value in. 0; -ENOBUFS when full; -EDQUOT above the watermark, with the value in the ring; -1 for NULL, which
  * is logged.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe */
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
 TIRN_API int kesa_ring_enqueue(struct kesa_ring* ring, uint64_t value);
 
 /* Takes the oldest value out. 0; -ENOENT when empty; -1 for a NULL ring, which is logged.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe */
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
 TIRN_API int kesa_ring_dequeue(struct kesa_ring* ring, uint64_t* value);
 
 /* Puts n values in, side by side, or none. 0; -ENOBUFS where they have no room; -EDQUOT above the watermark, with the
  * values in the ring. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe */
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
 TIRN_API int kesa_ring_enqueue_bulk(struct kesa_ring* ring, const uint64_t* values, uint32_t n);
 
 /* Takes the n oldest values out, or none. 0; -ENOENT where there are less. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe */
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
 TIRN_API int kesa_ring_dequeue_bulk(struct kesa_ring* ring, uint64_t* values, uint32_t n);
 
 /* Puts the first of n values in, side by side, as many as have room. Their number, with KESA_RING_ABOVE_WATERMARK set
  * above the watermark. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe */
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
 TIRN_API uint32_t kesa_ring_enqueue_burst(struct kesa_ring* ring, const uint64_t* values, uint32_t n);
 
 /* Takes the oldest values out, up to n. Their number. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe */
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
 TIRN_API uint32_t kesa_ring_dequeue_burst(struct kesa_ring* ring, uint64_t* values, uint32_t n);
 
 /*

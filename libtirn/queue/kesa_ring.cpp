@@ -21,21 +21,18 @@ using std::atomic_ref;
 
 constexpr uint32_t kBoth = KESA_RING_SINGLE_PRODUCER | KESA_RING_SINGLE_CONSUMER;
 
-// Half the range away from where positions begin, so that a side's first use looks.
-constexpr uint32_t kNotSeen = 0x80000000;
-
-// At a tail, before the processor is given up. There is no hint to it between them: that would make seconds of these.
+// At a tail, before the processor is given up. No pause between them: with one, so many would take seconds.
 constexpr uint32_t kLooks = 0x8000000;
 
 enum class Amount { kOne, kExactly, kAtMost };
 
-enum class Claim { kRefused, kMade, kAboveWatermark };
+enum class Outcome { kRefused, kMade, kAboveWatermark };
 
-// Positions that a call claims, and the other side's tail by which it may.
+// Positions that a call claims, out of so many that it could.
 struct Run {
   uint32_t at;
   uint32_t count;
-  uint32_t tail;
+  uint32_t room;
 };
 
 void copy_values(uint64_t* to, const uint64_t* from, uint32_t count) {
@@ -76,58 +73,57 @@ struct Consumers {
   static bool is_above_watermark(const kesa_ring&, uint32_t, uint32_t) { return false; }
 };
 
-// What of so many wanted, from `at`, there is room for. Acquire: what the other side did with those slots is over.
+// What of so many wanted, from `at`, there is room for. Acquire: what the other side did with those slots before it
+// stored its tail is over.
 template <class Side, Amount kAmount>
-[[gnu::always_inline]] inline Claim grant(kesa_ring& ring, uint32_t mask, uint32_t wanted, uint32_t at, Run& run) {
-  run.tail = atomic_ref(Side::other_tail(ring)).load(std::memory_order_acquire);
-  const uint32_t used = Side::used(at, run.tail);
+[[gnu::always_inline]] inline Outcome grant(kesa_ring& ring, uint32_t mask, uint32_t wanted, uint32_t at, Run& run) {
+  const uint32_t used = Side::used(at, atomic_ref(Side::other_tail(ring)).load(std::memory_order_acquire));
   const uint32_t room = Side::room(mask, used);
-  run.at = at;
-  run.count = kAmount == Amount::kAtMost ? std::min(wanted, room) : wanted;
-  if (run.count > room || (run.count == 0 && wanted != 0)) {
-    return Claim::kRefused;
+  run = {.at = at, .count = kAmount == Amount::kAtMost ? std::min(wanted, room) : wanted, .room = room};
+  if (run.count > room || run.count == 0) {
+    return Outcome::kRefused;
   }
-  return Side::is_above_watermark(ring, used, run.count) ? Claim::kAboveWatermark : Claim::kMade;
+  return Side::is_above_watermark(ring, used, run.count) ? Outcome::kAboveWatermark : Outcome::kMade;
 }
 
-// The other side's tail is first taken as it was last seen, which spares that side its line. That copy can only be
-// behind, so it serves as long as the result does not depend on it.
+// What was left over by the last look at the other side's tail is claimed without another, which spares that side its
+// line: there may be more by now, but not less. Nobody else reads the head, so it needs no order.
 template <class Side, Amount kAmount>
-[[gnu::always_inline]] inline Claim claim_alone(kesa_ring& ring, uint32_t mask, uint32_t wanted, Run& run) {
+[[gnu::always_inline]] inline Outcome claim_alone(kesa_ring& ring, uint32_t mask, uint32_t wanted, Run& run) {
   auto& own = Side::own(ring);
   const atomic_ref head(own.head);
-  run = {.at = head.load(std::memory_order_relaxed), .count = wanted, .tail = own.seen};
-  const uint32_t used = Side::used(run.at, run.tail);
-  Claim claim = Claim::kMade;
-  if (used > mask || wanted > Side::room(mask, used) || Side::is_above_watermark(ring, used, wanted)) {
-    claim = grant<Side, kAmount>(ring, mask, wanted, run.at, run);
-    if (claim == Claim::kRefused) {
-      return claim;
+  run = {.at = head.load(std::memory_order_relaxed), .count = wanted, .room = own.spare};
+  Outcome outcome = Outcome::kMade;
+  if (wanted > run.room || Side::is_above_watermark(ring, mask - run.room, wanted)) {
+    outcome = grant<Side, kAmount>(ring, mask, wanted, run.at, run);
+    if (outcome == Outcome::kRefused) {
+      return outcome;
     }
-    own.seen = run.tail;
   }
+  own.spare = run.room - run.count;
   head.store(run.at + run.count, std::memory_order_relaxed);
-  return claim;
+  return outcome;
 }
 
 // The head is read before the other side's tail (acquire) and moved after (release): who sees a head sees a tail that
-// had room for it, so the room is never below zero. It can be too large next to an old head, which is then not claimed.
+// had room for it, so the room is never below zero. It can be too large next to an old head, which is then not claimed:
+// each claim moves the head, and it comes round only after 2^32 positions.
 template <class Side, Amount kAmount>
-[[gnu::always_inline]] inline Claim claim_among_many(kesa_ring& ring, uint32_t mask, uint32_t wanted, Run& run) {
+[[gnu::always_inline]] inline Outcome claim_among_many(kesa_ring& ring, uint32_t mask, uint32_t wanted, Run& run) {
   const atomic_ref head(Side::own(ring).head);
   for (uint32_t at = head.load(std::memory_order_acquire);;) {
-    const Claim claim = grant<Side, kAmount>(ring, mask, wanted, at, run);
+    const Outcome outcome = grant<Side, kAmount>(ring, mask, wanted, at, run);
     // `run.at` stays what was read, so that the slots' addresses are known before the swap is over.
-    if (claim == Claim::kRefused ||
+    if (outcome == Outcome::kRefused ||
         head.compare_exchange_strong(at, at + run.count, std::memory_order_acq_rel, std::memory_order_acquire)) {
-      return claim;
+      return outcome;
     }
   }
 }
 
 template <class Side, Amount kAmount>
-[[gnu::always_inline]] inline void copy(kesa_ring& ring, uint32_t mask, const Run& run,
-                                        typename Side::Value* values) {
+[[gnu::always_inline]] inline void copy_run(kesa_ring& ring, uint32_t mask, const Run& run,
+                                            typename Side::Value* values) {
   auto* const slots = reinterpret_cast<uint64_t*>(&ring + 1);
   const uint32_t index = run.at & mask;
   if constexpr (kAmount == Amount::kOne) {
@@ -140,7 +136,7 @@ template <class Side, Amount kAmount>
 }
 
 // Stores the tail when all who claimed before have. The looks acquire, so that what those did with their slots comes
-// before this tail too. Gives `result` back, so that the call can be its caller's last.
+// before this tail too. Gives `result` back, for a tail call.
 [[gnu::noinline]] uint32_t publish_in_turn(uint32_t& word, uint32_t at, uint32_t count, uint32_t result) {
   const atomic_ref tail(word);
   for (uint32_t looks = 0; tail.load(std::memory_order_acquire) != at;) {
@@ -153,30 +149,37 @@ template <class Side, Amount kAmount>
   return result;
 }
 
+// Release, with which the other side's acquire in grant() pairs: what was done with the slots comes before their tail.
 template <class Side, Amount kAmount, bool kSingle>
 [[gnu::always_inline]] inline uint32_t transfer_by(kesa_ring& ring, typename Side::Value* values, uint32_t wanted) {
   auto& own = Side::own(ring);
   const uint32_t mask = own.mask;
   Run run;
-  const Claim claim = kSingle ? claim_alone<Side, kAmount>(ring, mask, wanted, run)
-                              : claim_among_many<Side, kAmount>(ring, mask, wanted, run);
-  if (claim == Claim::kRefused) {
+  const Outcome outcome = kSingle ? claim_alone<Side, kAmount>(ring, mask, wanted, run)
+                                  : claim_among_many<Side, kAmount>(ring, mask, wanted, run);
+  if (outcome == Outcome::kRefused) {
     return kAmount == Amount::kAtMost ? 0 : Side::kRefused;
   }
   uint32_t result = kAmount == Amount::kAtMost ? run.count : kOk;
-  if (claim == Claim::kAboveWatermark) [[unlikely]] {
+  if (outcome == Outcome::kAboveWatermark) [[unlikely]] {
     result = kAmount == Amount::kAtMost ? run.count | KESA_RING_ABOVE_WATERMARK : static_cast<uint32_t>(-EDQUOT);
   }
-  copy<Side, kAmount>(ring, mask, run, values);
-  if (!kSingle && atomic_ref(own.tail).load(std::memory_order_acquire) != run.at) {
+  copy_run<Side, kAmount>(ring, mask, run, values);
+  const atomic_ref tail(own.tail);
+  if (!kSingle && tail.load(std::memory_order_acquire) != run.at) {
     return publish_in_turn(own.tail, run.at, run.count, result);
   }
-  atomic_ref(own.tail).store(run.at + run.count, std::memory_order_release);
+  tail.store(run.at + run.count, std::memory_order_release);
   return result;
 }
 
 template <class Side, Amount kAmount>
 [[gnu::always_inline]] inline uint32_t transfer(kesa_ring& ring, typename Side::Value* values, uint32_t wanted) {
+  if (kAmount != Amount::kOne && wanted == 0) {
+    // A claim of none would be none: with many threads another makes its own at the same position, and of the two
+    // tails the later one could be the lower.
+    return kOk;
+  }
   return Side::is_single(ring) ? transfer_by<Side, kAmount, true>(ring, values, wanted)
                                : transfer_by<Side, kAmount, false>(ring, values, wanted);
 }
@@ -215,13 +218,13 @@ kesa_ring* kesa_ring_create(uint32_t count, uint32_t flags) {
                     .mask = mask,
                     .head = 0,
                     .tail = 0,
-                    .seen = kNotSeen};
+                    .spare = 0};
   ring->consumer = {.singleConsumer = ring->flags & KESA_RING_SINGLE_CONSUMER,
                     .size = count,
                     .mask = mask,
                     .head = 0,
                     .tail = 0,
-                    .seen = kNotSeen};
+                    .spare = 0};
   ring->size = count;
   ring->mask = mask;
   return ring;
@@ -255,7 +258,7 @@ uint32_t kesa_ring_enqueue_burst(kesa_ring* ring, const uint64_t* values, uint32
 }
 
 uint32_t kesa_ring_dequeue_burst(kesa_ring* ring, uint64_t* values, uint32_t n) {
-  return n == 0 ? 0 : transfer<Consumers, Amount::kAtMost>(*ring, values, n);
+  return transfer<Consumers, Amount::kAtMost>(*ring, values, n);
 }
 
 uint32_t kesa_ring_full(const kesa_ring* ring) { return ring != nullptr ? free_of(*ring) == 0 : tell_null(); }

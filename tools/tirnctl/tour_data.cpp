@@ -80,6 +80,7 @@ void put_one(kesa_ring* ring, uint64_t value) {
     std::this_thread::yield();
   }
 }
+
 void put_burst(kesa_ring* ring, uint64_t value) {
   uint64_t values[kBurst];
   for (uint64_t& each : values) {
@@ -94,7 +95,7 @@ void put_burst(kesa_ring* ring, uint64_t value) {
   }
 }
 
-// Millions of values a second from one thread to another; 0 where one came twice, late or not at all.
+// Millions of values a second from one thread to another; 0 where they did not come in order.
 double hand_over(uint32_t flags, uint32_t at_once) {
   kesa_ring* ring = kesa_ring_create(kSlots, flags);
   if (ring == nullptr) {
@@ -103,7 +104,11 @@ double hand_over(uint32_t flags, uint32_t at_once) {
   const uint64_t start = now();
   std::thread producer([=] {
     for (uint64_t value = 0; value < kValues; value += at_once) {
-      at_once == 1 ? put_one(ring, value) : put_burst(ring, value);
+      if (at_once == 1) {
+        put_one(ring, value);
+      } else {
+        put_burst(ring, value);
+      }
     }
   });
   bool in_order = true;
