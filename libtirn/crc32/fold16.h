@@ -1,6 +1,6 @@
 // CRC-16/T10-DIF by folding 128-bit blocks. A block is a polynomial whose first byte in memory is the highest, so it is
 // byte-reversed after loading. `Block` is a processor's 128-bit register with these operations:
-//   kBytes, load(bytes), constant(low, high), first(low), reversed(a), exclusive(a, b), low_word(a)
+//   load(bytes), constant(low, high), first(low), reversed(a), exclusive(a, b), low_word(a)
 //   low_low(a, b), high_high(a, b)  the carry-less product of their low or their high halves
 //   shuffle(a, indices)             byte i is byte indices[i], or 0 where the index has its top bit set
 //   choose(a, b, indices)           bytes of b where the index has its top bit set
@@ -44,8 +44,8 @@ constexpr bool distances_hold(const unsigned (&distances)[kCount]) {
   return sum == 0;
 }
 
-// Takes the first kNew of the blocks away and kNew new ones in. No byte changes its place in a block, so that the blocks
-// may stay in the order of memory.
+// Takes the first kNew of the blocks, which have Block::kBytes, away and kNew new ones in. No byte changes its place in a
+// block, so that they may stay in the order of memory.
 template <class Block, unsigned kNew, const auto& kDistances, size_t kCount>
 [[gnu::always_inline]] inline void take_by_adding(typename Block::Register (&blocks)[kCount], const uint8_t* at) {
   typename Block::Register all[kCount + kNew];

@@ -123,6 +123,7 @@ constexpr size_t kBlocks = 18;
 constexpr size_t kAdded = 3;
 static_assert(distances_hold<8 * Lanes512::kBytes>(kDistances));
 
+// Apart from the short ones, which need no frame.
 __attribute__((noinline)) uint16_t crc16_by_adding(uint16_t crc, const uint8_t* at, size_t length) {
   constexpr size_t kBytes = Lanes512::kBytes;
   __m512i blocks[kBlocks];
@@ -154,6 +155,7 @@ uint16_t crc16_of_any(uint16_t crc, const uint8_t* at, size_t length) {
   return length < (kBlocks + kAdded) * Lanes512::kBytes ? crc16<Lanes512>(crc, at, length)
                                                         : crc16_by_adding(crc, at, length);
 }
+
 }  // namespace
 
 constinit const Form kFold512 = {"512-bit registers",
