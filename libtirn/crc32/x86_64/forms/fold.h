@@ -175,9 +175,7 @@ template <class Lanes, class Move, class Sink, class Beside = FoldsAlone>
 template <class Lanes>
 uint32_t crc32c_of(typename Lanes::Register sum) {
   const __m128i folded = join_lanes<Lanes, Crc32cMove, 0>(sum);
-  const Unit::Value crc = Unit::step(Unit::step(0, Lane::low_word(folded)), Lane::high_word(folded));
-  Lanes::leave();
-  return static_cast<uint32_t>(crc);
+  return static_cast<uint32_t>(Unit::step(Unit::step(0, Lane::low_word(folded)), Lane::high_word(folded)));
 }
 
 template <class Lanes, class Sink, class Beside = FoldsAlone>
@@ -188,6 +186,7 @@ template <class Lanes, class Sink, class Beside = FoldsAlone>
     crc = crc32c_of<Lanes>(fold_all<Lanes, Crc32cMove>(first, at, length / Lanes::kBytes - 1, sink, beside));
     length %= Lanes::kBytes;
   }
+  Lanes::leave();
   return chain<Unit>(crc, at, length, sink);
 }
 

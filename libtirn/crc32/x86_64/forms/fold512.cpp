@@ -58,16 +58,18 @@ constexpr uint32_t product_of(uint32_t a, uint32_t b) {
   }
   return sum;
 }
-constexpr auto kLeaps = [] {
+constexpr auto leaps() {
   constexpr unsigned kBits = 8 * Lanes512::kBytes * kRegisters;
   constexpr uint32_t kPlace = power_of_x<Castagnoli>(8 * 3 * kPart);
-  std::array<Leap, kMostRounds + 1> all{
-      {{static_cast<uint32_t>(Crc32cMove::low(kBits) >> 32), static_cast<uint32_t>(Crc32cMove::high(kBits) >> 32)}}};
+  std::array<Leap, kMostRounds + 1> all{};
+  all[0] = {static_cast<uint32_t>(Crc32cMove::low(kBits) >> 32),
+            static_cast<uint32_t>(Crc32cMove::high(kBits) >> 32)};
   for (size_t i = 1; i < all.size(); ++i) {
     all[i] = {product_of(all[i - 1].low, kPlace), product_of(all[i - 1].high, kPlace)};
   }
   return all;
-}();
+}
+constexpr auto kLeaps = leaps();
 
 struct Rounds {
   using Sink = Nowhere<Unit>;

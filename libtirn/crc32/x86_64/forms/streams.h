@@ -39,23 +39,24 @@ inline __m128i product(Unit::Value crc, uint64_t multiplier) {
 // A piece of `iterations` folds and three parts of `steps` words.
 template <class Lanes, unsigned kSteps, class Sink>
 uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size_t steps, const Sink& sink) {
+  static_assert(kSteps == kChainsOnly || (kSteps >= kRegisters && kSteps <= 2 * kRegisters));
   Chains<Sink> chains{
       {iterations == 0 ? crc : 0, 0, 0}, source + iterations * kRegisters * Lanes::kBytes, 8 * steps, sink};
-  typename Lanes::Register folded{};
+  uint32_t folded = 0;
   if (iterations != 0) {
     const auto first = Lanes::exclusive(take<Lanes>(source, sink), Lanes::first(crc));
     Sums<Lanes> sums = {first, take<Lanes>(source, sink), take<Lanes>(source, sink), take<Lanes>(source, sink)};
     for (size_t i = 1; i < iterations; ++i) {
       fold_on<Lanes, Crc32cMove>(
           sums, source, sink, [&](size_t j) __attribute__((always_inline)) {
-#pragma GCC unroll 8
-            for (unsigned word = j * kSteps / kRegisters; word < (j + 1) * kSteps / kRegisters; ++word) {
+            chains.take_word();
+            if (j < kSteps - kRegisters) {
               chains.take_word();
             }
           });
     }
     steps -= (iterations - 1) * kSteps;
-    folded = join_registers<Lanes, Crc32cMove>(sums);
+    folded = crc32c_of<Lanes>(join_registers<Lanes, Crc32cMove>(sums));
   }
   const Advance& part = kAdvances.by[chains.part / 8];
   for (; steps > 0; --steps) {
@@ -63,9 +64,11 @@ uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size
   }
   __m128i products = Lane::exclusive(product(chains.value[0], part.twice), product(chains.value[1], part.once));
   if (iterations != 0) {
-    products = Lane::exclusive(products, product(crc32c_of<Lanes>(folded), part.thrice));
+    products = Lane::exclusive(products, product(folded, part.thrice));
   }
-  return static_cast<uint32_t>(Unit::step(0, Lane::low_word(products)) ^ chains.value[2]);
+  crc = static_cast<uint32_t>(Unit::step(0, Lane::low_word(products)) ^ chains.value[2]);
+  Lanes::leave();
+  return crc;
 }
 
 template <class Lanes, unsigned kSteps, class Sink>
