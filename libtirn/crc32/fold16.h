@@ -1,6 +1,6 @@
 // CRC-16/T10-DIF by folding 128-bit blocks. A block is a polynomial whose first byte in memory is the highest, so it is
 // byte-reversed after loading. `Block` is a processor's 128-bit register with these operations:
-//   load(bytes), constant(low, high), first(low), reversed(a), exclusive(a, b), low_half(a), low_word(a)
+//   load(bytes), constant(low, high), first(low), reversed(a), exclusive(a, b), low_word(a)
 //   low_low(a, b), high_high(a, b)  the carry-less product of their low or their high halves
 //   shuffle(a, indices)             byte i is byte indices[i], or 0 where the index has its top bit set
 //   choose(a, b, indices)           bytes of b where the index has its top bit set
@@ -32,12 +32,49 @@ constexpr uint64_t barrett_multiplier() {
   return quotient;
 }
 
-// `block` moved by `bits` and added to `next`.
+// Whether a block of kBits can be taken away by adding it to those at `distances` behind it: whether the sum of y^d, for
+// y = x^kBits and d the last distance less each of them and itself, is 0.
+template <unsigned kBits, size_t kCount>
+constexpr bool distances_hold(const unsigned (&distances)[kCount]) {
+  const unsigned last = distances[kCount - 1];
+  uint16_t sum = power_of_x<T10Dif>(last * kBits);
+  for (const unsigned distance : distances) {
+    sum ^= power_of_x<T10Dif>((last - distance) * kBits);
+  }
+  return sum == 0;
+}
+
+// Takes the first kNew of the blocks, which have Block::kBytes, away and kNew new ones in. No byte changes its place in a
+// block, so that they may stay in the order of memory.
+template <class Block, unsigned kNew, const auto& kDistances, size_t kCount>
+[[gnu::always_inline]] inline void take_by_adding(typename Block::Register (&blocks)[kCount], const uint8_t* at) {
+  typename Block::Register all[kCount + kNew];
+#pragma GCC unroll 32
+  for (unsigned i = 0; i < kCount + kNew; ++i) {
+    all[i] = i < kCount ? blocks[i] : Block::load(at + Block::kBytes * (i - kCount));
+  }
+#pragma GCC unroll 8
+  for (unsigned i = 0; i < kNew; ++i) {
+#pragma GCC unroll 16
+    for (const unsigned distance : kDistances) {
+      all[i + distance] = Block::exclusive(all[i + distance], all[i]);
+    }
+  }
+#pragma GCC unroll 32
+  for (unsigned i = 0; i < kCount; ++i) {
+    blocks[i] = all[i + kNew];
+  }
+}
+
+// `block` moved by `bits`, and that added to `next`.
+template <class Block>
+typename Block::Register move(typename Block::Register block, typename Block::Register multipliers) {
+  return Block::exclusive(Block::low_low(block, multipliers), Block::high_high(block, multipliers));
+}
 template <class Block>
 typename Block::Register fold(typename Block::Register block, typename Block::Register multipliers,
                               typename Block::Register next) {
-  return Block::exclusive(Block::exclusive(Block::low_low(block, multipliers), Block::high_high(block, multipliers)),
-                          next);
+  return Block::exclusive(move<Block>(block, multipliers), next);
 }
 
 // Rows of indices: the one at 16 - n shifts a register up by n bytes, the one at 16 + n down.
@@ -46,20 +83,23 @@ alignas(16) inline constexpr uint8_t kShifts[48] = {
     0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
 
-// The CRC of what is folded into 128 bits.
+// A message that is folded and moved by this much more has only 80 bits left, the upper ones: what divided by P leaves
+// its CRC.
+constexpr unsigned kToLast = 64;
+
+// The CRC of that, by a Barrett step: the quotient by P, and what the quotient's product with P leaves.
+template <class Block>
+uint16_t last_step(typename Block::Register bits) {
+  constexpr uint64_t kBarrett = barrett_multiplier();
+  constexpr uint64_t kPolynomial = uint64_t{0x8BB7} << 48;  // x^16 has no part in the remainder
+  const auto quotient = Block::exclusive(Block::high_high(bits, Block::constant(kBarrett, kBarrett)), bits);
+  const auto product = Block::high_high(quotient, Block::constant(kPolynomial, kPolynomial));
+  return static_cast<uint16_t>(Block::low_word(Block::exclusive(product, bits)) >> 48);
+}
+
 template <class Block>
 uint16_t remainder(typename Block::Register block) {
-  // To 96 bits, to 64, and the Barrett step: the quotient by P of these bits times x^16, and from it the remainder.
-  constexpr uint64_t kTo64 = move_by(64);
-  constexpr uint64_t kBarrett = barrett_multiplier();
-  constexpr uint64_t kPolynomial = 0x18BB7;
-  const auto to_64 = Block::constant(kTo64, kTo64);
-  const auto polynomial = Block::constant(kPolynomial, kPolynomial);
-  const auto bits_96 = Block::exclusive(Block::high_high(block, to_64), Block::low_half(block));
-  const auto bits_64 = Block::exclusive(Block::high_high(bits_96, to_64), bits_96);
-  const auto quotient = Block::low_low(bits_64, Block::constant(kBarrett, kBarrett));
-  return static_cast<uint16_t>(
-      Block::low_word(Block::exclusive(Block::high_high(quotient, polynomial), Block::low_low(bits_64, polynomial))));
+  return last_step<Block>(move<Block>(block, Block::constant(move_top(kToLast), move_top(kToLast + 64))));
 }
 
 // The CRC of a message that is folded into `block` as far as `at` and goes on with `rest` bytes there. Its last 16 bytes

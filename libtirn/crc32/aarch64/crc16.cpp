@@ -8,6 +8,7 @@ namespace {
 
 struct Block {
   using Register = uint8x16_t;
+  static constexpr size_t kBytes = 16;
 
   static Register load(const uint8_t* bytes) { return vld1q_u8(bytes); }
   static Register constant(uint64_t low, uint64_t high) {
@@ -16,7 +17,6 @@ struct Block {
   static Register first(uint64_t low) { return constant(low, 0); }
   static Register exclusive(Register a, Register b) { return veorq_u8(a, b); }
   static Register reversed(Register a) { return shuffle(a, constant(0x08090A0B0C0D0E0F, 0x0001020304050607)); }
-  static Register low_half(Register a) { return vcombine_u8(vget_low_u8(a), vcreate_u8(0)); }
   static uint64_t low_word(Register a) { return vgetq_lane_u64(vreinterpretq_u64_u8(a), 0); }
   static Register low_low(Register a, Register b) {
     return vreinterpretq_u8_p128(
@@ -34,37 +34,9 @@ using Register = Block::Register;
 
 constexpr uint64_t kSector = 512;
 
-// P(x^128) = P(x)^128, so a block can be taken away by adding it to those at these distances behind it.
+// P(x^128) = P(x)^128: the polynomial's own terms.
 constexpr unsigned kDistances[] = {1, 5, 7, 8, 9, 11, 12, 14, 15, 16};
-constexpr bool distances_hold() {
-  uint16_t sum = power_of_x<T10Dif>(16 * 128);
-  for (const unsigned distance : kDistances) {
-    sum ^= power_of_x<T10Dif>((16 - distance) * 128);
-  }
-  return sum == 0;
-}
-static_assert(distances_hold());
-
-// Takes the first eight of 16 blocks away and eight new ones in. No byte changes its place in a block, so that the
-// blocks may stay in the order of memory.
-void take_by_adding(Register (&blocks)[16], const uint8_t* at) {
-  Register all[24];
-#pragma GCC unroll 24
-  for (unsigned i = 0; i < 24; ++i) {
-    all[i] = i < 16 ? blocks[i] : Block::load(at + 16 * (i - 16));
-  }
-#pragma GCC unroll 8
-  for (unsigned i = 0; i < 8; ++i) {
-#pragma GCC unroll 10
-    for (const unsigned distance : kDistances) {
-      all[i + distance] = Block::exclusive(all[i + distance], all[i]);
-    }
-  }
-#pragma GCC unroll 16
-  for (unsigned i = 0; i < 16; ++i) {
-    blocks[i] = all[i + 8];
-  }
-}
+static_assert(distances_hold<128>(kDistances));
 
 // Moves four lanes by 64 bytes, onto the next four blocks.
 void fold_four(Register (&lanes)[4], const Register* next) {
@@ -119,7 +91,7 @@ Register fold_long(Register first, Register carried, const uint8_t*& at, uint64_
   if (rest >= 256 - 16) {
     Blocks<16> blocks(first, carried, at, rest);
     for (; rest >= 128; rest -= 128, at += 128) {
-      take_by_adding(blocks.block, at);
+      take_by_adding<Block, 8, kDistances>(blocks.block, at);
     }
     for (unsigned i = 0; i < 4; ++i) {
       lanes[i] = Block::reversed(blocks.block[i]);

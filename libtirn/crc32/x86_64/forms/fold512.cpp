@@ -28,11 +28,135 @@ struct Lanes512 {
   static Register reversed(Register a) {
     return _mm512_shuffle_epi8(a, constant(0x08090A0B0C0D0E0F, 0x0001020304050607));
   }
-  template <int kLane>
-  static __m128i lane(Register a) {
-    return _mm512_maskz_extracti32x4_epi32(0xF, a, kLane);
+  // With zeros in the others' place.
+  static Register last_lane(Register a) { return _mm512_maskz_mov_epi64(0xC0, a); }
+  static __m128i sum_of_lanes(Register a) {
+    const __m256i two = __builtin_shufflevector(a, a, 0, 1, 2, 3) ^ __builtin_shufflevector(a, a, 4, 5, 6, 7);
+    return Lane::exclusive(_mm256_castsi256_si128(two), _mm256_extracti128_si256(two, 1));
+  }
+  static void leave() { _mm256_zeroupper(); }
+};
+
+// CRC-32C without copy goes in rounds: while the multiplier folds kFolds registers, the CRC instruction takes three parts
+// of a place further on, the next such place in each round. As many bytes as both take in the same time; and memory sees
+// two streams, which it delivers as fast as one.
+constexpr size_t kFolds = 32;
+constexpr size_t kPart = 8 * kFolds;
+constexpr size_t kRound = kFolds + 3 * kPart / Lanes512::kBytes;  // in registers
+constexpr size_t kMostRounds = 512;
+
+// What moves a sum over the four registers before its next and over the places of so many rounds.
+struct Leap {
+  uint32_t low;
+  uint32_t high;
+};
+constexpr uint32_t product_of(uint32_t a, uint32_t b) {
+  uint32_t sum = 0;
+  for (uint32_t term = Castagnoli::kOne; term != 0; term >>= 1) {
+    sum ^= (a & term) != 0 ? b : 0;
+    b = Castagnoli::times_x(b);
+  }
+  return sum;
+}
+constexpr auto leaps() {
+  constexpr unsigned kBits = 8 * Lanes512::kBytes * kRegisters;
+  constexpr uint32_t kPlace = power_of_x<Castagnoli>(8 * 3 * kPart);
+  std::array<Leap, kMostRounds + 1> all{};
+  all[0] = {static_cast<uint32_t>(Crc32cMove::low(kBits) >> 32),
+            static_cast<uint32_t>(Crc32cMove::high(kBits) >> 32)};
+  for (size_t i = 1; i < all.size(); ++i) {
+    all[i] = {product_of(all[i - 1].low, kPlace), product_of(all[i - 1].high, kPlace)};
+  }
+  return all;
+}
+constexpr auto kLeaps = leaps();
+
+struct Rounds {
+  using Sink = Nowhere<Unit>;
+
+  void operator()(Sums<Lanes512>& sums, const uint8_t*& at, size_t& count) const {
+    while (count >= kRound + kRegisters) {
+      const size_t rounds = std::min((count - kRegisters) / kRound, kMostRounds);
+      const uint8_t* words = at + rounds * kFolds * Lanes512::kBytes;
+      Unit::Value crc = 0;
+      for (size_t i = 0; i < rounds; ++i) {
+        crc = take_round(sums, at, crc, words);
+      }
+      at = words;
+      count -= rounds * kRound + kRegisters;
+      const auto leap = Lanes512::constant(uint64_t{kLeaps[rounds].low} << 32, uint64_t{kLeaps[rounds].high} << 32);
+      each_register([&](size_t i) __attribute__((always_inline)) {
+        const auto next = take<Lanes512>(at, Sink{});
+        sums[i] = Lanes512::fold(sums[i], leap, i == 0 ? Lanes512::exclusive(next, Lanes512::first(crc)) : next);
+      });
+    }
+  }
+
+ private:
+  static Unit::Value take_round(Sums<Lanes512>& sums, const uint8_t*& at, Unit::Value crc, const uint8_t*& words) {
+    const Sink sink;
+    Chains<Sink> chains{{crc, 0, 0}, words, kPart, sink};
+    for (size_t i = 0; i < kFolds; i += kRegisters) {
+      fold_on<Lanes512, Crc32cMove>(
+          sums, at, sink, [&](size_t) __attribute__((always_inline)) { chains.take_word(); });
+    }
+    words += 3 * kPart;
+    constexpr uint64_t kOnce = advance_multiplier(kPart);
+    constexpr uint64_t kTwice = advance_multiplier(2 * kPart);
+    const __m128i products = Lane::exclusive(product(chains.value[0], kTwice), product(chains.value[1], kOnce));
+    return Unit::step(0, Lane::low_word(products)) ^ chains.value[2];
   }
 };
+
+uint32_t crc32c_in_rounds(uint32_t crc, const uint8_t* source, size_t length) {
+  return crc32c_by_folds<Lanes512>(crc, source, length, Nowhere<Unit>{}, Rounds{});
+}
+
+// The stores leave the CRC instruction nothing to win.
+uint32_t crc32c_and_copy(uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
+  return length < kStoresPassCaches
+             ? crc32c_by_folds<Lanes512>(crc, source, length, CopyTo<Unit>(source, destination))
+             : crc32c_past_caches<Lanes512>(crc, destination, source, length);
+}
+
+// CRC-16 of long messages: a multiple of the polynomial with few terms, x^18 + x^15 + x^13 + x^12 + x^9 + x^2 + 1.
+constexpr unsigned kDistances[] = {3, 5, 6, 9, 16, 18};
+constexpr size_t kBlocks = 18;
+constexpr size_t kAdded = 3;
+static_assert(distances_hold<8 * Lanes512::kBytes>(kDistances));
+
+// Apart from the short ones, which need no frame.
+__attribute__((noinline)) uint16_t crc16_by_adding(uint16_t crc, const uint8_t* at, size_t length) {
+  constexpr size_t kBytes = Lanes512::kBytes;
+  __m512i blocks[kBlocks];
+#pragma GCC unroll 32
+  for (size_t i = 0; i < kBlocks; ++i) {
+    blocks[i] = Lanes512::load(at + i * kBytes);
+  }
+  blocks[0] = Lanes512::exclusive(blocks[0], Lanes512::first(__builtin_bswap16(crc)));
+  at += kBlocks * kBytes;
+  length -= kBlocks * kBytes;
+  for (; length >= kAdded * kBytes; length -= kAdded * kBytes, at += kAdded * kBytes) {
+    take_by_adding<Lanes512, kAdded, kDistances>(blocks, at);
+  }
+  alignas(64) uint8_t left[(kBlocks + kAdded - 1) * kBytes];
+  uint8_t* end = left;
+#pragma GCC unroll 32
+  for (const __m512i block : blocks) {
+    Lanes512::store(end, block);
+    end += kBytes;
+  }
+  for (; length >= kBytes; length -= kBytes, at += kBytes, end += kBytes) {
+    Lanes512::store(end, Lanes512::load(at));
+  }
+  crc = crc16<Lanes512>(0, left, static_cast<size_t>(end - left));
+  return length < Lane::kBytes ? crc16_by_table(crc, at, length) : crc16<Lane>(crc, at, length);
+}
+
+uint16_t crc16_of_any(uint16_t crc, const uint8_t* at, size_t length) {
+  return length < (kBlocks + kAdded) * Lanes512::kBytes ? crc16<Lanes512>(crc, at, length)
+                                                        : crc16_by_adding(crc, at, length);
+}
 
 }  // namespace
 
@@ -42,6 +166,6 @@ constinit const Form kFold512 = {"512-bit registers",
                                           __builtin_cpu_supports("avx512vl") != 0 &&
                                           __builtin_cpu_supports("vpclmulqdq") != 0;
                                  },
-                                 crc32c_without_copy<Lanes512, 3>, crc32c_with_copy<Lanes512, 3>, crc16<Lanes512>};
+                                 crc32c_in_rounds, crc32c_and_copy, crc16_of_any};
 
 }  // namespace tirn::crc32

@@ -30,16 +30,14 @@ struct Lane {
     return exclusive(exclusive(low_low(sum, multipliers), high_high(sum, multipliers)), next);
   }
   static Register reversed(Register a) { return shuffle(a, _mm_set_epi64x(0x0001020304050607, 0x08090A0B0C0D0E0F)); }
-  template <int kLane>
-  static __m128i lane(Register a) {
-    return a;
-  }
+  static Register last_lane(Register a) { return a; }
+  static __m128i sum_of_lanes(Register a) { return a; }
+  static void leave() {}
 
   static Register low_low(Register a, Register b) { return _mm_clmulepi64_si128(a, b, 0x00); }
   static Register high_high(Register a, Register b) { return _mm_clmulepi64_si128(a, b, 0x11); }
   static Register shuffle(Register a, Register indices) { return _mm_shuffle_epi8(a, indices); }
   static Register choose(Register a, Register b, Register indices) { return _mm_blendv_epi8(a, b, indices); }
-  static Register low_half(Register a) { return _mm_move_epi64(a); }
   static uint64_t low_word(Register a) { return static_cast<uint64_t>(_mm_cvtsi128_si64(a)); }
   static uint64_t high_word(Register a) { return static_cast<uint64_t>(_mm_extract_epi64(a, 1)); }
 };
