@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <cstring>
 #include <random>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "tirn/bitops.h"
@@ -32,10 +30,12 @@ class GuardedMap {
 };
 
 uint64_t plain_search(GuardedMap& map, uint64_t size, uint64_t offset, bool wanted) {
-  while (offset < size && map.bit(offset) != wanted) {
-    ++offset;
+  for (uint64_t n = offset; n < size; ++n) {
+    if (map.bit(n) == wanted) {
+      return n;
+    }
   }
-  return std::min(offset, size);
+  return size;
 }
 
 }  // namespace
@@ -64,25 +64,32 @@ TEST(BitSearch, AgreesWithAPlainSearch) {
 }
 
 TEST(BitSearch, NothingIsReadForAnEmptyRange) {
-  EXPECT_TRUE(find_first_bit(nullptr, 0) == 0 && find_first_zero_bit(nullptr, 0) == 0);
-  EXPECT_TRUE(find_next_bit(nullptr, 0, 0) == 0 && kesa_find_next_zero_bit(nullptr, 64, 64) == 64);
+  EXPECT_EQ(find_first_bit(nullptr, 0), 0u);
+  EXPECT_EQ(find_first_zero_bit(nullptr, 0), 0u);
+  EXPECT_EQ(find_next_bit(nullptr, 0, 0), 0u);
+  EXPECT_EQ(kesa_find_next_zero_bit(nullptr, 64, 64), 64u);
   EXPECT_EQ(find_next_bit(nullptr, 64, ~0ull), 64u);
 }
 
 TEST(BitSearch, CheckedForms) {
   const uint8_t map[] = {0x10, 0x02};
   int32_t at = -7;
-  const auto place = [&](int found) { return found == 1 ? std::exchange(at, -7) : found == 0 && at == -7 ? -1 : -2; };
-  EXPECT_EQ(place(kesa_bitop_findfirstsetbit(map, 16, &at)), 4);
-  EXPECT_EQ(place(kesa_bitop_findfirstclrbit(map, 16, &at)), 0);
-  EXPECT_EQ(place(kesa_bitop_findnextsetbit(map, 16, 5, &at)), 9);
-  EXPECT_EQ(place(kesa_bitop_findfirstsetbit(map, 4, &at)), -1);
-  EXPECT_EQ(place(kesa_bitop_findnextsetbit(map, 16, 10, &at)), -1);
-  EXPECT_EQ(place(kesa_bitop_findnextsetbit(map, 16, 16, &at)), -1);
-  EXPECT_EQ(place(kesa_bitop_findfirstsetbit(nullptr, 16, &at)), -1);
-  EXPECT_EQ(place(kesa_bitop_findfirstclrbit(nullptr, 16, &at)), -1);
-  EXPECT_EQ(place(kesa_bitop_findnextsetbit(nullptr, 16, 0, &at)), -1);
-  EXPECT_TRUE(!kesa_bitop_findfirstsetbit(map, 16, nullptr) && !kesa_bitop_findfirstclrbit(map, 16, nullptr));
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 16, &at), 1);
+  EXPECT_EQ(at, 4);
+  EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 16, &at), 1);
+  EXPECT_EQ(at, 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 5, &at), 1);
+  EXPECT_EQ(at, 9);
+  at = -7;
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 4, &at), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 10, &at), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 16, &at), 0);
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(nullptr, 16, &at), 0);
+  EXPECT_EQ(kesa_bitop_findfirstclrbit(nullptr, 16, &at), 0);
+  EXPECT_EQ(kesa_bitop_findnextsetbit(nullptr, 16, 0, &at), 0);
+  EXPECT_EQ(at, -7);
+  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 16, nullptr), 0);
+  EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 16, nullptr), 0);
   EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 0, nullptr), 0);
 }
 
@@ -96,16 +103,19 @@ TEST(BitRead, FirstBitsOfAMap) {
     const size_t needed = (count + 7) / 8;
     EXPECT_EQ(kesa_bitop_read_u64(map.map() + 8 - needed, count) >> count, 0u) << count;
   }
-  EXPECT_TRUE(kesa_bitop_read_u64(map.map(), 64) == whole && kesa_bitop_read_u64(map.map(), 1000) == whole);
+  EXPECT_EQ(kesa_bitop_read_u64(map.map(), 64), whole);
+  EXPECT_EQ(kesa_bitop_read_u64(map.map(), 1000), whole);
 }
 
 TEST(BitChange, SingleBitsOfAnUnalignedMap) {
   GuardedMap map(3);
   kesa_set_bit(9, map.map());
   EXPECT_EQ(map.map()[1], 0x02);
-  EXPECT_TRUE(kesa_test_and_set_bit(9, map.map()) == 1 && kesa_test_and_set_bit(23, map.map()) == 0);
+  EXPECT_EQ(kesa_test_and_set_bit(9, map.map()), 1);
+  EXPECT_EQ(kesa_test_and_set_bit(23, map.map()), 0);
   EXPECT_EQ(map.map()[2], 0x80);
-  EXPECT_TRUE(kesa_test_and_clear_bit(9, map.map()) == 1 && kesa_test_and_clear_bit(9, map.map()) == 0);
+  EXPECT_EQ(kesa_test_and_clear_bit(9, map.map()), 1);
+  EXPECT_EQ(kesa_test_and_clear_bit(9, map.map()), 0);
   kesa_clear_bit(23, map.map());
   EXPECT_EQ(map.map()[0] | map.map()[1] | map.map()[2], 0);
 }
@@ -115,7 +125,11 @@ TEST(BitChange, IsAtomicOnItsByte) {
   uint8_t byte = 0;
   const auto toggle = [&byte](uint32_t bit) {
     for (int i = 0; i < 100001; ++i) {
-      EXPECT_EQ((i % 2 == 0 ? kesa_test_and_set_bit : kesa_test_and_clear_bit)(bit, &byte), i % 2);
+      if (i % 2 == 0) {
+        EXPECT_EQ(kesa_test_and_set_bit(bit, &byte), 0);
+      } else {
+        EXPECT_EQ(kesa_test_and_clear_bit(bit, &byte), 1);
+      }
     }
   };
   std::thread other(toggle, 3);
@@ -125,18 +139,24 @@ TEST(BitChange, IsAtomicOnItsByte) {
 }
 
 TEST(BitCount, Weights) {
-  EXPECT_TRUE(kesa_hweight32(0) == 0 && kesa_hweight32(0xFFFFFFFF) == 32 && kesa_hweight32(0x80010101) == 4);
-  EXPECT_TRUE(kesa_hweight64(~0ull) == 64 && kesa_hweight64(0x8000000100000001) == 3);
+  EXPECT_EQ(kesa_hweight32(0), 0u);
+  EXPECT_EQ(kesa_hweight32(0xFFFFFFFF), 32u);
+  EXPECT_EQ(kesa_hweight32(0x80010101), 4u);
+  EXPECT_EQ(kesa_hweight64(~0ull), 64u);
+  EXPECT_EQ(kesa_hweight64(0x8000000100000001), 3u);
 }
 
 TEST(Endian, LittleStaysAndBigIsReversed) {
-  constexpr uint16_t k16 = 0x1234;
-  constexpr uint32_t k32 = 0x12345678;
-  constexpr uint64_t k64 = 0x123456789ABCDEF0, kReversed64 = 0xF0DEBC9A78563412;
-  EXPECT_TRUE(kesa_endian_cputolittle16(k16) == k16 && kesa_endian_littletocpu16(k16) == k16);
-  EXPECT_TRUE(kesa_endian_cputolittle32(k32) == k32 && kesa_endian_littletocpu32(k32) == k32);
-  EXPECT_TRUE(kesa_endian_cputolittle64(k64) == k64 && kesa_endian_littletocpu64(k64) == k64);
-  EXPECT_TRUE(kesa_endian_cputobig16(k16) == 0x3412 && kesa_endian_bigtocpu16(k16) == 0x3412);
-  EXPECT_TRUE(kesa_endian_cputobig32(k32) == 0x78563412 && kesa_endian_bigtocpu32(k32) == 0x78563412);
-  EXPECT_TRUE(kesa_endian_cputobig64(k64) == kReversed64 && kesa_endian_bigtocpu64(k64) == kReversed64);
+  EXPECT_EQ(kesa_endian_cputolittle16(0x1234), 0x1234);
+  EXPECT_EQ(kesa_endian_cputolittle32(0x12345678), 0x12345678u);
+  EXPECT_EQ(kesa_endian_cputolittle64(0x123456789ABCDEF0), 0x123456789ABCDEF0u);
+  EXPECT_EQ(kesa_endian_littletocpu16(0x1234), 0x1234);
+  EXPECT_EQ(kesa_endian_littletocpu32(0x12345678), 0x12345678u);
+  EXPECT_EQ(kesa_endian_littletocpu64(0x123456789ABCDEF0), 0x123456789ABCDEF0u);
+  EXPECT_EQ(kesa_endian_cputobig16(0x1234), 0x3412);
+  EXPECT_EQ(kesa_endian_cputobig32(0x12345678), 0x78563412u);
+  EXPECT_EQ(kesa_endian_cputobig64(0x123456789ABCDEF0), 0xF0DEBC9A78563412u);
+  EXPECT_EQ(kesa_endian_bigtocpu16(0x1234), 0x3412);
+  EXPECT_EQ(kesa_endian_bigtocpu32(0x12345678), 0x78563412u);
+  EXPECT_EQ(kesa_endian_bigtocpu64(0x123456789ABCDEF0), 0xF0DEBC9A78563412u);
 }

@@ -138,13 +138,19 @@ TEST(HashTable, AllocatorAndWrongArguments) {
   kesa_hash_node free{};
   const auto visit = [](kesa_hash_node*) { return 0; };
   const auto visit_with = [](kesa_hash_node*, void*) { return 0; };
-  EXPECT_EQ(kesa_hash_create(4, nullptr, 0) + kesa_hash_destory(nullptr, nullptr) + kesa_hash_insert(nullptr, &free) +
-                kesa_hash_insert(table, nullptr) + kesa_hash_delete(nullptr, 0, 1, &node) +
-                kesa_hash_search(nullptr, 0, 1, &node) + kesa_hash_search(table, 0, 1, nullptr) +
-                kesa_hash_for_each(nullptr, visit, 1) + kesa_hash_for_each(table, nullptr, 1) +
-                kesa_hash_for_each_ex(nullptr, visit_with, nullptr, 1) +
-                kesa_hash_for_each_ex(table, nullptr, nullptr, 1) + Table().for_each([](Item&) { return 0; }),
-            -12 * EINVAL);
+  const std::vector<int> refused = {kesa_hash_create(4, nullptr, 0),
+                                    kesa_hash_destory(nullptr, nullptr),
+                                    kesa_hash_insert(nullptr, &free),
+                                    kesa_hash_insert(table, nullptr),
+                                    kesa_hash_delete(nullptr, 0, 1, &node),
+                                    kesa_hash_search(nullptr, 0, 1, &node),
+                                    kesa_hash_search(table, 0, 1, nullptr),
+                                    kesa_hash_for_each(nullptr, visit, 1),
+                                    kesa_hash_for_each(table, nullptr, 1),
+                                    kesa_hash_for_each_ex(nullptr, visit_with, nullptr, 1),
+                                    kesa_hash_for_each_ex(table, nullptr, nullptr, 1),
+                                    Table().for_each([](Item&) { return 0; })};
+  EXPECT_EQ(refused, std::vector<int>(12, -EINVAL));
   EXPECT_TRUE(kesa_hash_destory(table, nullptr) == 0 && balance == 0);
   for (const auto& [requested, pid] : std::map<uint32_t, uint32_t>{{0, 1}, {4, 1024}, {1u << 31, 0}}) {
     EXPECT_EQ(kesa_hash_create(requested, &table, pid), -EINVAL);
