@@ -111,7 +111,8 @@ uint16_t finish(typename Block::Register block, const uint8_t* at, size_t rest) 
     block = fold<Block>(block, multipliers, Block::reversed(Block::load(at)));
   }
   if (rest != 0) {
-    // The last 16 bytes of all take the place of what they overlap, and what goes out at the top is a block of its own.
+    // Of the last 16 bytes only the new ones are taken, below what the block keeps; what goes out at its top is a block
+    // of its own.
     const auto last = Block::reversed(Block::load(at + rest - 16));
     const auto up = Block::load(kShifts + 16 - rest);
     const auto top = Block::shuffle(block, Block::load(kShifts + 32 - rest));

@@ -16,7 +16,7 @@ class GuardedMap {
   explicit GuardedMap(size_t bytes) : bytes_(bytes) {
     pages_ = static_cast<uint8_t*>(
         mmap(nullptr, kSpan + 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(pages_ + kSpan, 4096, PROT_NONE);
+    EXPECT_EQ(mprotect(pages_ + kSpan, 4096, PROT_NONE), 0);
   }
   ~GuardedMap() { munmap(pages_, kSpan + 4096); }
   uint8_t* map() { return pages_ + kSpan - bytes_; }

@@ -73,6 +73,7 @@ TEST(HashTable, OrderOfTheWalkStopFlagAndEnd) {
   static kesa_hash_table* table = nullptr;
   ASSERT_EQ(kesa_hash_create(16, &table, TIRN_MODULE_COUNT - 1), 0);
   static std::vector<uint64_t> seen;
+  seen.clear();
   std::vector<kesa_hash_node> nodes(40);
   for (uint64_t i = 0; i < nodes.size(); ++i) {
     nodes[i].key = i;
@@ -129,7 +130,8 @@ TEST(HashTable, AllocatorAndWrongArguments) {
   for (const int pieces : {0, 1}) {
     budget = pieces;
     table = reinterpret_cast<kesa_hash_table*>(&attr);
-    EXPECT_TRUE(kesa_hash_create_ex(4, &table, 0, &attr) == -ENOMEM && table == nullptr && balance == 0);
+    EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM) << pieces;
+    EXPECT_TRUE(table == nullptr && balance == 0) << pieces << " " << balance;
   }
   budget = 2;
   EXPECT_TRUE(kesa_hash_create_ex(4, &table, 0, &attr) == 0 && balance == 2);

@@ -6,6 +6,9 @@
  * Positions are counters of three bits, and wrap on the way. There are fewer values than positions, so that no head
  * comes round to what a thread has read of it long ago; in the library, 32 bits see to that.
  *
+ * A thread alone at its side keeps the other side's tail as it saw it last; the library keeps what that leaves over, which
+ * is the same.
+ *
  * A FAULT_ definition seeds one fault, which the check has to find.
  */
 
@@ -105,7 +108,9 @@ inline limit(own, other, other_tail, at_equal, threads) {
 #ifndef FAULT_CLAIM_NOT_LIMITED
   k = (LEFT < k -> LEFT : k);
 #endif
+#ifndef FAULT_SEEN_BY_MANY
   seen = (threads == 1 -> seen : START);
+#endif
   if
   :: k == 0 ->
     forget();
