@@ -13,39 +13,18 @@ namespace {
 // Threads of a side where it is not single; more than the processors here, so that some lose theirs between a claim and
 // its end.
 constexpr unsigned kMany = 4;
-constexpr unsigned kBurst = 5;
+constexpr unsigned kAtOnce = 5;
 constexpr uint32_t kStart = UINT32_MAX - 100;
 
 constexpr uint32_t kValues = 20000000;           // in all; producers stop there, or
 constexpr auto kTime = std::chrono::seconds(6);  // then: the sanitizers and the emulator are that slow
 
-// By one of the three forms in turn, or none of them. How many went.
-uint32_t put(kesa_ring* ring, const uint64_t* values, unsigned turn) {
-  switch (turn % 4) {
-    case 0:
-      return kesa_ring_enqueue(ring, values[0]) == 0;
-    case 1:
-      return kesa_ring_enqueue_bulk(ring, values, kBurst) == 0 ? kBurst : 0;
-    case 2:
-      return kesa_ring_enqueue_burst(ring, values, kBurst);
-    default:
-      return kesa_ring_enqueue_burst(ring, values, 0) +
-             static_cast<uint32_t>(kesa_ring_enqueue_bulk(ring, values, 0));
-  }
-}
-
-uint32_t take(kesa_ring* ring, uint64_t* values, unsigned turn) {
-  switch (turn % 4) {
-    case 0:
-      return kesa_ring_dequeue(ring, values) == 0;
-    case 1:
-      return kesa_ring_dequeue_bulk(ring, values, kBurst) == 0 ? kBurst : 0;
-    case 2:
-      return kesa_ring_dequeue_burst(ring, values, kBurst);
-    default:
-      return kesa_ring_dequeue_burst(ring, values, 0) +
-             static_cast<uint32_t>(kesa_ring_dequeue_bulk(ring, values, 0));
-  }
+// By one of the three forms in turn, now and then for no values. How many went.
+uint32_t move(kesa_ring* ring, bool puts, uint64_t* values, unsigned turn) {
+  const auto form = static_cast<tirn::test::Form>(turn % tirn::test::kForms);
+  const uint32_t n = form == tirn::test::kOne ? 1 : turn % 4 == 3 ? 0 : kAtOnce;
+  const int result = tirn::test::call(ring, puts, form, values, n);
+  return form == tirn::test::kBurst ? static_cast<uint32_t>(result) : result == 0 ? n : 0;
 }
 
 // After a call that could do nothing, and now and then after another. Else threads would lose their processor only in the
@@ -75,12 +54,12 @@ TEST_P(RingStress, HandsEachValueOverOnce) {
   std::vector<std::thread> threads;
   for (unsigned p = 0; p < producers; ++p) {
     threads.emplace_back([&, p] {
-      uint64_t values[kBurst];
+      uint64_t values[kAtOnce];
       for (unsigned turn = p; sent[p] < each && std::chrono::steady_clock::now() < end; ++turn) {
-        for (uint32_t i = 0; i < kBurst; ++i) {
+        for (uint32_t i = 0; i < kAtOnce; ++i) {
           values[i] = uint64_t{p} << 32 | (sent[p] + 1 + i);
         }
-        const uint32_t moved = put(ring.get(), values, turn);
+        const uint32_t moved = move(ring.get(), true, values, turn);
         sent[p] += moved;
         rest(moved, turn);
       }
@@ -90,11 +69,11 @@ TEST_P(RingStress, HandsEachValueOverOnce) {
   for (unsigned c = 0; c < consumers; ++c) {
     threads.emplace_back([&, c] {
       std::vector<uint64_t> last(producers);
-      uint64_t values[kBurst];
+      uint64_t values[kAtOnce];
       bool is_last = false;
       for (unsigned turn = c; !is_last; ++turn) {
         const bool is_over = at_work.load(std::memory_order_acquire) == 0;
-        const uint32_t taken = take(ring.get(), values, turn);
+        const uint32_t taken = move(ring.get(), false, values, turn);
         for (uint32_t i = 0; i < taken; ++i) {
           const uint64_t producer = values[i] >> 32;
           const uint64_t number = values[i] & UINT32_MAX;

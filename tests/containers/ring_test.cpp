@@ -47,37 +47,16 @@ TEST_P(RingByFlags, AgreesWithAModel) {
 
       const bool puts = random() % 2 == 0;
       const uint32_t room = puts ? mask - used : used;
-      const unsigned form = random() % 3;
-      const uint32_t n = form == 0 ? 1 : static_cast<uint32_t>(random() % values.size());
-      const uint32_t moved = n <= room ? n : form == 2 ? room : 0;
+      const auto form = static_cast<tirn::test::Form>(random() % tirn::test::kForms);
+      const uint32_t n = form == tirn::test::kOne ? 1 : static_cast<uint32_t>(random() % values.size());
+      const uint32_t moved = n <= room ? n : form == tirn::test::kBurst ? room : 0;
       const int refused = puts ? -ENOBUFS : -ENOENT;
-      const int expected = form == 2 ? static_cast<int>(moved) : n <= room ? 0 : refused;
+      const int expected = form == tirn::test::kBurst ? static_cast<int>(moved) : n <= room ? 0 : refused;
       std::fill(values.begin(), values.end(), 0);
       for (uint32_t i = 0; puts && i < n; ++i) {
         values[i] = random();
       }
-      int result;
-      switch (form * 2 + (puts ? 0 : 1)) {
-        case 0:
-          result = kesa_ring_enqueue(ring.get(), values[0]);
-          break;
-        case 1:
-          result = kesa_ring_dequeue(ring.get(), values.data());
-          break;
-        case 2:
-          result = kesa_ring_enqueue_bulk(ring.get(), values.data(), n);
-          break;
-        case 3:
-          result = kesa_ring_dequeue_bulk(ring.get(), values.data(), n);
-          break;
-        case 4:
-          result = static_cast<int>(kesa_ring_enqueue_burst(ring.get(), values.data(), n));
-          break;
-        default:
-          result = static_cast<int>(kesa_ring_dequeue_burst(ring.get(), values.data(), n));
-          break;
-      }
-      ASSERT_EQ(result, expected);
+      ASSERT_EQ(tirn::test::call(ring.get(), puts, form, values.data(), n), expected);
       for (uint32_t i = 0; i < moved; ++i) {
         if (puts) {
           model.push_back(values[i]);

@@ -20,6 +20,21 @@ inline Ring ring_from(uint32_t position, uint32_t count, uint32_t flags) {
   return ring;
 }
 
+enum Form : unsigned { kOne, kBulk, kBurst, kForms };
+
+// A call of either side by its form; `n` is 1 for kOne. What it gives.
+inline int call(kesa_ring* ring, bool puts, Form form, uint64_t* values, uint32_t n) {
+  switch (form) {
+    case kOne:
+      return puts ? kesa_ring_enqueue(ring, *values) : kesa_ring_dequeue(ring, values);
+    case kBulk:
+      return puts ? kesa_ring_enqueue_bulk(ring, values, n) : kesa_ring_dequeue_bulk(ring, values, n);
+    default:
+      return static_cast<int>(puts ? kesa_ring_enqueue_burst(ring, values, n)
+                                   : kesa_ring_dequeue_burst(ring, values, n));
+  }
+}
+
 }  // namespace tirn::test
 
 #endif
