@@ -13,23 +13,11 @@
 #include <memory>
 #include <utility>
 
+#include "libtirn/base/cancellation.h"
 #include "tirn/mem.h"
 #include "tirn/str.h"
 
 namespace tirn {
-
-// The thread cannot be cancelled: what it waits with lies on its stack, or somebody else waits for it. Owners that close
-// hold it too, as a cancellation must not leave a destructor.
-class NoCancellation {
- public:
-  NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
-  NoCancellation(const NoCancellation&) = delete;
-  NoCancellation& operator=(const NoCancellation&) = delete;
-  ~NoCancellation() { pthread_setcancelstate(former_, nullptr); }
-
- private:
-  int former_ = PTHREAD_CANCEL_ENABLE;
-};
 
 class Fd {
  public:

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "hurn.h"
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/rate_guard.h"
 #include "tirn/base.h"
 
@@ -49,17 +50,31 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 
 }  // namespace tirn
 
-// A line under another module's id or another function's name.
-#define TIRN_LOG_AS(module, level, function, ...)                                        \
-  do {                                                                                   \
-    if (hurn_level_check((module), (level)) == 0) {                                      \
-      hurn((module), (level), ::tirn::kFile.text, __LINE__, (function), 0, __VA_ARGS__); \
-    }                                                                                    \
+// Every log line goes through here. Writing it is no cancellation point: the caller may hold anything.
+#define TIRN_LOG_WRITE(module, level, file, line, function, ...)         \
+  do {                                                                   \
+    const ::tirn::NoCancellation tirn_log_guard;                         \
+    hurn((module), (level), (file), (line), (function), 0, __VA_ARGS__); \
   } while (0)
 
-// A line without a level test.
+// A log line under another module's id or another function's name. With its level off it costs the level test alone.
+#define TIRN_LOG_AS(module, level, function, ...)                                               \
+  do {                                                                                          \
+    if (hurn_level_check((module), (level)) == 0) {                                             \
+      TIRN_LOG_WRITE((module), (level), ::tirn::kFile.text, __LINE__, (function), __VA_ARGS__); \
+    }                                                                                           \
+  } while (0)
+
+// A log line without a level test.
 #define TIRN_LOG_ALWAYS(module, level, ...) \
-  hurn((module), (level), ::tirn::kFile.text, __LINE__, __func__, 0, __VA_ARGS__)
+  TIRN_LOG_WRITE((module), (level), ::tirn::kFile.text, __LINE__, __func__, __VA_ARGS__)
+
+// A text alone, unconditional and without a prefix, for places where no level test, lock or allocation may be risked.
+#define TIRN_LOG_RAW(...)                        \
+  do {                                           \
+    const ::tirn::NoCancellation tirn_log_guard; \
+    hurn_original(__VA_ARGS__);                  \
+  } while (0)
 
 #define TIRN_LOG(level, ...) TIRN_LOG_AS(::tirn::kModule, level, __func__, __VA_ARGS__)
 #define TIRN_ERROR(...) TIRN_LOG(::tirn::kError, __VA_ARGS__)

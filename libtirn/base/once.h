@@ -7,61 +7,92 @@
 #include <atomic>
 #include <cstdint>
 
-#include "libtirn/base/guard.h"
+#include "libtirn/base/cancellation.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/result.h"
 
 namespace tirn {
 
-class Once {
+// A thread that comes back to the set-up from inside it (a log line's callback may do so) does not wait for itself: it
+// goes on as if the set-up were done. In a forked child, a set-up that another thread was in begins anew.
+class Once : ForkSteps {
  public:
-  // What makes a run count as done. kNever: a step that only has to keep clear of the set-up.
+  // What makes a run count as done. kNever: a step that only has to exclude the set-up.
   enum class Done { kOnSuccess, kAlways, kNever };
-  // A mutex that cannot be locked: the process is corrupted anyway, so this counts as done, or is told.
+  // If the mutex cannot be locked, the process is corrupted anyway: either treat the step as done or return the error.
   enum class LockFailure { kCountsAsDone, kIsResult };
 
-  // Runs `step` unless it is done, and gives its result; kOk where it is done already.
+  constexpr Once() : ForkSteps(renew) {}
+
+  // Runs `step` unless it is done, and returns its result; kOk where it is done already.
   template <typename Step>
   int run(Step step, Done done = Done::kOnSuccess, LockFailure lock_failure = LockFailure::kCountsAsDone) {
-    if (is_done()) {
+    if (is_done() || is_mine()) {
       return kOk;
     }
-    if (const int error = pthread_mutex_lock(&mutex_); error != 0) {
+    const NoCancellation guard;  // the mutex would stay locked
+    if (const int error = lock(); error != 0) {
       return lock_failure == LockFailure::kIsResult ? error : kOk;
     }
     int result = kOk;
     if (!is_done()) {
-      const NoCancellation guard;  // the mutex would stay locked
       result = step();
       if (done == Done::kAlways || (done == Done::kOnSuccess && result == kOk)) {
-        done_.store(1, std::memory_order_release);  // with is_done(): whoever sees the flag sees the set-up
+        done_.store(1, std::memory_order_release);  // pairs with the acquire in is_done()
       }
     }
-    pthread_mutex_unlock(&mutex_);
+    unlock();
     return result;
   }
 
-  // Runs `step` if the set-up is done, and clears the flag. kOk where it is not done; else the result of unlocking,
-  // or the error of locking.
+  // Runs `step` if the set-up is done, and clears the flag. Returns kOk where it is not done, else the result of
+  // unlocking, or the error of locking.
   template <typename Step>
   int undo(Step step) {
-    if (!is_done()) {
+    if (!is_done() || is_mine()) {
       return kOk;
     }
-    if (const int error = pthread_mutex_lock(&mutex_); error != 0) {
+    const NoCancellation guard;
+    if (const int error = lock(); error != 0) {
       return error;
     }
     if (is_done()) {
-      const NoCancellation guard;
       step();
       done_.store(0, std::memory_order_release);
     }
-    return pthread_mutex_unlock(&mutex_);
+    return unlock();
   }
 
   bool is_done() const { return done_.load(std::memory_order_acquire) != 0; }
 
  private:
+  static void renew(ForkSteps& self) {
+    auto& once = static_cast<Once&>(self);
+    if (!once.is_mine()) {
+      once.holder_.store(0, std::memory_order_relaxed);
+      once.mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    }
+  }
+
+  // Relaxed: a thread only looks for its own id, which no other thread stores.
+  bool is_mine() const { return holder_.load(std::memory_order_relaxed) == pthread_self(); }
+
+  int lock() {
+    follow();
+    const int error = pthread_mutex_lock(&mutex_);
+    if (error == 0) {
+      holder_.store(pthread_self(), std::memory_order_relaxed);
+    }
+    return error;
+  }
+
+  int unlock() {
+    holder_.store(0, std::memory_order_relaxed);
+    return pthread_mutex_unlock(&mutex_);
+  }
+
   std::atomic<uint32_t> done_{0};
+  std::atomic<pthread_t> holder_{0};
   pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 

@@ -23,6 +23,6 @@ __attribute__((noinline)) void debug_dump_stack(uint32_t skip) {
   kesa_thrd_getcurrentstack(frame, &stack.start, &stack.end, &name);  // where it fails, the bounds stay
   uint64_t addresses[kShown];
   tirn::walk_frames(frame, stack, skip, kShown, addresses);
-  hurn_original("current tid:%d, stack:%p(%s) << %p(%s) << %p(%s).", gettid(), shown(addresses[0]), "",
-                shown(addresses[1]), "", shown(addresses[2]), "");
+  TIRN_LOG_RAW("current tid:%d, stack:%p(%s) << %p(%s) << %p(%s).", gettid(), shown(addresses[0]), "",
+               shown(addresses[1]), "", shown(addresses[2]), "");
 }

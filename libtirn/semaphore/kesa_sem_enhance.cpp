@@ -40,10 +40,10 @@ Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link
 unsigned long long address_of(const void* object) { return reinterpret_cast<uintptr_t>(object); }
 
 // The line for those who look after the node goes to module 0, whatever its level; then the library's own.
-#define TELL_WAKE_UP(infra, own, ...)                                                 \
-  do {                                                                                \
-    hurn(0, ::tirn::kInfo, ::tirn::kFile.text, __LINE__, kUp, 0, infra, __VA_ARGS__); \
-    TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kUp, own, __VA_ARGS__);               \
+#define TELL_WAKE_UP(infra, own, ...)                                                        \
+  do {                                                                                       \
+    TIRN_LOG_WRITE(0, ::tirn::kInfo, ::tirn::kFile.text, __LINE__, kUp, infra, __VA_ARGS__); \
+    TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kUp, own, __VA_ARGS__);                      \
   } while (0)
 
 // Waits with the lock held, which it gives up while it sleeps.

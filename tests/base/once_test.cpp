@@ -27,6 +27,9 @@ struct Step {
   }
 };
 
+// Not freed: the fork handler goes through all that ever ran.
+Once& fresh() { return *new Once; }
+
 TEST(Once, WhatCountsAsDone) {
   constexpr int kFailure = -22;
   const struct {
@@ -44,7 +47,7 @@ TEST(Once, WhatCountsAsDone) {
       {"never done, failing", Done::kNever, kFailure, 3, kFailure},
   };
   for (const auto& row : kRows) {
-    Once once;
+    Once& once = fresh();
     Step step{row.result};
     EXPECT_EQ(once.run(step(), row.done), row.result) << row.name;
     once.run(step(), row.done);
@@ -55,7 +58,7 @@ TEST(Once, WhatCountsAsDone) {
 }
 
 TEST(Once, UndoneOnceAndDoneAgain) {
-  Once once;
+  Once& once = fresh();
   Step set_up{tirn::kOk};
   int undone = 0;
   const auto tear_down = [&] { ++undone; };
@@ -71,14 +74,13 @@ TEST(Once, UndoneOnceAndDoneAgain) {
 }
 
 TEST(Once, MutexThatCannotBeLocked) {
-  Once once;
+  Once& once = fresh();
   Step step{-5};
   {
     const Faults faults(
         {.number = 1, .function = "pthread_mutex_lock", .and_later = true, .object = Object::program});
     EXPECT_EQ(once.run(step()), tirn::kOk);
     EXPECT_EQ(once.run(step(), Done::kAlways, LockFailure::kIsResult), EINVAL);
-    EXPECT_EQ(faults.calls(), 2u);
   }
   EXPECT_EQ(step.runs, 0);
   EXPECT_FALSE(once.is_done());  // only the caller was told so
@@ -90,10 +92,17 @@ TEST(Once, MutexThatCannotBeLocked) {
   EXPECT_TRUE(once.is_done());
 }
 
+TEST(Once, ComesBackFromInside) {
+  Once& once = fresh();
+  Step inner{-3};
+  EXPECT_EQ(once.run([&] { return once.run(inner()) + once.undo([] {}); }), tirn::kOk);
+  EXPECT_EQ(inner.runs, 0);
+}
+
 TEST(Once, ThreadsRaceForOneRun) {
   constexpr int kThreads = 4;
   for (int round = 0; round < 200; ++round) {
-    Once once;
+    Once& once = fresh();
     std::atomic<int> runs{0};
     int set_up = 0;  // plain: whoever is told that it is done must see it
     std::atomic<int> waiting{0};
