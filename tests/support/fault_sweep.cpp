@@ -103,6 +103,7 @@ int run_with_fault(const Scenario& scenario, uint32_t number, Report& report) {
     expect_nothing_lost(scenario, slot);
   }
   EXPECT_LE(faults.blocks(), scenario.blocks_kept) << "leaked heap blocks";
+  EXPECT_EQ(faults.inheritable(), 0u) << "opened without close-on-exec";
   expect_descriptors(descriptors, scenario.descriptors_kept);
   if (testing::Test::HasFailure()) {
     std::ostringstream lines;

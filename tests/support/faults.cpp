@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace tirn::test {
 namespace {
@@ -37,6 +38,7 @@ struct State {
   std::atomic<uint32_t> calls;
   uintptr_t base;
   Fault fault;
+  std::atomic<uint32_t> inheritable;
   std::atomic<bool> has_fault;  // release and acquire: whoever sees it sees the fault
   std::atomic<void*> blocks[kMostBlocks];
 };
@@ -92,6 +94,20 @@ struct Name {
   char text[N];
 };
 
+// Looks at what has just been opened.
+void note_descriptor(int fd) {
+  if (fd >= 0 && (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) {
+    g_state.inheritable.fetch_add(1);
+  }
+}
+void note_descriptor(FILE* file) { note_descriptor(file != nullptr ? fileno(file) : -1); }
+
+// Of the calls that open, those whose result is closed again by whoever made the call, or kept by the library.
+constexpr bool opens(std::string_view name) {
+  return name == "open" || name == "open64" || name == "fopen" || name == "fopen64" || name == "socket" ||
+         name == "accept4";
+}
+
 template <typename Result>
 Result as_result(long value) {
   if constexpr (std::is_pointer_v<Result>) {
@@ -120,6 +136,10 @@ struct Fallible<kName, Result(Arguments...) noexcept(kNoexcept), kKinds, kError,
     const Result result = real(arguments...);
     if constexpr (kKinds == kHeapFaults) {
       keep_block(result);
+    } else if constexpr (opens(std::string_view(kName.text))) {
+      const int error = errno;
+      note_descriptor(result);
+      errno = error;
     }
     return result;
   }
@@ -313,6 +333,7 @@ Faults::Faults(const FaultPlan& plan) {
   g_state.calls = 0;
   g_state.fault = {};
   g_state.has_fault = false;
+  g_state.inheritable = 0;
   for (auto& block : g_state.blocks) {
     block.store(nullptr, std::memory_order_relaxed);
   }
@@ -340,6 +361,8 @@ void Faults::stop() { g_state.failing.store(false, std::memory_order_release); }
 uint32_t Faults::calls() const { return g_state.calls.load(); }
 
 Fault Faults::fault() const { return g_state.has_fault.load(std::memory_order_acquire) ? g_state.fault : Fault{}; }
+
+uint32_t Faults::inheritable() const { return g_state.inheritable.load(); }
 
 int Faults::blocks() const {
   return static_cast<int>(std::count_if(std::begin(g_state.blocks), std::end(g_state.blocks),

@@ -55,6 +55,8 @@ class Faults {
   uint32_t calls() const;
   Fault fault() const;
   int blocks() const;
+  // Descriptors that were opened for a moment when another thread's child would have inherited them.
+  uint32_t inheritable() const;
 
  private:
   std::vector<std::unique_ptr<Imports>> imports_;
@@ -63,7 +65,7 @@ class Faults {
 // `run` once for each of the calls that it makes, each time in a child process with one call failing, and once
 // without a fault. `check` gets run's result and looks at what is promised of it (fault.happened tells the run
 // without one); `clean_up` gives back what a run that went well leaves. After that the child must hold no heap
-// block of the library's and no descriptor more than before.
+// block of the library's and no descriptor more than before; every descriptor was opened close-on-exec.
 struct Scenario {
   std::function<void()> prepare = [] {};
   std::function<long()> run;
