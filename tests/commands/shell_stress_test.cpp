@@ -1,4 +1,4 @@
-// Commands from many threads at once, with signals arriving and children that die.
+// Commands from many threads at once, with signals arriving.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,22 +29,11 @@ void run_commands(unsigned code) {
   }
   EXPECT_EQ(line, number + "\n");
   EXPECT_EQ(kesa_pclose(reader), exited);
-
-  int child = 0, status = 0;
-  FILE* const killed = kesa_popen_with_pid("while :; do :; done", "w", &child);
-  ASSERT_NE(killed, nullptr);
-  kill(child, SIGKILL);
-  while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-  }
-  EXPECT_EQ(status, SIGKILL);
-  std::fputs("nobody reads this", killed);
-  std::fclose(killed);
 }
 
 }  // namespace
 
-TEST(ShellStress, ThreadsSignalsAndDeadChildren) {
-  signal(SIGPIPE, SIG_IGN);
+TEST(ShellStress, ThreadsAndSignals) {
   struct sigaction action {};
   action.sa_handler = [](int) { ++g_signals; };
   ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);  // without SA_RESTART: the waits are interrupted
