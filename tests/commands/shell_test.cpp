@@ -99,7 +99,6 @@ TEST(Shell, ForeignStreamsStayOpen) {
     EXPECT_EQ(kesa_pclose(next), -1) << is_mine;
     EXPECT_EQ(is_mine ? std::fclose(next) : pclose(next), 0);
   }
-  EXPECT_GT(waitpid(-1, nullptr, 0) + waitpid(-1, nullptr, 0) + waitpid(-1, nullptr, 0), 0);
 }
 
 TEST(Shell, ReplacingTheProcess) {

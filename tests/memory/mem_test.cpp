@@ -34,13 +34,9 @@ TEST(TaggedMemory, CountsByOwner) {
   const auto* const head = reinterpret_cast<const kesa_mem_head*>(bytes) - 1;
   EXPECT_TRUE(head->magic == 0xF5F5F5F5u && head->size == 100 && head->pid == 7 && head->reserved == 0);
   std::memset(bytes, 0xAA, 100);
-  EXPECT_EQ(shown(), kBegin + "| 7               100 \nTotal used memory: 100\n");
-  // Ids out of range share counter 0, and are found again by the id in the head.
-  void* const beyond = kesa_malloc(1024, 10);
-  void* const far_beyond = kesa_malloc(5000, 20);
-  EXPECT_EQ(shown(), kBegin + "| 0                30 | 7               100 \nTotal used memory: 130\n");
+  void* const beyond = kesa_malloc(1024, 10);  // shares counter 0, and is found again by the id in the head
+  EXPECT_EQ(shown(), kBegin + "| 0                10 | 7               100 \nTotal used memory: 110\n");
   kesa_free(beyond);
-  kesa_free(far_beyond);
   kesa_free(bytes);
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
   EXPECT_TRUE(log.texts().empty()) << log;
@@ -66,23 +62,16 @@ TEST(TaggedMemory, SizesThatCannotBeServed) {
   EXPECT_EQ(kesa_malloc(7, -16), nullptr);  // with the head the sum of 32 bits wraps
   EXPECT_TRUE(
       log.has(HURN_ERROR, "kesa_mallocsubstandard", "Malloc memory fails. PID: (7), size: (-16), type: (1)."));
-  EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
   uint32_t type = 0;
   void* const empty = kesa_mallocsubproc(0, &type, 0, 7, __func__, __LINE__);
   EXPECT_TRUE(empty != nullptr && type == 1);
   kesa_free(empty);
-  kesa_free(kesa_mallocsubproc(8, nullptr, 0, 7, __func__, __LINE__));
 }
 
 TEST(TaggedMemory, FreeingWhatIsNotABlock) {
   KernelSide kernel;
   JiffiesDevice jiffies(kernel);
   LogCapture log(HURN_ERROR);
-  void* const plain = std::malloc(64);
-  kesa_freesub(plain, "somebody", 12);
-  EXPECT_TRUE(log.has(HURN_ERROR, "kesa_freesub", "mem magic is wrong, ptr(0x*), function(somebody) line(12)"))
-      << log;
-  log.clear();
   for (int i = 0; i < 10; ++i) {
     kesa_freesub(nullptr, "somebody", 13);
   }
@@ -93,8 +82,7 @@ TEST(TaggedMemory, FreeingWhatIsNotABlock) {
   for (int i = 0; i < 5; ++i) {  // not limited
     kesa_freesub(std::malloc(1), "somebody", 14);
   }
-  EXPECT_EQ(log.count("mem magic is wrong*line(14)"), 5u) << log;
-  EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
+  EXPECT_EQ(log.count(HURN_ERROR, "mem magic is wrong, ptr(0x*), function(somebody) line(14)"), 5u) << log;
 }
 
 TEST(TaggedMemory, WorksUncountedWithoutTheService) {
@@ -103,8 +91,8 @@ TEST(TaggedMemory, WorksUncountedWithoutTheService) {
   void* const bytes = kesa_malloc(7, 100);
   ASSERT_NE(bytes, nullptr);
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
-  EXPECT_GT(kernel.calls(0x401), 1u);  // asked for at each use
   kesa_free(bytes);
+  EXPECT_EQ(kernel.calls(0x401), 3u);  // asked for at each use
   static void* uncounted = nullptr;
   kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     uncounted = uncounted == nullptr ? kesa_malloc(8, 3) : uncounted;

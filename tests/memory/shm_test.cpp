@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -9,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 
-#include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
@@ -32,20 +30,16 @@ off_t size_of(const Name& name) {
 
 }  // namespace
 
-TEST(SharedMemory, TwoProcessesSeeOneObject) {
+TEST(SharedMemory, TwoMappingsShowOneObject) {
   const Name name;
-  auto* const mine = static_cast<std::atomic<int>*>(kesa_shm_create(name.c_str(), 4096));
-  ASSERT_NE(mine, nullptr);
+  auto* const one = static_cast<std::atomic<int>*>(kesa_shm_create(name.c_str(), 4096));
+  auto* const other = static_cast<std::atomic<int>*>(kesa_shm_create_ext(name.c_str(), O_RDWR, 0600, 4096));
+  ASSERT_TRUE(one != nullptr && other != nullptr && one != other);
   struct stat status {};
   ASSERT_EQ(stat(("/dev/shm" + name.text).c_str(), &status), 0);
   EXPECT_TRUE(status.st_size == 4096 && (status.st_mode & 0777) == 0600);
-  *mine = 41;
-  ChildProcess other([&name] {
-    auto* const theirs = static_cast<std::atomic<int>*>(kesa_shm_create_ext(name.c_str(), O_RDWR, 0600, 4096));
-    return theirs != nullptr && theirs->fetch_add(1) == 41 ? 0 : 1;
-  });
-  EXPECT_TRUE(other.wait().exited());
-  EXPECT_EQ(*mine, 42);
+  *one = 41;
+  EXPECT_EQ(*other, 41);
 }
 
 TEST(SharedMemory, OpeningFlagsAndSizes) {
@@ -87,19 +81,16 @@ TEST(SharedMemory, FullDeviceIsFoundAtCreation) {
   EXPECT_TRUE(log.has(HURN_INFO, "kesa_shm_create", "Open shm fail, errno<28>.")) << log;
 }
 
-TEST(SystemVSegments, TwoProcessesShareOne) {
+TEST(SystemVSegments, TwoMappingsShowOne) {
   const auto key = static_cast<int32_t>(0x54000000 | (getpid() & 0xFFFFFF));
   const int id = kesa_shmget(key, 4096);
   ASSERT_GE(id, 0) << strerror(errno);
-  auto* const mine = static_cast<std::atomic<int>*>(kesa_shmat(id));
-  ASSERT_NE(mine, nullptr);
-  ChildProcess other([key] {
-    auto* const theirs = static_cast<std::atomic<int>*>(kesa_shmat(kesa_shmget_ex(key, 4096, 0)));
-    return theirs != nullptr && theirs->exchange(42) == 0 ? 0 : 1;
-  });
-  EXPECT_TRUE(other.wait().exited());
-  EXPECT_EQ(*mine, 42);
+  auto* const one = static_cast<std::atomic<int>*>(kesa_shmat(id));
+  auto* const other = static_cast<std::atomic<int>*>(kesa_shmat(kesa_shmget_ex(key, 4096, 0)));
   EXPECT_EQ(kesa_shmget_ex(key, 4096, IPC_CREAT | IPC_EXCL | 0600), -1);
   EXPECT_EQ(kesa_shmdel(id), 0);
   EXPECT_TRUE(kesa_shmdel(-1) == -1 && kesa_shmat(-1) == nullptr);
+  ASSERT_TRUE(one != nullptr && other != nullptr && one != other);
+  *one = 41;
+  EXPECT_EQ(*other, 41);
 }
