@@ -3,7 +3,7 @@
  * what it returned, commands on files, a copy, record locks, a walk through a folder, and the dynamic loader.
  *
  * The checked calls of the system are cancellation points where the system's are. A thread that is cancelled there has
- * opened, read, written, locked or closed nothing: the descriptors stay open.
+ * opened, read, written, locked or closed nothing; its descriptors stay open. Nothing else but kesa_readline is one.
  */
 #ifndef TIRN_FILEOPS_H
 #define TIRN_FILEOPS_H
@@ -64,9 +64,9 @@ TIRN_API char* kesa_readline(int fd, char* buffer, int size);
 /*
  * Commands on files, each a line for the shell (tirn/str.h). Paths are not quoted: one with a blank is two words. Names
  * must never come from outside: the screen lets options, blanks, tabs and patterns pass, and tar's options run commands
- * of their own. A path, with its terminator, fits KESA_FILE_PATH_SIZE bytes. None is a cancellation point. Results, with a line in the log for each but 0: the raw
- * wait status, KESA_COMMAND_REFUSED for a path with special characters, -22 for a NULL path, -36 for one that is too
- * long, -12 without memory.
+ * of their own. A path, with its terminator, fits KESA_FILE_PATH_SIZE bytes. None is a cancellation point. Results,
+ * with a line in the log for each but 0: the raw wait status, KESA_COMMAND_REFUSED for a path with special characters,
+ * -22 for a NULL path, -36 for one that is too long, -12 without memory.
  */
 #define KESA_FILE_PATH_SIZE 1024
 
