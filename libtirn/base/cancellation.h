@@ -22,6 +22,15 @@ class NoCancellation {
   int former_ = PTHREAD_CANCEL_ENABLE;
 };
 
+// Runs `body`, then `give_back`, which also runs where the thread ends inside of `body`: cancelled in a sleep that its
+// caller asked for, or by pthread_exit in a caller's function.
+template <typename Body, typename GiveBack>
+void run_with_cleanup(Body body, GiveBack give_back) {
+  pthread_cleanup_push([](void* argument) { (*static_cast<GiveBack*>(argument))(); }, &give_back);
+  body();
+  pthread_cleanup_pop(1);
+}
+
 }  // namespace tirn
 
 #endif

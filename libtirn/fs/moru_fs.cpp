@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/private_call.h"
@@ -30,6 +31,18 @@ ssize_t receive(int fd, ReportMessage& message) {
   header.msg_iovlen = 1;
   errno = 0;
   return recvmsg(fd, &header, 0);
+}
+
+// Passes reports to the handler until the descriptor is closed.
+int listen_on(int fd, ReportMessage& message, moru_netlink_handler handler) {
+  for (;;) {
+    if (receive(fd, message) < 1) {
+      return errno == EBADF ? MORU_NETLINK_CLOSED : MORU_NETLINK_RECEIVE;
+    }
+    if (message.payload[0] == MORU_NETLINK_EXT3_MAGIC) {
+      handler(message.payload);
+    }
+  }
 }
 
 uint32_t present_time() {
@@ -65,22 +78,18 @@ int MORU_Netlink_ext3_listen(int fd, int pid, moru_netlink_handler handler) {
   if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return MORU_NETLINK_BIND;
   }
-  const auto message = tirn::tagged_block<ReportMessage>();
+  auto message = tirn::tagged_block<ReportMessage>();
   if (message == nullptr) {
     return MORU_NETLINK_NO_MEMORY;
   }
-  for (;;) {
-    if (receive(fd, *message) < 1) {
-      return errno == EBADF ? MORU_NETLINK_CLOSED : MORU_NETLINK_RECEIVE;
-    }
-    if (message->payload[0] == MORU_NETLINK_EXT3_MAGIC) {
-      handler(message->payload);
-    }
-  }
+  int result = MORU_NETLINK_CLOSED;
+  tirn::run_with_cleanup([&] { result = listen_on(fd, *message, handler); }, [&message] { message.reset(); });
+  return result;
 }
 
 void MORU_Netlink_ext3_release(int fd) {
   if (fd >= 0) {
+    const tirn::NoCancellation guard;  // the descriptor would stay open
     close(fd);
   }
 }

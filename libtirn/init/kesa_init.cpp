@@ -84,6 +84,7 @@ int kesa_destory() {
 }
 
 int kesa_glibc_init() {
+  const tirn::NoCancellation guard;  // the loader's lock would stay held
   void* frames[3];
   return backtrace(frames, 3);
 }

@@ -78,6 +78,7 @@ void* map_device(const Fd& device, uint64_t size, uint64_t offset) {
 }  // namespace
 
 int jiffies_uio_adp_open() {
+  const tirn::NoCancellation guard;
   const tirn::DevicePaths base = tirn::jiffies_device();
   char child[kChildSize]{};
   if (!find_child(base.sysfs, child)) {
@@ -128,4 +129,7 @@ int jiffies_uio_adp_open() {
   return tirn::kOk;
 }
 
-int jiffies_uio_adp_close() { return close(g_jiffies_uio.dev_fd); }
+int jiffies_uio_adp_close() {
+  const tirn::NoCancellation guard;  // the descriptor would stay open
+  return close(g_jiffies_uio.dev_fd);
+}

@@ -149,7 +149,7 @@ int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
 int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return tirn::kOk; }
 
 void kesa_sem_enhance_show(kesa_sem_enhance* sem) {
-  const tirn::NoCancellation guard;  // the log writes, and the lock would stay held
+  const tirn::NoCancellation guard;  // the lock would stay held
   kesa_spinlock_lock(&sem->lock);
   TIRN_INFO("TBTIRN:sem 0x%llx cnt %d", address_of(sem), sem->count);
   for (kesa_list_head* link = sem->waiters.next; link != &sem->waiters; link = link->next) {

@@ -1,8 +1,13 @@
 // The server of the loopback service: one listener, and one thread with its own buffers for each client.
 #include <algorithm>
 #include <cerrno>
+#include <optional>
+#include <utility>
 
+#include "libtirn/base/cancellation.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/guard.h"
+#include "libtirn/base/list.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/syscall/stream.h"
@@ -13,9 +18,62 @@ namespace {
 
 using tirn::Fd;
 
+// The sockets of the service. A forked child gives its part in them up: as long as it had one, the port would stay taken
+// and clients would wait for a server that has gone.
+pthread_mutex_t g_sockets_mutex = PTHREAD_MUTEX_INITIALIZER;
+kesa_list_head g_sockets{&g_sockets, &g_sockets};
+
+class ServiceSocket {
+ public:
+  explicit ServiceSocket(Fd fd) : fd_(std::move(fd)) {
+    g_fork_steps.follow();
+    const tirn::MutexLock lock(g_sockets_mutex);
+    tirn::list::push_back(&g_sockets, &link_);
+  }
+  ServiceSocket(const ServiceSocket&) = delete;
+  ServiceSocket& operator=(const ServiceSocket&) = delete;
+  ~ServiceSocket() {
+    const tirn::MutexLock lock(g_sockets_mutex);
+    tirn::list::remove(&link_);
+    fd_ = Fd();
+  }
+
+  int get() const { return fd_.get(); }
+
+ private:
+  static void hold_list(tirn::ForkSteps&) { pthread_mutex_lock(&g_sockets_mutex); }
+  static void free_list(tirn::ForkSteps&) { pthread_mutex_unlock(&g_sockets_mutex); }
+  static void leave_all(tirn::ForkSteps&) {
+    kesa_list_head* link = g_sockets.next;
+    tirn::list::init(&g_sockets);  // the others' links lie on stacks that have gone
+    while (link != &g_sockets) {
+      const auto* const one = reinterpret_cast<ServiceSocket*>(link);
+      const bool is_used_here = one->thread_ == pthread_self();
+      kesa_list_head* const next = link->next;
+      tirn::leave_to_parent(one->get(), is_used_here);
+      if (is_used_here) {
+        tirn::list::push_back(&g_sockets, link);
+      }
+      link = next;
+    }
+    pthread_mutex_unlock(&g_sockets_mutex);
+  }
+  static tirn::ForkSteps g_fork_steps;
+
+  kesa_list_head link_;  // first, so that it stands for the socket
+  const pthread_t thread_ = pthread_self();
+  Fd fd_;
+};
+constinit tirn::ForkSteps ServiceSocket::g_fork_steps(leave_all, hold_list, free_list);
+
 // A client, and the buffers of its requests. The output buffer has all the bytes that a reply may carry: a handler may
 // report as many.
 struct Client {
+  explicit Client(Fd fd)
+      : connection(std::move(fd)),
+        input(tirn::tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX)),
+        output(MORU_SYSCALL_OUTPUT_MAX) {}
+
   bool receive(void* bytes, size_t length) const {
     return tirn::receive_whole(connection.get(), bytes, length, tirn::QuickAck::kYes);
   }
@@ -37,7 +95,7 @@ struct Client {
     return true;
   }
 
-  Fd connection;
+  const ServiceSocket connection;
   tirn::TaggedBlock<uint8_t> input;
   tirn::Mapping output;
 };
@@ -74,16 +132,23 @@ bool serve_request(Client& client) {
   return tirn::send_frame(client.connection.get(), header, client.output.get());
 }
 
-void* serve_client(void* argument) {
-  Client client{Fd(static_cast<int>(reinterpret_cast<intptr_t>(argument))),
-                tirn::tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX), tirn::Mapping(MORU_SYSCALL_OUTPUT_MAX)};
+// Logs under the name of the connection's thread function.
+void serve_requests(Client& client) {
   if (client.input == nullptr || !client.output) {
-    TIRN_ERROR("Param error: null pointer.\n");
-    return nullptr;
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, "serve_client", "Param error: null pointer.\n");
+    return;
   }
   kesa_set_process_name("syscall_do_thr");
   while (serve_request(client)) {
   }
+}
+
+// A handler may end its thread.
+void* serve_client(void* argument) {
+  std::optional<Client> client;
+  tirn::run_with_cleanup(
+      [&] { serve_requests(client.emplace(Fd(static_cast<int>(reinterpret_cast<intptr_t>(argument))))); },
+      [&client] { client.reset(); });
   return nullptr;
 }
 
@@ -108,30 +173,39 @@ Fd open_service() {
   return service;
 }
 
+// False when the listener is to end.
+bool accept_client(const ServiceSocket& service) {
+  constexpr char kFunction[] = "accept_clients";
+  Fd client(accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (!client) {
+    if (errno == EINTR) {
+      return true;
+    }
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "accept errno = %d\n", errno);
+    return false;
+  }
+  tirn::enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
+  const int result = create_thread_nopreempt_raw(
+      serve_client, reinterpret_cast<void*>(static_cast<intptr_t>(client.get())), nullptr);
+  if (result != 0) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "creat syscall thrd failed, ret = %d.\n", result);
+    return false;
+  }
+  client.release();  // its thread closes it
+  return true;
+}
+
 void* accept_clients(void*) {
-  const Fd service = open_service();
-  if (!service) {
+  const tirn::NoCancellation guard;  // nobody waits for this thread, so nobody needs to cancel it
+  Fd fd = open_service();
+  if (!fd) {
     return nullptr;
   }
+  const ServiceSocket service(std::move(fd));
   kesa_set_process_name("syscall_thr");
-  for (;;) {
-    Fd client(accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (!client) {
-      if (errno == EINTR) {
-        continue;
-      }
-      TIRN_ERROR("accept errno = %d\n", errno);
-      return nullptr;
-    }
-    tirn::enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
-    const int result = create_thread_nopreempt_raw(
-        serve_client, reinterpret_cast<void*>(static_cast<intptr_t>(client.get())), nullptr);
-    if (result != 0) {
-      TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result);
-      return nullptr;
-    }
-    client.release();  // its thread closes it
+  while (accept_client(service)) {
   }
+  return nullptr;
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cerrno>
 
+#include "libtirn/base/cancellation.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
@@ -12,31 +14,106 @@
 
 namespace {
 
-// Looked at outside the mutex too: two first callers may both connect. The later one wins, and the other's connection
+// Tested outside the mutex too: two first callers may both connect. The later one wins, and the other's connection
 // stays open.
 constinit std::atomic<int> g_connection{-1};
 pthread_mutex_t g_turn = PTHREAD_MUTEX_INITIALIZER;
+constinit std::atomic<pthread_t> g_turn_holder{0};
 
-// Leaves the connection of all threads in place, or none.
-void init_syscall_socket() {
-  tirn::Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!fd) {
+void connect_anew(tirn::ForkSteps&) {
+  const bool is_calling = g_turn_holder.load(std::memory_order_relaxed) == pthread_self();
+  const int shared = g_connection.exchange(-1, std::memory_order_relaxed);
+  if (shared >= 0) {
+    tirn::leave_to_parent(shared, is_calling);
+  }
+  if (!is_calling) {
+    g_turn = PTHREAD_MUTEX_INITIALIZER;
+  }
+}
+constinit tirn::ForkSteps g_fork_steps(connect_anew);
+
+// Leaves the connection of all threads in place, or none. `socket_fd` holds the socket until then.
+void init_syscall_socket(tirn::Fd& socket_fd) {
+  socket_fd = tirn::Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket_fd) {
     TIRN_ERROR("errno = %d\n", errno);
     return;
   }
   const sockaddr_in address = tirn::service_address();
-  if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  if (connect(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     TIRN_ERROR("errno = %d\n", errno);
     return;
   }
-  g_connection.store(fd.release(), std::memory_order_release);  // with Turn(): who sees it sees it connected
+  g_connection.store(socket_fd.release(), std::memory_order_release);  // pairs with the acquire in Call::take_turn
 }
 
-// The connection as one call uses it from its first send to its last receive, whatever others connect meanwhile. After
-// a failure it is closed, here and for the calls that follow, and each further step of the call fails.
-class Turn {
+// One call, from its first send to its last receive on one connection, whatever others connect meanwhile. After a failure
+// that is closed, here and for the calls that follow, and each further step of the call fails.
+class Call {
  public:
-  Turn() : fd_(g_connection.load(std::memory_order_acquire)) {}
+  Call() = default;
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+  uint32_t run(uint32_t cmd, MORU_SYSCALL_PARAM& param) {
+    if (g_connection.load(std::memory_order_relaxed) < 0) {
+      init_syscall_socket(connecting_);
+      if (g_connection.load(std::memory_order_relaxed) < 0) {
+        return tirn::kFailU32;
+      }
+    }
+    take_turn();
+    const uint32_t result = exchange(cmd, param);
+    is_in_step_ = true;
+    return result;
+  }
+
+  // Also where the thread was cancelled in a call whose server does not answer: the answer may still come, so the
+  // connection cannot serve the next call.
+  void end() {
+    const tirn::Fd closed(std::move(connecting_));
+    if (!has_turn_) {
+      return;
+    }
+    if (!is_in_step_) {
+      drop();
+    }
+    g_turn_holder.store(0, std::memory_order_relaxed);
+    pthread_mutex_unlock(&g_turn);
+  }
+
+ private:
+  void take_turn() {
+    has_turn_ = pthread_mutex_lock(&g_turn) == 0;
+    g_turn_holder.store(has_turn_ ? pthread_self() : 0, std::memory_order_relaxed);
+    fd_ = g_connection.load(std::memory_order_acquire);
+  }
+
+  uint32_t exchange(uint32_t cmd, MORU_SYSCALL_PARAM& param) {
+    moru_frame_header header{cmd, param.uiInBufLen, param.uiOutBufLen, 0};
+    if (!send_all(header, param.pvInBuf)) {
+      TIRN_LOG_AS(tirn::kModule, tirn::kError, "MORU_SysCall", "send_all fail\n");
+      return tirn::kFailU32;
+    }
+    // The result is not looked at: if the connection breaks here the header stays as it was sent, and a request without
+    // input reads as success. The connection is dropped all the same.
+    recv_all(&header, sizeof header);
+    if (header.len == 0) {
+      return static_cast<uint32_t>(header.ret);
+    }
+    if (header.len > param.uiOutBufLen) {
+      TIRN_LOG_AS(tirn::kModule, tirn::kError, "MORU_SysCall",
+                  "syscall_user: buffer length too small, hdr.len=%d uiOutBufLen=%u", static_cast<int>(header.len),
+                  param.uiOutBufLen);
+      clear_all(header.len);
+      return tirn::kFailU32;
+    }
+    if (!recv_all(param.pvOutBuf, header.len)) {
+      return tirn::kFailU32;
+    }
+    param.uiOutBufLen = static_cast<uint32_t>(header.len);
+    return static_cast<uint32_t>(header.ret);
+  }
 
   bool send_all(moru_frame_header& header, void* input) {
     if (tirn::send_frame(fd_, header, input)) {
@@ -61,7 +138,6 @@ class Turn {
     }
   }
 
- private:
   bool receive(void* bytes, size_t length, const char* function) {
     errno = 0;  // and 0 where the peer has closed
     if (tirn::receive_whole(fd_, bytes, length, tirn::QuickAck::kNo)) {
@@ -79,7 +155,10 @@ class Turn {
     const tirn::Fd closed(std::exchange(fd_, -1));
   }
 
-  int fd_;
+  tirn::Fd connecting_;
+  bool has_turn_ = false;
+  bool is_in_step_ = false;
+  int fd_ = -1;
 };
 
 }  // namespace
@@ -88,34 +167,9 @@ uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param) {
   if (param == nullptr) {
     return tirn::kFailU32;
   }
-  if (g_connection.load(std::memory_order_relaxed) < 0) {
-    init_syscall_socket();
-    if (g_connection.load(std::memory_order_relaxed) < 0) {
-      return tirn::kFailU32;
-    }
-  }
-  const tirn::MutexLock lock(g_turn);
-  Turn turn;
-  moru_frame_header header{cmd, param->uiInBufLen, param->uiOutBufLen, 0};
-  if (!turn.send_all(header, param->pvInBuf)) {
-    TIRN_ERROR("send_all fail\n");
-    return tirn::kFailU32;
-  }
-  // The result is not looked at: if the connection breaks here the header stays as it was sent, and a request without
-  // input reads as success. The connection is dropped all the same.
-  turn.recv_all(&header, sizeof header);
-  if (header.len == 0) {
-    return static_cast<uint32_t>(header.ret);
-  }
-  if (header.len > param->uiOutBufLen) {
-    TIRN_ERROR("syscall_user: buffer length too small, hdr.len=%d uiOutBufLen=%u", static_cast<int>(header.len),
-               param->uiOutBufLen);
-    turn.clear_all(header.len);
-    return tirn::kFailU32;
-  }
-  if (!turn.recv_all(param->pvOutBuf, header.len)) {
-    return tirn::kFailU32;
-  }
-  param->uiOutBufLen = static_cast<uint32_t>(header.len);
-  return static_cast<uint32_t>(header.ret);
+  g_fork_steps.follow();
+  uint32_t result = tirn::kFailU32;
+  Call call;
+  tirn::run_with_cleanup([&] { result = call.run(cmd, *param); }, [&call] { call.end(); });
+  return result;
 }

@@ -2,9 +2,11 @@
 #ifndef TIRN_SYSCALL_STREAM_H
 #define TIRN_SYSCALL_STREAM_H
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -27,6 +29,16 @@ inline sockaddr_in service_address() {
 inline void enable(int fd, int level, int option) {
   const int on = 1;
   setsockopt(fd, level, option, &on, sizeof on);
+}
+
+// In a forked child, which must not share its parent's connections: ends the child's part in a socket. Where the calling
+// thread is just using the descriptor, that stays taken, by a socket that is not connected.
+inline void leave_to_parent(int fd, bool is_used_here) {
+  const int unconnected = is_used_here ? socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
+  if (unconnected >= 0) {
+    dup3(unconnected, fd, O_CLOEXEC);
+  }
+  close(is_used_here ? unconnected : fd);
 }
 
 // Sends header and payload, of header.len bytes, by one call and so in one segment. True when all is out.

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/thread/thrd_entry.h"
@@ -79,7 +80,11 @@ using namespace tirn::thread;
 
 int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, pthread_t* id_out,
                            pthread_attr_t* attr) {
+  if (fn == nullptr) {
+    return tirn::kFail;
+  }
   kesa_thrd_module_init();
+  const tirn::NoCancellation guard;  // from the record's reference to the thread that takes it over
   kesa_thread_s* const record = take_record(fn, arg);
   if (record == nullptr) {
     TIRN_INFO("Create thread info fail.");
@@ -97,6 +102,7 @@ int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, p
 
 int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr) {
   kesa_thrd_module_init();
+  const tirn::NoCancellation guard;
   kesa_thread_s* const record = take_table_record(nullptr, nullptr);
   // pthread_create stores the id before the thread runs, so whoever finds the worker idle sees it.
   return record != nullptr ? start(record, entry, &record->thread, attr, __func__) : tirn::kFail;

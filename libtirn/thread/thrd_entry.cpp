@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/thread/thrd_table.h"
@@ -57,11 +58,17 @@ void unset_signal_stack(const kesa_thread_s& record) {
   }
 }
 
+// The user function, and the end of the thread, which may come inside the function too. Around the function the thread
+// cannot be cancelled: its record would be lost.
 void run(kesa_thread_s& record) {
   set_state(record, THRD_SLOT_RUNNING);
-  pthread_cleanup_push(end_current, nullptr);  // a thread may also end inside the function
-  record.fn(record.arg);
-  pthread_cleanup_pop(1);
+  run_with_cleanup(
+      [&record] {
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        record.fn(record.arg);
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+      },
+      end_current);
 }
 
 }  // namespace
@@ -82,13 +89,14 @@ void end_thread(kesa_thread_s* record) {
   kesa_thrd_putthreadinfo(record);
 }
 
-void end_current(void*) {
+void end_current() {
   if (m_current_thread != nullptr) {
     end_thread(m_current_thread);
   }
 }
 
 void* default_entry(void* argument) {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);  // see run()
   auto& record = *static_cast<kesa_thread_s*>(argument);
   begin_thread(record);
   apply_default_strategy();
@@ -97,6 +105,7 @@ void* default_entry(void* argument) {
 }
 
 void* plain_entry(void* argument) {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);  // see run()
   auto& record = *static_cast<kesa_thread_s*>(argument);
   begin_thread(record);
   run(record);
@@ -112,6 +121,7 @@ int kesa_thrd_setcurthreadinfo() {
     return tirn::kOk;
   }
   kesa_thrd_module_init();
+  const tirn::NoCancellation guard;
   kesa_thread_s* const record = take_record(nullptr, nullptr);
   if (record == nullptr) {
     TIRN_INFO("Create thread info fail.");
@@ -127,6 +137,7 @@ int kesa_thrd_clearcurthreadinfo() {
   if (m_current_thread == nullptr) {
     return tirn::kFail;
   }
+  const tirn::NoCancellation guard;
   end_thread(m_current_thread);
   return tirn::kOk;
 }

@@ -11,8 +11,8 @@ void begin_thread(kesa_thread_s& record);
 // The thread cannot be found any more, and its record goes.
 void end_thread(kesa_thread_s* record);
 // The same for whatever record the calling thread has by then: its function may have given back the one that it began
-// with, and may have got another. For pthread_cleanup_push; the argument is not used.
-void end_current(void*);
+// with, and may have got another.
+void end_current();
 
 inline void apply_default_strategy() { kesa_setCurThreadStrategy(KESA_STRATEGY_DEFAULT); }
 

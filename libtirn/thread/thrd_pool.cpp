@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "libtirn/base/cancellation.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "libtirn/thread/thrd_create.h"
@@ -21,6 +23,14 @@ constinit std::atomic<uint32_t> g_remainder{0};  // workers that the spawner sta
 pthread_attr_t g_attributes;
 constinit std::atomic<bool> g_has_attributes{false};
 
+// A forked child has no workers, and may make a pool of its own.
+void forget_pool(tirn::ForkSteps&) {
+  g_size.store(0, std::memory_order_relaxed);
+  g_stop.store(0, std::memory_order_relaxed);
+  g_has_attributes.store(false, std::memory_order_relaxed);
+}
+constinit tirn::ForkSteps g_fork_steps(forget_pool);
+
 std::atomic_ref<kesa_thread_fn> job_of(kesa_thread_s& record) { return std::atomic_ref(record.fn); }
 
 pthread_attr_t* pool_attributes() {
@@ -36,7 +46,7 @@ void sleep_as_idle(kesa_thread_s& record) {
 // worker's record back: the thread is no worker from then on.
 bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   kesa_thrd_setname("OSThrdPoolRun");
-  // One that is cancelled in its job ends with it. What is sent to an idle worker meets its next job all the same.
+  // A cancellation during a job ends the worker; one sent while idle stays pending and cancels the next job.
   pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
   job(record.arg);
   pthread_testcancel();
@@ -75,13 +85,16 @@ void* thrd_pool_worker(void* argument) {
   apply_default_strategy();
   set_state(record, THRD_SLOT_RUNNING);
   sleep_as_idle(record);
-  // Changed by both sides, not read, so that one of the two comes first: with wake_workers, the pool's end either finds
-  // this worker idle or is seen here. Later looks need no order, as a worker once found is woken through its semaphore.
+  // A read-modify-write, ordered against the one in wake_workers: either it sees this worker idle, or we see g_stop. Later
+  // looks need no order, as a worker once found is woken through its semaphore.
   g_stop.fetch_or(0, std::memory_order_acq_rel);
-  pthread_cleanup_push(end_current, nullptr);  // a thread may also end inside a job, or be cancelled by one
-  while ((g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) && work(record)) {
-  }
-  pthread_cleanup_pop(1);
+  // The thread may also end inside a job.
+  tirn::run_with_cleanup(
+      [&record] {
+        while ((g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) && work(record)) {
+        }
+      },
+      end_current);
   return nullptr;
 }
 
@@ -101,6 +114,7 @@ void destroy_attributes() {
 
 // Makes what the creator of a large pool need not wait for, and then is a worker as well.
 void* thrd_pool_spawner(void* record) {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   const uint32_t made = start_workers(g_remainder.load(std::memory_order_relaxed) - 1);
   g_size.store(g_size.load(std::memory_order_relaxed) + made, std::memory_order_relaxed);
   destroy_attributes();
@@ -143,6 +157,8 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
     return 0;
   }
   count = std::min(count, KESA_THREAD_SLOTS);
+  g_fork_steps.follow();
+  const tirn::NoCancellation guard;  // half a pool could not be made whole
   uint32_t none = 0;
   if (!g_size.compare_exchange_strong(none, count, std::memory_order_relaxed)) {
     TIRN_INFO("OS thread pool just allowed create once %u.", count);
@@ -151,7 +167,8 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
   if (kesa_get_instant_map_flag() == 1) {
     set_small_stacks();
   }
-  constexpr uint32_t kShare = 4;  // below this many, and behind a quarter, workers are the spawner's affair
+  // The caller starts a quarter of the workers, the spawner the rest (all if fewer than 4).
+  constexpr uint32_t kShare = 4;
   const uint32_t direct = count / kShare;
   uint32_t made = start_workers(direct);
   g_remainder.store(count - direct, std::memory_order_relaxed);
@@ -175,6 +192,7 @@ uint32_t kesa_thread_pool_destroy() {
     return 0;
   }
   constexpr uint32_t kPause = 10;  // milliseconds
+  const tirn::NoCancellation guard;
   const uint32_t first = wake_workers();
   kesa_msleep(kPause);
   const uint32_t second = wake_workers();

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 
@@ -22,6 +23,26 @@ constinit std::atomic<uint32_t> g_tids[KESA_THREAD_SLOTS]{};
 constexpr char kNoName[] = "[NULL]";
 
 std::atomic_ref<uint32_t> refs_of(ThreadSlot& slot) { return std::atomic_ref(slot.refs); }
+
+// In a forked child, of all threads only the calling one is left. The others' slots become free, but for those that a
+// lookup holds too: that may be the calling thread's.
+void keep_own_record(ForkSteps&) {
+  for (ThreadSlot& slot : g_slots) {
+    if (m_current_thread != nullptr && m_current_thread->slot == &slot) {
+      continue;
+    }
+    if ((state_of(slot).load(std::memory_order_relaxed) & (THRD_SLOT_ALIVE | THRD_SLOT_DEAD)) != 0) {
+      state_of(slot).store(THRD_SLOT_DEAD, std::memory_order_relaxed);
+      uint32_t only_its_own = 1;
+      refs_of(slot).compare_exchange_strong(only_its_own, 0, std::memory_order_relaxed);
+    }
+  }
+  if (m_current_thread != nullptr) {
+    m_current_thread->pid = getpid();
+    set_tid(*m_current_thread, static_cast<uint32_t>(gettid()));
+  }
+}
+constinit ForkSteps g_fork_steps(keep_own_record);
 
 ThreadSlot* claim_slot() {
   for (ThreadSlot& slot : g_slots) {
@@ -123,6 +144,7 @@ void set_tid(kesa_thread_s& record, uint32_t tid) {
 }
 
 kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg) {
+  g_fork_steps.follow();
   kesa_thread_s* const record = claim_record();
   return record != nullptr ? set_up(record, fn, arg) : nullptr;
 }
@@ -165,19 +187,42 @@ void kesa_thrd_putthreadinfo(kesa_thread_s* record) {
   }
 }
 
+namespace {
+
+// What the list shows of a thread, whose own calls may change it meanwhile.
+struct Shown {
+  uint32_t tid;
+  char name[KESA_THREAD_NAME_SIZE];
+  int32_t strategy;
+};
+
+Shown shown_of(kesa_thread_s& record) {
+  Shown shown{};
+  shown.tid = record.tid;
+  for (size_t i = 0; i < sizeof shown.name; ++i) {
+    shown.name[i] = std::atomic_ref(record.name[i]).load(std::memory_order_relaxed);
+  }
+  shown.strategy = std::atomic_ref(record.strategy).load(std::memory_order_relaxed);
+  return shown;
+}
+
+}  // namespace
+
 void kesa_thrd_list(kesa_print_fn print, uint64_t, uint64_t, uint64_t, uint64_t) {
   if (print == nullptr) {
     return;
   }
   print("list threads flag(0:preempt 1:nonpreempt) created by kesa:\n");
   print("%-5s %-18s %-11s %-8s\n", "tid", "name", "preemptflag", "strategy");
-  tirn::thread::find_record(THRD_SLOT_ALIVE, [print](kesa_thread_s& record) {
-    char name[KESA_THREAD_NAME_SIZE];
-    for (size_t i = 0; i < sizeof name; ++i) {
-      name[i] = std::atomic_ref(record.name[i]).load(std::memory_order_relaxed);
+  for (ThreadSlot& slot : g_slots) {
+    Shown shown;
+    kesa_thread_s* const record = hold_record(slot, THRD_SLOT_ALIVE, [&shown](kesa_thread_s& candidate) {
+      shown = shown_of(candidate);
+      return true;
+    });
+    if (record != nullptr) {
+      drop_reference(slot);  // before the caller's function, in which the thread may end
+      print("%5lu %-18s %-11d %-8d\n", static_cast<unsigned long>(shown.tid), shown.name, 0, shown.strategy);
     }
-    print("%5lu %-18s %-11d %-8d\n", static_cast<unsigned long>(record.tid), name, 0,
-          std::atomic_ref(record.strategy).load(std::memory_order_relaxed));
-    return false;
-  });
+  }
 }

@@ -62,7 +62,7 @@ void finish_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
 
 // The detaching comes last: the waiter may see it without the lock, and then the entry is gone.
 void __wake_up(kesa_wait_queue_head* head) {  // NOLINT(bugprone-reserved-identifier): the name that callers know
-  const tirn::NoCancellation guard;           // a wake-up may log, and the lock would stay held
+  const tirn::NoCancellation guard;           // the lock would stay held
   kesa_spinlock_lock(&head->lock);
   while (!tirn::list::is_empty(&head->list)) {
     kesa_wait_queue_entry& entry = entry_of(head->list.next);
