@@ -120,8 +120,8 @@ def test(areas, *options):
                           "60", "-R", wanted, "-LE", "models|packaging", *options], AREA_SECONDS)
     if status == 0:
         return None
-    failed = re.findall(r"Test +#\d+: (\S+) \.*\*+ *([A-Za-z ]+?) +[\d.]+ sec", output)
-    return ", ".join(f"{name} ({how})" for name, how in failed) or ("time limit" if status is None else output[-300:])
+    failed = re.findall(r"^\s+\d+ - (\S+ \(.*?\))", output, re.MULTILINE)
+    return ", ".join(failed) or ("time limit" if status is None else output[-300:])
 
 
 def programs(areas):
