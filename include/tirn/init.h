@@ -3,6 +3,9 @@
  *
  * A process calls kesa_Init once, before anything that needs the clock, the CPU tables or worker threads.
  * Nothing happens when the library is loaded.
+ *
+ * A child forked from a threaded process can use the library, but its parent's listener, pool and registered threads are
+ * not in it. So a daemon daemonises first and calls kesa_Init afterwards.
  */
 #ifndef TIRN_INIT_H
 #define TIRN_INIT_H

@@ -65,7 +65,7 @@ TIRN_API int kesa_wake_up_process(uint32_t tid);
 
 /* Sleeps in the kernel while the word is not 0, for `timeout` jiffies of 4 ms at most. A waker stores 0 first, with
  * release, and then calls kesa_wake_up_process. 0 when the time is up, where the kernel side fails, and at once for a
- * timeout of 0 or less; the jiffies left where a signal or the word ended the sleep.
+ * timeout of 0 or less; the jiffies left where a signal or the word ended the sleep. No cancellation point.
  * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int64_t kesa_wait_comm(uint32_t* state, int64_t timeout);
 

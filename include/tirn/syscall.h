@@ -4,6 +4,11 @@
  *
  * The wire: TCP, 127.0.0.1 port 5583; a frame is a header of 32 bytes (struct moru_frame_header) and `len` bytes
  * of payload, in both directions. A client sends one request and waits for its reply before the next.
+ *
+ * The service trusts every local user: there is no authentication, the first process to bind the port is believed, and
+ * no call has a time-out. A node has one listener, and a call is not tried again. A client beyond what a listener can
+ * start threads for ends the listener, until MORU_PrivateSysCallIntfInit starts it again; clients that are connected go on.
+ * Groups 0 to MORU_SYSCALL_GROUPS - 1 are all free: the library registers none.
  */
 #ifndef TIRN_SYSCALL_H
 #define TIRN_SYSCALL_H
@@ -35,7 +40,7 @@ typedef struct MORU_SYSCALL_PARAM {
 /*
  * Serves one command, on the thread of the caller's connection: handlers run at the same time on several threads.
  * `param` has the input, and an output buffer of MORU_SYSCALL_OUTPUT_MAX bytes whatever uiOutBufLen says of the
- * client's. The result goes to the client.
+ * client's. The result goes to the client. A handler that ends its thread ends its client's connection.
  */
 typedef int (*moru_syscall_handler)(uint32_t cmd, MORU_SYSCALL_PARAM* param);
 
@@ -77,11 +82,12 @@ TIRN_API int MORU_SyscallInit(void);
  * param->uiOutBufLen holds the bytes received, unless the reply had none.
  * The handler's result as 32 bits; all ones for an unknown command, a reply larger than the output buffer (the
  * connection stays in step), a NULL `param` or a failed transport. A failure of transport ends the connection, and
- * the next call makes a new one. If the connection breaks while the reply is awaited, a request without input reads as
- * success with 0, with the output buffer and uiOutBufLen as they were.
- * All threads of a process share one connection and take turns. Input beyond MORU_SYSCALL_INPUT_MAX bytes does not
- * reach the handler.
- * @safety MT-Safe, AS-Unsafe lock
+ * the next call makes a new one. If the connection breaks while the reply is awaited, or a signal interrupts the
+ * receive, a request without input reads as success with 0, with the output buffer and uiOutBufLen as they were: always
+ * send a byte.
+ * All threads of a process share one connection and take turns; a forked child connects anew. Input beyond
+ * MORU_SYSCALL_INPUT_MAX bytes does not reach the handler.
+ * @safety MT-Safe, AS-Unsafe lock heap; a cancellation point: the connection is dropped and the turn given back
  */
 TIRN_API uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param);
 

@@ -98,7 +98,15 @@ TIRN_API extern int g_siProcMapFlag;
 /*
  * Starting threads. All are detached. The new thread's pthread_t goes to `id_out`, if that is not NULL; of a job in
  * the pool it is the worker's, and means something only while the job runs. A thread beyond the table's
- * KESA_THREAD_SLOTS works like the others, but neither lookups nor the list show it. Results: 0, or -1.
+ * KESA_THREAD_SLOTS works like the others, but neither lookups nor the list show it. Results: 0; -1 on failure, and for
+ * a NULL function.
+ *
+ * A thread may be cancelled in its function, or leave it by pthread_exit: its record is given back all the same. Of a
+ * worker of the pool, a cancellation that is sent while it waits meets its next job.
+ *
+ * Between two jobs a worker gets back its binding to all configured CPUs and strategy 0. Whatever else a job changes of
+ * its thread, the next job finds: the core and node that it claims, its context and iod id, and its nice value where
+ * strategy 0 is not set up.
  */
 
 /* Gives the function to an idle worker of the pool; without one, starts a thread.
@@ -142,8 +150,7 @@ TIRN_API int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr)
 /*
  * Makes the pool, at most KESA_THREAD_SLOTS workers, once per process. A quarter of them is started here, the others
  * by one of the workers. The threads made so far; 0 for a count of 0, and when a pool was asked for before.
- * A forked child has a pool without workers: a job that it gives there is never run, so it starts threads by
- * create_thread_raw.
+ * A forked child has no pool, and may make one of its own.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API uint32_t kesa_thread_pool_create(uint32_t count);
@@ -201,7 +208,7 @@ TIRN_API int kesa_thrd_clearcurthreadinfo(void);
 TIRN_API int kesa_thrd_module_init(void);
 
 /* Prints the living threads of the table, one to a line. The last four arguments are not used. Nothing for a NULL
- * function.
+ * function. No thread is held while `print` runs.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API void kesa_thrd_list(kesa_print_fn print, uint64_t a, uint64_t b, uint64_t c, uint64_t d);
 

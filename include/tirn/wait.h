@@ -52,7 +52,8 @@ static inline void kesa_wait_queue_entry_init(struct kesa_wait_queue_entry* entr
   entry->link.next = entry->link.prev = &entry->link;
 }
 
-/* Sets the entry waiting, and enters it at the front of the queue if it is on none. Always 0.
+/* Sets the entry waiting, and enters it at the front of the queue if it is on none. Always 0. From here to finish_wait
+ * the queue points at the entry: a thread that can be cancelled holds that off. The two waits are no cancellation points.
  * @safety MT-Safe race:entry, AS-Unsafe lock */
 TIRN_API int prepare_to_wait(struct kesa_wait_queue_head* head, struct kesa_wait_queue_entry* entry);
 

@@ -141,7 +141,7 @@ TEST(Ring, WaitsForEarlierClaims) {
     yields = 0;
     std::atomic_ref(side.head).store(side.head + 1);
     std::thread thread(call);
-    EXPECT_TRUE(wait_until([] { return yields != 0; }, std::chrono::seconds(60)));
+    EXPECT_TRUE(wait_until([] { return yields != 0; }));
     const uint32_t before = std::atomic_ref(side.tail).load();
     EXPECT_EQ(std::atomic_ref(side.head).load(), before + 2);
     std::atomic_ref(side.tail).store(before + 1, std::memory_order_release);

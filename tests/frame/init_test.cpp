@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hurn.h"
+#include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "tirn/cpumask.h"
@@ -70,6 +71,25 @@ TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
   log.clear();
   EXPECT_EQ(kesa_Init(), 0u);
   EXPECT_EQ(log.texts(), kStarted) << log;
+}
+
+// Lines are written from inside the set-ups of start-up, of the device and of the clock.
+TEST(Init, LogCallbackMayCallTheLibrary) {
+  KernelSide kernel;
+  kernel.no_jiffies();
+  static std::atomic<int> lines{0};
+  const hurn_content_record record{HURN_CALLBACK_ONLY, [](const hurn_line*) {
+                                     kesa_get_jiffies();
+                                     kesa_pid_get_name(0);
+                                     kesa_destory();
+                                     lines += kesa_Init() == 0;
+                                   }};
+  const auto outcome = tirn::test::run_child([&record] {
+    kesa_log_register_callback(&record);
+    EXPECT_EQ(kesa_Init(), 0xFFFFFFFFu);
+    return lines == 4 ? 0 : 1;
+  });
+  EXPECT_TRUE(outcome.exited()) << outcome;
 }
 
 TEST(Init, ThreadsThatStartTogetherStartOnce) {

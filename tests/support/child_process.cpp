@@ -20,9 +20,11 @@ namespace {
   setrlimit(RLIMIT_CORE, &no_core);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
-  const bool had_failed = testing::Test::HasFailure();
+  // The parent's test may have failed already.
+  const testing::TestResult& test = *testing::UnitTest::GetInstance()->current_test_info()->result();
+  const int failed_before = test.total_part_count();
   int status = piece();
-  if (!had_failed && testing::Test::HasFailure()) {
+  if (test.total_part_count() != failed_before) {
     status = ChildProcess::kFailedInside;
   }
   fflush(stdout);

@@ -1,15 +1,19 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <sstream>
+#include <thread>
 
 #include "child_process.h"
 #include "faults.h"
+#include "tirn/thread.h"
+#include "wait_until.h"
 
 namespace tirn::test {
 namespace {
@@ -48,19 +52,58 @@ void expect_descriptors(const std::map<int, std::string>& before, int kept) {
   EXPECT_GE(after.size(), before.size()) << "descriptors closed that were another's";
 }
 
+void* run_scenario(void* argument) {
+  const auto& scenario = *static_cast<const Scenario*>(argument);
+  return reinterpret_cast<void*>(scenario.run());
+}
+
+long run_on_a_thread(const Scenario& scenario) {
+  pthread_t thread;
+  void* result = nullptr;
+  EXPECT_EQ(pthread_create(&thread, nullptr, run_scenario, const_cast<Scenario*>(&scenario)), 0);
+  pthread_join(thread, &result);
+  return reinterpret_cast<long>(result);
+}
+
+// The first free slot of the thread table: a lost reference moves it.
+const void* first_free_slot() {
+  const ThreadSlot* slot = nullptr;
+  std::thread([&slot] {
+    EXPECT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+    slot = m_current_thread->slot;
+    EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), 0);
+  }).join();
+  return slot;
+}
+
+// After a cancellation; a lock that was lost makes this run hang, and so the child.
+void expect_nothing_lost(const Scenario& scenario, const void* slot_before) {
+  run_on_a_thread(scenario);
+  scenario.clean_up();
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
+  // Threads that the scenario started may still be ending.
+  EXPECT_TRUE(wait_until([&] { return first_free_slot() == slot_before; })) << "a slot of the thread table was lost";
+}
+
 int run_with_fault(const Scenario& scenario, uint32_t number, Report& report) {
   const LogCapture log;
   scenario.prepare();
+  const bool cancels = scenario.kinds == kCancellations;
+  const void* const slot = cancels ? first_free_slot() : nullptr;
   const auto descriptors = open_descriptors();
   Faults faults({.kinds = scenario.kinds, .number = number, .object = scenario.object});
   report.fault.number = number;
-  const long result = scenario.run();
+  const long result = cancels ? run_on_a_thread(scenario) : scenario.run();
   faults.stop();
   report.calls = faults.calls();
   report.fault = faults.fault();
   scenario.check(result, report.fault, log);
   scenario.clean_up();
+  if (cancels) {
+    expect_nothing_lost(scenario, slot);
+  }
   EXPECT_LE(faults.blocks(), scenario.blocks_kept) << "leaked heap blocks";
+  EXPECT_EQ(faults.inheritable(), 0u) << "opened without close-on-exec";
   expect_descriptors(descriptors, scenario.descriptors_kept);
   if (testing::Test::HasFailure()) {
     std::ostringstream lines;

@@ -1,13 +1,18 @@
 #include "faults.h"
 
 #include <dirent.h>
+#include <dlfcn.h>
+#include <execinfo.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/mman.h>
+#include <sys/select.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -15,9 +20,11 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace tirn::test {
 namespace {
@@ -31,6 +38,7 @@ struct State {
   std::atomic<uint32_t> calls;
   uintptr_t base;
   Fault fault;
+  std::atomic<uint32_t> inheritable;
   std::atomic<bool> has_fault;  // release and acquire: whoever sees it sees the fault
   std::atomic<void*> blocks[kMostBlocks];
 };
@@ -55,10 +63,10 @@ void forget_block(void* block) {
   }
 }
 
-bool is_to_fail(const char* function, FaultKind kind, uintptr_t caller) {
+bool is_to_fail(const char* function, unsigned kinds, uintptr_t caller) {
   const FaultPlan& plan = g_state.plan;
   const bool is_meant =
-      plan.function != nullptr ? std::strcmp(plan.function, function) == 0 : (plan.kinds & kind) != 0;
+      plan.function != nullptr ? std::strcmp(plan.function, function) == 0 : (plan.kinds & kinds) != 0;
   if (!is_meant || !g_state.failing.load(std::memory_order_acquire)) {
     return false;
   }
@@ -73,6 +81,10 @@ bool is_to_fail(const char* function, FaultKind kind, uintptr_t caller) {
     g_state.fault.happened = true;
     g_state.has_fault.store(true, std::memory_order_release);
   }
+  if (plan.kinds == kCancellations) {
+    pthread_cancel(pthread_self());
+    return false;
+  }
   return true;
 }
 
@@ -81,6 +93,20 @@ struct Name {
   consteval Name(const char (&from)[N]) { std::copy_n(from, N, text); }
   char text[N];
 };
+
+// Looks at what has just been opened.
+void note_descriptor(int fd) {
+  if (fd >= 0 && (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) {
+    g_state.inheritable.fetch_add(1);
+  }
+}
+void note_descriptor(FILE* file) { note_descriptor(file != nullptr ? fileno(file) : -1); }
+
+// Of the calls that open, those whose result is closed again by whoever made the call, or kept by the library.
+constexpr bool opens(std::string_view name) {
+  return name == "open" || name == "open64" || name == "fopen" || name == "fopen64" || name == "socket" ||
+         name == "accept4";
+}
 
 template <typename Result>
 Result as_result(long value) {
@@ -92,24 +118,28 @@ Result as_result(long value) {
 }
 
 // Stands in for one function: fails where that is planned, else goes on to the true one.
-template <Name kName, typename Function, FaultKind kKind, int kError, long kFailure>
+template <Name kName, typename Function, unsigned kKinds, int kError, long kFailure>
 struct Fallible;
 
-template <Name kName, typename Result, typename... Arguments, bool kNoexcept, FaultKind kKind, int kError,
+template <Name kName, typename Result, typename... Arguments, bool kNoexcept, unsigned kKinds, int kError,
           long kFailure>
-struct Fallible<kName, Result(Arguments...) noexcept(kNoexcept), kKind, kError, kFailure> {
+struct Fallible<kName, Result(Arguments...) noexcept(kNoexcept), kKinds, kError, kFailure> {
   static inline Result (*real)(Arguments...) = nullptr;
 
   static Result call(Arguments... arguments) {
-    if (is_to_fail(kName.text, kKind, reinterpret_cast<uintptr_t>(__builtin_return_address(0)))) {
+    if (is_to_fail(kName.text, kKinds, reinterpret_cast<uintptr_t>(__builtin_return_address(0)))) {
       if (kFailure != kError) {
         errno = kError;
       }
       return as_result<Result>(kFailure);
     }
     const Result result = real(arguments...);
-    if constexpr (kKind == kHeapFaults) {
+    if constexpr (kKinds == kHeapFaults) {
       keep_block(result);
+    } else if constexpr (opens(std::string_view(kName.text))) {
+      const int error = errno;
+      note_descriptor(result);
+      errno = error;
     }
     return result;
   }
@@ -141,6 +171,21 @@ void* reallocate(void* block, size_t size) {
   return result;
 }
 
+// A log library that writes is a cancellation point; the one that lines are captured from is none.
+void (*g_real_hurn)(uint32_t, uint32_t, const char*, uint32_t, const char*, uint32_t, const char*, ...) = nullptr;
+
+__attribute__((format(printf, 7, 8))) void write_log(uint32_t module, uint32_t level, const char* file, uint32_t line,
+                                                     const char* function, uint32_t, const char* format, ...) {
+  char text[HURN_LINE_MAX];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  is_to_fail("hurn", kCancellations, reinterpret_cast<uintptr_t>(__builtin_return_address(0)));
+  pthread_testcancel();
+  g_real_hurn(module, level, file, line, function, 0, "%s", text);
+}
+
 struct Row {
   const char* name;
   void* replacement;
@@ -148,17 +193,23 @@ struct Row {
 };
 
 // Calls that fail with errno and this result.
-template <Name kName, typename Function, FaultKind kKind, int kError, long kFailure>
+template <Name kName, typename Function, unsigned kKinds, int kError, long kFailure>
 Row row() {
-  using Stand = Fallible<kName, Function, kKind, kError, kFailure>;
+  using Stand = Fallible<kName, Function, kKinds, kError, kFailure>;
   return {kName.text, reinterpret_cast<void*>(Stand::call),
           [](void* real) { Stand::real = reinterpret_cast<decltype(Stand::real)>(real); }};
 }
 
 // Calls that give the error itself.
-template <Name kName, typename Function, FaultKind kKind, int kError>
+template <Name kName, typename Function, unsigned kKinds, int kError>
 Row error_row() {
-  return row<kName, Function, kKind, kError, kError>();
+  return row<kName, Function, kKinds, kError, kError>();
+}
+
+// Calls that are not made to fail, only to meet a cancellation.
+template <Name kName, typename Function>
+Row point_row() {
+  return row<kName, Function, kCancellations, 0, 0>();
 }
 
 template <Name kName, typename... Arguments>
@@ -172,6 +223,9 @@ using Open = int(const char*, int, mode_t);
 using OpenAt = int(int, const char*, int, mode_t);
 using Control = int(int, int, long);
 using NewNothrow = void*(size_t, const std::nothrow_t&);
+
+const Row kLogRow = {"hurn", reinterpret_cast<void*>(write_log),
+                     [](void* real) { g_real_hurn = reinterpret_cast<decltype(g_real_hurn)>(real); }};
 
 // vfork is not here: its child may not return through a frame that the parent still needs.
 const Row kRows[] = {
@@ -189,28 +243,28 @@ const Row kRows[] = {
     releasing_row<"_ZdaPv">(),
     releasing_row<"_ZdlPvm", size_t>(),
     releasing_row<"_ZdaPvm", size_t>(),
-    row<"open", Open, kFileFaults, EMFILE, -1>(),
-    row<"open64", Open, kFileFaults, EMFILE, -1>(),
-    row<"openat", OpenAt, kFileFaults, EMFILE, -1>(),
-    row<"fopen", decltype(fopen), kFileFaults, EMFILE, 0>(),
-    row<"fopen64", decltype(fopen), kFileFaults, EMFILE, 0>(),
+    row<"open", Open, kFileFaults | kCancellations, EMFILE, -1>(),
+    row<"open64", Open, kFileFaults | kCancellations, EMFILE, -1>(),
+    row<"openat", OpenAt, kFileFaults | kCancellations, EMFILE, -1>(),
+    row<"fopen", decltype(fopen), kFileFaults | kCancellations, EMFILE, 0>(),
+    row<"fopen64", decltype(fopen), kFileFaults | kCancellations, EMFILE, 0>(),
     row<"fdopen", decltype(fdopen), kFileFaults, ENOMEM, 0>(),
-    row<"popen", decltype(popen), kFileFaults, EMFILE, 0>(),
-    row<"opendir", decltype(opendir), kFileFaults, EMFILE, 0>(),
+    row<"popen", decltype(popen), kFileFaults | kCancellations, EMFILE, 0>(),
+    row<"opendir", decltype(opendir), kFileFaults | kCancellations, EMFILE, 0>(),
     row<"socket", decltype(socket), kFileFaults, EMFILE, -1>(),
     row<"bind", int(int, const sockaddr*, socklen_t), kFileFaults, EADDRINUSE, -1>(),
     row<"listen", decltype(listen), kFileFaults, EADDRINUSE, -1>(),
-    row<"connect", int(int, const sockaddr*, socklen_t), kFileFaults, ECONNREFUSED, -1>(),
+    row<"connect", int(int, const sockaddr*, socklen_t), kFileFaults | kCancellations, ECONNREFUSED, -1>(),
     row<"pipe", decltype(pipe), kFileFaults, EMFILE, -1>(),
     row<"pipe2", decltype(pipe2), kFileFaults, EMFILE, -1>(),
-    row<"fcntl", Control, kFileFaults, EBADF, -1>(),
-    row<"read", decltype(read), kFileFaults, EIO, -1>(),
-    row<"write", decltype(write), kFileFaults, ENOSPC, -1>(),
-    row<"fgets", decltype(fgets), kFileFaults, EIO, 0>(),
-    row<"getc", decltype(getc), kFileFaults, EIO, EOF>(),
-    row<"fwrite", decltype(fwrite), kFileFaults, ENOSPC, 0>(),
-    row<"fflush", decltype(fflush), kFileFaults, ENOSPC, -1>(),
-    row<"fsync", decltype(fsync), kFileFaults, EIO, -1>(),
+    row<"fcntl", Control, kFileFaults | kCancellations, EBADF, -1>(),
+    row<"read", decltype(read), kFileFaults | kCancellations, EIO, -1>(),
+    row<"write", decltype(write), kFileFaults | kCancellations, ENOSPC, -1>(),
+    row<"fgets", decltype(fgets), kFileFaults | kCancellations, EIO, 0>(),
+    row<"getc", decltype(getc), kFileFaults | kCancellations, EIO, EOF>(),
+    row<"fwrite", decltype(fwrite), kFileFaults | kCancellations, ENOSPC, 0>(),
+    row<"fflush", decltype(fflush), kFileFaults | kCancellations, ENOSPC, -1>(),
+    row<"fsync", decltype(fsync), kFileFaults | kCancellations, EIO, -1>(),
     row<"fstat", int(int, struct stat*), kFileFaults, EIO, -1>(),
     row<"stat", int(const char*, struct stat*), kFileFaults, EACCES, -1>(),
     row<"rename", decltype(rename), kFileFaults, EROFS, -1>(),
@@ -220,7 +274,7 @@ const Row kRows[] = {
     error_row<"posix_fallocate", decltype(posix_fallocate), kFileFaults, ENOSPC>(),
     row<"mmap", decltype(mmap), kFileFaults, ENOMEM, -1>(),
     row<"mmap64", decltype(mmap), kFileFaults, ENOMEM, -1>(),
-    row<"shm_open", decltype(shm_open), kFileFaults, ENFILE, -1>(),
+    row<"shm_open", decltype(shm_open), kFileFaults | kCancellations, ENFILE, -1>(),
     row<"shmget", decltype(shmget), kFileFaults, ENOSPC, -1>(),
     row<"shmat", decltype(shmat), kFileFaults, ENOMEM, -1>(),
     row<"sem_open", sem_t*(const char*, int, mode_t, unsigned), kFileFaults, ENFILE, 0>(),
@@ -242,26 +296,61 @@ const Row kRows[] = {
     error_row<"pthread_cond_init", decltype(pthread_cond_init), kThreadFaults, EAGAIN>(),
     error_row<"pthread_condattr_init", decltype(pthread_condattr_init), kThreadFaults, ENOMEM>(),
     error_row<"pthread_sigmask", decltype(pthread_sigmask), kThreadFaults, EINVAL>(),
+    point_row<"close", decltype(close)>(),
+    point_row<"fclose", decltype(fclose)>(),
+    point_row<"pclose", decltype(pclose)>(),
+    point_row<"readdir", decltype(readdir)>(),
+    point_row<"readdir64", decltype(readdir)>(),
+    point_row<"closedir", decltype(closedir)>(),
+    point_row<"select", decltype(select)>(),
+    point_row<"poll", decltype(poll)>(),
+    point_row<"nanosleep", decltype(nanosleep)>(),
+    point_row<"clock_nanosleep", decltype(clock_nanosleep)>(),
+    point_row<"sem_wait", decltype(sem_wait)>(),
+    point_row<"waitpid", decltype(waitpid)>(),
+    point_row<"system", decltype(system)>(),
+    point_row<"accept4", int(int, sockaddr*, socklen_t*, int)>(),
+    point_row<"recv", decltype(recv)>(),
+    point_row<"recvmsg", decltype(recvmsg)>(),
+    point_row<"sendmsg", decltype(sendmsg)>(),
+    point_row<"dlopen", decltype(dlopen)>(),
+    point_row<"dlclose", decltype(dlclose)>(),
+    point_row<"backtrace", decltype(backtrace)>(),
     error_row<"pthread_mutex_lock", decltype(pthread_mutex_lock), kLockFaults, EINVAL>(),
 };
 
+void redirect(Imports& imports, const Row& row) {
+  if (void* const real = imports.function(row.name); real != nullptr) {
+    row.set_real(real);
+    imports.redirect(row.name, row.replacement);
+  }
+}
+
 }  // namespace
 
-Faults::Faults(const FaultPlan& plan) : imports_(plan.object) {
+Faults::Faults(const FaultPlan& plan) {
   g_state.plan = plan;
   g_state.calls = 0;
-  g_state.base = imports_.base();
   g_state.fault = {};
   g_state.has_fault = false;
+  g_state.inheritable = 0;
   for (auto& block : g_state.blocks) {
     block.store(nullptr, std::memory_order_relaxed);
   }
-  for (const Row& row : kRows) {
-    if (void* const real = imports_.function(row.name); real != nullptr) {
-      row.set_real(real);
-      imports_.redirect(row.name, row.replacement);
+  // A cancellation may also fall into what the library calls.
+  const bool is_everywhere = plan.kinds == kCancellations && plan.object == Object::library;
+  for (const Object object : {plan.object, Object::log, Object::kernel_side}) {
+    if (object == plan.object || is_everywhere) {
+      imports_.push_back(std::make_unique<Imports>(object));
+      for (const Row& row : kRows) {
+        redirect(*imports_.back(), row);
+      }
     }
   }
+  if (is_everywhere) {
+    redirect(*imports_.front(), kLogRow);
+  }
+  g_state.base = imports_.front()->base();
   g_state.failing.store(true, std::memory_order_release);
 }
 
@@ -272,6 +361,8 @@ void Faults::stop() { g_state.failing.store(false, std::memory_order_release); }
 uint32_t Faults::calls() const { return g_state.calls.load(); }
 
 Fault Faults::fault() const { return g_state.has_fault.load(std::memory_order_acquire) ? g_state.fault : Fault{}; }
+
+uint32_t Faults::inheritable() const { return g_state.inheritable.load(); }
 
 int Faults::blocks() const {
   return static_cast<int>(std::count_if(std::begin(g_state.blocks), std::end(g_state.blocks),

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,6 +21,8 @@ enum FaultKind : unsigned {
   kFileFaults = 2,    // what opens, maps, reads, writes, resizes
   kThreadFaults = 4,  // what makes threads, processes and their objects
   kLockFaults = 8,    // pthread_mutex_lock
+  // Not a failure: the call is a cancellation point, and its thread is cancelled there.
+  kCancellations = 16,
 };
 
 struct FaultPlan {
@@ -52,21 +55,25 @@ class Faults {
   uint32_t calls() const;
   Fault fault() const;
   int blocks() const;
+  // Descriptors that were opened for a moment when another thread's child would have inherited them.
+  uint32_t inheritable() const;
 
  private:
-  Imports imports_;
+  std::vector<std::unique_ptr<Imports>> imports_;
 };
 
 // `run` once for each of the calls that it makes, each time in a child process with one call failing, and once
 // without a fault. `check` gets run's result and looks at what is promised of it (fault.happened tells the run
 // without one); `clean_up` gives back what a run that went well leaves. After that the child must hold no heap
-// block of the library's and no descriptor more than before.
+// block of the library's and no descriptor more than before; every descriptor was opened close-on-exec.
 struct Scenario {
   std::function<void()> prepare = [] {};
   std::function<long()> run;
   std::function<void(long result, const Fault& fault, const LogCapture& log)> check = [](long, const Fault&,
                                                                                          const LogCapture&) {};
   std::function<void()> clean_up = [] {};
+  // With kCancellations alone, `run` runs on a thread of its own; whether that ended or went on, afterwards another thread
+  // can call the same, and no child, no descriptor, no block and no slot of the thread table is lost.
   unsigned kinds = kHeapFaults | kFileFaults | kThreadFaults;
   int blocks_kept = 0;                                         // at most, that live as long as the process
   int descriptors_kept = 0;                                    // likewise

@@ -24,8 +24,11 @@ struct Wanted {
 
 int match_object(dl_phdr_info* info, size_t, void* argument) {
   auto* const wanted = static_cast<Wanted*>(argument);
-  const bool is_library = std::strstr(info->dlpi_name, "/libtirn.so") != nullptr;
-  if (wanted->object == Object::library ? is_library : info->dlpi_name[0] == '\0') {
+  static constexpr const char* kNames[] = {"/libtirn.so", "/libhurn.so", "/libzut.so"};
+  const bool is_wanted = wanted->object == Object::program
+                             ? info->dlpi_name[0] == '\0'
+                             : std::strstr(info->dlpi_name, kNames[static_cast<int>(wanted->object)]) != nullptr;
+  if (is_wanted) {
     wanted->found = *info;
     return 1;
   }

@@ -9,7 +9,8 @@
 
 namespace tirn::test {
 
-enum class Object { library, program };  // libtirn.so, or the test program with what is linked into it
+// libtirn.so, libhurn.so, libzut.so, or the test program with what is linked into it.
+enum class Object { library, log, kernel_side, program };
 
 // The addresses are put back at the end.
 class Imports {

@@ -14,6 +14,7 @@
 
 #include "hurn.h"
 #include "tirn/base.h"
+#include "wait_until.h"
 
 namespace tirn::test {
 
@@ -44,7 +45,7 @@ class LogCapture {
   size_t count(uint32_t level, std::string_view text) const;
   bool has(uint32_t level, std::string_view function, std::string_view text) const;
   // True as soon as such a line is there; false when the limit has passed.
-  bool wait_for(std::string_view text, std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
+  bool wait_for(std::string_view text, std::chrono::milliseconds limit = kPatience) const;
   // Forgets the lines so far.
   void clear();
 

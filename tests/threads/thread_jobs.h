@@ -24,7 +24,7 @@ struct Job {
     return create(run, this, nullptr);
   }
   bool wait() const {
-    return wait_until([this] { return is_done.load(); }, std::chrono::seconds(30));
+    return wait_until([this] { return is_done.load(); });
   }
 
   std::function<void()> body;

@@ -165,6 +165,8 @@ TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   EXPECT_EQ(kesa_get_process_exe_name(nullptr, 9) + kesa_get_process_exe_name(name, 0), -2);
   EXPECT_EQ(kesa_get_process_exe_name(name, sizeof name), 0);
   EXPECT_STREQ(name, "thread_test");
+  EXPECT_EQ(kesa_get_process_exe_name(name, 7), 0);
+  EXPECT_STREQ(name, "thread");
   EXPECT_EQ(kesa_get_process_name(nullptr, 9), -1);
   EXPECT_EQ(kesa_get_process_name(name, 7), 0);
   EXPECT_STREQ(name, "thread");

@@ -1,0 +1,177 @@
+// A child of a threaded process can use the library: while threads go through each family without pause, the process
+// forks, and each child calls each family once.
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <thread>
+
+#include "loopback.h"
+#include "support/kernel_side.h"
+#include "support/temp_folder.h"
+#include "tirn/tirn.h"
+
+using namespace tirn::test;
+
+namespace {
+
+struct Family {
+  const char* name;
+  std::function<bool()> call;
+};
+
+std::string g_ini;
+
+bool configuration() {
+  char value[16];
+  if (kesa_cfg_init(g_ini.c_str()) != 0) {
+    return false;
+  }
+  // Another thread may have forgotten the file meanwhile.
+  kesa_cfg_getItemValue("S", "a", value, sizeof value);
+  KesaCfgItemRecord record;
+  const bool found = kesa_cfg_getItemFromFile(g_ini.c_str(), "S", "b", &record) == 0;
+  return kesa_cfg_destroy_ex(g_ini.c_str()) == 0 && found;
+}
+
+bool private_call() {
+  const std::string text = "from " + std::to_string(gettid());
+  return call(kEcho, text, 64) == std::pair(static_cast<uint32_t>(text.size()), text);
+}
+
+void* post(void* semaphore) {
+  sem_post(static_cast<sem_t*>(semaphore));
+  return nullptr;
+}
+
+bool threads() {
+  sem_t done;
+  sem_init(&done, 0, 0);
+  const bool made = kesa_thrd_create(post, &done, nullptr) == 0;
+  while (made && sem_wait(&done) != 0) {
+  }
+  char name[32];
+  return made && kesa_get_process_name(name, sizeof name) == 0;
+}
+
+bool waiting() {
+  kesa_sem_enhance sem;
+  kesa_sem_enhance_init(&sem, 0);
+  return kesa_sem_enhance_down_timeout(&sem, 4) == -ENODATA && kesa_sem_enhance_up(&sem) == 0 &&
+         kesa_sem_enhance_down_timeout(&sem, 4) == 0;
+}
+
+bool allocation() {
+  void* const block = kesa_mallocsubstandard(5, 100, 0, "f", 1);
+  kesa_freesub(block, "f", 1);
+  return block != nullptr;
+}
+
+bool logging() { return kesa_str_tou64(nullptr) == 0; }
+
+bool start_up() { return kesa_Init() == 0 && kesa_get_jiffies() != 0 && kesa_destory() == 0; }
+
+bool command() {
+  FILE* const stream = kesa_popen("exit 3", "r");
+  return stream != nullptr && WEXITSTATUS(kesa_pclose(stream)) == 3 && kesa_system("true") == 0;
+}
+
+bool processors() {
+  kesa_cpumask mask{};
+  return cpumask_init() == 0 && load_cpumask(&mask, "/sys/devices/system/cpu/online", 30) >= 0 &&
+         kesa_thrd_bindAllCfgCpu() == 0;
+}
+
+const Family kFamilies[] = {
+    {"allocation", allocation}, {"logging", logging},           {"configuration", configuration},
+    {"threads", threads},       {"private call", private_call}, {"waiting", waiting},
+    {"start-up", start_up},     {"command", command},           {"processors", processors},
+};
+
+// In the child: which family failed is its status.
+int call_each() {
+  alarm(60);  // a family that hangs ends the child by its signal
+  int status = 0;
+  for (const Family& family : kFamilies) {
+    ++status;
+    if (!family.call()) {
+      return status;
+    }
+  }
+  return kesa_thread_get_knl_tid() == static_cast<uint32_t>(gettid()) ? 0 : status + 1;
+}
+
+void fork_under_load(int forks) {
+  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> loops;
+  for (const Family& family : kFamilies) {
+    loops.emplace_back([&] {
+      while (!stop.load()) {
+        if (!family.call()) {
+          ADD_FAILURE() << family.name << " in the parent";
+          return;
+        }
+      }
+    });
+  }
+  for (int i = 0; i < forks && !testing::Test::HasFailure(); ++i) {
+    usleep(static_cast<useconds_t>(i * 7919 % 3000));
+    const pid_t child = fork();
+    if (child == 0) {
+      _exit(call_each());
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFSIGNALED(status)) {
+      ADD_FAILURE() << "child " << i << " ended by signal " << WTERMSIG(status);
+    } else if (const auto failed = static_cast<size_t>(WEXITSTATUS(status)); failed != 0) {
+      ADD_FAILURE() << "child " << i << ": "
+                    << (failed <= std::size(kFamilies) ? kFamilies[failed - 1].name : "the kernel's id");
+    }
+  }
+  stop.store(true);
+  for (std::thread& loop : loops) {
+    loop.join();
+  }
+  kesa_thrd_clearcurthreadinfo();
+}
+
+TEST(Fork, ChildrenUseEachFamily) {
+  TIRN_NEEDS_SERVER(server);
+  const TempFolder folder;
+  g_ini = folder.write_file("one.ini", "[S]\na=1\nb=2\n");
+  kesa_log_init("fork", ("file:" + folder.path("log") + ":4096:2").c_str());
+  fork_under_load(150);
+  kesa_log_destroy();
+}
+
+// Each allocation asks for the counters then.
+TEST(Fork, ChildrenAllocateWithoutCounters) {
+  KernelSide kernel;
+  kernel.failing(0x401, ENOSYS);
+  std::atomic<bool> stop{false};
+  std::thread loop([&] {
+    while (!stop.load()) {
+      allocation();
+    }
+  });
+  for (int i = 0; i < 300; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(60);
+      _exit(allocation() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0) << "child " << i;
+  }
+  stop.store(true);
+  loop.join();
+}
+
+}  // namespace
