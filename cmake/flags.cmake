@@ -9,6 +9,9 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+# The libraries lie beside one another, in the build tree as installed: one search path serves both. A path that is
+# replaced when it is installed is padded with colons, and an empty entry means the working folder.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
 
 find_program(TIRN_CCACHE ccache)
@@ -35,6 +38,9 @@ target_link_options(tirn_flags INTERFACE
 target_link_libraries(tirn_flags INTERFACE Threads::Threads)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   target_compile_options(tirn_flags INTERFACE -march=x86-64-v2 -mno-omit-leaf-frame-pointer)
+  set(TIRN_BRANCHES -fcf-protection)
+else()
+  set(TIRN_BRANCHES -mbranch-protection=standard)
 endif()
 
 # The library and what it is made of: no exceptions, no run-time types.
@@ -42,6 +48,11 @@ add_library(tirn_strict INTERFACE)
 target_compile_options(tirn_strict INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_link_libraries(tirn_strict INTERFACE tirn_flags)
+# The distribution's hardening. The sanitizers, in debug builds, do the same and more.
+if(TIRN_HARDENING)
+  target_compile_options(tirn_strict INTERFACE
+    $<$<CONFIG:RelWithDebInfo>:-D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection ${TIRN_BRANCHES}>)
+endif()
 
 # Turns SOURCES of one folder into a list: folders are rooms, so a new file joins by being there.
 function(tirn_sources result)

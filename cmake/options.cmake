@@ -4,6 +4,7 @@ set(TIRN_SHELL "" CACHE STRING "Shell that runs commands; empty: found out at ru
 option(TIRN_TESTS "Build the tests" ON)
 option(TIRN_FUZZ "Build the fuzz targets with libFuzzer, in place of the tests" OFF)
 option(TIRN_BENCH "Build the benchmarks" OFF)
+option(TIRN_HARDENING "Stack protector, checked calls and branch protection in release builds" ON)
 
 if(TIRN_KERNEL_SIDE STREQUAL "module" AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   message(FATAL_ERROR "TIRN_KERNEL_SIDE=module: system call 259 is another call on x86-64")

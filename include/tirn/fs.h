@@ -34,7 +34,7 @@ TIRN_API int MORU_Netlink_ext3_create(void);
  * the descriptor is closed; other messages are dropped. One of enum moru_netlink_result.
  * Closing the descriptor from another thread does not wake a receiver that already waits: close it in the handler,
  * or let one more message come after closing.
- * @safety MT-Safe, AS-Unsafe heap; a cancellation point: the descriptor stays open
+ * @safety MT-Safe, AS-Unsafe heap (a cancellation point: the descriptor stays open)
  */
 TIRN_API int MORU_Netlink_ext3_listen(int fd, int pid, moru_netlink_handler handler);
 

@@ -134,8 +134,8 @@ static inline void kesa_rwlock_write_unlock(uint64_t* rwlock) { __atomic_store_n
 #define KESA_TSPINLOCK_NO_OWNER UINT64_MAX
 
 struct kesa_tspinlock {
-  union {
-    __extension__ struct {
+  __extension__ union {
+    struct {
       uint32_t serving; /* the ticket whose turn it is; free when it equals `next` */
       uint32_t next;    /* the ticket that the next one to come gets */
     };
@@ -186,15 +186,15 @@ TIRN_API void do_kesa_tspinlock_destroy(struct kesa_tspinlock* tspinlock, const 
 
 /* Counters that wrap; each pair changes as one word. */
 struct kesa_trwlock {
-  union {
-    __extension__ struct {
+  __extension__ union {
+    struct {
       uint32_t released;         /* holds given back */
       uint32_t writers_released; /* those of writers among them */
     };
     uint64_t released_pair;
   };
-  union {
-    __extension__ struct {
+  __extension__ union {
+    struct {
       uint32_t tickets;        /* tickets handed out */
       uint32_t writer_tickets; /* those to writers among them */
     };

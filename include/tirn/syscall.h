@@ -87,7 +87,7 @@ TIRN_API int MORU_SyscallInit(void);
  * send a byte.
  * All threads of a process share one connection and take turns; a forked child connects anew. Input beyond
  * MORU_SYSCALL_INPUT_MAX bytes does not reach the handler.
- * @safety MT-Safe, AS-Unsafe lock heap; a cancellation point: the connection is dropped and the turn given back
+ * @safety MT-Safe, AS-Unsafe lock heap (a cancellation point: the connection is dropped and the turn given back)
  */
 TIRN_API uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param);
 

@@ -14,7 +14,7 @@ namespace tirn::crc32 {
 template <class Unit>
 struct Nowhere {
   template <class Word>
-  void put(const uint8_t* /*from*/, Word /*word*/) const {}
+  [[gnu::always_inline]] void put(const uint8_t* /*from*/, Word /*word*/) const {}
 };
 
 // The sink of the forms with copy: each word goes to the offset that it came from.
@@ -28,7 +28,7 @@ class CopyTo {
     return reinterpret_cast<uint8_t*>(reinterpret_cast<uintptr_t>(from) + distance_);
   }
   template <class Word>
-  void put(const uint8_t* from, Word word) const {
+  [[gnu::always_inline]] void put(const uint8_t* from, Word word) const {
     std::memcpy(place(from), &word, sizeof word);
   }
 

@@ -51,7 +51,8 @@ constexpr auto table_of_bytes() {
 inline constexpr auto kCrc32cTable = table_of_bytes<Castagnoli>();
 inline constexpr auto kCrc16Table = table_of_bytes<T10Dif>();
 
-inline uint16_t crc16_by_table(uint16_t crc, const uint8_t* bytes, size_t length) {
+// Always inline, as all that forms for different processors share: of two copies the linker keeps either.
+[[gnu::always_inline]] inline uint16_t crc16_by_table(uint16_t crc, const uint8_t* bytes, size_t length) {
   for (; length > 0; --length) {
     crc = static_cast<uint16_t>(crc << 8 ^ kCrc16Table[crc >> 8 ^ *bytes++]);
   }

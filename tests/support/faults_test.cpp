@@ -49,7 +49,7 @@ std::vector<std::string> problems_of(bool leaks_block, bool leaks_file, uint32_t
 TEST(Faults, FindALeakedBlock) {
   uint32_t calls = 0;
   const auto problems = problems_of(true, false, &calls);
-  ASSERT_EQ(problems.size(), 1u);
+  ASSERT_EQ(problems.size(), 1u) << problems[0];
   EXPECT_NE(problems[0].find("failing call 2, open"), std::string::npos) << problems[0];
   EXPECT_NE(problems[0].find("leaked heap blocks"), std::string::npos) << problems[0];
 }
@@ -57,7 +57,7 @@ TEST(Faults, FindALeakedBlock) {
 TEST(Faults, FindALeakedDescriptor) {
   uint32_t calls = 0;
   const auto problems = problems_of(false, true, &calls);
-  ASSERT_EQ(problems.size(), 1u);
+  ASSERT_EQ(problems.size(), 1u) << problems[0];
   EXPECT_NE(problems[0].find("failing call 3, calloc"), std::string::npos) << problems[0];
   EXPECT_NE(problems[0].find("/dev/null"), std::string::npos) << problems[0];
 }

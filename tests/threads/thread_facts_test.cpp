@@ -111,7 +111,8 @@ TEST(ThreadFacts, KernelSideQueries) {
 
 // Each way of starting a thread: detached, its stack without the guard area, strategy 0 where the way takes it.
 TEST(ThreadFacts, StackAttributesAndStrategy) {
-  const KesaThreadStrategyCfg row{2, "0-1023"};
+  const int before = nice_value();
+  const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 2), "0-1023"};
   ASSERT_EQ(kesa_initThreadStrategy(0, &row), 0);
   const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
     return kesa_thrd_create_attr(fn, arg, id, nullptr);
@@ -130,7 +131,7 @@ TEST(ThreadFacts, StackAttributesAndStrategy) {
       EXPECT_EQ(detached, PTHREAD_CREATE_DETACHED);
       EXPECT_EQ(m_current_thread->stack_low, reinterpret_cast<uintptr_t>(address) + guard);
       EXPECT_EQ(m_current_thread->strategy, create == create_thread_raw ? 0 : -1);
-      EXPECT_EQ(nice_value(), create == create_thread_raw ? 2 : 0);
+      EXPECT_EQ(nice_value(), create == create_thread_raw ? before + 2 : before);
     }));
   }
   EXPECT_TRUE(run_in_thread(create_thread_raw, [] {
@@ -145,7 +146,8 @@ TEST(ThreadFacts, StackAttributesAndStrategy) {
 
 // The emulator refuses CPU sets of less than a word, which the kernel takes.
 TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
-  const KesaThreadStrategyCfg row{3, "0-1023"};
+  const int before = nice_value();
+  const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 3), "0-1023"};
   ASSERT_EQ(kesa_initThreadStrategy(0, &row), 0);
   ASSERT_EQ(kesa_thread_pool_create(1), 1u);
   static pthread_t given, runs_on;
@@ -162,14 +164,14 @@ TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
     pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
     kesa_thread_run_in_iod_context_init(9);
     kesa_thrd_core_set(5);
-    setpriority(PRIO_PROCESS, 0, 7);
+    setpriority(PRIO_PROCESS, 0, 17);
   });
   EXPECT_EQ(given, runs_on);
-  run([] {
+  run([before] {
     int type = -1;
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
     EXPECT_EQ(type, PTHREAD_CANCEL_DEFERRED);
-    EXPECT_EQ(nice_value(), 3);
+    EXPECT_EQ(nice_value(), before + 3);
     EXPECT_EQ(kesa_thread_iod_thread_id_get(), 9u);
     EXPECT_EQ(smp_processor_id(), 5);
     EXPECT_TRUE(wait_until([] { return references() == 1; }));

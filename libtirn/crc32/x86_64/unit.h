@@ -13,10 +13,10 @@ namespace {
 // The value stays in the 64 bits that the instruction works on: each step would clear its upper half once more.
 struct Unit {
   using Value = uint64_t;
-  static Value step(Value crc, uint64_t word) { return _mm_crc32_u64(crc, word); }
-  static Value step(Value crc, uint32_t word) { return _mm_crc32_u32(static_cast<uint32_t>(crc), word); }
-  static Value step(Value crc, uint16_t word) { return _mm_crc32_u16(static_cast<uint32_t>(crc), word); }
-  static Value step(Value crc, uint8_t word) { return _mm_crc32_u8(static_cast<uint32_t>(crc), word); }
+  [[gnu::always_inline]] static Value step(Value crc, uint64_t word) { return _mm_crc32_u64(crc, word); }
+  [[gnu::always_inline]] static Value step(Value crc, uint32_t word) { return _mm_crc32_u32(static_cast<uint32_t>(crc), word); }
+  [[gnu::always_inline]] static Value step(Value crc, uint16_t word) { return _mm_crc32_u16(static_cast<uint32_t>(crc), word); }
+  [[gnu::always_inline]] static Value step(Value crc, uint8_t word) { return _mm_crc32_u8(static_cast<uint32_t>(crc), word); }
 };
 
 }  // namespace

@@ -24,7 +24,7 @@ struct Chains {
   size_t part;  // bytes from one chain's part to the next
   const Sink& sink;
 
-  void take_word() {
+  [[gnu::always_inline]] void take_word() {
     value[0] = step<Unit, uint64_t>(value[0], at, sink);
     value[1] = step<Unit, uint64_t>(value[1], at + part, sink);
     value[2] = step<Unit, uint64_t>(value[2], at + 2 * part, sink);
@@ -32,7 +32,7 @@ struct Chains {
   }
 };
 
-inline __m128i product(Unit::Value crc, uint64_t multiplier) {
+[[gnu::always_inline]] inline __m128i product(Unit::Value crc, uint64_t multiplier) {
   return Lane::low_low(Lane::first(crc), Lane::first(multiplier));
 }
 
