@@ -174,6 +174,7 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
 }  // namespace
 
 int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
+  const tirn::NoCancellation guard;
   tirn::cfg::LineReader lines(fd);
   const tirn::Mapping value(KESA_CFG_VALUE_SIZE);
   if (!lines || !value) {
