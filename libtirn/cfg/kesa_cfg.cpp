@@ -187,8 +187,8 @@ int32_t kesa_cfg_init_ex(const char* file) {
     TIRN_INFO("Input File is NULL pointer.");
     return tirn::kFail;
   }
-  NameFilter filter;
-  kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, &filter);
+  NameIndex index;
+  kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, &index);
   if (node == nullptr) {
     TIRN_DEBUG("Parse config file %s failed.", file);
     return tirn::kFail;

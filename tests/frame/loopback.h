@@ -17,6 +17,7 @@
 #include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
+#include "support/thread_end.h"
 #include "support/wait_until.h"
 #include "tirn/syscall.h"
 
@@ -60,7 +61,10 @@ inline int serve_fork(uint32_t, MORU_SYSCALL_PARAM*) {
   }
   return 0;
 }
-inline int serve_end(uint32_t, MORU_SYSCALL_PARAM*) { pthread_exit(nullptr); }
+inline int serve_end(uint32_t, MORU_SYSCALL_PARAM*) {
+  leave_frames();
+  pthread_exit(nullptr);
+}
 
 inline int run_server() {
   const MORU_SYSCALL_ENTRY entries[] = {{kEcho, MORU_SYSCALL_DIRECT, serve_echo},

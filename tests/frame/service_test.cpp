@@ -152,7 +152,14 @@ TEST(Service, CancelledCallLeavesTheNextOneItsAnswer) {
   EXPECT_EQ(call(kEcho, "x", 4).second, "x");
   pthread_t thread;
   ASSERT_EQ(pthread_create(
-                &thread, nullptr, [](void*) -> void* { return call(kSlow, "x", 8), nullptr; }, nullptr),
+                &thread, nullptr,
+                [](void*) -> void* {
+                  pthread_cleanup_push([](void*) { leave_frames(); }, nullptr);
+                  call(kSlow, "x", 8);
+                  pthread_cleanup_pop(0);
+                  return nullptr;
+                },
+                nullptr),
             0);
   usleep(50000);
   pthread_cancel(thread);
