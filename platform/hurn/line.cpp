@@ -73,7 +73,10 @@ void Line::close() {
   for (size_t i = 0; i < length; i++) {
     char shown[8] = {plain[i]};
     if (is_control(plain[i]))
-      snprintf(shown, sizeof shown, plain[i] == '\n' ? "\\n" : plain[i] == '\r' ? "\\r" : "\\x%02x",
+      snprintf(shown, sizeof shown,
+               plain[i] == '\n'   ? "\\n"
+               : plain[i] == '\r' ? "\\r"
+                                  : "\\x%02x",
                static_cast<unsigned char>(plain[i]));
     const size_t size = strlen(shown);
     if (at + size > HURN_LINE_MAX - 1 - (i + 1 < length ? kCutMarkLength : 0)) {
