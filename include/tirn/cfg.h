@@ -12,7 +12,7 @@
  *
  * Names are letters, digits and "_" and may be empty. Every other line is skipped, as is an item whose name or value
  * is too long: silently for the most part; the debug log tells of a name that is none, an error of a value that is too
- * long.
+ * long. A section line that is not understood is skipped too, and leaves its items to the section before.
  *
  * g_stCfgRwlock orders the list of registered files, each file's own lock its sections and items; the list's lock is
  * taken first. Functions that name no file hold the list's lock alone, kesa_cfg_init, kesa_cfg_destroy and
@@ -20,8 +20,8 @@
  * kesa_cfg_getItemValue not beside kesa_cfg_setItemValue_ex, kesa_cfg_setItemValue not beside that and
  * kesa_cfg_getItemValue_ex, and kesa_cfg_destroy not beside either of the two, since they hold a file's lock alone.
  *
- * While a function here holds a lock, cancellations wait. A thread that is cancelled in kesa_cfg_ini_fd_parse alone
- * loses its buffers.
+ * While a function here parses or holds a lock, cancellations wait; a callback of a parse may not end its thread. A
+ * forked child finds the store as it was between two changes, and unlocked.
  */
 #ifndef TIRN_CFG_H
 #define TIRN_CFG_H
@@ -156,8 +156,8 @@ TIRN_API struct kesa_cfg_item_node* kesa_cfg_new_item_node_ex(const char* item, 
 /* The parser */
 
 /*
- * Gets each item of a parse in order. `item` lives as long as the call; its links are not set, and its value stands
- * in a buffer of KESA_CFG_VALUE_SIZE bytes. KESA_CFG_GO_ON to go on; anything else ends the parse and is its result.
+ * Gets each item of a parse in order. `item` and its value live as long as the call; its links are not set.
+ * KESA_CFG_GO_ON to go on; anything else ends the parse and is its result.
  * It leaves the parse's descriptor alone, which stands ahead of the item meanwhile, and under kesa_cfg_ini_file_parse
  * calls no editor of nodes on its context, whose lock is held.
  */
@@ -166,7 +166,7 @@ typedef int32_t (*kesa_cfg_item_fn)(struct kesa_cfg_file_node* context, const ch
 
 /*
  * Parses from where the descriptor stands, which afterwards stands behind the last line that was looked at. 0 at the
- * end of the file (a failing read counts as that), -1 where there is no memory for the two buffers, or the callback's
+ * end of the file (a failing read counts as that), -1 where there is no memory for a line, or the callback's
  * result. `context` goes to the callback and may be NULL, the callback not.
  * @safety MT-Safe race:fd, AS-Unsafe heap
  */

@@ -45,7 +45,8 @@ TIRN_API struct kesa_cpu_partition* kesa_cpum_get_partition(const char* group, c
  * Sets the bits of a list of CPUs. An item may also be GROUP/PARTITION, which stands for that partition's list; a group
  * of * stands for every group. A range is cut at CPU 1023. `mask` holds 1024 bits in 16 words; those that are set stay.
  * 0 if at least one item was good, as a reference is even where nothing has its names; -1 if none was, and for NULL. A
- * partition is read once in a call, however often and by whichever others it is named.
+ * partition is read once in a call, however often and by whichever others it is named. A reference is no good item where
+ * it lies 128 lists deep, or where there are more than 256 partitions and no memory to note them.
  * @safety MT-Safe race:mask, AS-Unsafe lock heap
  */
 TIRN_API int kesa_cpum_parse_cpumask(const char* text, uint64_t* mask);

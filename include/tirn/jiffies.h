@@ -94,12 +94,14 @@ TIRN_API int kesa_CheckCurrCpu(void);
 
 /*
  * Sets currCpuGHz from the model name of /proc/cpuinfo, or by kesa_estimate_tsc_freq where it tells none. 0; all
- * ones where the processor has no constant_tsc flag or a command cannot be run.
+ * ones where the processor has no constant_tsc flag or a command cannot be run. The commands are no cancellation
+ * points, that measurement is one.
  * @safety MT-Unsafe race:currCpuGHz, AS-Unsafe lock heap
  */
 TIRN_API int kesa_get_tsc_freq(void);
 
-/* Measures the counter over 50 ms and sets currCpuGHz to its rate in steps of 10 MHz.
+/* Measures the counter over 50 ms and sets currCpuGHz to its rate in steps of 10 MHz. A cancellation point, which
+ * leaves currCpuGHz as it was.
  * @safety MT-Unsafe race:currCpuGHz, AS-Unsafe heap */
 TIRN_API void kesa_estimate_tsc_freq(void);
 

@@ -1,6 +1,11 @@
 /*
  * Tagged allocation: each block carries the id of the module that owns it, and the bytes of each module are counted.
- * The thin page calls stand here too.
+ * The thin page calls stand here too. Nothing here is a cancellation point.
+ *
+ * The counts stand in a table of the kernel side, which is asked for at each use until it answers. Nobody waits for a
+ * thread that asks: what is counted meanwhile, or by a callback from inside, joins the table when that is found. Where
+ * the node offers none, nothing is counted. A block that was made before there was a table, and is freed after, is only
+ * subtracted.
  */
 #ifndef TIRN_MEM_H
 #define TIRN_MEM_H
@@ -28,7 +33,7 @@ struct kesa_mem_head {
  * Allocates `size` bytes for module `pid` (ids of 1024 and above are counted under 0). Not cleared; aligned as
  * malloc's. NULL for a size of 0, without a word, and where there is no memory. `size` is taken as 32 unsigned
  * bits: the sum with the record must fit 32 bits. `reserved` is 0; `function` and `line` are the caller's.
- * @safety MT-Safe, AS-Unsafe heap
+ * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API void* kesa_mallocsubstandard(uint32_t pid, int32_t size, uint64_t reserved, const char* function,
                                       uint32_t line);
@@ -37,7 +42,7 @@ TIRN_API void* kesa_mallocsubstandard(uint32_t pid, int32_t size, uint64_t reser
  * Frees a block of kesa_mallocsubstandard and takes its bytes off its owner's count. A NULL pointer is reported (at
  * most three times in a row). A pointer without the record's mark is reported and given to free, so memory from
  * plain malloc may come here; 16 bytes before it are read. A second free of a block is not detected.
- * @safety MT-Safe, AS-Unsafe heap
+ * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API void kesa_freesub(void* pointer, const char* function, uint32_t line);
 
@@ -49,13 +54,13 @@ TIRN_API void kesa_freesub(void* pointer, const char* function, uint32_t line);
  * The worker behind kesa_mallocsubstandard: allocates, writes the record, counts, and stores
  * KESA_MEM_TYPE_STANDARD through `type` (if not NULL). The caller's bytes, or NULL without a message; a size of 0
  * gives a block without bytes.
- * @safety MT-Safe, AS-Unsafe heap
+ * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API void* kesa_mallocsubproc(uint32_t size, uint32_t* type, uint64_t reserved, uint32_t pid,
                                   const char* function, uint32_t line);
 
 /* free(block): the block's own address, record included; nothing is counted.
- * @safety MT-Safe, AS-Unsafe heap */
+ * @safety MT-Safe, AS-Unsafe heap lock */
 TIRN_API void kesa_freesubproc(void* block, uint64_t type);
 
 /* Writes the record of a block.
@@ -72,7 +77,8 @@ TIRN_API void kesa_mem_stat_sub(uint32_t pid, uint32_t size);
 
 /*
  * Prints the count of each module that has one, five to a line, and the total. Nothing for a NULL function. The
- * counts are read one by one while others change them.
+ * counts are read one by one while others change them. Nothing is held meanwhile: the function may be cancelled or
+ * end the thread.
  * @safety MT-Safe, AS-Unsafe lock (until the table is found)
  */
 TIRN_API void kesa_mem_show(kesa_print_fn print);

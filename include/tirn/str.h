@@ -9,8 +9,14 @@
  *
  * Statuses are as waitpid stores them: a shell that exits with 3 gives 0x300, and exit status 127 means that the shell
  * could not be started. A child inherits every descriptor that is not close-on-exec, the pipes to other children that
- * still run among them: an end of file may come late. Waiting for a command is a cancellation point: a thread that is
- * cancelled there leaves the child behind.
+ * still run among them: an end of file may come late. It inherits the signal mask and the ignored signals too: what
+ * the caller blocks or ignores does not reach the command. Writing to a command that has ended raises SIGPIPE.
+ *
+ * Nothing here is a cancellation point: a thread that is cancelled while it waits for a command ends after that, with
+ * the child reaped and the pipe closed. Who must not wait so long kills the command.
+ *
+ * bash takes no functions, options or start-up files from the environment (BASH_FUNC_..., SHELLOPTS, BASHOPTS,
+ * BASH_ENV, ENV), nor CDPATH and GLOBIGNORE; the rest of it, PATH above all, is the caller's, which has to be trusted.
  */
 #ifndef TIRN_STR_H
 #define TIRN_STR_H
@@ -48,8 +54,10 @@ TIRN_API int isDangerousCmd(const char* cmd, const char* white);
 
 /*
  * Runs the command unscreened with a pipe to its output (mode "r") or its input ("w"). The stream, to be closed with
- * kesa_pclose, or NULL: a bad mode, a failing system call, or a descriptor beyond the limit that the process had at
- * the first such call, which makes a table of four bytes for each of them. Where no stream can be made of a pipe that stands, the pipe and the child are left behind.
+ * kesa_pclose, or NULL: a bad mode, a failing system call, or (EMFILE)
+ * a descriptor beyond the limit that the process had at the first such call, which makes a table of four bytes for
+ * each of them; its pages cost nothing until they are used. Where no stream can be made of a pipe that stands, the pipe
+ * and the child are left behind.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API FILE* kesa_popen(const char* cmd, const char* mode);
@@ -61,7 +69,7 @@ TIRN_API FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white
 /*
  * As kesa_popen, but the caller gets the child's process id, closes the stream with fclose and waits for the child.
  * The mode is not checked: any that does not begin with 'r' makes a pipe to the command's input, and it goes on to
- * fdopen as it stands.
+ * fdopen as it stands. A child that was left on the same descriptor is forgotten: kesa_pclose refuses the stream.
  * @safety MT-Safe, AS-Unsafe heap
  */
 TIRN_API FILE* kesa_popen_with_pid(const char* cmd, const char* mode, int* pid);
@@ -71,8 +79,9 @@ TIRN_API FILE* kesa_popen_with_pid(const char* cmd, const char* mode, int* pid);
 TIRN_API FILE* kesa_popen_s_with_pid(const char* cmd, const char* mode, const char* white, int* pid);
 
 /*
- * Closes a stream of kesa_popen or kesa_popen_s and waits for its child, with SIGINT, SIGQUIT and SIGHUP blocked in
- * the calling thread. The child's status; -1 where it cannot be waited for, and for any other stream, which stays open.
+ * Closes a stream of kesa_popen or kesa_popen_s and waits for its child, however long it runs, with SIGINT, SIGQUIT
+ * and SIGHUP blocked in the calling thread. The child's status; -1 where it cannot be waited for, and for any other
+ * stream, which stays open. The thread is not cancelled meanwhile.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API int kesa_pclose(FILE* stream);
@@ -81,7 +90,8 @@ TIRN_API int kesa_pclose(FILE* stream);
  * @safety MT-Safe, AS-Unsafe heap lock */
 TIRN_API FILE* popen_s(const char* cmd, const char* mode, const char* white);
 
-/* The C library's system behind the screen: its result, KESA_COMMAND_MISSING or KESA_COMMAND_REFUSED.
+/* The C library's system behind the screen: its result, KESA_COMMAND_MISSING or KESA_COMMAND_REFUSED. Not cancelled
+ * before the command has ended.
  * @safety MT-Safe, AS-Unsafe heap lock */
 TIRN_API int system_s(const char* cmd, const char* white);
 
@@ -98,7 +108,8 @@ TIRN_API int execv_s(const char* path, int argc, char** argv, const char* white,
 
 /*
  * Runs the command unscreened and waits for it; no signal is blocked or ignored meanwhile. Its status,
- * KESA_COMMAND_MISSING for NULL, or -1 where there is no child or it cannot be waited for.
+ * KESA_COMMAND_MISSING for NULL, or -1 where there is no child or it cannot be waited for. The thread is not cancelled
+ * before the command has ended.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API int kesa_system(const char* cmd);
@@ -128,11 +139,11 @@ TIRN_API int __wrap_system(const char* cmd);
 TIRN_API int kesa_ismodevalid(const char* mode);
 
 /* Stores where `c` first stands in the text. 0; -1 if it does not, and for NUL; -22 if a pointer is NULL.
- * @safety MT-Safe, AS-Safe */
+ * @safety MT-Safe, AS-Unsafe lock (for a NULL pointer, which is logged) */
 TIRN_API int kesa_get_charpos(const char* str, char c, unsigned* pos);
 
 /* Cuts the text at its first carriage return and at its first line feed.
- * @safety MT-Safe, AS-Safe */
+ * @safety MT-Safe, AS-Unsafe lock (for NULL, which is logged) */
 TIRN_API void kesa_filter_newlinesymbol(char* str);
 
 /*
@@ -158,7 +169,7 @@ TIRN_API void kesa_str_tolower(char* str);
 /*
  * What kesa_str_tok looks at first: where the scan begins, at *str or, if that is NULL, at `saved`, which is then
  * stored in *str. NULL, with a line in the log, if there is neither or a pointer is NULL.
- * @safety MT-Safe, AS-Safe
+ * @safety MT-Safe, AS-Unsafe lock (where it is NULL)
  */
 TIRN_API char* check_parameter(char** str, char* saved, const char* delim);
 
@@ -166,7 +177,7 @@ TIRN_API char* check_parameter(char** str, char* saved, const char* delim);
  * The next token of the text, which is changed; of the former text for NULL. As strtok, except that NULs are written
  * over a whole run of delimiters and that a text of nothing but delimiters, or of nothing, gives one empty token. NULL
  * with two lines in the log when there are no more. The position is one for the whole process.
- * @safety MT-Unsafe race:kesa_str_tok, AS-Unsafe race:kesa_str_tok
+ * @safety MT-Unsafe race:kesa_str_tok, AS-Unsafe race:kesa_str_tok lock
  */
 TIRN_API char* kesa_str_tok(char* str, const char* delim);
 

@@ -28,6 +28,7 @@ std::optional<int> run_command(char* buffer, uint32_t size, const char* allowed,
 
 FirstLine first_line(const char* command, const char* allowed, char* line, int size) {
   memset_s(line, static_cast<size_t>(size), 0, static_cast<size_t>(size));
+  const NoCancellation guard;  // the pipe would stay open, and the child
   const Pipe pipe(kesa_popen_s(command, "r", allowed));
   if (pipe == nullptr) {
     return FirstLine::kNoPipe;

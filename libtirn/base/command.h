@@ -20,7 +20,7 @@ std::optional<int> run_command(char* buffer, uint32_t size, const char* allowed,
 enum class FirstLine { kRead, kEmpty, kNoPipe };
 
 // Runs `command` and reads the first line of its output, at most size - 1 bytes with its line feed, into `line`, which
-// is zeroed first. A refused command shows as kNoPipe.
+// is zeroed first. A refused command shows as kNoPipe. The thread is not cancelled meanwhile.
 FirstLine first_line(const char* command, const char* allowed, char* line, int size);
 
 }  // namespace tirn

@@ -57,66 +57,35 @@ kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_vi
 }
 
 // An item of the same name goes; the new one stands last.
-void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item, bool may_exist) {
-  if (may_exist) {
-    if (kesa_cfg_item_node* const former = find_item_in(section, item->itemName)) {
-      list::remove(&former->link);
-      free_item(former);
-    }
+void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item, NameIndex* index) {
+  kesa_list_head** const place =
+      index == nullptr ? nullptr : index->place(section, item->itemName, offsetof(kesa_cfg_item_node, itemName));
+  kesa_cfg_item_node* const former =
+      place == nullptr ? find_item_in(section, item->itemName) : node_of<kesa_cfg_item_node>(*place);
+  if (former != nullptr) {
+    list::remove(&former->link);
+    free_item(former);
+  }
+  if (place != nullptr) {
+    *place = &item->link;
   }
   list::push_back(&section->items, &item->link);
 }
 
-bool add_item(kesa_cfg_file_node* file, const char* section_name, const kesa_cfg_item_node& item,
-              NameFilter* filter) {
-  kesa_cfg_section_node* const section = find_or_add_section(file, section_name, filter);
+bool add_item(kesa_cfg_file_node* file, const char* section_name, const kesa_cfg_item_node& item, NameIndex* index) {
+  kesa_cfg_section_node* const section = find_or_add_section(file, section_name, index);
   if (section == nullptr) {
     return false;
   }
-  const std::string_view name(item.itemName);
-  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(name, item.itemValue);
+  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(item.itemName, item.itemValue);
   if (node == nullptr) {
     return false;
   }
-  kesa_cfg_add_item_node(section, node, filter == nullptr || filter->add_item(section, name));
+  kesa_cfg_add_item_node(section, node, index);
   return true;
 }
 
 }  // namespace
-
-bool NameFilter::add(std::string_view name, uint64_t hash, size_t first_word) {
-  if (!words_) {
-    return true;
-  }
-  // Both halves of a product: each bit of the name reaches the ones that are looked at.
-  const auto mix = [&hash](uint64_t value) {
-    const unsigned __int128 product = static_cast<unsigned __int128>(hash ^ value) * 0x9E3779B97F4A7C15;
-    hash = static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
-  };
-  hash ^= name.size();
-  uint64_t value = 0;
-  for (size_t i = 0; i + sizeof value < name.size(); i += sizeof value) {
-    std::memcpy(&value, name.data() + i, sizeof value);
-    mix(value);
-  }
-  // The last eight bytes, or the few that there are.
-  if (name.size() >= sizeof value) {
-    std::memcpy(&value, name.data() + name.size() - sizeof value, sizeof value);
-  } else {
-    for (const char c : name) {
-      value = value << 8 | static_cast<unsigned char>(c);
-    }
-  }
-  mix(value);
-  auto* const words = static_cast<uint64_t*>(words_.get()) + first_word;
-  bool is_there = true;
-  for (const uint64_t bit : {hash, hash >> 32}) {
-    uint64_t& word = words[bit / 64 % kWords];
-    is_there = is_there && (word >> (bit % 64) & 1) != 0;
-    word |= uint64_t{1} << (bit % 64);
-  }
-  return is_there;
-}
 
 kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, const char* section) {
   if (file == nullptr) {
@@ -176,22 +145,25 @@ kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section) {
   return node.release();
 }
 
-kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section, NameFilter* filter) {
-  // Who builds a tree mostly wants the section that he wanted before.
+kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section, NameIndex* index) {
+  // A tree mostly grows in the section that it grew in before.
   if (!list::is_empty(&file->sections)) {
     auto* const last = node_of<kesa_cfg_section_node>(file->sections.prev);
     if (equal(last->sectionName, section)) {
       return last;
     }
   }
-  kesa_cfg_section_node* node = nullptr;
-  if (filter == nullptr || filter->add_section(section)) {
-    node = kesa_cfg_find_section_node(file, section);
-  }
+  kesa_list_head** const place =
+      index == nullptr ? nullptr : index->place(file, section, offsetof(kesa_cfg_section_node, sectionName));
+  kesa_cfg_section_node* node =
+      place == nullptr ? kesa_cfg_find_section_node(file, section) : node_of<kesa_cfg_section_node>(*place);
   if (node == nullptr) {
     node = kesa_cfg_new_section_node(section);
     if (node != nullptr) {
       list::push_back(&file->sections, &node->link);
+      if (place != nullptr) {
+        *place = &node->link;
+      }
     }
   }
   return node;
@@ -228,8 +200,8 @@ int kesa_cfg_destory_section(kesa_cfg_file_node* file) {
 }
 
 int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item,
-                           void* filter) {
-  if (!kesa_cfg_check_param(section, item) || !add_item(file, section, *item, static_cast<NameFilter*>(filter))) {
+                           void* index) {
+  if (!kesa_cfg_check_param(section, item) || !add_item(file, section, *item, static_cast<NameIndex*>(index))) {
     TIRN_ERROR("Set config [%s] : %s = %s fail.", section == nullptr ? "" : section,
                item == nullptr ? "" : item->itemName, item == nullptr ? "" : item->itemValue);
   }

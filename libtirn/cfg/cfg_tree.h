@@ -3,10 +3,9 @@
 #ifndef TIRN_CFG_CFG_TREE_H
 #define TIRN_CFG_CFG_TREE_H
 
-#include <string_view>
-
 #include "libtirn/base/guard.h"
 #include "libtirn/base/list.h"
+#include "libtirn/cfg/name_index.h"
 #include "tirn/cfg.h"
 
 namespace tirn::cfg {
@@ -45,25 +44,6 @@ class NodesOf {
   kesa_list_head& head_;
 };
 
-// The names that a growing tree was asked for (a Bloom filter): a name that surely is not among them need not be
-// searched for, which would make the parse of a large file quadratic.
-class NameFilter {
- public:
-  NameFilter() : words_(2 * kWords * sizeof(uint64_t)) {}
-
-  // Whether the name may be there. It counts as there from now on.
-  bool add_section(std::string_view name) { return add(name, 0, 0); }
-  bool add_item(const kesa_cfg_section_node* section, std::string_view name) {
-    return add(name, reinterpret_cast<uintptr_t>(section), kWords);
-  }
-
- private:
-  static constexpr size_t kWords = 2048;
-  bool add(std::string_view name, uint64_t hash, size_t first_word);
-
-  const Mapping words_;
-};
-
 kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, const char* section);
 kesa_cfg_item_node* find_item_in(kesa_cfg_section_node* section, const char* item);
 kesa_cfg_item_node* kesa_cfg_find_item_node(kesa_cfg_file_node* file, const char* section, const char* item);
@@ -73,8 +53,7 @@ kesa_cfg_file_node* kesa_cfg_new_file_node(const char* file);
 kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section);
 
 // The section, appended if it is missing.
-kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section,
-                                           NameFilter* filter = nullptr);
+kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section, NameIndex* index = nullptr);
 
 // Of a node that is on no list.
 void free_item(kesa_cfg_item_node* item);
@@ -84,10 +63,10 @@ int kesa_cfg_destroy_item(kesa_cfg_section_node* section);
 // Frees all sections of a file with their items.
 int kesa_cfg_destory_section(kesa_cfg_file_node* file);
 
-// The parse's callback that builds a tree. A refused item does not end the parse. `filter`: the parse's NameFilter, or
+// The parse's callback that builds a tree. A refused item does not end the parse. `index`: the parse's NameIndex, or
 // nullptr.
 int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item,
-                           void* filter);
+                           void* index);
 
 }  // namespace tirn::cfg
 

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
@@ -53,10 +54,56 @@ class Files {
 };
 constinit Files g_files;
 
+// A fork waits until nobody is between two states of the store, so that the child finds it whole and unlocked. A thread
+// that forks inside of the store (a log line's callback may) does not wait for itself: it goes on with what it holds.
+__thread uint32_t t_inside = 0;
+
+class Inside {
+ public:
+  Inside() {
+    g_fork_steps.follow();
+    ++t_inside;
+  }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+  ~Inside() { --t_inside; }
+
+ private:
+  static void lock_all(tirn::ForkSteps&) {
+    if (t_inside == 0) {
+      kesa_rwlock_write_lock_mayblock(&g_stCfgRwlock);
+      for (kesa_cfg_file_node& file : g_files.all()) {
+        kesa_rwlock_write_lock_mayblock(&file.rwlock);
+      }
+    }
+  }
+  static void unlock_all(tirn::ForkSteps&) {
+    if (t_inside == 0) {
+      for (kesa_cfg_file_node& file : g_files.all()) {
+        kesa_rwlock_write_unlock(&file.rwlock);
+      }
+      kesa_rwlock_write_unlock(&g_stCfgRwlock);
+    }
+  }
+  static tirn::ForkSteps g_fork_steps;
+};
+constinit tirn::ForkSteps Inside::g_fork_steps(unlock_all, lock_all, unlock_all);
+
+// A hold of the store's list or of a file in it.
+class StoreHold {
+ public:
+  StoreHold(uint64_t& rwlock, RwlockHold::Kind kind) : hold_(rwlock, kind) {}
+  void release() { hold_.release(); }
+
+ private:
+  const Inside inside_;  // before the lock is waited for
+  RwlockHold hold_;
+};
+
 // Frees a file that nobody can find any more, as soon as those who found it before are done.
 void destroy_file(kesa_cfg_file_node* file) {
   {
-    const RwlockHold hold(file->rwlock, RwlockHold::kWriteMayblock);
+    const StoreHold hold(file->rwlock, RwlockHold::kWriteMayblock);
     kesa_cfg_destory_section(file);
   }
   kesa_free(file);
@@ -116,7 +163,7 @@ int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, cons
 class HeldFile {
  public:
   HeldFile(const char* name, RwlockHold::Kind kind) {
-    const RwlockHold files(g_stCfgRwlock, kind);
+    const StoreHold files(g_stCfgRwlock, kind);
     node_ = g_files.find(name);
     if (node_ != nullptr) {
       hold_.emplace(node_->rwlock, kind);
@@ -128,7 +175,7 @@ class HeldFile {
  private:
   const tirn::NoCancellation guard_;  // around the holds' own, which end in another order than they began
   kesa_cfg_file_node* node_;
-  std::optional<RwlockHold> hold_;
+  std::optional<StoreHold> hold_;
 };
 
 }  // namespace
@@ -140,13 +187,13 @@ int32_t kesa_cfg_init_ex(const char* file) {
     TIRN_INFO("Input File is NULL pointer.");
     return tirn::kFail;
   }
-  NameFilter filter;
-  kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, &filter);
+  NameIndex index;
+  kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, &index);
   if (node == nullptr) {
     TIRN_DEBUG("Parse config file %s failed.", file);
     return tirn::kFail;
   }
-  RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_file_node* const former = g_files.find(file);
   node->refCount = 1;
   if (former != nullptr) {
@@ -165,7 +212,7 @@ int32_t kesa_cfg_destroy() {
   if (g_files.is_empty()) {
     return tirn::kOk;
   }
-  const RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  const StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   for (kesa_cfg_file_node& file : g_files.all()) {
     kesa_cfg_destory_section(&file);
     g_files.remove(&file);
@@ -182,7 +229,7 @@ int32_t kesa_cfg_destroy_ex(const char* file) {
     TIRN_ERROR("Param error, pFile is NULL.");
     return tirn::kFail;
   }
-  RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_file_node* const node = g_files.find(file);
   if (node == nullptr || --node->refCount != 0) {
     return tirn::kOk;
@@ -199,7 +246,7 @@ int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffe
     return tirn::kFail;
   }
   {
-    const RwlockHold hold(g_stCfgRwlock, RwlockHold::kReadMayblock);
+    const StoreHold hold(g_stCfgRwlock, RwlockHold::kReadMayblock);
     for (kesa_cfg_file_node& file : g_files.all()) {
       const kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item);
       if (node == nullptr) {
@@ -259,7 +306,7 @@ int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char*
     return tirn::kFail;
   }
   // `copy` is declared before: what it then holds is freed without the lock.
-  const RwlockHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
+  const StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   for (kesa_cfg_file_node& file : g_files.all()) {
     if (kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item)) {
       swap_value(*node, copy);

@@ -145,7 +145,7 @@ class Scratch {
   uint32_t size_ = 0;
 };
 
-// Fills the item, whose value points at a buffer of KESA_CFG_VALUE_SIZE bytes.
+// Fills the item, whose value then stands in the scratch.
 bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) {
   const auto size = static_cast<uint32_t>(line.length) + 1;
   char* const copy = scratch.of_size(size);
@@ -164,26 +164,26 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
     return false;
   }
   if (memcpy_s(item.itemName, sizeof item.itemName, parts.name.begin, parts.name.length + 1) != 0 ||
-      memcpy_s(item.itemValue, KESA_CFG_VALUE_SIZE, parts.value.begin, parts.value.length + 1) != 0) {
+      parts.value.length >= KESA_CFG_VALUE_SIZE) {
     TIRN_ERROR("copy item (%s=%s) fail in parse item.", parts.name.begin, parts.value.begin);
     return false;
   }
+  item.itemValue = parts.value.begin;
   return true;
 }
 
 }  // namespace
 
 int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
+  const tirn::NoCancellation guard;
   tirn::cfg::LineReader lines(fd);
-  const tirn::Mapping value(KESA_CFG_VALUE_SIZE);
-  if (!lines || !value) {
+  if (!lines) {
     return tirn::kFail;
   }
   Scratch scratch;
   char section[KESA_CFG_NAME_SIZE] = {};
   std::memcpy(section, kDefaultSection, sizeof kDefaultSection);
   kesa_cfg_item_node item{};
-  item.itemValue = static_cast<char*>(value.get());
   for (Text line = lines.next(); line.begin != nullptr; line = lines.next()) {
     const Text trimmed = kesa_cfg_trim_string(line);
     if (trimmed.begin == nullptr) {
@@ -203,7 +203,7 @@ int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item
       return result;
     }
   }
-  return tirn::kOk;
+  return lines ? tirn::kOk : tirn::kFail;
 }
 
 kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn callback, void* argument) {

@@ -46,6 +46,7 @@ static_assert(sizeof(Output) == 290);
 uint64_t address_of(const void* record) { return reinterpret_cast<uintptr_t>(record); }
 
 int kesa_cst_syscall(Command command, Argument* argument) {
+  const tirn::NoCancellation guard;
   const tirn::Fd file(kesa_open(kControlFile, O_RDWR | O_CLOEXEC, 0));
   if (!file) {
     TIRN_ERROR("Open file failed, errno %d", errno);

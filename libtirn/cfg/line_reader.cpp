@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "libtirn/base/stored_file.h"
 #include "tirn/cfg.h"
@@ -13,14 +14,16 @@ namespace {
 
 constexpr size_t kLongest = KESA_CFG_LINE_SIZE - 1;  // with the line feed
 constexpr size_t kBlock = 16384;
+constexpr uint32_t kFirst = 2 * kBlock;
 
 }  // namespace
 
 LineReader::LineReader(int fd)
     : fd_(fd),
       is_stored_(is_stored_file(fd)),
-      buffer_(kLongest + kBlock + 1),
-      text_(static_cast<char*>(buffer_.get())) {}
+      buffer_(tagged_block<char>(kFirst)),
+      size_(kFirst),
+      text_(buffer_.get()) {}
 
 LineReader::~LineReader() {
   if (is_stored_ && raw_ != filled_) {
@@ -34,11 +37,32 @@ bool LineReader::fill() {
   end_ -= begin_;
   begin_ = 0;
   raw_ = filled_ = end_;
+  if (!make_room()) {
+    return false;
+  }
   const ssize_t count = read(fd_, text_ + filled_, is_stored_ ? kBlock : 1);
   if (count <= 0) {
     return false;
   }
   filled_ += static_cast<size_t>(count);
+  return true;
+}
+
+// For one more block and a terminator behind the line so far.
+bool LineReader::make_room() {
+  if (end_ + kBlock < size_) {
+    return true;
+  }
+  const size_t size = 2 * size_;
+  auto larger = tagged_block<char>(static_cast<uint32_t>(size));
+  if (larger == nullptr) {
+    is_short_of_memory_ = true;
+    return false;
+  }
+  std::memcpy(larger.get(), text_, end_);
+  buffer_ = std::move(larger);
+  size_ = size;
+  text_ = buffer_.get();
   return true;
 }
 
@@ -67,7 +91,7 @@ Text LineReader::next() {
     take(has_line_feed ? static_cast<size_t>(line_feed - text_) - raw_ : most);
     raw_ += has_line_feed ? 1 : 0;
   }
-  if (end_ == begin_ && !has_line_feed) {
+  if (is_short_of_memory_ || (end_ == begin_ && !has_line_feed)) {
     return {nullptr, 0};
   }
   if (end_ == raw_) {

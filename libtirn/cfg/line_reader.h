@@ -17,7 +17,7 @@ struct Text {
 
 // What kesa_readline gives with a buffer of KESA_CFG_LINE_SIZE bytes, without the line feeds. A stored file is read in
 // blocks; anything else byte by byte, so that it is never read beyond the line. Of the buffer only what is read is
-// touched.
+// touched, which grows with the longest line.
 class LineReader {
  public:
   explicit LineReader(int fd);
@@ -26,20 +26,23 @@ class LineReader {
   // Puts the descriptor behind the last line that was given out.
   ~LineReader();
 
-  // False where there is no memory for the buffer.
-  explicit operator bool() const { return static_cast<bool>(buffer_); }
+  // False where there was no memory for the buffer, at first or for a long line.
+  explicit operator bool() const { return buffer_ != nullptr && !is_short_of_memory_; }
 
   // The next line up to its first NUL, which the caller may change up to its terminator; nullptr at the end.
   Text next();
 
  private:
   bool fill();
+  bool make_room();
   void take(size_t count);
 
   const int fd_;
   const bool is_stored_;
-  const Mapping buffer_;
-  char* const text_;
+  TaggedBlock<char> buffer_;
+  size_t size_;
+  char* text_;
+  bool is_short_of_memory_ = false;
   // Of the buffer: [begin, end) is the line so far, [raw, filled) what was read and not looked at.
   size_t begin_ = 0;
   size_t end_ = 0;

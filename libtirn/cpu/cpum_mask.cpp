@@ -1,6 +1,7 @@
 // Masks from lists of CPUs that may name partitions.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/guard.h"
@@ -15,57 +16,41 @@ using namespace tirn::cpu;
 
 constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // whose work an item's lines tell of
 
-// The partitions that a list names, in the order of all. Bits are only ever set, so each is read once, however often and
-// by whomever it is named: lists that name one another come to an end, and take no stack.
-class NamedPartitions {
+// Which partitions a list has led to, by their place among all. Bits are only ever set, so each partition is read once,
+// however often and by whichever list it is named: lists that name one another come to an end.
+class ReadPartitions {
  public:
-  // Without memory it adds nothing.
-  void name(const char* group, const char* partition) {
-    if (states_ == nullptr && !make_room()) {
-      return;
-    }
-    uint32_t index = 0;
-    for_each_partition([&](const kesa_cpu_group& owner, const kesa_cpu_partition& candidate) {
-      State& state = states_.get()[index++];
-      if (state == State::kUnnamed && (std::strcmp(group, "*") == 0 || std::strcmp(group, owner.name) == 0) &&
-          std::strcmp(partition, candidate.name) == 0) {
-        state = State::kNamed;
-        is_one_unread_ = true;
-      }
-    });
-  }
-
-  // Calls read(list) for each that is named, also for those that such a list names.
-  template <typename Read>
-  void read_all(Read read) {
-    while (is_one_unread_) {
-      is_one_unread_ = false;
-      uint32_t index = 0;
-      for_each_partition([&](const kesa_cpu_group&, const kesa_cpu_partition& partition) {
-        if (State& state = states_.get()[index++]; state == State::kNamed) {
-          state = State::kRead;
-          read(partition.cpumask);
-        }
-      });
-    }
-  }
-
- private:
-  enum class State : uint8_t { kUnnamed = 0, kNamed, kRead };
-
+  // Whether there is room to note each partition.
   bool make_room() {
+    if (seen_ != nullptr) {
+      return true;
+    }
     uint32_t count = 0;
     for_each_partition([&count](const kesa_cpu_group&, const kesa_cpu_partition&) { ++count; });
-    states_ = tirn::tagged_block<State>(count + 1);
-    if (states_ != nullptr) {
-      std::fill_n(states_.get(), count + 1, State::kUnnamed);
+    if (count > sizeof own_) {
+      block_ = tirn::tagged_block<bool>(count);
+      std::fill_n(block_.get(), block_ != nullptr ? count : 0, false);
     }
-    return states_ != nullptr;
+    seen_ = count > sizeof own_ ? block_.get() : own_;
+    return seen_ != nullptr;
   }
 
-  tirn::TaggedBlock<State> states_;
-  bool is_one_unread_ = false;
+  // Whether the partition was not noted yet.
+  bool note(uint32_t index) { return !std::exchange(seen_[index], true); }
+
+  // Lists within lists: a small stack holds so many.
+  bool descend() { return depth_ < kDeepest && ++depth_ != 0; }
+  void ascend() { --depth_; }
+
+ private:
+  static constexpr uint32_t kDeepest = 128;
+  uint32_t depth_ = 0;
+  bool own_[256]{};  // more than a node has
+  tirn::TaggedBlock<bool> block_;
+  bool* seen_ = nullptr;
 };
+
+bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read);
 
 bool parse_range(const char* item, uint64_t* mask) {
   uint32_t start = 0;
@@ -82,8 +67,26 @@ bool parse_range(const char* item, uint64_t* mask) {
   return start <= end;
 }
 
+// Reads the lists of the partitions that an item names, where the item stands.
+bool read_named(const char* item, const char* group, const char* partition, uint64_t* mask, ReadPartitions& read) {
+  if (!read.make_room() || !read.descend()) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Parse cpu mask fail, invalid format:%s", item);
+    return false;
+  }
+  uint32_t index = 0;
+  for_each_partition([&](const kesa_cpu_group& owner, const kesa_cpu_partition& candidate) {
+    const bool is_named = (std::strcmp(group, "*") == 0 || std::strcmp(group, owner.name) == 0) &&
+                          std::strcmp(partition, candidate.name) == 0;
+    if (const uint32_t at = index++; is_named && read.note(at)) {
+      parse_list(candidate.cpumask, mask, read);
+    }
+  });
+  read.ascend();
+  return true;
+}
+
 // Whether an item was taken. A bad one does not end the walk.
-bool parse_list(const char* text, uint64_t* mask, NamedPartitions& named) {
+bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read) {
   bool is_taken = false;
   walk_items(text, [&](const char* item) {
     char group[sizeof kesa_cpu_group::name];
@@ -91,10 +94,7 @@ bool parse_list(const char* text, uint64_t* mask, NamedPartitions& named) {
     const bool is_reference = kesa_cpum_init(nullptr) == tirn::kOk &&
                               sscanf_s(item, "%[^/,]/%[^,]", group, static_cast<unsigned>(sizeof group), partition,
                                        static_cast<unsigned>(sizeof partition)) == 2;
-    if (is_reference) {
-      named.name(group, partition);
-    }
-    is_taken |= is_reference || parse_range(item, mask);
+    is_taken |= is_reference ? read_named(item, group, partition, mask, read) : parse_range(item, mask);
     return true;
   });
   return is_taken;
@@ -103,10 +103,9 @@ bool parse_list(const char* text, uint64_t* mask, NamedPartitions& named) {
 }  // namespace
 
 int kesa_cpum_parse_cpumask(const char* text, uint64_t* mask) {
-  NamedPartitions named;
-  const bool is_taken = parse_list(text, mask, named);
-  named.read_all([&](const char* list) { parse_list(list, mask, named); });
-  return is_taken ? tirn::kOk : tirn::kFail;
+  const tirn::NoCancellation guard;
+  ReadPartitions read;
+  return parse_list(text, mask, read) ? tirn::kOk : tirn::kFail;
 }
 
 int kesa_cpum_clear_cpumask_of_iod_poll(uint64_t* mask) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 #include "tirn/bitops.h"
@@ -48,14 +49,12 @@ int32_t cpumask_init() { return g_masks_loaded.run(load_masks); }
 
 int32_t load_cpumask(kesa_cpumask* mask, const char* path, uint32_t) {
   char list[256]{};
-  FILE* const file = std::fopen(path, "re");
-  if (file == nullptr) {
-    return tirn::kFail;
-  }
-  const bool got = std::fgets(list, sizeof list, file) != nullptr;
-  std::fclose(file);
-  if (!got) {
-    return tirn::kFail;
+  {
+    const tirn::NoCancellation guard;
+    const tirn::File file(std::fopen(path, "re"));
+    if (file == nullptr || std::fgets(list, sizeof list, file.get()) == nullptr) {
+      return tirn::kFail;
+    }
   }
   if (list[0] == '\n') {
     return 0;

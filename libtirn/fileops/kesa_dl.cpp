@@ -1,12 +1,21 @@
 #include <dlfcn.h>
 
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/result.h"
 #include "tirn/fileops.h"
 
-void* kesa_dlopen(const char* path, int flags) { return dlopen(path, flags); }
+// Objects run code of their own as they come and go, with the loader locked: a cancellation there would leave it so.
+
+void* kesa_dlopen(const char* path, int flags) {
+  const tirn::NoCancellation guard;
+  return dlopen(path, flags);
+}
 
 void* kesa_dlsym(void* handle, const char* name) { return handle == nullptr ? nullptr : dlsym(handle, name); }
 
 char* kesa_dlerror(void) { return dlerror(); }
 
-int kesa_dlclose(void* handle) { return handle == nullptr ? tirn::kFail : dlclose(handle); }
+int kesa_dlclose(void* handle) {
+  const tirn::NoCancellation guard;
+  return handle == nullptr ? tirn::kFail : dlclose(handle);
+}

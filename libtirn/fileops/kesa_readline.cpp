@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/stored_file.h"
 #include "tirn/fileops.h"
 
@@ -59,6 +60,7 @@ class Line {
 
 // Reads ahead, and steps back to right behind the line.
 void read_blocks(int fd, Line& line) {
+  const tirn::NoCancellation guard;  // the step back would be missing
   char block[kBlock];
   size_t size = kFirstBlock;
   while (!line.is_complete()) {

@@ -41,6 +41,9 @@ inline uint64_t released(kesa_trwlock& lock) {
   return std::atomic_ref(lock.released_pair).load(std::memory_order_acquire);
 }
 
+// As with the ticket spinlock no full barrier is needed: what the lock guards is reached after an acquiring load of the
+// releasing pair, and done before a release of it.
+//
 // Takes a ticket and waits until the holds that `half` counts, of those with earlier tickets, are given back.
 template <uint32_t (*half)(uint64_t)>
 inline void take(kesa_trwlock& lock, uint32_t of_writers) {

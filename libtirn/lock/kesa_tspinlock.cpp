@@ -67,7 +67,11 @@ void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t li
   set_plain(lock->owner, KESA_TSPINLOCK_NO_OWNER);
 }
 
-// The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it.
+// The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it. No full barrier is needed,
+// also where an increment is a loop of exclusive loads and stores (AArch64 without the large-system extension), past whose
+// end later loads may move: what the lock guards is reached only after `serving` has shown the own ticket, which an
+// acquiring load decides, and is done before the releasing increment of `serving`. Nothing rests on the order between
+// taking a ticket and other memory.
 void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
   tirn::arch::fetch_to_write(lock);
   const uint32_t self = kesa_thread_get_knl_tid();

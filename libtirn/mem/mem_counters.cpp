@@ -2,10 +2,12 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "libtirn/base/bounds.h"
-#include "libtirn/base/guard.h"
+#include "libtirn/base/cancellation.h"
+#include "libtirn/base/fork.h"
 #include "libtirn/base/private_call.h"
 #include "tirn/mem.h"
 
@@ -13,7 +15,56 @@ namespace {
 
 constexpr size_t kTableBytes = TIRN_MODULE_COUNT * sizeof(int64_t);
 
+// The look-up may call out, to the kernel side's handlers and the log's, which allocate too, or wait for a thread that
+// does: so nobody waits for this mutex.
 pthread_mutex_t g_table_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+constinit tirn::ForkSteps g_fork_steps([](tirn::ForkSteps&) { g_table_mutex = PTHREAD_MUTEX_INITIALIZER; });
+
+// What was counted while the mutex was busy. A table that is found takes it over: blocks would otherwise be counted out
+// that were never counted in.
+constinit std::atomic<int64_t> g_early[TIRN_MODULE_COUNT]{};
+constinit std::atomic<bool> g_has_early{false};
+
+void add(int64_t* table, uint32_t id, int64_t bytes) { std::atomic_ref(table[id]).fetch_add(bytes); }
+
+// Moves the early counts into the table, or drops them where there is none: nothing is counted then.
+void settle_early(int64_t* table) {
+  if (!g_has_early.exchange(false)) {
+    return;
+  }
+  for (uint32_t id = 0; id < TIRN_MODULE_COUNT; ++id) {
+    const int64_t bytes = g_early[id].exchange(0);
+    if (table != nullptr) {
+      add(table, id, bytes);
+    }
+  }
+}
+
+// With the mutex held.
+int64_t* ask_for_table() {
+  int64_t* table = tirn::g_counters.load(std::memory_order_relaxed);
+  if (table != nullptr) {
+    return table;
+  }
+  if (tirn::private_call(tirn::PrivateCommand::kMemoryTable, &table) == 0 && table != nullptr) {
+    memset_s(table, kTableBytes, 0, kTableBytes);
+    // Full order, with the load in count_early(): either that sees the table, or this thread the early count.
+    tirn::g_counters.store(table);
+  } else {
+    table = nullptr;
+  }
+  settle_early(table);
+  return table;
+}
+
+void count_early(uint32_t id, int64_t bytes) {
+  g_early[id].fetch_add(bytes);
+  g_has_early.store(true);
+  if (int64_t* const table = tirn::g_counters.load(); table != nullptr) {
+    settle_early(table);
+  }
+}
 
 }  // namespace
 
@@ -21,20 +72,28 @@ namespace tirn {
 
 constinit std::atomic<int64_t*> g_counters{nullptr};
 
-int64_t* find_counters() {
-  const int error = errno;  // allocating without a table is no failure
-  const MutexLock lock(g_table_mutex);
-  int64_t* table = g_counters.load(std::memory_order_relaxed);
-  if (table == nullptr) {
-    int64_t* answer = nullptr;
-    if (private_call(PrivateCommand::kMemoryTable, &answer) == 0 && answer != nullptr) {
-      table = answer;
-      memset_s(table, kTableBytes, 0, kTableBytes);
-      g_counters.store(table, std::memory_order_release);
-    }
+int64_t* find_counters(bool* is_busy) {
+  const NoCancellation guard;  // the mutex would stay locked
+  const int error = errno;     // allocating without a table is no failure
+  g_fork_steps.follow();
+  int64_t* table = nullptr;
+  *is_busy = pthread_mutex_trylock(&g_table_mutex) != 0;
+  if (!*is_busy) {
+    table = ask_for_table();
+    pthread_mutex_unlock(&g_table_mutex);
   }
   errno = error;
   return table;
+}
+
+void count_without_table(uint32_t id, int64_t bytes) {
+  bool is_busy = false;
+  int64_t* const table = find_counters(&is_busy);
+  if (table != nullptr) {
+    add(table, id, bytes);
+  } else if (is_busy) {
+    count_early(id, bytes);
+  }
 }
 
 }  // namespace tirn
@@ -55,7 +114,11 @@ void kesa_mem_show(kesa_print_fn print) {
   print("\n");
   long long total = 0;
   int shown = 0;
-  int64_t* const table = tirn::counters();
+  bool is_busy = false;
+  int64_t* table = tirn::g_counters.load(std::memory_order_acquire);
+  if (table == nullptr) {
+    table = tirn::find_counters(&is_busy);
+  }
   for (uint32_t pid = 0; table != nullptr && pid < TIRN_MODULE_COUNT; ++pid) {
     const long long used = std::atomic_ref(table[pid]).load(std::memory_order_relaxed);
     if (used == 0) {
@@ -70,4 +133,7 @@ void kesa_mem_show(kesa_print_fn print) {
   print("\nTotal used memory: %lld\n", total);
 }
 
-int kesa_mem_stat_dump() { return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kMemoryDump)); }
+int kesa_mem_stat_dump() {
+  const tirn::NoCancellation guard;
+  return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kMemoryDump));
+}

@@ -11,20 +11,21 @@ namespace tirn {
 
 extern std::atomic<int64_t*> g_counters;
 
-// Asks the kernel side for the table; at each use again until it answers.
-[[gnu::cold]] int64_t* find_counters();
+// Asks the kernel side for the table; at each use again until it answers. Nobody waits: nullptr too, with `is_busy`
+// set, while someone else asks (or the same thread, further up its stack).
+[[gnu::cold]] int64_t* find_counters(bool* is_busy);
 
-// All counters, or nullptr while the kernel side offers none. Acquire: whoever sees the table sees it cleared.
-inline int64_t* counters() {
-  int64_t* const table = g_counters.load(std::memory_order_acquire);
-  return table != nullptr ? table : find_counters();
-}
+[[gnu::cold, gnu::noinline]] void count_without_table(uint32_t id, int64_t bytes);
 
 // Ids out of range share counter 0. Full order, so that a count and what its owner did with the block are seen in one
 // order everywhere.
 inline void count_bytes(uint32_t pid, int64_t bytes) {
-  if (int64_t* const table = counters(); table != nullptr) [[likely]] {
-    std::atomic_ref(table[pid < TIRN_MODULE_COUNT ? pid : 0]).fetch_add(bytes);
+  const uint32_t id = pid < TIRN_MODULE_COUNT ? pid : 0;
+  // Acquire: whoever sees the table sees it cleared.
+  if (int64_t* const table = g_counters.load(std::memory_order_acquire); table != nullptr) [[likely]] {
+    std::atomic_ref(table[id]).fetch_add(bytes);
+  } else {
+    count_without_table(id, bytes);
   }
 }
 

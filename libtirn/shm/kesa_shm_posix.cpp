@@ -34,6 +34,7 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
   if (name == nullptr) {
     return nullptr;
   }
+  const tirn::NoCancellation guard;  // what is open would stay so
   const tirn::Fd object(shm_open(name, flags, mode));
   if (!object) {
     return nullptr;
@@ -55,6 +56,7 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
 }
 
 void* kesa_shm_create(const char* name, uint32_t size) {
+  const tirn::NoCancellation guard;
   void* const mapping = kesa_shm_create_ext(name, O_RDWR | O_CREAT, 0600, size);
   if (mapping == nullptr && errno != EEXIST) {
     TIRN_INFO("Open shm fail, errno<%d>.", errno);

@@ -1,11 +1,12 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
-#include "libtirn/base/bounds.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
@@ -18,21 +19,39 @@ namespace {
 // descriptors. An entry belongs to whoever holds its descriptor.
 constinit std::atomic<int32_t*> g_children{nullptr};
 
+using Table = tirn::TaggedBlock<int32_t>;
+
+// A zeroed block of the tagged heap. It may be of gigabytes: pages fresh from the system, which calloc knows, stay
+// untouched.
+Table make_table(uint32_t entries) {
+  const uint32_t size = entries * uint32_t{sizeof(int32_t)};
+  auto* const head = static_cast<kesa_mem_head*>(std::calloc(1, sizeof(kesa_mem_head) + size));
+  if (head == nullptr) {
+    TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_mallocsubstandard",
+                "Malloc memory fails. PID: (%d), size: (%d), type: (%d).", static_cast<int>(TIRN_MODULE_ID),
+                static_cast<int>(size), static_cast<int>(KESA_MEM_TYPE_STANDARD));
+    return nullptr;
+  }
+  kesa_mem_init_head(head, size, TIRN_MODULE_ID);
+  kesa_mem_stat_add(TIRN_MODULE_ID, size);
+  return Table(reinterpret_cast<int32_t*>(head + 1), {"kesa_popen_init", 52});
+}
+
 int32_t* child_table() {
   int32_t* table = g_children.load(std::memory_order_acquire);  // with the exchange: whoever sees it sees it zeroed
   if (table != nullptr) {
     return table;
   }
   const int entries = getdtablesize();
-  if (entries < 1 || static_cast<uint32_t>(entries) > UINT32_MAX / sizeof(int32_t)) {
+  if (entries < 1) {
+    errno = EMFILE;
     return nullptr;
   }
-  const uint32_t size = static_cast<uint32_t>(entries) * sizeof(int32_t);
-  auto made = tirn::tagged_block<int32_t>(size, "kesa_popen_init", 52);
+  constexpr size_t kMost = (UINT32_MAX - sizeof(kesa_mem_head)) / sizeof(int32_t);  // of a block of the tagged heap
+  Table made = make_table(static_cast<uint32_t>(std::min(static_cast<size_t>(entries), kMost)));
   if (made == nullptr) {
     return nullptr;
   }
-  memset_s(made.get(), size, 0, size);
   return g_children.compare_exchange_strong(table, made.get(), std::memory_order_acq_rel) ? made.release() : table;
 }
 
@@ -42,6 +61,16 @@ bool is_in(const int32_t* table, int fd) {
 }
 
 std::atomic_ref<int32_t> child_at(int32_t* table, int fd) { return std::atomic_ref(table[fd]); }
+
+// The stream's descriptor may have been that of a pipe which was not closed by kesa_pclose: the child of that one is
+// not this stream's.
+FILE* without_child(FILE* stream) {
+  int32_t* const table = g_children.load(std::memory_order_acquire);
+  if (stream != nullptr && table != nullptr && is_in(table, fileno(stream))) {
+    child_at(table, fileno(stream)).store(0, std::memory_order_relaxed);
+  }
+  return stream;
+}
 
 // The stream to a new child, whose id it stores; with a table, only on a descriptor that the table has room for.
 FILE* open_pipe(const char* function, const char* cmd, const char* mode, const int32_t* table, int* child) {
@@ -55,8 +84,10 @@ FILE* open_pipe(const char* function, const char* cmd, const char* mode, const i
   const bool has_room = table == nullptr || is_in(table, ends.ours);
   const pid_t pid = has_room ? tirn::start_shell(cmd, &ends) : -1;
   if (pid < 0) {
+    const int error = has_room ? errno : EMFILE;
     close(pdes[0]);
     close(pdes[1]);
+    errno = error;
     return nullptr;
   }
   close(ends.childs);
@@ -89,7 +120,7 @@ FILE* kesa_popen(const char* cmd, const char* mode) {
 }
 
 FILE* kesa_popen_with_pid(const char* cmd, const char* mode, int* pid) {
-  return open_pipe(__func__, cmd, mode, nullptr, pid);
+  return without_child(open_pipe(__func__, cmd, mode, nullptr, pid));
 }
 
 FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white) {
@@ -110,7 +141,8 @@ FILE* popen_s(const char* cmd, const char* mode, const char* white) {
   if (isDangerousCmd(cmd, white) != 0 || kesa_ismodevalid(mode) != tirn::kOk) {
     return nullptr;
   }
-  return popen(cmd, mode);
+  const tirn::NoCancellation guard;
+  return without_child(popen(cmd, mode));
 }
 
 int kesa_pclose(FILE* stream) {
@@ -123,6 +155,7 @@ int kesa_pclose(FILE* stream) {
   if (child == 0) {
     return tirn::kFail;
   }
+  const tirn::NoCancellation guard;  // the flush would leave the descriptor, and the wait the child
   // Cleared before another thread can get the descriptor.
   child_at(table, fd).store(0, std::memory_order_relaxed);
   fclose(stream);

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/log.h"
 #include "libtirn/str/shell.h"
 #include "tirn/str.h"
@@ -10,6 +11,7 @@ int kesa_system(const char* cmd) {
   if (cmd == nullptr) {
     return KESA_COMMAND_MISSING;
   }
+  const tirn::NoCancellation guard;  // nobody else would wait for the child
   const pid_t child = tirn::start_shell(cmd, nullptr);
   return child < 0 ? -1 : tirn::wait_for_end(child);
 }
@@ -24,6 +26,7 @@ int system_s(const char* cmd, const char* white) {
   if (cmd == nullptr) {
     return KESA_COMMAND_MISSING;
   }
+  const tirn::NoCancellation guard;  // which would kill the shell, and leave what the shell has started
   return isDangerousCmd(cmd, white) != 0 ? KESA_COMMAND_REFUSED : std::system(cmd);
 }
 

@@ -10,12 +10,21 @@
 namespace tirn {
 namespace {
 
-#ifndef TIRN_SHELL
-#define TIRN_SHELL nullptr
-#endif
-constinit std::atomic<const char*> g_shell{TIRN_SHELL};
-constexpr char kSh[] = "/bin/sh";
 constexpr char kBash[] = "/bin/bash";
+#ifdef TIRN_SHELL
+constexpr char kSh[] = TIRN_SHELL;
+constexpr bool kIsFixed = true;
+#else
+constexpr char kSh[] = "/bin/sh";
+constexpr bool kIsFixed = false;
+#endif
+
+struct Shell {
+  const char* path;
+  bool is_bash;
+};
+constexpr Shell kOther{kSh, false}, kBashAsSh{kSh, true}, kOwnBash{kBash, true};
+constinit std::atomic<const Shell*> g_shell{nullptr};
 
 bool is_same_file(const char* one, const char* other) {
   struct stat of_one, of_other;
@@ -26,22 +35,45 @@ bool is_same_file(const char* one, const char* other) {
 // Commands end in `&>/dev/null`, which many a /bin/sh takes for 'in the background, and empty that file': they would
 // always succeed. bash keeps its own reading under the name sh. A trial run would tell more, but be a child of a
 // program that has asked for none.
-const char* find_shell() { return access(kBash, X_OK) == 0 && !is_same_file(kSh, kBash) ? kBash : kSh; }
+const Shell* find_shell() {
+  if (access(kBash, X_OK) != 0) {
+    return &kOther;
+  }
+  if (is_same_file(kSh, kBash)) {
+    return &kBashAsSh;
+  }
+  return kIsFixed ? &kOther : &kOwnBash;
+}
+
+const Shell& shell() {
+  const Shell* found = g_shell.load(std::memory_order_relaxed);
+  if (found == nullptr) {
+    found = find_shell();  // the same for all who come at once
+    g_shell.store(found, std::memory_order_relaxed);
+  }
+  return *found;
+}
+
+// How the shell is started. Unlike smaller shells, bash takes functions, options and start-up files from its
+// environment, and with them code of whoever made that. In its privileged mode it does not (nor CDPATH and GLOBIGNORE).
+// Where the effective ids are not the real ones, it goes there by itself and gives the effective ids up; asked to, it
+// would keep them.
+struct Start {
+  const char* path;
+  const char* option;
+};
 
 // Not in line: vfork's second return must find nothing of it in registers.
-[[gnu::noinline]] const char* shell() {
-  const char* path = g_shell.load(std::memory_order_relaxed);
-  if (path == nullptr) {
-    path = find_shell();  // the same for all who come at once
-    g_shell.store(path, std::memory_order_relaxed);
-  }
-  return path;
+[[gnu::noinline]] Start how_to_start() {
+  const Shell& found = shell();
+  const bool asks = found.is_bash && geteuid() == getuid() && getegid() == getgid();
+  return {found.path, asks ? "-pc" : "-c"};
 }
 
 }  // namespace
 
 pid_t start_shell(const char* command, const PipeEnds* ends) {
-  const char* const path = shell();
+  const Start start = how_to_start();
   const int error = errno;
   // NOLINTBEGIN(clang-analyzer-*): posix_spawn costs more, and what may follow vfork is kept to.
   const pid_t child = vfork();
@@ -59,7 +91,7 @@ pid_t start_shell(const char* command, const PipeEnds* ends) {
       close(ends->childs);
     }
   }
-  execl(path, "sh", "-c", command, static_cast<char*>(nullptr));
+  execl(start.path, "sh", start.option, command, static_cast<char*>(nullptr));
   _exit(127);
   // NOLINTEND(clang-analyzer-*)
 }

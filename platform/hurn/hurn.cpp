@@ -1,6 +1,7 @@
 #include "hurn.h"
 
 #include <errno.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cstdarg>
@@ -28,16 +29,21 @@ constinit std::atomic<uintptr_t> content_callback{0};
 // the first touch, maybe in a handler, from allocating.
 constinit thread_local bool in_callback __attribute__((tls_model("initial-exec"))) = false;
 
-class ErrnoKeeper {
+// Each operation that opens or writes: errno is kept, and the thread cannot be cancelled, since the sink would stay owned.
+class Operation {
  public:
-  ErrnoKeeper() = default;
-  ~ErrnoKeeper() { errno = value_; }
-  ErrnoKeeper(const ErrnoKeeper&) = delete;
-  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
-  void put_back() const { errno = value_; }
+  Operation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelled_); }
+  ~Operation() {
+    pthread_setcancelstate(cancelled_, nullptr);
+    errno = value_;
+  }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+  void put_errno_back() const { errno = value_; }
 
  private:
   const int value_ = errno;
+  int cancelled_ = PTHREAD_CANCEL_ENABLE;
 };
 
 // True if the line is for the callback alone.
@@ -85,12 +91,12 @@ void report_suppressed(uint32_t module, uint32_t level) {
 using namespace tirn::logging;
 
 int hurn_init(const char* program, const char* sink) {
-  const ErrnoKeeper keeper;
+  const Operation operation;
   return open_sink(program, sink) ? 0 : -1;
 }
 
 void hurn_destroy(void) {
-  const ErrnoKeeper keeper;
+  const Operation operation;
   reset_sink();
 }
 
@@ -120,14 +126,14 @@ void hurn(uint32_t module, uint32_t level, const char* file, uint32_t line, cons
           const char* format, ...) {
   if (!is_level(level) || !format)
     return;
-  const ErrnoKeeper keeper;
+  const Operation operation;
   if (!admit(module, level))
     return;
   report_suppressed(module, level);
   const Source source{module, level, file, line, function};
   Line whole;
   whole.put_prefix(program_name(), source);
-  keeper.put_back();
+  operation.put_errno_back();
   va_list arguments;
   va_start(arguments, format);
   const bool formatted = whole.put_text(format, arguments);
@@ -139,7 +145,7 @@ void hurn(uint32_t module, uint32_t level, const char* file, uint32_t line, cons
 int hurn_vraw(const char* format, va_list arguments) {
   if (!format)
     return -1;
-  const ErrnoKeeper keeper;
+  const Operation operation;
   Line line;
   if (!line.put_text(format, arguments))
     return -1;

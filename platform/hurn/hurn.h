@@ -7,7 +7,8 @@
  *
  *   2026-10-01T12:34:56.789012Z program[PID/TID] error MODULE FILE:LINE FUNCTION: text
  *
- * The time is universal time. No operation changes errno.
+ * Control characters within the text, tabs apart, are written as \n, \r or \x1b: an argument cannot forge a line, nor
+ * steer a terminal. The time is universal time. No operation changes errno, and none is a cancellation point.
  */
 #ifndef HURN_H
 #define HURN_H

@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +14,8 @@ namespace {
 
 constexpr char kCutMark[] = "...[cut]";
 constexpr size_t kCutMarkLength = sizeof(kCutMark) - 1;
+
+bool is_control(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; }
 
 const char* or_unknown(const char* name) { return name ? name : "?"; }
 
@@ -57,6 +60,35 @@ bool Line::put_text(const char* format, va_list arguments) {
 void Line::close() {
   if (end == text || bytes[end - 1] != '\n')
     bytes[end++] = '\n';
+  if (std::any_of(bytes + text, bytes + end - 1, is_control))
+    escape();
+}
+
+// Each character that could begin another line or steer a terminal is shown as C writes it.
+[[gnu::noinline]] void Line::escape() {
+  char plain[HURN_LINE_MAX];
+  const size_t length = end - 1 - text;
+  memcpy(plain, bytes + text, length);
+  size_t at = text;
+  for (size_t i = 0; i < length; i++) {
+    char shown[8] = {plain[i]};
+    if (is_control(plain[i]))
+      snprintf(shown, sizeof shown,
+               plain[i] == '\n'   ? "\\n"
+               : plain[i] == '\r' ? "\\r"
+                                  : "\\x%02x",
+               static_cast<unsigned char>(plain[i]));
+    const size_t size = strlen(shown);
+    if (at + size > HURN_LINE_MAX - 1 - (i + 1 < length ? kCutMarkLength : 0)) {
+      memcpy(bytes + at, kCutMark, kCutMarkLength);
+      at += kCutMarkLength;
+      break;
+    }
+    memcpy(bytes + at, shown, size);
+    at += size;
+  }
+  bytes[at] = '\n';
+  end = at + 1;
 }
 
 }  // namespace tirn::logging

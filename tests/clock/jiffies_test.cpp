@@ -106,6 +106,7 @@ TEST(JiffiesDevice, FailuresAreToldAndLeaveNothingOpen) {
          d.set("offset", "0x2000\n");
        },
        "Kesa jiffies mmap2, errno=22."},
+      {"offset not aligned", [](Device& d) { d.set("offset", "0x4\n"); }, "Kesa jiffies mmap2, errno=22."},
       {"offset beyond the size", [](Device& d) { d.set("offset", "0x1000\n"); }, "Kesa jiffies mmap2, errno=22."},
       {"offset half beyond", [](Device& d) { d.set("offset", "0xffc\n"); }, "Kesa jiffies mmap2, errno=22."},
       {"offset negative", [](Device& d) { d.set("offset", "-8\n"); }, "Kesa jiffies mmap2, errno=22."},
@@ -136,6 +137,14 @@ TEST(JiffiesDevice, FailuresAreToldAndLeaveNothingOpen) {
   device.set("size", "0x10000\n");  // beyond the file, but the counter lies in it
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x1111u);
+}
+
+TEST(JiffiesDevice, LastWordOfThePageMayBeTheCounter) {
+  KernelSide kernel;
+  Device device(kernel);
+  device.set("offset", "0xff8\n");
+  EXPECT_EQ(jiffies_usr_main(), 0);
+  EXPECT_EQ(kesa_get_jiffies(), 0x1111u * 512);
 }
 
 TEST(JiffiesDevice, MissingFolderAndMissingChild) {

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/random_seed.h"
 #include "tirn/bitops.h"
 
 namespace {
@@ -42,8 +43,7 @@ uint64_t plain_search(GuardedMap& map, uint64_t size, uint64_t offset, bool want
 
 // Against a search bit by bit, at every alignment of the map's end, for sparse, dense and mixed maps.
 TEST(BitSearch, AgreesWithAPlainSearch) {
-  const unsigned seed = std::random_device()();
-  std::mt19937_64 random(seed);
+  std::mt19937_64 random(tirn::test::random_seed());
   for (const uint64_t size :
        {0, 1, 7, 8, 9, 63, 64, 65, 70, 127, 128, 129, 511, 512, 513, 1024, 1025, 2047, 4096, 9001}) {
     GuardedMap map((size + 7) / 8);
@@ -54,7 +54,7 @@ TEST(BitSearch, AgreesWithAPlainSearch) {
         map.map()[n / 8] = static_cast<uint8_t>(map.map()[n / 8] ^ 1 << n % 8);
       }
       const uint64_t offset = size == 0 ? 0 : random() % (size + 2);
-      SCOPED_TRACE(testing::Message() << "seed " << seed << " size " << size << " offset " << offset);
+      SCOPED_TRACE(testing::Message() << "size " << size << " offset " << offset);
       ASSERT_EQ(find_first_bit(map.map(), size), plain_search(map, size, 0, true));
       ASSERT_EQ(find_first_zero_bit(map.map(), size), plain_search(map, size, 0, false));
       ASSERT_EQ(find_next_bit(map.map(), size, offset), plain_search(map, size, offset, true));

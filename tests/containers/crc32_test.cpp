@@ -15,6 +15,7 @@
 #include <cpuid.h>
 
 #include "libtirn/crc32/x86_64/forms/forms.h"
+#include "support/random_seed.h"
 #endif
 
 namespace {
@@ -103,7 +104,7 @@ class Crc32 : public testing::Test {
     const auto seed = static_cast<uint32_t>(random());
     SCOPED_TRACE(testing::Message() << form.name << ", " << length << " bytes, " << from - source.begin()
                                     << " from the start, copied to " << to - copy.begin() << ", cut at " << cut
-                                    << ", seed " << seed << ", random numbers from " << number);
+                                    << ", seed " << seed);
     const uint32_t expected = kesa_crc32cContinueSoft(seed, from, static_cast<uint32_t>(length));
     ASSERT_EQ(form.crc32c(seed, from, length), expected);
     ASSERT_EQ(form.crc32c(form.crc32c(seed, from, cut), from + cut, length - cut), expected);
@@ -126,8 +127,7 @@ class Crc32 : public testing::Test {
     }
   }
 
-  const unsigned number = std::random_device()();
-  std::mt19937 random{number};
+  std::mt19937 random{tirn::test::random_seed()};
   const Guarded source;
   const Guarded copy;
 };

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "tirn/containers.hpp"
 
 namespace {
@@ -30,9 +31,7 @@ void take(void* memory) { std::free((--balance, memory)); }
 }  // namespace
 
 TEST(HashTable, AgreesWithAModel) {
-  const unsigned seed = std::random_device()();
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
-  std::mt19937 random(seed);
+  std::mt19937 random(tirn::test::random_seed());
   std::vector<Item> items(200);
   Table table;
   ASSERT_EQ(table.create(8, 0), 0);  // long chains

@@ -11,6 +11,7 @@
 
 #include "support/faults.h"
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "support/ring.h"
 #include "support/wait_until.h"
 
@@ -28,9 +29,7 @@ class RingByFlags : public testing::TestWithParam<uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(All, RingByFlags, testing::Range(0u, 4u));
 
 TEST_P(RingByFlags, AgreesWithAModel) {
-  const unsigned seed = std::random_device()();
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
-  std::mt19937 random(seed);
+  std::mt19937 random(tirn::test::random_seed());
   for (const auto& [start, count] : std::vector<std::pair<uint32_t, uint32_t>>{
            {0, 1}, {UINT32_MAX - 500, 2}, {0x7FFFFFFC, 8}, {UINT32_MAX - 500, 8}, {UINT32_MAX - 1, 64}}) {
     const Ring ring = ring_from(start, count, GetParam());

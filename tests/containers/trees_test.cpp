@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "tirn/containers.hpp"
 
 namespace {
@@ -31,8 +32,7 @@ using Rb = tirn::RbTree<&Item::rb, ByKey>;
 using Model = std::set<Item*>;  // in the order of their keys: they lie in one array
 
 std::mt19937_64& random_numbers() {
-  static const unsigned seed = std::random_device()();
-  static std::mt19937_64 numbers((std::printf("seed %u\n", seed), seed));
+  static std::mt19937_64 numbers(tirn::test::random_seed());
   return numbers;
 }
 

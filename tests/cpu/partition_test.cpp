@@ -7,6 +7,7 @@
 #include <string>
 
 #include "support/child_process.h"
+#include "support/faults.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/printed.h"
@@ -88,6 +89,26 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
   EXPECT_EQ(kesa_cpum_get_partition("GROUP_0", "two"), nullptr);
   const std::string table = printed(kesa_cpum_dbg_show);
   EXPECT_NE(table.find("GROUP_3          IOD_NORMAL       1    12-13\n"), std::string::npos) << table;
+}
+
+// 300 partitions, each of which names the next one: more than are noted without memory, and deeper than lists may lie.
+TEST(Partitions, ManyInARowWithAndWithoutMemory) {
+  TempFolder folder;
+  std::string text = "[CPU_PARTITION]\ngroup_num=1\n[GROUP_0]\npartition_num=300\n";
+  for (int i = 0; i < 300; ++i) {
+    const std::string number = std::to_string(i);
+    text += "partition_" + number + "=p" + number + ":0:" + (i < 250 ? "bad" + number + "," : "") + "GROUP_0/p" +
+            std::to_string(i + 1) + (i == 299 ? ",5" : "") + "\n";
+  }
+  ASSERT_EQ(kesa_cpum_init(folder.write_file("product.ini", text).c_str()), 0);
+  LogCapture log;
+  EXPECT_TRUE(Mask("GROUP_0/p180").is(1u << 5));
+  EXPECT_EQ(log.lines().front().text, "Parse cpu mask fail, invalid format:bad180,GROUP_0/p181");
+  EXPECT_EQ(Mask("GROUP_0/p100").result, 0);
+  EXPECT_TRUE(Mask("GROUP_0/p100").is(0)) << "the end of the row lies too deep";
+  const Faults faults({.kinds = kHeapFaults, .number = 1, .and_later = true});
+  EXPECT_EQ(Mask("GROUP_0/p299").result, -1);
+  EXPECT_EQ(Mask("GROUP_0/p299,3").result, 0);
 }
 
 TEST(Partitions, ScriptMakesTheDefaultFileAndItsAbsenceIsMetOnce) {

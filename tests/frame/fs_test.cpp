@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
@@ -9,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/private_root.h"
@@ -61,6 +63,7 @@ TEST(FsEvents, ChecksInTheirOrder) {
   close(closed);
   EXPECT_EQ(MORU_Netlink_ext3_listen(closed, 1, take_report), MORU_NETLINK_BIND);
   MORU_Netlink_ext3_release(-1);
+  EXPECT_TRUE(run_child([] { return MORU_Netlink_ext3_release(0), fcntl(0, F_GETFD) == -1 ? 0 : 1; }).exited());
 }
 
 TEST(FsEvents, CreateGivesASocketOrTellsWhy) {

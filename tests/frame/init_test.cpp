@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -157,6 +159,31 @@ TEST(LogFacade, CallbackAndGroupLimit) {
   hurn(43, HURN_ERROR, "f", 1, "g", 0, "to the sink");
   EXPECT_NE(testing::internal::GetCapturedStderr().find("to the sink"), std::string::npos);
   EXPECT_EQ(g_lines, 12);
+}
+
+TEST(Init, LevelThatCannotBeReadIsNotFatal) {
+  LogCapture log;
+  prctl(PR_SET_NAME, "app_data");  // the one process that has a level
+  EXPECT_EQ(kesa_Init(), 0u);
+  EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Kesa affinity initialize failed.")) << log;
+}
+
+TEST(Process, KindsOfMutex) {
+  const struct {
+    int kind, result, second_lock;
+  } kRows[] = {{-1, -1, 0}, {0, 0, EBUSY}, {1, 0, EBUSY}, {2, 0, 0}, {3, -1, 0}};
+  for (const auto& row : kRows) {
+    pthread_mutex_t mutex;
+    ASSERT_EQ(kesa_mtx_init(&mutex, row.kind), row.result) << row.kind;
+    if (row.result == 0) {
+      pthread_mutex_lock(&mutex);
+      EXPECT_EQ(pthread_mutex_trylock(&mutex), row.second_lock) << row.kind;
+      if (row.kind == 1) {
+        EXPECT_EQ(pthread_mutex_lock(&mutex), EDEADLK);
+      }
+      pthread_mutex_unlock(&mutex);
+    }
+  }
 }
 
 TEST(Process, StampIsTheSameForAllThreads) {

@@ -17,6 +17,7 @@
 #include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
+#include "support/thread_end.h"
 #include "support/wait_until.h"
 #include "tirn/syscall.h"
 
@@ -28,6 +29,9 @@ enum : uint32_t {
   kFill = kGroup << 8 | 1,      // as many bytes 0x5A as the u32 of the input says; result 0
   kNegative = kGroup << 8 | 2,  // no output; result -5
   kCapacity = kGroup << 8 | 3,  // no output; result: the capacity that the handler is told
+  kSlow = kGroup << 8 | 4,      // the text "late", after 300 ms
+  kFork = kGroup << 8 | 5,      // forks a worker of the server that outlives it; result 0
+  kEnd = kGroup << 8 | 6,       // ends its thread
 };
 
 inline int serve_echo(uint32_t, MORU_SYSCALL_PARAM* param) {
@@ -45,12 +49,32 @@ inline int serve_fill(uint32_t, MORU_SYSCALL_PARAM* param) {
 inline int serve_negative(uint32_t, MORU_SYSCALL_PARAM*) { return -5; }
 inline int serve_capacity(uint32_t, MORU_SYSCALL_PARAM* param) { return static_cast<int>(param->uiOutBufLen); }
 
+inline int serve_slowly(uint32_t, MORU_SYSCALL_PARAM* param) {
+  usleep(300000);
+  std::memcpy(param->pvOutBuf, "late", param->uiOutLen = 4);
+  return 0;
+}
+inline int serve_fork(uint32_t, MORU_SYSCALL_PARAM*) {
+  if (fork() == 0) {
+    alarm(30);
+    pause();
+  }
+  return 0;
+}
+inline int serve_end(uint32_t, MORU_SYSCALL_PARAM*) {
+  leave_frames();
+  pthread_exit(nullptr);
+}
+
 inline int run_server() {
   const MORU_SYSCALL_ENTRY entries[] = {{kEcho, MORU_SYSCALL_DIRECT, serve_echo},
                                         {kFill, MORU_SYSCALL_INDIRECT, serve_fill},
                                         {kNegative, MORU_SYSCALL_DIRECT, serve_negative},
-                                        {kCapacity, MORU_SYSCALL_DIRECT, serve_capacity}};
-  if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 4) != 0) {
+                                        {kCapacity, MORU_SYSCALL_DIRECT, serve_capacity},
+                                        {kSlow, MORU_SYSCALL_DIRECT, serve_slowly},
+                                        {kFork, MORU_SYSCALL_DIRECT, serve_fork},
+                                        {kEnd, MORU_SYSCALL_DIRECT, serve_end}};
+  if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 7) != 0) {
     return 1;
   }
   [[maybe_unused]] const ssize_t told =

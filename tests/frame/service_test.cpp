@@ -1,7 +1,12 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
+
 #include "loopback.h"
+#include "support/imports.h"
+#include "tirn/fs.h"
 
 using namespace tirn::test;
 
@@ -139,4 +144,84 @@ TEST(Service, ThreadsBearTheirNames) {
   EXPECT_TRUE(wait_until([&] { return names().find("syscall_do_thr\n") != std::string::npos; })) << names();
   EXPECT_NE(names().find("syscall_thr\n"), std::string::npos) << names();
   close(fd);
+}
+
+// The answer that a cancelled call did not wait for is not taken for that of the next one.
+TEST(Service, CancelledCallLeavesTheNextOneItsAnswer) {
+  TIRN_NEEDS_SERVER(server);
+  EXPECT_EQ(call(kEcho, "x", 4).second, "x");
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void*) -> void* {
+                  pthread_cleanup_push([](void*) { leave_frames(); }, nullptr);
+                  call(kSlow, "x", 8);
+                  pthread_cleanup_pop(0);
+                  return nullptr;
+                },
+                nullptr),
+            0);
+  usleep(50000);
+  pthread_cancel(thread);
+  pthread_join(thread, nullptr);
+  EXPECT_EQ(call(kEcho, "next", 8).second, "next");
+}
+
+TEST(Service, HandlerThatEndsItsThreadEndsItsClient) {
+  TIRN_NEEDS_SERVER(server);
+  EXPECT_EQ(call(kEnd, "x", 8).first, 0xFFFFFFFFu);
+  EXPECT_EQ(call(kEcho, "next", 8).second, "next");
+}
+
+// The worker that a server leaves behind holds neither the port nor a client.
+TEST(Service, ForkedWorkerHoldsNoSocket) {
+  TIRN_NEEDS_SERVER(server);
+  const int idle = connect_bare();
+  EXPECT_EQ(call(kFork, "x", 4).first, 0u);
+  server.end();
+  EXPECT_TRUE(is_closed(idle));
+  close(idle);
+  EXPECT_EQ(call(kEcho, "x", 4).first, 0xFFFFFFFFu);
+  Server next;
+  ASSERT_TRUE(next.is_up());
+  EXPECT_EQ(call(kEcho, "y", 4).second, "y");
+}
+
+namespace {
+
+std::atomic<int> g_interruptions{3};
+std::atomic<bool> g_reuses{false};
+
+int make_socket(int domain, int type, int protocol) {
+  EXPECT_NE(type & SOCK_CLOEXEC, 0);
+  return socket(domain, type, protocol);
+}
+int accept_sometimes(int fd, sockaddr* address, socklen_t* length, int flags) {
+  EXPECT_EQ(flags, SOCK_CLOEXEC);
+  return g_interruptions-- > 0 ? (errno = EINTR, -1) : accept4(fd, address, length, flags);
+}
+int set_option(int fd, int level, int option, const void* value, socklen_t length) {
+  g_reuses = g_reuses || (level == SOL_SOCKET && option == SO_REUSEADDR);
+  return setsockopt(fd, level, option, value, length);
+}
+ssize_t send_message(int fd, const msghdr* message, int flags) {
+  EXPECT_EQ(flags, MSG_NOSIGNAL);
+  return sendmsg(fd, message, flags);
+}
+
+}  // namespace
+
+TEST(Service, HowSocketsAreMadeAndUsed) {
+  TIRN_NEEDS_PRIVATE_NETWORK();
+  Imports imports(Object::library);
+  imports.redirect("socket", reinterpret_cast<void*>(make_socket));
+  imports.redirect("accept4", reinterpret_cast<void*>(accept_sometimes));
+  imports.redirect("setsockopt", reinterpret_cast<void*>(set_option));
+  imports.redirect("sendmsg", reinterpret_cast<void*>(send_message));
+  const MORU_SYSCALL_ENTRY entry{kEcho, MORU_SYSCALL_DIRECT, serve_echo};
+  ASSERT_EQ(MORU_PrivateSysCallInit() | MORU_RegSysCall(kGroup, &entry, 1), 0);
+  EXPECT_TRUE(wait_until([] { return call(kEcho, "x", 4).second == "x"; }));
+  EXPECT_TRUE(g_reuses);
+  EXPECT_LT(g_interruptions, 0);
+  MORU_Netlink_ext3_release(MORU_Netlink_ext3_create());
 }

@@ -99,6 +99,47 @@ TEST_F(Hurn, ShapeAndCutOfLines) {
   EXPECT_EQ('\n', log[log.size() - 4097]) << "the last line is as long as a line can be";
 }
 
+TEST_F(Hurn, ControlCharactersForgeNoLine) {
+  const std::pair<string, string> kRows[] = {{"a\nb", "a\\nb"},
+                                             {"tab\tstays \xc3\xa4", "tab\tstays \xc3\xa4"},
+                                             {"\x1b[2J\r\x7f", "\\x1b[2J\\r\\x7f"},
+                                             {"two\n\n", "two\\n"},
+                                             {string(4096, '\n'), string()},
+                                             {string(4094, 'a') + "\n", string(4094, 'a')}};
+  for (const auto& [text, shown] : kRows) {
+    use_file();
+    hurn_original("%s", text.c_str());
+    const string log = read_file(log_);
+    EXPECT_LE(log.size(), size_t{HURN_LINE_MAX});
+    EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n'));
+    EXPECT_TRUE(shown.empty() ? matches(log, "\\n\\n*\\n...[cut]\n") : log == shown + "\n") << log;
+    unlink(log_.c_str());
+  }
+}
+
+// A thread that is cancelled while its line rotates the file: the next one rotates too, and the sink can be changed.
+TEST_F(Hurn, CancelledWritersGoOnRotating) {
+  const auto outcome = tirn::test::run_child([this] {
+    EXPECT_EQ(0, hurn_init("tester", ("file:" + log_ + ":50:2").c_str()));
+    for (int i = 0; i < 3; i++) {
+      pthread_t thread;
+      pthread_create(
+          &thread, nullptr,
+          [](void*) -> void* {
+            pthread_cancel(pthread_self());
+            hurn_original("%s", string(60, 'x').c_str());
+            return nullptr;
+          },
+          nullptr);
+      pthread_join(thread, nullptr);
+    }
+    EXPECT_EQ(61u, read_file(log_ + ".2").size());
+    EXPECT_EQ(0, hurn_init("tester", "stderr"));
+    return 0;
+  });
+  EXPECT_TRUE(outcome.exited()) << outcome;
+}
+
 TEST_F(Hurn, MalformedSinksLeaveTheFormerOne) {
   use_file();
   for (const char* sink : {"", "stdout", "syslog:", "stderr ", "file", "file:", "file::5", "file:/tmp"})

@@ -12,6 +12,7 @@
 
 #include "child_process.h"
 #include "faults.h"
+#include "thread_end.h"
 #include "tirn/thread.h"
 #include "wait_until.h"
 
@@ -54,7 +55,11 @@ void expect_descriptors(const std::map<int, std::string>& before, int kept) {
 
 void* run_scenario(void* argument) {
   const auto& scenario = *static_cast<const Scenario*>(argument);
-  return reinterpret_cast<void*>(scenario.run());
+  long result = 0;
+  pthread_cleanup_push([](void*) { leave_frames(); }, nullptr);
+  result = scenario.run();
+  pthread_cleanup_pop(0);
+  return reinterpret_cast<void*>(result);
 }
 
 long run_on_a_thread(const Scenario& scenario) {

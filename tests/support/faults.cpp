@@ -308,7 +308,6 @@ const Row kRows[] = {
     point_row<"select", decltype(select)>(),
     point_row<"poll", decltype(poll)>(),
     point_row<"nanosleep", decltype(nanosleep)>(),
-    point_row<"clock_nanosleep", decltype(clock_nanosleep)>(),
     point_row<"sem_wait", decltype(sem_wait)>(),
     point_row<"waitpid", decltype(waitpid)>(),
     point_row<"system", decltype(system)>(),

@@ -14,9 +14,15 @@ namespace {
 struct Unit {
   using Value = uint64_t;
   [[gnu::always_inline]] static Value step(Value crc, uint64_t word) { return _mm_crc32_u64(crc, word); }
-  [[gnu::always_inline]] static Value step(Value crc, uint32_t word) { return _mm_crc32_u32(static_cast<uint32_t>(crc), word); }
-  [[gnu::always_inline]] static Value step(Value crc, uint16_t word) { return _mm_crc32_u16(static_cast<uint32_t>(crc), word); }
-  [[gnu::always_inline]] static Value step(Value crc, uint8_t word) { return _mm_crc32_u8(static_cast<uint32_t>(crc), word); }
+  [[gnu::always_inline]] static Value step(Value crc, uint32_t word) {
+    return _mm_crc32_u32(static_cast<uint32_t>(crc), word);
+  }
+  [[gnu::always_inline]] static Value step(Value crc, uint16_t word) {
+    return _mm_crc32_u16(static_cast<uint32_t>(crc), word);
+  }
+  [[gnu::always_inline]] static Value step(Value crc, uint8_t word) {
+    return _mm_crc32_u8(static_cast<uint32_t>(crc), word);
+  }
 };
 
 }  // namespace

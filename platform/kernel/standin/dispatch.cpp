@@ -1,6 +1,7 @@
 #include <atomic>
 
 #include "commands.h"
+#include "uncancelled.h"
 #include "zut.h"
 
 namespace zut {
@@ -64,6 +65,7 @@ long serve(const Call& call) {
 }  // namespace zut
 
 long zut_private_call(uint64_t word, uint64_t a, uint64_t b, uint64_t c, uint64_t d) {
+  const zut::Uncancelled guard;
   const zut::Call call{word, a, b, c, d};
   if (word >> 32 != zut::kModule) {
     return zut::fail(EINVAL);

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "futex.h"
 #include "jiffies.h"
+#include "uncancelled.h"
 #include "zut.h"
 
 namespace zut {
@@ -76,6 +77,7 @@ int make_own_device() {
 }  // namespace zut
 
 int zut_jiffies_device(const char** sysfs, const char** dev) {
+  const zut::Uncancelled uncancelled;
   const std::lock_guard guard(zut::lock);
   if (zut::withdrawn) {
     return static_cast<int>(zut::fail(ENODEV));

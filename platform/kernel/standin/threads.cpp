@@ -1,6 +1,6 @@
 // What user space can tell of threads and of the CPUs that they run on.
-#include <dirent.h>
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -59,16 +59,31 @@ long cpu_of(const char* thread) {
   return field != nullptr ? strtol(field, nullptr, 10) : -1;
 }
 
+// As the kernel stores them.
+struct Entry {
+  uint64_t inode;
+  int64_t offset;
+  uint16_t size;
+  uint8_t type;
+  char name[];
+};
+
+// Called in signal handlers too: the folder is read without the C library's stream, which allocates.
 uint32_t threads_of_cpu(uint32_t cpu) {
   uint32_t count = 0;
-  DIR* tasks = opendir("/proc/self/task");
-  if (tasks == nullptr) {
+  const int tasks = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (tasks < 0) {
     return count;
   }
-  while (const dirent* entry = readdir(tasks)) {
-    count += entry->d_name[0] != '.' && cpu_of(entry->d_name) == static_cast<long>(cpu);
+  alignas(Entry) char bytes[2048];
+  for (long length; (length = syscall(SYS_getdents64, tasks, bytes, sizeof(bytes))) > 0;) {
+    for (long at = 0; at < length;) {
+      const auto* entry = reinterpret_cast<const Entry*>(bytes + at);
+      count += entry->name[0] != '.' && cpu_of(entry->name) == static_cast<long>(cpu);
+      at += entry->size;
+    }
   }
-  closedir(tasks);
+  close(tasks);
   return count;
 }
 
