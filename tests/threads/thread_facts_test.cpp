@@ -192,8 +192,9 @@ TEST(ThreadFacts, InterruptedSleepKeepsErrno) {
   }
 }
 
-// A job that is given in a forked child runs there, on a thread or on the child's own pool.
-TEST(ThreadFacts, PoolOfAForkedChild) {
+// A job that is given in a forked child runs there, on a thread or on the child's own pool. The emulator loses locks of its
+// own in a child of a threaded process.
+TEST(ThreadFactsNative, PoolOfAForkedChild) {
   ASSERT_GE(kesa_thread_pool_create(4), 1u);
   ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
   const ChildOutcome outcome = run_child([] {
