@@ -10,12 +10,12 @@
 
 #include "libtirn/arch/arch.h"
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "tirn/crc32.h"
 #if defined(__x86_64__)
 #include <cpuid.h>
 
 #include "libtirn/crc32/x86_64/forms/forms.h"
-#include "support/random_seed.h"
 #endif
 
 namespace {
