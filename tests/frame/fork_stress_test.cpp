@@ -17,9 +17,8 @@
 
 using namespace tirn::test;
 
-#ifdef __SANITIZE_ADDRESS__
-#define TIRN_NEEDS_FORKS() \
-  GTEST_SKIP() << "the address sanitizer's allocator loses its locks in a threaded process's child"
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TIRN_NEEDS_FORKS() GTEST_SKIP() << "the sanitizers' allocator loses its locks in a threaded process's child"
 #else
 #define TIRN_NEEDS_FORKS() static_assert(true)
 #endif
