@@ -17,6 +17,7 @@
  *
  * bash takes no functions, options or start-up files from the environment (BASH_FUNC_..., SHELLOPTS, BASHOPTS,
  * BASH_ENV, ENV), nor CDPATH and GLOBIGNORE; the rest of it, PATH above all, is the caller's, which has to be trusted.
+ * A command that itself turns tracing on (set -x) still expands the environment's PS4.
  */
 #ifndef TIRN_STR_H
 #define TIRN_STR_H

@@ -1,5 +1,4 @@
 #include <dirent.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -20,16 +19,6 @@ bool read_entry(DIR* directory, dirent* buffer) {
 #pragma GCC diagnostic pop
 }
 
-struct Walk {
-  tirn::Folder directory;
-  tirn::TaggedBlock<dirent> entry;
-};
-
-void end_walk(void* walk) {
-  static_cast<Walk*>(walk)->directory.reset();
-  static_cast<Walk*>(walk)->entry.reset();
-}
-
 }  // namespace
 
 int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
@@ -38,21 +27,22 @@ int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
     return tirn::kFail;
   }
   const tirn::NoCancellation guard;  // what is open would stay so
-  Walk walk{tirn::Folder(opendir(path)), {}};
-  if (walk.directory == nullptr) {
+  tirn::Folder directory(opendir(path));
+  if (directory == nullptr) {
     return tirn::kFail;
   }
   // Without a limit (-1) the record's own room is left, which is that of the longest name of Linux.
   const long size = pathconf(path, _PC_NAME_MAX) + static_cast<long>(sizeof(dirent)) + 1;
-  walk.entry = tirn::tagged_block<dirent>(static_cast<uint32_t>(size));
-  if (walk.entry == nullptr) {
+  tirn::TaggedBlock<dirent> entry = tirn::tagged_block<dirent>(static_cast<uint32_t>(size));
+  if (entry == nullptr) {
     return tirn::kFail;
   }
-  pthread_cleanup_push(end_walk, &walk);  // a callback may end the thread, which runs no guard
-  while (read_entry(walk.directory.get(), walk.entry.get())) {
-    const dirent& entry = *walk.entry;
-    callback(ctx, entry.d_name, static_cast<int>(std::strlen(entry.d_name)), entry.d_off, entry.d_ino, entry.d_type);
-  }
-  pthread_cleanup_pop(1);
+  const auto walk = [&] {
+    while (read_entry(directory.get(), entry.get())) {
+      callback(ctx, entry->d_name, static_cast<int>(std::strlen(entry->d_name)), entry->d_off, entry->d_ino,
+               entry->d_type);
+    }
+  };
+  tirn::run_with_cleanup(walk, [&] { directory.reset(), entry.reset(); });
   return tirn::kOk;
 }

@@ -34,12 +34,14 @@ TEST(ReadLine, SeesTheFileAsItIsNow) {
   ASSERT_STREQ(kesa_readline(fd, line, sizeof line), "one\n");
   ASSERT_EQ(pwrite(fd, "TWO", 3, 4), 3);
   EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "TWO\n");
-  lseek(fd, 0, SEEK_END);
+  kesa_lseek(fd, 0, SEEK_END);
   EXPECT_EQ(kesa_readline(fd, line, sizeof line), nullptr);
   ASSERT_EQ(write(fd, "four", 4), 4);
-  lseek(fd, -4, SEEK_CUR);
+  EXPECT_EQ(kesa_lseek(fd, -4, SEEK_CUR), 14);
   EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "four");
   EXPECT_TRUE(kesa_readline(fd, line, 1) == nullptr && kesa_readline(fd, nullptr, 9) == nullptr);
+  line[0] = 'x';
+  EXPECT_TRUE(kesa_readline(fd, line, 0) == nullptr && line[0] == 'x');
   // A socket under the same number: not a byte is taken beyond the line, and errno stays.
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);

@@ -1,7 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
 #include <sys/mman.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,6 +85,8 @@ TEST(SystemVSegments, TwoMappingsShowOne) {
   const auto key = static_cast<int32_t>(0x54000000 | (getpid() & 0xFFFFFF));
   const int id = kesa_shmget(key, 4096);
   ASSERT_GE(id, 0) << strerror(errno);
+  shmid_ds segment{};
+  EXPECT_TRUE(shmctl(id, IPC_STAT, &segment) == 0 && (segment.shm_perm.mode & 0777) == 0600);
   auto* const one = static_cast<std::atomic<int>*>(kesa_shmat(id));
   auto* const other = static_cast<std::atomic<int>*>(kesa_shmat(kesa_shmget_ex(key, 4096, 0)));
   EXPECT_EQ(kesa_shmget_ex(key, 4096, IPC_CREAT | IPC_EXCL | 0600), -1);
