@@ -1,4 +1,4 @@
-/* Run commands through the screened door to the shell: one that is refused, one that runs, one whose output is read. */
+/* Runs screened commands in a shell: one that is refused, one that runs, and one whose output is read. */
 #include <stdio.h>
 #include <sys/wait.h>
 #include <tirn/str.h>
@@ -7,7 +7,7 @@ int main(void) {
   char line[64];
   FILE* stream;
   int status;
-  /* A name that came from elsewhere; "|" is all that this command itself needs. */
+  /* "x; reboot" stands for a name from outside; the command itself needs no special character but "|". */
   if (kesa_system_s("ls / | grep x; reboot", "|") != KESA_COMMAND_REFUSED) {
     return 1;
   }

@@ -1,5 +1,5 @@
-/* Objects in a tree by their first block, in another by their length and in a hash table by their number: they embed the
- * nodes, nothing is allocated. */
+/* Puts objects into a tree by their first block, into another one by their length, and into a hash table by their
+ * number. The objects embed the nodes, so an insertion allocates nothing. */
 #include <stdio.h>
 #include <tirn/tirn.h>
 
@@ -12,13 +12,13 @@ struct extent {
 };
 
 static int compare(const void* key, const void* object, uint64_t zero) {
-  const uint64_t first = *(const uint64_t*)key; /* a key, or an extent, which begins with it */
+  const uint64_t first = *(const uint64_t*)key; /* a block number, or an extent, which begins with one */
   const uint64_t other = ((const struct extent*)object)->first;
   (void)zero;
   return (first > other) - (first < other);
 }
 
-/* The extent that holds a block: the one that begins there, or the nearest before. */
+/* Returns the extent that contains the block, or NULL: the extent that begins there, or else the nearest before. */
 static const struct extent* extent_of(const struct kesa_avl_tree* tree, uint64_t block) {
   uint64_t position;
   const struct extent* extent = kesa_find_avl_node(tree, &block, &position);
@@ -32,7 +32,7 @@ static struct extent* extent_at(struct kesa_rb_node* node) {
   return (struct extent*)((char*)node - offsetof(struct extent, by_length));
 }
 
-/* The red-black tree leaves the search to its user: here equal lengths stand side by side. */
+/* The user of a red-black tree searches for the place; this search allows several extents of equal length. */
 static void enter_by_length(struct kesa_rb_root* root, struct extent* extent) {
   struct kesa_rb_node** link = &root->node;
   struct kesa_rb_node* parent = NULL;

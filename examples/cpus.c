@@ -1,4 +1,4 @@
-/* Walk the online processors. */
+/* Lists the online processors. */
 #include <stdio.h>
 #include <tirn/cpumask.h>
 #include <tirn/smp.h>

@@ -1,4 +1,4 @@
-/* Allocate under a module's id, see the bytes that each module holds, and give them back. */
+/* Allocates a block for a module, prints how many bytes each module holds, and frees the block. */
 #include <stdio.h>
 #include <string.h>
 #include <tirn/mem.h>

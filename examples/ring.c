@@ -1,4 +1,4 @@
-/* Work handed from one thread to another through a ring: pointers go in, in bursts, and come out in order. */
+/* Passes requests from one thread to another through a ring of pointers, and back in order through a second ring. */
 #include <stdio.h>
 #include <tirn/tirn.h>
 
@@ -26,7 +26,7 @@ static void* answerer(void* arg) {
       kesa_yield();
       continue;
     }
-    /* It has room for all requests, so that this cannot be refused. */
+    /* `done` has room for all requests, so this cannot fail. */
     kesa_ring_enqueue_bulk(done, values, taken);
     answered += taken;
   }
@@ -39,7 +39,7 @@ int main(void) {
     return 1;
   }
   kesa_sem_enhance_init(&over, 0);
-  to_do = kesa_ring_create(64, KESA_RING_SINGLE_BOTH); /* 63 at a time */
+  to_do = kesa_ring_create(64, KESA_RING_SINGLE_BOTH); /* holds 63 requests at a time */
   done = kesa_ring_create(1024, KESA_RING_SINGLE_BOTH);
   if (to_do == NULL || done == NULL || kesa_thrd_create(answerer, NULL, NULL) != 0) {
     return 1;
@@ -47,20 +47,20 @@ int main(void) {
   for (uint32_t i = 0; i < REQUESTS; ++i) {
     requests[i].number = i;
     while (kesa_ring_enqueue(to_do, (uint64_t)(uintptr_t)&requests[i]) != 0) {
-      kesa_yield(); /* full */
+      kesa_yield(); /* the ring is full */
     }
   }
   uint32_t right = 0;
   for (uint32_t i = 0; i < REQUESTS; ++i) {
     uint64_t value;
     while (kesa_ring_dequeue(done, &value) != 0) {
-      kesa_yield(); /* empty */
+      kesa_yield(); /* the ring is empty */
     }
     const struct request* const request = (const struct request*)(uintptr_t)value;
     right += request == &requests[i] && request->answer == i * i;
   }
   printf("%u of %d answers came back in order\n", right, REQUESTS);
-  kesa_sem_enhance_down(&over); /* now nobody uses the rings */
+  kesa_sem_enhance_down(&over); /* from here on, the other thread does not use the rings */
   kesa_ring_delete(&to_do);
   kesa_ring_delete(&done);
   return right == REQUESTS ? 0 : 1;

@@ -1,4 +1,4 @@
-/* One process serves a command on the loopback address, another calls it. */
+/* One process serves a command on the loopback address, and another one calls it. */
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -8,7 +8,7 @@
 
 enum { GROUP = 7, ECHO_LENGTH = GROUP << 8 };
 
-/* Stores the length of the text that it is given. Runs on the thread of its client's connection. */
+/* Stores the length of the text in the input buffer. Runs on the thread of the client's connection. */
 static int echo_length(uint32_t cmd, MORU_SYSCALL_PARAM* param) {
   uint32_t length = (uint32_t)strnlen(param->pvInBuf, param->uiInBufLen);
   (void)cmd;
@@ -34,7 +34,7 @@ static int call(void) {
   char text[] = "twelve bytes";
   uint32_t length = 0;
   int tries;
-  for (tries = 0; tries < 100; ++tries) { /* the server may need a moment */
+  for (tries = 0; tries < 100; ++tries) { /* the server may need a moment until it listens */
     MORU_SYSCALL_PARAM param = {sizeof text, sizeof length, 0, text, &length};
     if (MORU_SysCall(ECHO_LENGTH, &param) == 0) {
       printf("the server counts %u bytes in \"%s\"\n", length, text);
@@ -58,7 +58,7 @@ int main(void) {
     return serve(ready[1]);
   }
   close(ready[1]);
-  (void)!read(ready[0], &none, 1); /* ends when the server has registered its command */
+  (void)!read(ready[0], &none, 1); /* returns when the server has registered its command */
   result = call();
   kill(server, SIGTERM);
   waitpid(server, NULL, 0);

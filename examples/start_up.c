@@ -1,4 +1,4 @@
-/* Start the library, log a line under a module's name, read the clocks, and stop. */
+/* Opens the log, starts the library, names a module, reads the clocks, and stops the library. */
 #include <hurn.h>
 #include <stdio.h>
 #include <tirn/tirn.h>

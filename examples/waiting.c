@@ -1,4 +1,4 @@
-/* A wait queue in its typical calling order, and a semaphore that serves in the order of arrival. */
+/* Shows the usual order of calls for a wait queue, and a semaphore that serves threads in order of arrival. */
 #include <stdatomic.h>
 #include <stdio.h>
 #include <tirn/tirn.h>
@@ -13,8 +13,8 @@ static struct kesa_sem_enhance done;
 static int order[WAITERS];
 static int served;
 
-/* Waits until the door is open. The condition is the waiter's own, and is tested between prepare and sleep: a wake-up
- * that comes in between is not lost. */
+/* Waits until `door_is_open` is set. The waiter tests this condition itself, after prepare_to_wait and before it
+ * sleeps, so a wake-up in between is not lost. */
 static void wait_for_door(void) {
   struct kesa_wait_queue_entry entry;
   kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
@@ -24,7 +24,7 @@ static void wait_for_door(void) {
     if (door_is_open) {
       break;
     }
-    sched_wait_timeout(&entry, 250); /* a second; a timeout only tests again */
+    sched_wait_timeout(&entry, 250); /* 250 jiffies, a second; after a timeout the loop tests the condition again */
   }
   finish_wait(&queue, &entry);
 }
@@ -33,7 +33,7 @@ static void* waiter(void* number) {
   wait_for_door();
   kesa_sem_enhance_down(&turn);
   order[served++] = (int)(intptr_t)number;
-  kesa_sem_enhance_up(&turn); /* the oldest waiter gets the unit itself: no newcomer can take it */
+  kesa_sem_enhance_up(&turn); /* gives the unit directly to the oldest waiter; no newcomer can take it */
   kesa_sem_enhance_up(&done);
   return NULL;
 }
@@ -51,7 +51,7 @@ int main(void) {
     }
   }
   kesa_msleep(20);
-  door_is_open = 1; /* first the condition, then the wake-up */
+  door_is_open = 1; /* set the condition before the wake-up */
   __wake_up(&queue);
   for (int i = 0; i < WAITERS; ++i) {
     kesa_sem_enhance_down(&done);

@@ -1,6 +1,6 @@
 /*
- * What every header of the library shares: the export mark, the library's module id, the log levels and
- * the link record of the intrusive lists.
+ * What every header of the library shares: the export mark, the library's module id, the log levels and the link
+ * record of the intrusive lists.
  */
 #ifndef TIRN_BASE_H
 #define TIRN_BASE_H
@@ -19,7 +19,7 @@
 /* Marks an exported function or variable. */
 #define TIRN_API __attribute__((visibility("default")))
 
-/* printf's and scanf's checks of a format against its arguments. */
+/* Has the compiler check a printf format against its arguments. */
 #define TIRN_PRINTF(format_index, first_argument) __attribute__((format(printf, format_index, first_argument)))
 
 /* This library's id among the modules of a node. A module id is below TIRN_MODULE_COUNT. */
@@ -37,8 +37,8 @@ enum tirn_log_level {
 };
 
 /*
- * Link of a circular doubly linked list, embedded in its element; a list's head is such a link too.
- * A link that is on no list holds the two poison values.
+ * Link of a circular doubly linked list, embedded in its element; a list's head is such a link too. A link that is on
+ * no list holds the two poison values or, if its record says so, points to itself.
  */
 struct kesa_list_head {
   struct kesa_list_head* next;
@@ -48,7 +48,7 @@ struct kesa_list_head {
 #define KESA_LIST_POISON_NEXT ((struct kesa_list_head*)0x100100)
 #define KESA_LIST_POISON_PREV ((struct kesa_list_head*)0x200200)
 
-/* A printf-like callback that receives the text of a display function. */
+/* A function like printf that receives the text of a display function. */
 typedef int (*kesa_print_fn)(const char* format, ...);
 
 TIRN_EXTERN_C_END

@@ -1,5 +1,5 @@
-// The trees and the hash table as C++ types over objects that embed their nodes. They add no memory and no work to what
-// the C functions do, which may be used beside them by native().
+// The trees and the hash table as C++ types over objects that embed their nodes. They add no memory and no work to
+// the C functions, which may be called on native() as well.
 //
 //   struct Timer { uint64_t expires; kesa_rb_node node; };
 //   struct ByExpiry {
@@ -8,7 +8,7 @@
 //   };
 //   tirn::RbTree<&Timer::node, ByExpiry> timers;
 //
-// What a loop `for (Timer& timer : timers)` is at may be erased and freed in its body. Containers own no object.
+// The body of a loop `for (Timer& timer : timers)` may erase and free its object. Containers own no objects.
 #ifndef TIRN_CONTAINERS_HPP
 #define TIRN_CONTAINERS_HPP
 
@@ -20,7 +20,7 @@
 
 namespace tirn {
 
-// Between an object and its member.
+// Converts between an object and its member.
 template <auto kMember>
 struct Embedded;
 template <class ObjectType, class NodeType, NodeType ObjectType::*kMember>
@@ -47,7 +47,7 @@ auto* container_of(const typename Embedded<kMember>::Node* node) {
   return Embedded<kMember>::object_of(node);
 }
 
-// Range over a tree in order. The next object is found before the loop's body sees this one.
+// Walks a tree in order. The next object is found before the loop's body sees this one.
 template <class Tree>
 class TreeIterator {
  public:
@@ -64,8 +64,8 @@ class TreeIterator {
   Object* next_;
 };
 
-// Order compares a key, or an object, with an object: below, above or equal to 0, as an integer or as what <=> gives. It
-// has no state.
+// A red-black tree. Order compares a key, or an object, with an object. Its result is below, equal to or above 0: an
+// integer, or what <=> gives. Order has no state.
 template <auto kNode, class Order>
 class RbTree {
   using Member = Embedded<kNode>;
@@ -85,7 +85,8 @@ class RbTree {
   TreeIterator<RbTree> begin() const { return {this, first()}; }
   TreeIterator<RbTree> end() const { return {this, nullptr}; }
 
-  // The object equal to the key, or nullptr.
+  // Finds the object that is equal to the key.
+  // @returns the object, or nullptr if there is none.
   template <class Key>
   Object* find(const Key& key) const {
     kesa_rb_node* node = root_.node;
@@ -99,7 +100,8 @@ class RbTree {
     return Member::object_of(node);
   }
 
-  // False, with nothing changed, where the tree holds an equal object.
+  // Inserts the object unless the tree holds an equal one.
+  // @returns true if it was inserted, false if not.
   bool insert(Object& object) {
     kesa_rb_node* parent = nullptr;
     bool is_right = false;
@@ -119,7 +121,7 @@ class RbTree {
   }
 
   void erase(Object& object) { kesa_rb_erase(Member::node_of(&object), &root_); }
-  // Puts an object of the same order at the other's place.
+  // Puts `object`, which must compare equal to `old`, in the place of `old`.
   void replace(Object& old, Object& object) {
     kesa_rb_replace_node(Member::node_of(&old), Member::node_of(&object), &root_);
   }
@@ -129,7 +131,7 @@ class RbTree {
   kesa_rb_root root_ = {};
 };
 
-// The same with heights that differ less. C code finds by a Key in native().
+// An AVL tree. Its branches differ less in height than those of a red-black tree. C code searches native() by a Key.
 template <auto kNode, class Order, class Key = typename Embedded<kNode>::Object>
 class AvlTree {
   using Member = Embedded<kNode>;
@@ -150,14 +152,16 @@ class AvlTree {
   TreeIterator<AvlTree> begin() const { return {this, first()}; }
   TreeIterator<AvlTree> end() const { return {this, nullptr}; }
 
-  // The object equal to the key, or nullptr.
+  // Finds the object that is equal to the key.
+  // @returns the object, or nullptr if there is none.
   template <class AnyKey>
   Object* find(const AnyKey& key) const {
     uint64_t position;
     return search(key, position);
   }
 
-  // False, with nothing changed, where the tree holds an equal object.
+  // Inserts the object unless the tree holds an equal one.
+  // @returns true if it was inserted, false if not.
   bool insert(Object& object) {
     uint64_t position;
     if (search(object, position) != nullptr) {
@@ -177,13 +181,13 @@ class AvlTree {
     return (order > 0) - (order < 0);
   }
 
-  // A node's children as two fields: between those, compilers choose without a branch.
+  // A node's children as two fields: compilers choose between fields without a branch.
   struct __attribute__((may_alias)) Below {
     const kesa_avl_node* left;
     const kesa_avl_node* right;
   };
 
-  // kesa_find_avl_node with the comparison inlined.
+  // Does the work of kesa_find_avl_node with the comparison inlined.
   template <class AnyKey>
   Object* search(const AnyKey& key, uint64_t& position) const {
     const kesa_avl_node* parent = nullptr;
@@ -210,7 +214,8 @@ class AvlTree {
   kesa_avl_tree tree_;
 };
 
-// The objects' nodes hold their keys. Objects that are still in it must outlive it: its end unlinks them.
+// A hash table. The nodes of its objects hold the keys. Objects that are still in the table must outlive it, as its
+// destructor unlinks them.
 template <auto kNode>
 class HashTable {
   using Member = Embedded<kNode>;
@@ -223,30 +228,35 @@ class HashTable {
   HashTable& operator=(const HashTable&) = delete;
   ~HashTable() { kesa_hash_destory(table_, nullptr); }
 
-  // Once, before all others. As kesa_hash_create_ex.
+  // Makes the table. Call it once, before all other functions.
+  // @returns the result of kesa_hash_create_ex.
   int create(uint32_t buckets, uint32_t pid, kesa_hash_attr* attr = nullptr) {
     return kesa_hash_create_ex(buckets, &table_, pid, attr);
   }
 
-  // False, with nothing changed, where the table holds an object of the same key, and before create has gone well.
+  // Inserts the object unless the table holds one with the same key, or create has not succeeded.
+  // @returns true if it was inserted, false if not.
   bool insert(Object& object) { return kesa_hash_insert(table_, Member::node_of(&object)) == 0; }
 
-  // The object of the key, or nullptr.
+  // Finds the object with this key.
+  // @returns the object, or nullptr if there is none.
   Object* find(uint32_t key_type, uint64_t key) const {
     kesa_hash_node* node = nullptr;
     kesa_hash_search(table_, key_type, key, &node);
     return Member::object_of(node);
   }
 
-  // The same, taken out.
+  // Takes the object with this key out of the table.
+  // @returns the object, or nullptr if there is none.
   Object* erase(uint32_t key_type, uint64_t key) {
     kesa_hash_node* node = nullptr;
     kesa_hash_delete(table_, key_type, key, &node);
     return Member::object_of(node);
   }
 
-  // visit(object), which may take the object out, until it gives another number than 0; that one, or 0; -EINVAL before
-  // create has gone well.
+  // Calls visit(object) for each object until it returns a number other than 0. It may take the object out of the
+  // table.
+  // @returns that number, or 0; -EINVAL if create has not succeeded.
   template <class Visit>
   int for_each(Visit visit) {
     return kesa_hash_for_each_ex(

@@ -1,10 +1,10 @@
 /*
- * A hash table of nodes that the caller's objects embed, with a fixed number of buckets. A key has two parts, a number
- * (often an address) and its type; nodes are equal where both are. C++ programs find a typed form in
- * tirn/containers.hpp.
+ * A hash table of nodes that are embedded in the caller's objects, with a fixed number of buckets. A key has two
+ * parts, a number (often an address) and its type; two keys are equal if both parts are. C++ programs find a typed
+ * form in tirn/containers.hpp.
  *
- * Nothing is locked, and nothing allocated after the creation: functions that change the table want it alone, the
- * others may run side by side.
+ * The table has no lock, and allocates nothing after its creation. A function that changes the table needs exclusive
+ * access to it, the others may run concurrently.
  */
 #ifndef TIRN_HASH_H
 #define TIRN_HASH_H
@@ -14,12 +14,12 @@
 TIRN_EXTERN_C_BEGIN
 
 struct kesa_hash_node {
-  struct kesa_list_head link; /* in the bucket; to itself when the table has let the node go */
+  struct kesa_list_head link; /* in the bucket; points to itself after the node was removed from the table */
   uint64_t key;
   uint32_t keyType;
 };
 
-/* An allocator: both functions, or neither for malloc and free. */
+/* An allocator: both functions are set, or neither, which stands for malloc and free. */
 struct kesa_hash_attr {
   void* (*malloc)(uint64_t size);
   void (*free)(void* memory);
@@ -32,81 +32,117 @@ struct kesa_hash_table {
   struct kesa_hash_attr* attr; /* the caller's; NULL for malloc and free */
 };
 
-/* Functions on each node. What a visitor gives back can end a walk. */
+/* Functions that are called for each node. A visit that returns a value other than 0 can end the walk. */
 typedef void (*kesa_hash_release_fn)(struct kesa_hash_node* node);
 typedef int (*kesa_hash_visit_fn)(struct kesa_hash_node* node);
 typedef int (*kesa_hash_visit_with_fn)(struct kesa_hash_node* node, void* arg);
 
-/* Empties the record: malloc and free. 0, or -1 for NULL.
- * @safety MT-Unsafe race:attr, AS-Safe */
+/*
+ * Clears the allocator, so that it stands for malloc and free.
+ * @returns 0, or -1 if `attr` is NULL.
+ * @safety MT-Unsafe race:attr, AS-Safe
+ */
 TIRN_API int kesa_hash_attr_init(struct kesa_hash_attr* attr);
 
 /*
- * Makes a table. `requested` buckets are rounded down to a power of two; ask for two or more, below 2^31. `pid` is the
- * caller's module, below TIRN_MODULE_COUNT. The table keeps `attr`, which may be NULL, until its end. 0; -EINVAL for
- * another argument; -ENOMEM, with a NULL stored, where the allocator gives nothing or has one function only.
+ * Makes a table. The number of buckets is `requested`, rounded down to a power of two; ask for 2 or more, below 2^31.
+ * `pid` is the caller's module, below TIRN_MODULE_COUNT. The table uses `attr`, which may be NULL, until it is
+ * destroyed.
+ * @returns 0; -EINVAL for a bad argument; -ENOMEM, with NULL stored in `*table`, if the allocator has no memory or
+ * only one of its functions is set.
  * @safety MT-Safe race:attr, AS-Unsafe heap
  */
 TIRN_API int kesa_hash_create_ex(uint32_t requested, struct kesa_hash_table** table, uint32_t pid,
                                  struct kesa_hash_attr* attr);
 
-/* kesa_hash_create_ex with malloc and free.
- * @safety MT-Safe, AS-Unsafe heap */
+/*
+ * Makes a table as kesa_hash_create_ex does, with malloc and free.
+ * @returns the same results.
+ * @safety MT-Safe, AS-Unsafe heap
+ */
 TIRN_API int kesa_hash_create(uint32_t requested, struct kesa_hash_table** table, uint32_t pid);
 
-/* Takes out each node, calls `release`, unless that is NULL, which may free it, and frees the table. 0, or -EINVAL for
- * NULL.
- * @safety MT-Unsafe race:table, AS-Unsafe heap */
+/*
+ * Removes each node and calls `release` for it, unless that is NULL; `release` may free the node. Then frees the
+ * table.
+ * @returns 0, or -EINVAL if the table is NULL.
+ * @safety MT-Unsafe race:table, AS-Unsafe heap
+ */
 TIRN_API int kesa_hash_destory(struct kesa_hash_table* table, kesa_hash_release_fn release);
 
-/* Enters a node by its `keyType` and `key`, which then stay as they are. 0; -EEXIST where an equal one is in the table;
- * -EINVAL for NULL.
- * @safety MT-Unsafe race:table, AS-Safe */
+/*
+ * Inserts a node by its `keyType` and `key`, which must not change while the node is in the table.
+ * @returns 0; -EEXIST if the table holds a node with an equal key; -EINVAL for a NULL pointer.
+ * @safety MT-Unsafe race:table, AS-Safe
+ */
 TIRN_API int kesa_hash_insert(struct kesa_hash_table* table, struct kesa_hash_node* node);
 
-/* Takes the node with this key out, and stores it where `node` is not NULL. 0; -1 where there is none; -EINVAL for a
- * NULL table.
- * @safety MT-Unsafe race:table, AS-Safe */
+/*
+ * Removes the node with this key, and stores the node unless `node` is NULL.
+ * @returns 0; -1 if there is no such node; -EINVAL for a NULL table.
+ * @safety MT-Unsafe race:table, AS-Safe
+ */
 TIRN_API int kesa_hash_delete(struct kesa_hash_table* table, uint32_t key_type, uint64_t key,
                               struct kesa_hash_node** node);
 
-/* Stores the node with this key. 0; -1, with a NULL stored, where there is none; -EINVAL for NULL.
- * @safety MT-Safe race:table, AS-Safe */
+/*
+ * Finds the node with this key and stores it.
+ * @returns 0; -1, with NULL stored, if there is no such node; -EINVAL for a NULL pointer.
+ * @safety MT-Safe race:table, AS-Safe
+ */
 TIRN_API int kesa_hash_search(const struct kesa_hash_table* table, uint32_t key_type, uint64_t key,
                               struct kesa_hash_node** node);
 
 /*
- * Calls the function for each node, which it may take out of the table, but no other. With a `stop` that is not 0, the
- * first result that is not 0 ends the walk and is given; otherwise 0. -EINVAL where table or function is NULL.
+ * Calls `visit` for each node. The function may remove that node from the table, but no other. If `stop` is not 0,
+ * the first result other than 0 ends the walk.
+ * @returns the result that ended the walk, otherwise 0; -EINVAL if the table or the function is NULL.
  * @safety MT-Unsafe race:table, AS-Safe (as the function)
  */
 TIRN_API int kesa_hash_for_each(struct kesa_hash_table* table, kesa_hash_visit_fn visit, int8_t stop);
 
-/* The same with an argument for the function.
- * @safety MT-Unsafe race:table, AS-Safe (as the function) */
+/*
+ * Does the same as kesa_hash_for_each and passes `arg` to the function.
+ * @returns the same results.
+ * @safety MT-Unsafe race:table, AS-Safe (as the function)
+ */
 TIRN_API int kesa_hash_for_each_ex(struct kesa_hash_table* table, kesa_hash_visit_with_fn visit, void* arg,
                                    int8_t stop);
 
-/* The index of a key's bucket among 2^bits: the highest bits of the product of both parts (`key_type` above the lower
- * half of `key`) and a prime near the golden ratio of 2^64. 0 for 0 bits.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Computes which of 2^bits buckets a key belongs to. `key_type` and the lower 32 bits of `key` form a 64-bit number,
+ * which is multiplied by a prime near 2^64 divided by the golden ratio; the highest bits of the product are the
+ * index.
+ * @returns the index, 0 for 0 bits.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API uint64_t hash_func(uint32_t key_type, uint64_t key, uint32_t bits);
 
-/* 2^bits; 0 for 31 bits or more.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Computes 2^bits.
+ * @returns the power, or 0 for 31 bits or more.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API uint32_t hash_pow(uint8_t bits);
 
-/* The exponent of the highest power of two that is not above `count`; 0 for 0.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Computes the exponent of the highest power of two that is not above `count`.
+ * @returns the exponent, 0 for a count of 0.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API uint32_t hash_get_pow(uint32_t count);
 
-/* Memory from the record's function, or from malloc where the record is NULL or empty. NULL where there is none, and
- * where the record has one function only.
- * @safety MT-Safe race:attr, AS-Unsafe heap */
+/*
+ * Allocates memory with the function of the allocator, or with malloc if the allocator is NULL or has no functions.
+ * @returns the memory, or NULL if there is none or only one of the functions is set; the latter is logged.
+ * @safety MT-Safe race:attr, AS-Unsafe heap
+ */
 TIRN_API void* kesa_hash_malloc(const struct kesa_hash_attr* attr, uint64_t size);
 
-/* Gives memory back by the record's function, or by free where it has none.
- * @safety MT-Safe race:attr, AS-Unsafe heap */
+/*
+ * Frees memory with the function of the allocator, or with free if it has none.
+ * @safety MT-Safe race:attr, AS-Unsafe heap
+ */
 TIRN_API void kesa_hash_free(const struct kesa_hash_attr* attr, void* memory);
 
 TIRN_EXTERN_C_END

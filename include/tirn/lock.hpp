@@ -1,5 +1,5 @@
-// The locks as C++ types for std::lock_guard, std::unique_lock and std::shared_lock. Each owns its record, free from
-// the beginning, which C code takes by native().
+// The locks as C++ types for std::lock_guard, std::unique_lock and std::shared_lock. Each owns its record, which is
+// free at first. C code reaches the record by native().
 #ifndef TIRN_LOCK_HPP
 #define TIRN_LOCK_HPP
 
@@ -22,7 +22,7 @@ class SpinLock {
   kesa_spinlock record_ = KESA_SPINLOCK_INIT;
 };
 
-// Sleeps between bursts of attempts where kMayBlock is set. A writer cannot try.
+// Sleeps between bursts of attempts if kMayBlock is set. There is no try_lock: writers can only wait.
 template <bool kMayBlock>
 class BasicRwLock {
  public:
@@ -43,7 +43,7 @@ class BasicRwLock {
 using RwLock = BasicRwLock<false>;
 using BlockingRwLock = BasicRwLock<true>;
 
-// What is told of misuse names the function that calls lock(), try_lock() or unlock(): that may be the guard's.
+// Log lines about misuse name the function that calls lock(), try_lock() or unlock(), which may be the guard's.
 class TicketSpinLock {
  public:
   constexpr TicketSpinLock() = default;

@@ -1,4 +1,4 @@
-/* The stamp of this process incarnation, and mutexes by kind. */
+/* The stamp of this incarnation of the process, and mutexes by kind. */
 #ifndef TIRN_PROCESS_H
 #define TIRN_PROCESS_H
 
@@ -16,20 +16,22 @@ enum kesa_mtx_kind {
 };
 
 /*
- * A stamp of this process incarnation: CLOCK_MONOTONIC_RAW in nanoseconds at the first call, the same at every
- * later call; 0 for good if the clock could not be read then. Exported as a weak symbol, so that a program may put its own in place.
+ * Reads the stamp of this incarnation of the process: CLOCK_MONOTONIC_RAW at the first call. The function is exported
+ * as a weak symbol, so a program may define its own.
+ * @returns the stamp in nanoseconds, the same at every call; always 0 if the first call could not read the clock.
  * @safety MT-Safe, AS-Unsafe lock
  */
 TIRN_API uint64_t ps_get_version(void);
 
 /*
- * Initialises a mutex of one of the kinds above. The result of pthread_mutex_init; -1 for another kind, with
- * nothing touched.
+ * Initialises a mutex of one of the kinds above.
+ * @returns the result of pthread_mutex_init; -1 for another kind, which leaves the mutex as it was.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API int kesa_mtx_init(pthread_mutex_t* mutex, int kind);
 
-/* pthread_mutex_destroy.
+/* Calls pthread_mutex_destroy.
+ * @returns its result.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_mtx_destroy(pthread_mutex_t* mutex);
 

@@ -1,13 +1,14 @@
 /*
- * A ring of 64-bit values, first in first out and of a fixed size, which hands work from thread to thread of one process
- * without a lock. Each side, those who put values in and those who take them out, is one thread or many: what is single
- * needs no atomic read-modify-write.
+ * A ring of 64-bit values, first in first out and of fixed size. It passes work between the threads of one process
+ * without a lock. Each of its two sides, producers and consumers, has one thread or many; a side with a single thread
+ * uses no atomic read-modify-write.
  *
- * Who takes a value out sees all that was written before it was put in. The calls order nothing else: a consumer that
- * is to sleep when it finds the ring empty wants a fence of its own on both sides. With many threads a side completes
- * in the order of its claims, so one that loses its processor in the midst of a call stops those behind it on its side:
- * each spins for some 0x8000000 looks, yields, and spins again. A signal handler must not use a side that the
- * interrupted thread may be using. A bulk or a burst of no values gives 0 and does nothing.
+ * A thread that takes a value out sees everything that was written before the value was put in. The calls order
+ * nothing else: if consumers sleep when they find the ring empty, both sides need a fence of their own. On a side
+ * with many threads, calls complete in the order in which they claimed their positions. A thread that is preempted
+ * during a call therefore delays the later ones on its side: each of these reads the tail up to 0x8000000 times,
+ * yields, and starts again. A signal handler must not use a side that the interrupted thread may be using. A bulk or
+ * burst of 0 values does nothing and returns 0.
  */
 #ifndef TIRN_QUEUE_H
 #define TIRN_QUEUE_H
@@ -16,8 +17,11 @@
 
 TIRN_EXTERN_C_BEGIN
 
-/* The sides that one thread uses at a time. SINGLE_PRODUCER and SINGLE_CONSUMER may be or-ed; SINGLE_BOTH alone is that,
- * and is stored as 3. Other bits are stored and mean nothing. */
+/*
+ * Which sides are used by one thread at a time. KESA_RING_SINGLE_PRODUCER and KESA_RING_SINGLE_CONSUMER may be
+ * combined with "or"; KESA_RING_SINGLE_BOTH, given alone, means both and is stored as 3. Other bits are stored and
+ * have no meaning.
+ */
 #define KESA_RING_MANY 0u
 #define KESA_RING_SINGLE_PRODUCER 1u
 #define KESA_RING_SINGLE_CONSUMER 2u
@@ -25,16 +29,17 @@ TIRN_EXTERN_C_BEGIN
 
 #define KESA_RING_MAX_COUNT 0x0FFFFFFFu
 
-/* Set in the result of kesa_ring_enqueue_burst where the ring has come above its watermark. */
+/* Set in the result of kesa_ring_enqueue_burst if the ring is above its watermark. */
 #define KESA_RING_ABOVE_WATERMARK 0x80000000u
 
 /*
- * Positions run freely and wrap at 2^32; the slot of one is what `mask` leaves of it. A side claims positions by moving
- * its head, and gives them to the other by moving its tail behind them. One slot stays empty. `spare` is a single side's
- * own: the positions that it may claim before it has to look at the other side's tail again.
+ * Positions count up and wrap at 2^32; the slot of a position is the position & `mask`. A side claims positions by
+ * moving its head, and passes them to the other side by moving its tail after them. One slot always stays empty.
+ * `spare` is used by a side with a single thread only: the number of positions that it may claim before it has to
+ * read the tail of the other side again.
  */
 struct kesa_ring_producer {
-  uint32_t watermark; /* `size`, which no call changes: as no more than `mask` are ever used, it is never passed */
+  uint32_t watermark; /* `size`; no call changes it. At most `mask` slots are used, so it is never exceeded */
   uint32_t singleProducer;
   uint32_t size;
   uint32_t mask;
@@ -44,7 +49,7 @@ struct kesa_ring_producer {
 };
 
 struct kesa_ring_consumer {
-  uint32_t singleConsumer; /* 2 for a single one */
+  uint32_t singleConsumer; /* 2 if a single thread consumes, 0 if not */
   uint32_t size;
   uint32_t mask;
   uint32_t head;
@@ -52,8 +57,10 @@ struct kesa_ring_consumer {
   uint32_t spare;
 };
 
-/* The header of the block; the slots follow. Each group begins at a multiple of 128 bytes of it, so that no line of 64
- * bytes, and none of 128 in most blocks, is written by both sides. */
+/*
+ * The header of the ring; the slots follow it. Each group of fields begins at a multiple of 128 bytes from the start,
+ * so the two sides never write to the same cache line of 64 bytes, nor, in most blocks, to the same one of 128 bytes.
+ */
 struct kesa_ring {
   uint32_t flags;
   uint32_t unused_1[31];
@@ -61,71 +68,109 @@ struct kesa_ring {
   uint32_t unused_2[25];
   struct kesa_ring_consumer consumer;
   uint32_t unused_3[26];
-  uint32_t size; /* read by nothing, as the rest of this group */
+  uint32_t size; /* never read, like the rest of this group */
   uint32_t mask;
   uint32_t zero[2];
   uint32_t unused_4[28];
 };
 
-/* Makes an empty ring of `count` slots, a power of two up to KESA_RING_MAX_COUNT, for up to `count` - 1 values. NULL for
- * another count, which is logged, or where there is no memory.
- * @safety MT-Safe, AS-Unsafe heap lock (for its log line) */
+/*
+ * Makes an empty ring of `count` slots for up to `count` - 1 values. `count` is a power of two up to
+ * KESA_RING_MAX_COUNT.
+ * @returns the ring, or NULL for any other count, which is logged, or if there is no memory.
+ * @safety MT-Safe, AS-Unsafe heap lock (for its log line)
+ */
 TIRN_API struct kesa_ring* kesa_ring_create(uint32_t count, uint32_t flags);
 
-/* Frees the ring, which nobody may be using, and stores NULL. A NULL, of either kind, is left alone.
- * @safety MT-Unsafe race:ring, AS-Unsafe heap */
+/*
+ * Frees the ring and stores NULL in `*ring`. No thread may be using the ring. Does nothing if `ring` or `*ring` is
+ * NULL.
+ * @safety MT-Unsafe race:ring, AS-Unsafe heap
+ */
 TIRN_API void kesa_ring_delete(struct kesa_ring** ring);
 
-/* Puts a value in. 0; -ENOBUFS when full; -EDQUOT above the watermark, with the value in the ring; -1 for NULL, which
- * is logged.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
+/*
+ * Puts a value in.
+ * @returns 0; -ENOBUFS if the ring is full; -EDQUOT, with the value in the ring, if the ring is above its watermark;
+ * -1 for a NULL ring, which is logged.
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock
+ */
 TIRN_API int kesa_ring_enqueue(struct kesa_ring* ring, uint64_t value);
 
-/* Takes the oldest value out. 0; -ENOENT when empty; -1 for a NULL ring, which is logged.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
+/*
+ * Takes the oldest value out.
+ * @returns 0; -ENOENT if the ring is empty; -1 for a NULL ring, which is logged.
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock
+ */
 TIRN_API int kesa_ring_dequeue(struct kesa_ring* ring, uint64_t* value);
 
-/* Puts n values in, side by side, or none. 0; -ENOBUFS where they have no room; -EDQUOT above the watermark, with the
- * values in the ring. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
+/*
+ * Puts n values in, one directly after the other, or none. No pointer is checked.
+ * @returns 0; -ENOBUFS if there is no room for all of them; -EDQUOT, with the values in the ring, if the ring is
+ * above its watermark.
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock
+ */
 TIRN_API int kesa_ring_enqueue_bulk(struct kesa_ring* ring, const uint64_t* values, uint32_t n);
 
-/* Takes the n oldest values out, or none. 0; -ENOENT where there are less. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
+/*
+ * Takes the n oldest values out, or none. No pointer is checked.
+ * @returns 0; -ENOENT if there are fewer.
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock
+ */
 TIRN_API int kesa_ring_dequeue_bulk(struct kesa_ring* ring, uint64_t* values, uint32_t n);
 
-/* Puts the first of n values in, side by side, as many as have room. Their number, with KESA_RING_ABOVE_WATERMARK set
- * above the watermark. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
+/*
+ * Puts the first of n values in, one directly after the other, as many as there is room for. No pointer is checked.
+ * @returns the number of values put in, with KESA_RING_ABOVE_WATERMARK set if the ring is above its watermark.
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock
+ */
 TIRN_API uint32_t kesa_ring_enqueue_burst(struct kesa_ring* ring, const uint64_t* values, uint32_t n);
 
-/* Takes the oldest values out, up to n. Their number. No pointer is tested.
- * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock */
+/*
+ * Takes the oldest values out, up to n. No pointer is checked.
+ * @returns the number of values taken out.
+ * @safety MT-Safe (a single side: MT-Unsafe race:ring), AS-Unsafe lock
+ */
 TIRN_API uint32_t kesa_ring_dequeue_burst(struct kesa_ring* ring, uint64_t* values, uint32_t n);
 
 /*
- * How the ring stands; what others do meanwhile can make it untrue before it is read, and two positions that were read
- * apart can make it wrong. UINT32_MAX for NULL, which is logged.
+ * The state of a ring. Other threads can make a result out of date before the caller uses it. A result can also be
+ * wrong from the start, since the positions of the two sides are read one after the other. A NULL ring is logged.
  */
 
-/* 1 without a free slot, else 0.
- * @safety MT-Safe, AS-Safe (but for NULL) */
+/*
+ * Checks whether the ring has no free slot.
+ * @returns 1 if it is full, 0 if not, UINT32_MAX for NULL.
+ * @safety MT-Safe, AS-Safe (but for NULL)
+ */
 TIRN_API uint32_t kesa_ring_full(const struct kesa_ring* ring);
 
-/* 1 without a value, else 0.
- * @safety MT-Safe, AS-Safe (but for NULL) */
+/*
+ * Checks whether the ring has no value.
+ * @returns 1 if it is empty, 0 if not, UINT32_MAX for NULL.
+ * @safety MT-Safe, AS-Safe (but for NULL)
+ */
 TIRN_API uint32_t kesa_ring_empty(const struct kesa_ring* ring);
 
-/* The values in the ring.
- * @safety MT-Safe, AS-Safe (but for NULL) */
+/*
+ * Counts the values in the ring.
+ * @returns their number, or UINT32_MAX for NULL.
+ * @safety MT-Safe, AS-Safe (but for NULL)
+ */
 TIRN_API uint32_t kesa_ring_count(const struct kesa_ring* ring);
 
-/* The values that have room yet.
- * @safety MT-Safe, AS-Safe (but for NULL) */
+/*
+ * Counts the values that there is still room for.
+ * @returns their number, or UINT32_MAX for NULL.
+ * @safety MT-Safe, AS-Safe (but for NULL)
+ */
 TIRN_API uint32_t kesa_ring_free_count(const struct kesa_ring* ring);
 
-/* The slots, one of which stays empty.
- * @safety MT-Safe, AS-Safe (but for NULL) */
+/*
+ * Counts the slots, one of which always stays empty.
+ * @returns their number, or UINT32_MAX for NULL.
+ * @safety MT-Safe, AS-Safe (but for NULL)
+ */
 TIRN_API uint32_t kesa_ring_size(const struct kesa_ring* ring);
 
 TIRN_EXTERN_C_END

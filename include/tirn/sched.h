@@ -1,5 +1,5 @@
 /*
- * Small scheduling services: sleeps, the signal that ends them, the wait on a state word, binding to one CPU.
+ * Small scheduling services: sleeps, the signal that ends them, the wait on a state word, and binding to one CPU.
  */
 #ifndef TIRN_SCHED_H
 #define TIRN_SCHED_H
@@ -11,70 +11,81 @@
 TIRN_EXTERN_C_BEGIN
 
 /*
- * The wake-up signal. Its handler does nothing: the signal exists for what it does to a thread in a system call. It is
- * reserved for this in every program that links the library, and a thread that is to be woken must not block it. What
- * needs its handler installs it; behind a kesa_sched_init that went well these functions are safe in signal handlers too
- * ("init" below).
+ * The wake-up signal. Its handler does nothing: the signal only interrupts a thread's system call. It is reserved for
+ * this in every program that links the library, and a thread that is to be woken must not block it. The functions
+ * that need the handler install it. After kesa_sched_init has succeeded they are safe in signal handlers too ("init"
+ * below).
  */
 #define SIGWAKEUP (SIGRTMAX - 4)
 
 /*
- * Sleeps. Any signal with a handler cuts them short, a late SIGWAKEUP of an earlier wait too, and the rest is not slept.
- * They are cancellation points. Always 0; errno stays as it was.
+ * Sleeps. Any signal with a handler ends a sleep early, a late SIGWAKEUP of an earlier wait as well; the rest is not
+ * slept. The sleeps are cancellation points and leave errno as it was.
  */
 
-/* Sleeps for so many milliseconds.
+/* Sleeps for a number of milliseconds.
+ * @returns 0.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_msleep(uint32_t milliseconds);
 
-/* Sleeps for so many microseconds.
+/* Sleeps for a number of microseconds.
+ * @returns 0.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_usleep(uint32_t microseconds);
 
-/* Sleeps for so many times 10 milliseconds.
+/* Sleeps for a multiple of 10 milliseconds.
+ * @returns 0.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_10msleep(uint32_t tens_of_milliseconds);
 
 /* Gives the processor up for a millisecond.
+ * @returns 0.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_schedule(void);
 
-/* A busy wait of a little more than this, for code that may not be descheduled. It reads kesa_time_getnanosec, and
- * never ends before kesa_gettime_init. Always 0.
+/* Waits busily for a little more than `milliseconds`, for code that must not give the processor up. It reads
+ * kesa_time_getnanosec, so before kesa_gettime_init it never ends.
+ * @returns 0.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_mdelay(uint32_t milliseconds);
 
-/* sched_yield.
+/* Calls sched_yield.
+ * @returns its result.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_yield(void);
 
-/* kesa_thrd_setname, with `name` as its format: a % in it is taken as a conversion. Always 0.
+/* Calls kesa_thrd_setname with `name` as the format, so a % in it begins a conversion.
+ * @returns 0.
  * @safety MT-Safe locale, AS-Unsafe heap */
 TIRN_API int kesa_set_process_name(const char* name);
 
-/* Installs the handler of SIGWAKEUP, once: later calls have the first one's result. 0, or -1. The two functions below
- * install it too, and try again where that failed.
+/* Installs the handler of SIGWAKEUP, once: later calls return the first call's result. kesa_wake_up_process and
+ * kesa_wait_comm install it as well, and try again after a failure.
+ * @returns 0, or -1.
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API int kesa_sched_init(void);
 
-/* Sends SIGWAKEUP to a thread of this process, by the kernel's id. 0, or the error's number: ESRCH for a thread that is
- * not this process's, EINVAL for 0, EAGAIN where the kernel's queue of real-time signals is full. Where the handler
- * cannot be installed, which the log tells, the signal ends the process.
+/* Sends SIGWAKEUP to a thread of this process, by the kernel's id. If the handler cannot be installed, which is
+ * logged, the signal ends the process.
+ * @returns 0, or the error's number: ESRCH if this process has no such thread, EINVAL for 0, EAGAIN if the kernel's
+ * queue of real-time signals is full.
  * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int kesa_wake_up_process(uint32_t tid);
 
-/* Sleeps in the kernel while the word is not 0, for `timeout` jiffies of 4 ms at most. A waker stores 0 first, with
- * release, and then calls kesa_wake_up_process. 0 when the time is up, where the kernel side fails, and at once for a
- * timeout of 0 or less; the jiffies left where a signal or the word ended the sleep. No cancellation point.
+/* Sleeps in the kernel while the word is not 0, for at most `timeout` jiffies of 4 ms. A waker first stores 0, with
+ * release, and then calls kesa_wake_up_process. The sleep is no cancellation point.
+ * @returns 0 when the time is up, if the kernel side fails, and at once for a timeout of 0 or less; the jiffies left
+ * if a signal or the word ended the sleep.
  * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int64_t kesa_wait_comm(uint32_t* state, int64_t timeout);
 
-/* kesa_wait_comm for a second: 0 when the time is up, -1 where the sleep was cut short.
+/* Calls kesa_wait_comm for a second.
+ * @returns 0 if kesa_wait_comm returns 0, else -1: the sleep ended early.
  * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int kesa_wait_interruptible(uint32_t* state);
 
-/* Binds the calling thread to one logical CPU; smp_processor_id answers it without a system call from then on. 0; -1
- * for a CPU that is not configured, and where the system refuses.
+/* Binds the calling thread to one logical CPU. From then on smp_processor_id returns it without a system call.
+ * @returns 0; -1 for a CPU that is not configured, and if the system refuses.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_sched_setaffinity(uint64_t cpu);
 

@@ -1,9 +1,10 @@
 /*
- * Shared memory: named POSIX objects, and System V segments. There is no unmapping: a mapping lives as long as its
- * process.
+ * Shared memory: named POSIX objects, and System V segments. There is no function to unmap them: a mapping lives as
+ * long as its process.
  *
- * A name below /dev/shm is anybody's to take first: whoever has made the object, or may write to it, can also truncate
- * it, and a later access of its users gets SIGBUS. Nothing here is a cancellation point.
+ * Any process may be the first to create a name below /dev/shm. A process that has created the object, or may write
+ * to it, can also truncate it; the next access by another user then raises SIGBUS. Nothing here is a cancellation
+ * point.
  */
 #ifndef TIRN_SHM_H
 #define TIRN_SHM_H
@@ -12,34 +13,57 @@
 
 TIRN_EXTERN_C_BEGIN
 
-/* kesa_shm_create_ext with O_RDWR | O_CREAT and mode 0600. The mapping, or NULL; every reason but EEXIST is logged.
- * @safety MT-Safe, AS-Unsafe lock */
+/*
+ * Calls kesa_shm_create_ext with O_RDWR | O_CREAT and mode 0600. Logs every failure, except if errno is EEXIST.
+ * @returns the mapping, or NULL.
+ * @safety MT-Safe, AS-Unsafe lock
+ */
 TIRN_API void* kesa_shm_create(const char* name, uint32_t size);
 
 /*
- * Opens or makes the object `name` (shm_open's flags and mode), gives it `size` bytes, whose pages are made now where
- * the file system can, and maps them with the access that the flags name (the system maps no O_WRONLY object). Every
- * call sets the object's size: all users are to pass the same.
- * NULL: a NULL name; an object that could not be opened (errno tells; EEXIST under O_EXCL is no fault and not
- * logged); no room (found here, not at a later store); no mapping.
+ * Opens or creates the object `name` (flags and mode are those of shm_open), gives it `size` bytes and maps them with
+ * the access that the flags name; the system refuses to map an O_WRONLY object. The pages are allocated now if the
+ * file system can do that, so a lack of room is found here and not at a later store. Every call that opens the object
+ * for writing sets its size: all users must pass the same.
+ * @returns the mapping, or NULL if the name is NULL, if the object cannot be opened (errno gives the reason, and
+ * nothing is logged), if there is no room, or if the object cannot be mapped.
  * @safety MT-Safe, AS-Unsafe lock
  */
 TIRN_API void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32_t size);
 
-/* Removes the object's name; mappings stay. 0, or -1.
- * @safety MT-Safe, AS-Unsafe lock */
+/*
+ * Removes the name of the object. Existing mappings stay valid.
+ * @returns 0, or -1 on failure.
+ * @safety MT-Safe, AS-Unsafe lock
+ */
 TIRN_API int kesa_shm_destroy(const char* name);
 
-/* shmget. @safety MT-Safe, AS-Safe */
+/*
+ * Calls shmget.
+ * @returns its result.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_shmget_ex(int32_t key, size_t size, int flags);
 
-/* shmget, making the segment where it is missing, readable and writable for its owner. @safety MT-Safe, AS-Safe */
+/*
+ * Calls shmget; creates the segment if it does not exist, readable and writable for its owner only.
+ * @returns the result of shmget.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_shmget(int32_t key, size_t size);
 
-/* Maps a System V segment at an address of the system's choice; NULL on failure. @safety MT-Safe, AS-Safe */
+/*
+ * Maps a System V segment at an address that the system chooses.
+ * @returns the mapping, or NULL on failure.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API void* kesa_shmat(int id);
 
-/* Marks a segment for removal. 0, or -1. @safety MT-Safe, AS-Safe */
+/*
+ * Marks a System V segment for removal.
+ * @returns 0, or -1 on failure.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_shmdel(int id);
 
 TIRN_EXTERN_C_END

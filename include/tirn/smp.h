@@ -1,4 +1,4 @@
-/* How many processors the machine has. Counts are taken once. */
+/* The number of processors of the machine. Each count is taken once. */
 #ifndef TIRN_SMP_H
 #define TIRN_SMP_H
 
@@ -6,20 +6,22 @@
 
 TIRN_EXTERN_C_BEGIN
 
-/* CPUs online and configured; 0 until they are known. */
+/* The numbers of CPUs online and configured; 0 until they are known. */
 TIRN_API extern uint32_t g_onlineCpuNum;
 TIRN_API extern uint32_t g_configCpuNum;
 
-/* Fills both counts, once; tried again while one of them is 0. The result means nothing.
+/* Fills both counts, once. While one of them is 0, a later call tries again.
+ * @returns a value without meaning.
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API int globalCpuNum_init(void);
 
-/* CPUs online, kept after the first answer that is not 0; 0 where the system does not tell.
+/* Counts the CPUs online. The first count that is not 0 is kept.
+ * @returns the count, or 0 if the system does not report it.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API uint32_t num_online_cpus(void);
 
-/* CPUs configured, kept after the first answer; 0 where the system does not tell, or tells more than 256 when asked
- * here.
+/* Counts the configured CPUs. The first count is kept, also that of globalCpuNum_init.
+ * @returns the count; 0 if no count is kept and the system reports none, or more than 256.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API uint32_t num_config_cpus(void);
 

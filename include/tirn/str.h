@@ -1,23 +1,25 @@
 /*
- * The door to the shell, and small helpers for the texts that come back.
+ * Commands that run in a shell, and small helpers for the text that comes back.
  *
- * Every command is one line for a shell, run as `sh -c`. The shell is /bin/sh, or /bin/bash under the name sh where
- * /bin/sh is another one: command lines may rely on `&>`, but for popen_s and system_s, which go to the C library's own
- * shell. Nothing is quoted or parsed here. The calls ending in _s, and
- * kesa_popen_s_with_pid, refuse a command that holds a special character which the caller does not allow; the others
- * run whatever they are given.
+ * Each command is given to `sh -c` as it is: nothing is quoted or parsed here. If /bin/sh is not bash but /bin/bash
+ * can be executed, the shell is /bin/bash under the name sh, so that commands may use `&>`; otherwise it is /bin/sh.
+ * popen_s and system_s always use the C library's own shell. The functions ending in _s, and kesa_popen_s_with_pid,
+ * screen the command: they refuse it if it contains a special character that is not in `white`, the caller's list of
+ * allowed ones. The other functions run any command.
  *
- * Statuses are as waitpid stores them: a shell that exits with 3 gives 0x300, and exit status 127 means that the shell
- * could not be started. A child inherits every descriptor that is not close-on-exec, the pipes to other children that
- * still run among them: an end of file may come late. It inherits the signal mask and the ignored signals too: what
- * the caller blocks or ignores does not reach the command. Writing to a command that has ended raises SIGPIPE.
+ * Statuses have the format of waitpid: a shell that exits with 3 gives 0x300. Exit status 127 means that the shell
+ * could not be executed, or did not find the command. A child inherits every descriptor that is not close-on-exec.
+ * Among them are the pipes to other children that still run, so an end of file may arrive late. A child also inherits
+ * the signal mask and the ignored signals: what the caller blocks or ignores does not reach the command. Writing to a
+ * command that has ended raises SIGPIPE.
  *
- * Nothing here is a cancellation point: a thread that is cancelled while it waits for a command ends after that, with
- * the child reaped and the pipe closed. Who must not wait so long kills the command.
+ * Nothing here is a cancellation point: a thread that is cancelled while it waits for a command ends after the
+ * command, with the child reaped and the pipe closed. To shorten that wait, kill the command.
  *
- * bash takes no functions, options or start-up files from the environment (BASH_FUNC_..., SHELLOPTS, BASHOPTS,
- * BASH_ENV, ENV), nor CDPATH and GLOBIGNORE; the rest of it, PATH above all, is the caller's, which has to be trusted.
- * A command that itself turns tracing on (set -x) still expands the environment's PS4.
+ * bash is started such that it takes no functions, options or start-up files from the environment (BASH_FUNC_...,
+ * SHELLOPTS, BASHOPTS, BASH_ENV, ENV), nor CDPATH and GLOBIGNORE. The rest of the environment, above all PATH, is the
+ * caller's and has to be trusted. A command that turns tracing on itself (set -x) still expands PS4 from the
+ * environment.
  */
 #ifndef TIRN_STR_H
 #define TIRN_STR_H
@@ -29,155 +31,210 @@
 
 TIRN_EXTERN_C_BEGIN
 
-/* Results beside the statuses. That of a refusal has nothing to do with the errno of the same number. */
+/* Results that are not statuses. KESA_COMMAND_REFUSED is unrelated to the errno value of the same number. */
 enum kesa_command_result {
-  KESA_COMMAND_MISSING = -22, /* no command, or a pointer that must be there is NULL */
+  KESA_COMMAND_MISSING = -22, /* the command, or another required pointer, is NULL */
   KESA_COMMAND_REFUSED = -29, /* a special character that is not allowed */
 };
 
 /* The special characters. */
 #define KESA_COMMAND_SPECIAL "|;&$<>!\n`"
 
-/* 1 if *c is one of the special characters, else 0.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Checks whether *c is a special character.
+ * @returns 1 if it is, 0 if not.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int isBlackChar(const char* c);
 
-/* 1 if *c stands in `white`, else 0; 0 for a NULL or empty `white`.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Checks whether *c is one of the characters of `white`.
+ * @returns 1 if it is; 0 if not, or if `white` is NULL or empty.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int isWhiteChar(const char* c, const char* white);
 
 /*
- * 1 if the command holds a special character that does not stand in `white` (may be NULL), wherever it stands, between
- * quotes too. Else 0, also for a NULL or empty command.
+ * Checks whether the command contains a special character that is not in `white` (may be NULL). Characters between
+ * quotes count too.
+ * @returns 1 if it does; 0 if not, or if the command is NULL or empty.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API int isDangerousCmd(const char* cmd, const char* white);
 
 /*
- * Runs the command unscreened with a pipe to its output (mode "r") or its input ("w"). The stream, to be closed with
- * kesa_pclose, or NULL: a bad mode, a failing system call, or (EMFILE)
- * a descriptor beyond the limit that the process had at the first such call, which makes a table of four bytes for
- * each of them; its pages cost nothing until they are used. Where no stream can be made of a pipe that stands, the pipe
- * and the child are left behind.
+ * Runs the command, unscreened, with a pipe to its output (mode "r") or its input (mode "w"). Close the stream with
+ * kesa_pclose. The first call allocates a table with four bytes for each descriptor that the process may have at that
+ * time; its pages take no memory until they are used. If a pipe exists but no stream can be made of it, the pipe and
+ * the child are left behind.
+ * @returns the stream, or NULL: for a bad mode, if a system call fails, if there is no memory, or (with EMFILE) if
+ * the descriptor has no entry in the table.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API FILE* kesa_popen(const char* cmd, const char* mode);
 
-/* kesa_popen behind the screen; NULL for a NULL or refused command too.
- * @safety MT-Safe, AS-Unsafe heap lock */
+/*
+ * Screens the command and calls kesa_popen.
+ * @returns its result, or NULL for a NULL or refused command.
+ * @safety MT-Safe, AS-Unsafe heap lock
+ */
 TIRN_API FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white);
 
 /*
- * As kesa_popen, but the caller gets the child's process id, closes the stream with fclose and waits for the child.
- * The mode is not checked: any that does not begin with 'r' makes a pipe to the command's input, and it goes on to
- * fdopen as it stands. A child that was left on the same descriptor is forgotten: kesa_pclose refuses the stream.
+ * Does the same as kesa_popen, but stores the child's process id. The caller closes the stream with fclose and waits
+ * for the child. The mode is not checked: any mode that does not begin with 'r' makes a pipe to the command's input,
+ * and the mode is passed to fdopen unchanged. If the table of kesa_popen still holds a child for the same descriptor,
+ * the entry is removed, so kesa_pclose refuses the stream.
+ * @returns the stream, or NULL on failure.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API FILE* kesa_popen_with_pid(const char* cmd, const char* mode, int* pid);
 
-/* kesa_popen_with_pid behind the screen; NULL for a NULL or refused command, a NULL `pid` and a bad mode too.
- * @safety MT-Safe, AS-Unsafe lock heap */
+/*
+ * Screens the command and calls kesa_popen_with_pid.
+ * @returns its result, or NULL for a NULL or refused command, a NULL `pid` or a bad mode.
+ * @safety MT-Safe, AS-Unsafe lock heap
+ */
 TIRN_API FILE* kesa_popen_s_with_pid(const char* cmd, const char* mode, const char* white, int* pid);
 
 /*
- * Closes a stream of kesa_popen or kesa_popen_s and waits for its child, however long it runs, with SIGINT, SIGQUIT
- * and SIGHUP blocked in the calling thread. The child's status; -1 where it cannot be waited for, and for any other
- * stream, which stays open. The thread is not cancelled meanwhile.
+ * Closes a stream of kesa_popen or kesa_popen_s and waits for its child, however long that runs. SIGINT, SIGQUIT and
+ * SIGHUP are blocked in the calling thread during the wait. The thread is not cancelled during the call.
+ * @returns the child's status; -1 if it cannot be waited for; -1 for any other stream, which stays open.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API int kesa_pclose(FILE* stream);
 
-/* The C library's popen behind the screen and the check of the mode; the stream is closed with pclose.
- * @safety MT-Safe, AS-Unsafe heap lock */
+/*
+ * Screens the command, checks the mode, and calls popen of the C library. Close the stream with pclose.
+ * @returns the result of popen, or NULL for a refused command or a bad mode.
+ * @safety MT-Safe, AS-Unsafe heap lock
+ */
 TIRN_API FILE* popen_s(const char* cmd, const char* mode, const char* white);
 
-/* The C library's system behind the screen: its result, KESA_COMMAND_MISSING or KESA_COMMAND_REFUSED. Not cancelled
- * before the command has ended.
- * @safety MT-Safe, AS-Unsafe heap lock */
+/*
+ * Screens the command and calls system of the C library. The thread is not cancelled before the command has ended.
+ * @returns the result of system, KESA_COMMAND_MISSING for NULL, or KESA_COMMAND_REFUSED.
+ * @safety MT-Safe, AS-Unsafe heap lock
+ */
 TIRN_API int system_s(const char* cmd, const char* white);
 
-/* Gives the last word on what execv_s is about to run: true to run it. */
+/* Decides whether execv_s may run the program: true to run it. */
 typedef bool (*kesa_execv_checker)(const char* path, int argc, char** argv);
 
 /*
- * Replaces the process by `path` with these arguments, as execv does, if none of the first `argc` of them is refused
- * (NULL entries are passed over; the path is not screened) and the checker, unless it is NULL, agrees. Comes back
- * with KESA_COMMAND_MISSING for a NULL path or argv, KESA_COMMAND_REFUSED, or execv's -1.
+ * Replaces the process by the program `path` with these arguments, as execv does. First screens the first `argc`
+ * arguments, except those that are NULL, and then calls the checker, unless that is NULL. The path is not screened.
+ * @returns only on failure: KESA_COMMAND_MISSING for a NULL path or argv; KESA_COMMAND_REFUSED if an argument is
+ * refused or the checker returns false; -1 if execv fails.
  * @safety MT-Safe, AS-Unsafe lock
  */
 TIRN_API int execv_s(const char* path, int argc, char** argv, const char* white, kesa_execv_checker checker);
 
 /*
- * Runs the command unscreened and waits for it; no signal is blocked or ignored meanwhile. Its status,
- * KESA_COMMAND_MISSING for NULL, or -1 where there is no child or it cannot be waited for. The thread is not cancelled
- * before the command has ended.
+ * Runs the command, unscreened, and waits for it. No signal is blocked or ignored during the wait. The thread is not
+ * cancelled before the command has ended.
+ * @returns the command's status; KESA_COMMAND_MISSING for NULL; -1 if there is no child or it cannot be waited for.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API int kesa_system(const char* cmd);
 
-/* kesa_system.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Calls kesa_system.
+ * @returns its result.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_cmd_exec(const char* cmd);
 
-/* kesa_system behind the screen: KESA_COMMAND_REFUSED for a refused command too.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Screens the command and calls kesa_system.
+ * @returns its result, or KESA_COMMAND_REFUSED.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_system_s(const char* cmd, const char* white);
 
-/* What `popen` becomes in a program that is linked with --wrap=popen: kesa_popen.
- * @safety MT-Safe, AS-Unsafe heap lock */
+/*
+ * Replaces popen in a program that is linked with --wrap=popen: calls kesa_popen.
+ * @returns its result.
+ * @safety MT-Safe, AS-Unsafe heap lock
+ */
 TIRN_API FILE* __wrap_popen(const char* cmd, const char* mode);
 
-/* Likewise for --wrap=pclose: kesa_pclose.
- * @safety MT-Safe, AS-Unsafe heap lock */
+/*
+ * Replaces pclose in a program that is linked with --wrap=pclose: calls kesa_pclose.
+ * @returns its result.
+ * @safety MT-Safe, AS-Unsafe heap lock
+ */
 TIRN_API int __wrap_pclose(FILE* stream);
 
-/* Likewise for --wrap=system: kesa_system.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Replaces system in a program that is linked with --wrap=system: calls kesa_system.
+ * @returns its result.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int __wrap_system(const char* cmd);
 
-/* 0 if the mode is "r" or "w", else -1.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Checks whether the mode is "r" or "w".
+ * @returns 0 if it is, -1 if not.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_ismodevalid(const char* mode);
 
-/* Stores where `c` first stands in the text. 0; -1 if it does not, and for NUL; -22 if a pointer is NULL.
- * @safety MT-Safe, AS-Unsafe lock (for a NULL pointer, which is logged) */
+/*
+ * Stores the position of the first `c` in the text.
+ * @returns 0; -1 if the text has no `c`, or if `c` is NUL; -22 if a pointer is NULL.
+ * @safety MT-Safe, AS-Unsafe lock (for a NULL pointer, which is logged)
+ */
 TIRN_API int kesa_get_charpos(const char* str, char c, unsigned* pos);
 
-/* Cuts the text at its first carriage return and at its first line feed.
- * @safety MT-Safe, AS-Unsafe lock (for NULL, which is logged) */
+/*
+ * Cuts the text at its first carriage return and at its first line feed.
+ * @safety MT-Safe, AS-Unsafe lock (for NULL, which is logged)
+ */
 TIRN_API void kesa_filter_newlinesymbol(char* str);
 
 /*
- * The number that the text begins with, as strtoull reads it: base 16 behind "0x" or "0X", else base 10. 0 for NULL
- * or where there is none; the greatest number, with a line in the log, for one that is too big. Changes errno.
+ * Converts the number at the beginning of the text as strtoull does: in base 16 after "0x" or "0X", otherwise in base
+ * 10. Changes errno.
+ * @returns the number; 0 if there is none, or for NULL, which is logged; the largest number if it is too large, which
+ * is logged.
  * @safety MT-Safe locale, AS-Unsafe lock
  */
 TIRN_API uint64_t kesa_str_tou64(const char* str);
 
-/* kesa_str_tou64 of the text, or of what follows a leading '-', negated.
- * @safety MT-Safe locale, AS-Unsafe lock */
+/*
+ * Converts the text with kesa_str_tou64. After a leading '-', converts the rest and negates it.
+ * @returns the number; 0 for NULL, which is logged.
+ * @safety MT-Safe locale, AS-Unsafe lock
+ */
 TIRN_API int64_t kesa_str_tos64(const char* str);
 
-/* 0 if nothing but decimal digits, or "0x" and nothing but hexadecimal ones, make up the text: "" and "0x" too. Else
- * -1; -22 for NULL.
- * @safety MT-Safe locale, AS-Safe */
+/*
+ * Checks whether the text has only decimal digits, or only hexadecimal digits after "0x" or "0X". "" and "0x" pass.
+ * @returns 0 if it does, -1 if not, -22 for NULL.
+ * @safety MT-Safe locale, AS-Safe
+ */
 TIRN_API int kesa_str_isuint(const char* str);
 
-/* The text in lower case by the locale, in place; nothing for NULL.
- * @safety MT-Safe locale, AS-Safe */
+/*
+ * Converts the text to lower case in place, by the rules of the locale. Does nothing for NULL.
+ * @safety MT-Safe locale, AS-Safe
+ */
 TIRN_API void kesa_str_tolower(char* str);
 
 /*
- * What kesa_str_tok looks at first: where the scan begins, at *str or, if that is NULL, at `saved`, which is then
- * stored in *str. NULL, with a line in the log, if there is neither or a pointer is NULL.
+ * Decides where kesa_str_tok starts: at *str or, if that is NULL, at `saved`, which is then stored in *str.
+ * @returns the start; NULL, which is logged, if both are NULL or one of the pointers `str` and `delim` is.
  * @safety MT-Safe, AS-Unsafe lock (where it is NULL)
  */
 TIRN_API char* check_parameter(char** str, char* saved, const char* delim);
 
 /*
- * The next token of the text, which is changed; of the former text for NULL. As strtok, except that NULs are written
- * over a whole run of delimiters and that a text of nothing but delimiters, or of nothing, gives one empty token. NULL
- * with two lines in the log when there are no more. The position is one for the whole process.
+ * Finds the next token of the text, or of the former text if `str` is NULL. Works as strtok, but overwrites a whole
+ * run of delimiters with NULs, and returns one empty token for a text that is empty or has only delimiters. The text
+ * is changed. The whole process shares one position.
+ * @returns the token; NULL, with two log lines, if there are no more or `delim` is NULL.
  * @safety MT-Unsafe race:kesa_str_tok, AS-Unsafe race:kesa_str_tok lock
  */
 TIRN_API char* kesa_str_tok(char* str, const char* delim);

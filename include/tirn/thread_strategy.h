@@ -1,5 +1,5 @@
 /*
- * Strategies of threads: the priority and the CPUs of a kind of threads, which a process sets up by name.
+ * Strategies of threads. A strategy is the priority and the CPUs of one kind of threads.
  */
 #ifndef TIRN_THREAD_STRATEGY_H
 #define TIRN_THREAD_STRATEGY_H
@@ -18,42 +18,47 @@ enum kesa_thread_strategy {
   KESA_STRATEGY_COUNT = 6,
 };
 
-/* What a strategy is set up from. */
+/* The settings of a strategy. */
 typedef struct KesaThreadStrategyCfg {
   uint32_t prio;       /* the nice value, as an int */
   const char* cpumask; /* see kesa_cpum_parse_cpumask */
 } KesaThreadStrategyCfg;
 
 /*
- * Strategies. None is valid until the process sets it up, which it does at its start, before its threads want them:
- * until then they change nothing. Threads keep what they took when a strategy is set up again.
+ * No strategy is valid until the process sets it up, and until then it changes nothing. A process therefore sets its
+ * strategies up at its start, before its threads take them. When a strategy is set up again, threads keep the old
+ * settings.
  */
 
-/* Sets a strategy up. 0; -1 for an id that there is not and a NULL `cfg`, and for CPUs that cannot be read: the strategy
- * is not valid then.
+/* Sets a strategy up.
+ * @returns 0; -1 for an unknown id, a NULL `cfg`, or CPUs that cannot be parsed, which leave the strategy not valid.
  * @safety MT-Safe race:strategy, AS-Unsafe heap */
 TIRN_API int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg);
 
-/* Gives the calling thread a nice value. 0; -1 where the system refuses.
+/* Gives the calling thread a nice value.
+ * @returns 0, or -1 if the system refuses it.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_setCurThreadPrio(int prio);
 
-/* The same by level: 0 to 4 are the nice values -20, -15, 0, 10 and 15. 0, also for a higher level, which does
- * nothing; -1 where the system refuses.
+/* Gives the calling thread a nice value by level: 0 to 4 are -20, -15, 0, 10 and 15. A higher level does nothing.
+ * @returns 0, or -1 if the system refuses the nice value.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_thrd_setprio(uint32_t level);
 
-/* Binds the calling thread to CPUs given as a text, see kesa_cpum_parse_cpumask. 0, or -1.
+/* Binds the calling thread to CPUs given as a text, see kesa_cpum_parse_cpumask.
+ * @returns 0, or -1.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_setCurThreadBind(const char* mask);
 
-/* Gives the calling thread a strategy: priority first, then CPUs; an empty set binds nothing. One that is not valid
- * stands for the default one, but the id that was asked for is noted. 0, also where neither is valid, and for an id
- * that there is not; -1 where the priority was refused, which leaves the CPUs alone, or the CPUs were.
+/* Gives the calling thread a strategy: the priority first, then the CPUs; an empty set binds nothing. If the strategy
+ * is not valid, the thread takes the default strategy, but its record notes the id that was asked for.
+ * @returns 0, also for an unknown id and if the default strategy is not valid either; -1 if the system refuses the
+ * priority, which leaves the CPUs as they were, or the CPUs.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_setCurThreadStrategy(uint32_t id);
 
-/* Prints the strategies, one to a line, with the first 256 CPUs. Always 0.
+/* Prints each strategy on a text line, with the first 256 CPUs.
+ * @returns 0.
  * @safety MT-Safe, AS-Unsafe heap */
 TIRN_API int kesa_showThreadStrategyDbg(kesa_print_fn print);
 

@@ -1,4 +1,4 @@
-/* The whole public face of the library. */
+/* Includes all public C headers of the library. */
 #ifndef TIRN_TIRN_H
 #define TIRN_TIRN_H
 

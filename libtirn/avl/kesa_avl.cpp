@@ -1,3 +1,4 @@
+// Implements the height-balanced tree of tirn/avl.h.
 #include <cstdint>
 
 #include "libtirn/base/log.h"
@@ -16,15 +17,16 @@ Node* node_of(const Tree* tree, const void* object) {
 
 void* object_of(const Tree* tree, Node* node) { return reinterpret_cast<char*>(node) - tree->offset; }
 
-// A position is a node with the side below it in the lowest bit.
+// A position (the public `cookie`) is the address of a parent node, with the side of the child in the lowest bit.
 constexpr uint64_t kEmptyPosition = 0;
 
 uint64_t position_of(const Node* parent, uint32_t side) { return reinterpret_cast<uintptr_t>(parent) | side; }
 Node* parent_at(uint64_t position) { return reinterpret_cast<Node*>(position & ~uint64_t{1}); }
 uint32_t side_at(uint64_t position) { return static_cast<uint32_t>(position & 1); }
 
-// The object equal to the key, or the position where it would stand. A compare answer that is none stores the cookie of
-// an empty tree.
+// Returns the object equal to the key. If there is none, returns NULL and stores the position where such an object
+// belongs, if `cookie` is not NULL. If the compare function answers neither -1, 0 nor 1, the search fails and stores
+// the position in an empty tree.
 void* find_val_node(const Tree* tree, const void* key, uint64_t* cookie, bool is_key) {
   if (tree == nullptr) {
     TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
@@ -34,8 +36,9 @@ void* find_val_node(const Tree* tree, const void* key, uint64_t* cookie, bool is
   Node* parent = nullptr;
   int order = 0;
   for (Node* node = tree->root; node != nullptr;) {
-    // Read before the call, so that neither a branch nor a load chooses behind it: which way a search goes is what no
-    // branch predictor can know. In a large tree the next level's line is on its way while the caller compares.
+    // Load both children before the call, so that the choice after it needs neither a branch nor a load: no branch
+    // predictor can know which side a search takes. In a large tree, the cache lines of the next level arrive while
+    // the compare function runs.
     Node* const left = node->child[0];
     Node* const right = node->child[1];
     __builtin_prefetch(left);
@@ -79,7 +82,7 @@ void* end_of(const Tree* tree, uint32_t side) {
   return tree->root == nullptr ? nullptr : object_of(tree, extreme(tree->root, side));
 }
 
-// The child may be NULL.
+// Makes `child`, which may be NULL, the child of `parent` on this side.
 void hang(Node* parent, uint32_t side, Node* child) {
   parent->child[side] = child;
   if (child != nullptr) {
@@ -88,7 +91,7 @@ void hang(Node* parent, uint32_t side, Node* child) {
   }
 }
 
-// Puts `child`, which may be NULL, where `node` hangs.
+// Puts `child`, which may be NULL, in the place of `node`: below its parent, or at the root.
 void replace(Tree* tree, const Node* node, Node* child) {
   if (node->parent != nullptr) {
     hang(node->parent, node->childIndex, child);
@@ -100,10 +103,10 @@ void replace(Tree* tree, const Node* node, Node* child) {
   }
 }
 
-// What a change on this side adds to the balance of the node above.
+// Returns what one more level on this side adds to the balance of the node above.
 int32_t lean(uint32_t side) { return side == 0 ? -1 : 1; }
 
-// Rotates the node, whose balance would be 2 * d. True if the subtree became shorter.
+// Rotates `node`, whose balance would otherwise be 2 * d. Returns true if that made the subtree shorter.
 bool rotate(Tree* tree, Node* node, int32_t d) {
   const uint32_t heavy = d > 0 ? 1 : 0;
   const uint32_t light = 1 - heavy;
@@ -190,8 +193,8 @@ int kesa_insert_avl_node(kesa_avl_tree* tree, void* object, uint64_t cookie) {
   (above == nullptr ? tree->root : above->child[side]) = node;
   for (; above != nullptr; side = above->childIndex, above = above->parent) {
     const int32_t delta = lean(side);
-    // Asked first, since it does not wait for the side, which the last comparison tells: so the search behind this
-    // insert begins while a large tree's lines are still on their way.
+    // Test this first: it does not depend on `side`, the result of the last comparison. The search after this insert
+    // can then start while cache misses of a large tree are outstanding.
     if (above->balance == 0) {
       above->balance = delta;
       continue;
@@ -216,7 +219,7 @@ void kesa_add_avl_node(kesa_avl_tree* tree, void* object) {
   if (find_val_node(tree, object, &cookie, false) != nullptr) {
     return;
   }
-  // A failed search in a tree that has nodes: as a root the object would cut them all off.
+  // The search failed in a tree that has nodes: as the new root, the object would cut all of them off.
   const bool found_no_place = parent_at(cookie) == nullptr && tree->root != nullptr;
   if (found_no_place || kesa_insert_avl_node(tree, object, cookie) != kOk) {
     TIRN_ERROR("InsertAvlNode fail.");
@@ -256,7 +259,7 @@ void kesa_remove_avl_node(kesa_avl_tree* tree, void* object) {
   if (node->child[0] == nullptr || node->child[1] == nullptr) {
     replace(tree, node, node->child[0] != nullptr ? node->child[0] : node->child[1]);
   } else {
-    // The nearest object on the higher side, which has one child at most, takes the place.
+    // The nearest object on the taller side takes the place of `node`. It has at most one child.
     const uint32_t near = node->balance > 0 ? 1 : 0;
     Node* const other = extreme(node->child[near], 1 - near);
     above = other->parent;

@@ -1,10 +1,11 @@
+// Implements the atomic operations on single bits of tirn/bitops.h.
 #include <atomic>
 
 #include "tirn/bitops.h"
 
 namespace {
 
-// Byte width on purpose: a map needs no alignment and may end anywhere. No order is promised.
+// Works on single bytes, because a map needs no alignment and may end at any byte. No memory order is promised.
 struct BitByte {
   BitByte(uint32_t bit, void* map) : byte(static_cast<uint8_t*>(map)[bit / 8]), mask(uint8_t(1u << bit % 8)) {}
   uint8_t set() { return byte.fetch_or(mask, std::memory_order_relaxed); }

@@ -1,3 +1,4 @@
+// Implements the searches for bits, the reading of bits and the counts of tirn/bitops.h.
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -15,7 +16,8 @@ uint64_t word_at(const uint8_t* map, uint64_t index) {
   return word;
 }
 
-// The searches are one: clear bits are the set bits of the words turned over. `kSkip` is the word without a hit.
+// The searches for set and for clear bits share their code: the clear bits of a word are the set bits of its inverse.
+// `kSkip` is a word without a hit.
 enum class Bit { kSet, kClear };
 template <Bit kBit>
 constexpr uint64_t kSkip = kBit == Bit::kSet ? 0 : ~uint64_t{0};
@@ -25,7 +27,7 @@ uint64_t first_in(uint64_t word) {
   return static_cast<uint64_t>(std::countr_zero(word ^ kSkip<kBit>));
 }
 
-// From word `at` on: whole words many at a time, then the bits behind them.
+// Searches from word `at` on: whole words, many at a time, then the bits after the last whole word.
 template <Bit kBit>
 [[gnu::noinline]] uint64_t find_far(const uint8_t* map, uint64_t size, uint64_t at) {
   const uint64_t words = size / kWord;
@@ -37,14 +39,14 @@ template <Bit kBit>
   if (rest == 0) {
     return size;
   }
-  // The read puts zeros above the size: for clear bits the first of them is the size itself.
+  // The bits above the size are read as zeros. In a search for clear bits, the first of them gives the size itself.
   const uint64_t last = kesa_bitop_read_u64(map + words * 8, rest);
   return last == kSkip<kBit> ? size : words * kWord + first_in<kBit>(last);
 }
 
 template <Bit kBit>
 inline uint64_t find_first(const uint8_t* map, uint64_t size) {
-  constexpr uint64_t kNear = 8;  // words that are looked at before the search for long maps pays
+  constexpr uint64_t kNear = 8;  // words to test before the search for long maps is worth its call
   const uint64_t near = std::min(size / kWord, kNear);
   for (uint64_t at = 0; at < near; ++at) {
     if (const uint64_t word = word_at(map, at); word != kSkip<kBit>) {

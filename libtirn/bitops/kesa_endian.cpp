@@ -1,8 +1,9 @@
+// Implements the byte-order conversions of tirn/bitops.h.
 #include <bit>
 
 #include "tirn/bitops.h"
 
-// The host is little-endian on both processors; a big-endian one would turn the two halves of this file over.
+// Both processors are little-endian. On a big-endian one, the two halves of this file would change places.
 static_assert(std::endian::native == std::endian::little);
 
 uint16_t kesa_endian_cputolittle16(uint16_t value) { return value; }

@@ -1,6 +1,6 @@
-// One chain of CRC-32C steps, and where the words that it reads may go besides. Each file that uses it brings its own
-// `Unit`, the processor's steps of 8, 4, 2 and 1 bytes on a `Value`, in an unnamed namespace: files compiled for
-// different processors must share no code.
+// One chain of CRC-32C steps, and the sinks that the words it reads go to. Each file that includes this defines its
+// own `Unit`, the processor's steps of 8, 4, 2 and 1 bytes on a `Value`, in an unnamed namespace: files that are
+// compiled for different processors must not share code.
 #ifndef TIRN_CRC32_CHAIN_H
 #define TIRN_CRC32_CHAIN_H
 
@@ -10,14 +10,14 @@
 
 namespace tirn::crc32 {
 
-// The sink of the forms without copy.
+// The sink of the forms without copy, which stores nothing.
 template <class Unit>
 struct Nowhere {
   template <class Word>
   [[gnu::always_inline]] void put(const uint8_t* /*from*/, Word /*word*/) const {}
 };
 
-// The sink of the forms with copy: each word goes to the offset that it came from.
+// The sink of the forms with copy. It stores each word at the offset in the destination that it has in the source.
 template <class Unit>
 class CopyTo {
  public:
@@ -45,7 +45,7 @@ template <class Unit, class Word, class Sink>
   return Unit::step(crc, word);
 }
 
-// Sixteen bytes by paired loads and stores.
+// Takes sixteen bytes with a paired load and, in the forms with copy, a paired store.
 template <class Unit, class Sink>
 [[gnu::always_inline]] inline typename Unit::Value step_pair(typename Unit::Value crc, const uint8_t* from,
                                                              const Sink& sink) {

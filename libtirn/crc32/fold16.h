@@ -1,5 +1,6 @@
-// CRC-16/T10-DIF by folding 128-bit blocks. A block is a polynomial whose first byte in memory is the highest, so it is
-// byte-reversed after loading. `Block` is a processor's 128-bit register with these operations:
+// CRC-16/T10-DIF, whose polynomial is P below, by folding 128-bit blocks. A block is a polynomial whose first byte in
+// memory is the highest, so it is byte-reversed after loading. `Block` describes a processor's 128-bit register by
+// these operations:
 //   load(bytes), constant(low, high), first(low), reversed(a), exclusive(a, b), low_word(a)
 //   low_low(a, b), high_high(a, b)  the carry-less product of their low or their high halves
 //   shuffle(a, indices)             byte i is byte indices[i], or 0 where the index has its top bit set
@@ -11,8 +12,8 @@
 
 namespace tirn::crc32 {
 
-// A half times this is that half moved by `bits`, of a degree that leaves room in the 128-bit product. The residue
-// stands in the top 16 bits of a half, or, where the distance is short, in bits 16 to 31.
+// Multipliers that move one 64-bit half of a block by `bits`. Both are congruent to x^bits, and the product fits in
+// 128 bits. move_top has the 16-bit residue in the top 16 bits of the multiplier, move_by has it in bits 16 to 31.
 constexpr uint64_t move_top(unsigned bits) { return uint64_t{power_of_x<T10Dif>(bits - 48)} << 48; }
 constexpr uint64_t move_by(unsigned bits) { return uint64_t{power_of_x<T10Dif>(bits - 16)} << 16; }
 
@@ -21,7 +22,7 @@ static_assert(move_by(384) == 0x1F990000 && move_by(448) == 0xAADB0000);
 static_assert(move_by(256) == 0xBE6C0000 && move_by(320) == 0xD8B30000);
 static_assert(move_by(128) == 0xFB0B0000 && move_by(192) == 0x4C1A0000);
 
-// x^80 / P without its highest bit, x^64: what a Barrett step multiplies by.
+// Returns the multiplier of a Barrett step: the quotient x^80 / P without its highest term, x^64.
 constexpr uint64_t barrett_multiplier() {
   uint64_t quotient = 0;
   uint16_t remainder = T10Dif::kOne;
@@ -32,8 +33,8 @@ constexpr uint64_t barrett_multiplier() {
   return quotient;
 }
 
-// Whether a block of kBits can be taken away by adding it to those at `distances` behind it: whether the sum of y^d, for
-// y = x^kBits and d the last distance less each of them and itself, is 0.
+// Returns whether a block of kBits can be removed by adding it to the blocks at `distances` after it. Let y be
+// x^kBits and D the last distance: this is so if y^D plus the sum of y^(D - d) over all distances d is 0 modulo P.
 template <unsigned kBits, size_t kCount>
 constexpr bool distances_hold(const unsigned (&distances)[kCount]) {
   const unsigned last = distances[kCount - 1];
@@ -44,8 +45,8 @@ constexpr bool distances_hold(const unsigned (&distances)[kCount]) {
   return sum == 0;
 }
 
-// Takes the first kNew of the blocks, which have Block::kBytes, away and kNew new ones in. No byte changes its place in a
-// block, so that they may stay in the order of memory.
+// Removes the first kNew blocks, of Block::kBytes each, by adding them to later ones, and appends kNew blocks from
+// `at`. No byte changes its place within a block, so the blocks can stay in memory order.
 template <class Block, unsigned kNew, const auto& kDistances, size_t kCount>
 [[gnu::always_inline]] inline void take_by_adding(typename Block::Register (&blocks)[kCount], const uint8_t* at) {
   typename Block::Register all[kCount + kNew];
@@ -66,7 +67,7 @@ template <class Block, unsigned kNew, const auto& kDistances, size_t kCount>
   }
 }
 
-// `block` moved by `bits`, and that added to `next`.
+// move() returns `block`, moved by the distance of the multipliers. fold() adds that to `next`.
 template <class Block>
 typename Block::Register move(typename Block::Register block, typename Block::Register multipliers) {
   return Block::exclusive(Block::low_low(block, multipliers), Block::high_high(block, multipliers));
@@ -77,21 +78,22 @@ typename Block::Register fold(typename Block::Register block, typename Block::Re
   return Block::exclusive(move<Block>(block, multipliers), next);
 }
 
-// Rows of indices: the one at 16 - n shifts a register up by n bytes, the one at 16 + n down.
+// Indices for shuffle(): from kShifts + 16 - n they shift a register up by n bytes, from kShifts + 16 + n down.
 alignas(16) inline constexpr uint8_t kShifts[48] = {
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
     0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
 
-// A message that is folded and moved by this much more has only 80 bits left, the upper ones: what divided by P leaves
-// its CRC.
+// The distance in bits by which a folded message is moved before the last step. After that, only the upper 80 bits
+// are not zero, and their remainder by P is the CRC.
 constexpr unsigned kToLast = 64;
 
-// The CRC of that, by a Barrett step: the quotient by P, and what the quotient's product with P leaves.
+// Returns the CRC of these 80 bits by a Barrett step: computes their quotient by P, and removes its product with P
+// from them.
 template <class Block>
 uint16_t last_step(typename Block::Register bits) {
   constexpr uint64_t kBarrett = barrett_multiplier();
-  constexpr uint64_t kPolynomial = uint64_t{0x8BB7} << 48;  // x^16 has no part in the remainder
+  constexpr uint64_t kPolynomial = uint64_t{0x8BB7} << 48;  // x^16 does not affect the remainder
   const auto quotient = Block::exclusive(Block::high_high(bits, Block::constant(kBarrett, kBarrett)), bits);
   const auto product = Block::high_high(quotient, Block::constant(kPolynomial, kPolynomial));
   return static_cast<uint16_t>(Block::low_word(Block::exclusive(product, bits)) >> 48);
@@ -102,8 +104,8 @@ uint16_t remainder(typename Block::Register block) {
   return last_step<Block>(move<Block>(block, Block::constant(move_top(kToLast), move_top(kToLast + 64))));
 }
 
-// The CRC of a message that is folded into `block` as far as `at` and goes on with `rest` bytes there. Its last 16 bytes
-// must be readable.
+// Returns the CRC of a message that is folded into `block` up to `at` and has `rest` more bytes there. The last 16
+// bytes of the message must be readable.
 template <class Block>
 uint16_t finish(typename Block::Register block, const uint8_t* at, size_t rest) {
   const auto multipliers = Block::constant(move_by(128), move_by(192));
@@ -111,8 +113,8 @@ uint16_t finish(typename Block::Register block, const uint8_t* at, size_t rest) 
     block = fold<Block>(block, multipliers, Block::reversed(Block::load(at)));
   }
   if (rest != 0) {
-    // Of the last 16 bytes only the new ones are taken, below what the block keeps; what goes out at its top is a block
-    // of its own.
+    // Shift the block up and put the `rest` new bytes of the last 16 below it. The bytes that are shifted out at the
+    // top become a block of their own, which is folded into the result.
     const auto last = Block::reversed(Block::load(at + rest - 16));
     const auto up = Block::load(kShifts + 16 - rest);
     const auto top = Block::shuffle(block, Block::load(kShifts + 32 - rest));

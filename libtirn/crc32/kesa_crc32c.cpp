@@ -1,3 +1,4 @@
+// Implements the checksum functions of tirn/crc32.h that are the same on all processors, among them the table forms.
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
@@ -10,11 +11,12 @@ namespace {
 using Crc = uint32_t (*)(uint32_t crc, const void* buffer, uint32_t length);
 using CrcWithCopy = uint32_t (*)(void* destination, uint32_t length, uint32_t crc, const void* source);
 
-// Empty until kesa_crc32_init; each stands for itself, so no order is needed.
+// NULL until kesa_crc32_init has run. A pointer to a function publishes no other data, so no order is needed.
 constinit std::atomic<Crc> g_crc32c{nullptr};
 constinit std::atomic<CrcWithCopy> g_crc32c_with_copy{nullptr};
 
-// The one model on which three chains are worth their joins. No CPUID signature looks like it: its high bits are 0.
+// Returns whether this is the one processor model on which three chains are worth their joins. No CPUID signature
+// matches it, as the highest bits of a signature are 0.
 bool runs_three_streams_best(uint64_t identification) {
   constexpr uint64_t kImplementer = 0x48;
   constexpr uint64_t kPart = 0xD03;

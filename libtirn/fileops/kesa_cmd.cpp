@@ -1,3 +1,4 @@
+// Implements the commands on files of tirn/fileops.h.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -17,8 +18,8 @@ constexpr uint32_t kLineSize = 4096;
 struct FileCommand {
   const char* function;
   const char* line;
-  const char* allowed;    // special characters of the line itself
-  bool is_path_screened;  // `allowed` would let them pass in the path as well
+  const char* allowed;    // special characters of the command line itself
+  bool is_path_screened;  // the path is checked by itself, as `allowed` lets these characters pass in it
   const char* missing;
   const char* too_long;
   const char* no_memory;
@@ -26,7 +27,7 @@ struct FileCommand {
 
 enum Command { kRemove, kCopy, kMove, kTouch, kMakeDirectory, kUnpack, kPack };
 
-// Not all say the same thing in the same words.
+// The log texts differ from command to command, and they stay so.
 constexpr FileCommand kCommands[] = {
     {"kesa_cmd_rm", "rm -rf %s", nullptr, false, "Param is NULL.", "File path too long pSrcFile = %s",
      "allocCmd is NULL"},
@@ -51,7 +52,7 @@ struct Free {
 bool is_too_long(const char* path) { return strnlen(path, KESA_FILE_PATH_SIZE) == KESA_FILE_PATH_SIZE; }
 
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // formats of the table; those for one path leave the second
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // formats of the table; those for one path ignore the second
 int run(Command which, const char* first, const char* second = "") {
   const FileCommand& command = kCommands[which];
   if (first == nullptr || second == nullptr) {
@@ -66,7 +67,7 @@ int run(Command which, const char* first, const char* second = "") {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "Param error: pFile(%s) is dangerous.", first);
     return -EINVAL;
   }
-  const tirn::NoCancellation guard;  // the line would stay, and the child
+  const tirn::NoCancellation guard;  // a cancellation would leave the command line allocated
   const std::unique_ptr<char, Free> line(static_cast<char*>(std::calloc(1, kLineSize)));
   if (line == nullptr) {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "%s", command.no_memory);

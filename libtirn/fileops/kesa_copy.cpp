@@ -1,3 +1,4 @@
+// Implements the copy of tirn/fileops.h.
 #include <fcntl.h>
 
 #include <cerrno>
@@ -12,7 +13,7 @@ int kesa_copy(const char* src, const char* dst) {
     TIRN_ERROR("Param is NULL.");
     return -EINVAL;
   }
-  const tirn::NoCancellation guard;  // what is open would stay so
+  const tirn::NoCancellation guard;  // a cancellation would leave the files open
   const tirn::Fd from(kesa_open(src, O_RDONLY | O_CLOEXEC, 0));
   if (!from) {
     TIRN_WARNING("Open srcFile %s error.", src);

@@ -1,10 +1,12 @@
+// Implements the calls to the dynamic loader of tirn/fileops.h.
 #include <dlfcn.h>
 
 #include "libtirn/base/cancellation.h"
 #include "libtirn/base/result.h"
 #include "tirn/fileops.h"
 
-// Objects run code of their own as they come and go, with the loader locked: a cancellation there would leave it so.
+// Objects run code of their own while they are loaded and unloaded, with the loader's lock held. A cancellation there
+// would leave it locked.
 
 void* kesa_dlopen(const char* path, int flags) {
   const tirn::NoCancellation guard;

@@ -1,3 +1,4 @@
+// Implements the record locks of tirn/fileops.h.
 #include <fcntl.h>
 
 #include <cerrno>

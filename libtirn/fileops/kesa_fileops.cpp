@@ -1,3 +1,4 @@
+// Implements the checked system calls of tirn/fileops.h.
 #include "tirn/fileops.h"
 
 #include <fcntl.h>

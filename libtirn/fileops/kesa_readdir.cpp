@@ -1,3 +1,4 @@
+// Implements the walk through a folder of tirn/fileops.h.
 #include <dirent.h>
 #include <unistd.h>
 
@@ -10,11 +11,11 @@
 
 namespace {
 
-// The next entry, read into `buffer`; false at the end and on an error.
+// Reads the next entry into `buffer`. Returns false at the end and on an error.
 bool read_entry(DIR* directory, dirent* buffer) {
   dirent* entry = nullptr;
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // the buffer holds any name that the call stores
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // the buffer has room for any name that the call stores
   return readdir_r(directory, buffer, &entry) == 0 && entry != nullptr;
 #pragma GCC diagnostic pop
 }
@@ -26,12 +27,12 @@ int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
     TIRN_ERROR("path is NULL.");
     return tirn::kFail;
   }
-  const tirn::NoCancellation guard;  // what is open would stay so
+  const tirn::NoCancellation guard;  // a cancellation would leave the folder open
   tirn::Folder directory(opendir(path));
   if (directory == nullptr) {
     return tirn::kFail;
   }
-  // Without a limit (-1) the record's own room is left, which is that of the longest name of Linux.
+  // If there is no limit (-1), this is the size of the record itself, which has room for the longest name on Linux.
   const long size = pathconf(path, _PC_NAME_MAX) + static_cast<long>(sizeof(dirent)) + 1;
   tirn::TaggedBlock<dirent> entry = tirn::tagged_block<dirent>(static_cast<uint32_t>(size));
   if (entry == nullptr) {

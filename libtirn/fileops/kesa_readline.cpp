@@ -1,3 +1,4 @@
+// Implements the reader of text lines of tirn/fileops.h.
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,10 +10,10 @@
 
 namespace {
 
-constexpr size_t kFirstBlock = 512;  // holds most lines whole
+constexpr size_t kFirstBlock = 512;  // holds most text lines whole
 constexpr size_t kBlock = 4096;
 
-// The line as far as it is read.
+// A text line, as far as it has been read.
 class Line {
  public:
   Line(char* text, size_t room) : text_(text), room_(room) {}
@@ -20,7 +21,7 @@ class Line {
   bool is_complete() const { return held_ == room_ || has_line_feed_; }
   size_t room() const { return room_ - held_; }
 
-  // Takes bytes until the line is complete; how many.
+  // Takes bytes until the text line is complete. Returns how many it took.
   size_t take(const char* bytes, size_t count) {
     const size_t most = std::min(count, room());
     const auto* const line_feed = static_cast<const char*>(std::memchr(bytes, '\n', most));
@@ -58,9 +59,9 @@ class Line {
   bool has_line_feed_ = false;
 };
 
-// Reads ahead, and steps back to right behind the line.
+// Reads ahead in blocks, then moves the descriptor back to the first byte after the text line.
 void read_blocks(int fd, Line& line) {
-  const tirn::NoCancellation guard;  // the step back would be missing
+  const tirn::NoCancellation guard;  // a cancellation would leave the descriptor too far ahead
   char block[kBlock];
   size_t size = kFirstBlock;
   while (!line.is_complete()) {

@@ -1,3 +1,4 @@
+// Implements the hash table of tirn/hash.h.
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -14,7 +15,7 @@ using namespace tirn;
 using Node = kesa_hash_node;
 using Table = kesa_hash_table;
 
-// Knuth's multiplicative hashing, by the prime 2^63 + 2^61 - 2^57 + 2^54 - 2^51 - 2^18 + 1.
+// The multiplier of Knuth's multiplicative hashing: the prime 2^63 + 2^61 - 2^57 + 2^54 - 2^51 - 2^18 + 1.
 constexpr uint64_t kGoldenRatioPrime = 0x9E37FFFFFFFC0001;
 static_assert(kGoldenRatioPrime ==
               (1ull << 63) + (1ull << 61) - (1ull << 57) + (1ull << 54) - (1ull << 51) - (1ull << 18) + 1);
@@ -28,14 +29,16 @@ uint64_t product_of(uint32_t key_type, uint64_t key) {
   return (uint64_t{key_type} << 32 | (key & UINT32_MAX)) * kGoldenRatioPrime;
 }
 
-// As hash_func tells, for less than 31 bits, 0 among them: the index stays where it makes a bucket's offset.
+// Returns the bucket with the index that hash_func computes, for 0 to 30 bits. The product is shifted by 4 bits less,
+// which leaves the index multiplied by the size of a bucket.
 list::Link* bucket_of(const Table* table, uint32_t key_type, uint64_t key) {
   static_assert(sizeof(list::Link) == 16);
   const uint64_t offset = product_of(key_type, key) >> (60 - table->bits) & ~uint64_t{sizeof(list::Link) - 1};
   return reinterpret_cast<list::Link*>(reinterpret_cast<uintptr_t>(table->buckets) + offset);
 }
 
-// The key first: types are often the same for all nodes, and would be one more branch for each.
+// Returns the node with this key, or NULL. The key is compared first: often all nodes have the same type, and
+// comparing the type first would cost one more branch for each node.
 Node* find_in(list::Link* bucket, uint32_t key_type, uint64_t key) {
   for (list::Link* link = bucket->next; link != bucket; link = link->next) {
     Node* const node = node_of(link);
@@ -46,7 +49,8 @@ Node* find_in(list::Link* bucket, uint32_t key_type, uint64_t key) {
   return nullptr;
 }
 
-// The next node is read before visit(node), which may take this one out. Ends with the first result that is not 0.
+// Calls visit(node) for each node, up to the first result that is not 0, and returns that. The next node is read
+// before the call, because `visit` may take its node out.
 template <class Visit>
 int walk(const Table* table, Visit visit) {
   list::Link* const end = table->buckets + table->bucketCount;

@@ -1,3 +1,4 @@
+// Implements the tagged allocation and the page calls of tirn/mem.h.
 #include "tirn/mem.h"
 
 #include <sys/mman.h>
@@ -15,13 +16,13 @@ namespace {
 constexpr uint32_t kHead = sizeof(kesa_mem_head);
 static_assert(kHead == 16 && offsetof(kesa_mem_head, size) == 4 && offsetof(kesa_mem_head, pid) == 8);
 
-// The word is read before it is known whose it is: in front of plain malloc's memory it belongs to the heap, which the
-// sanitizers watch.
+// Read without sanitizer checks: before a block of plain malloc, this word belongs to the heap, and the kind of block
+// is not known until the word is read.
 __attribute__((no_sanitize("address", "thread"))) bool has_magic(const void* block) {
   return *static_cast<const volatile uint32_t*>(block) == KESA_MEM_MAGIC;
 }
 
-// What follows is the road of every allocation: it stays in line, and what is rarely needed stands apart.
+// The next two functions are part of every allocation, so they are inlined. Rare cases are in functions of their own.
 
 inline void write_head(void* block, uint32_t size, uint32_t pid) {
   new (block) kesa_mem_head{KESA_MEM_MAGIC, size, pid, 0};
@@ -29,7 +30,7 @@ inline void write_head(void* block, uint32_t size, uint32_t pid) {
 
 inline void* allocate(uint32_t size, uint32_t pid) {
   const uint32_t whole = size + kHead;
-  if (whole < kHead) [[unlikely]] {  // the sum of 32 bits has wrapped: no block could hold the record
+  if (whole < kHead) [[unlikely]] {  // the 32-bit sum has wrapped: no room for the record
     return nullptr;
   }
   void* const block = std::malloc(whole);
@@ -52,7 +53,7 @@ inline void* allocate(uint32_t size, uint32_t pid) {
                   function, line);
 }
 
-// Memory of plain malloc may come here.
+// Logs and frees a block without a record, which may come from plain malloc.
 [[gnu::cold, gnu::noinline]] void free_foreign(void* pointer, const char* function, uint32_t line) {
   TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_freesub", "mem magic is wrong, ptr(%p), function(%s) line(%u)",
               pointer, function, line);

@@ -1,3 +1,4 @@
+// Counts the bytes that each module holds, in a table of the kernel side.
 #include "libtirn/mem/mem_counters.h"
 
 #include <pthread.h>
@@ -15,20 +16,20 @@ namespace {
 
 constexpr size_t kTableBytes = TIRN_MODULE_COUNT * sizeof(int64_t);
 
-// The look-up may call out, to the kernel side's handlers and the log's, which allocate too, or wait for a thread that
-// does: so nobody waits for this mutex.
+// Held while a thread looks for the table. No thread waits for this mutex, because the look-up may call handlers of
+// the kernel side and of the log: these allocate memory too, or wait for a thread that does.
 pthread_mutex_t g_table_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 constinit tirn::ForkSteps g_fork_steps([](tirn::ForkSteps&) { g_table_mutex = PTHREAD_MUTEX_INITIALIZER; });
 
-// What was counted while the mutex was busy. A table that is found takes it over: blocks would otherwise be counted out
-// that were never counted in.
+// What was counted while the mutex was busy. It is added to the table once that is found: otherwise the table would
+// subtract blocks that were never added to it.
 constinit std::atomic<int64_t> g_early[TIRN_MODULE_COUNT]{};
 constinit std::atomic<bool> g_has_early{false};
 
 void add(int64_t* table, uint32_t id, int64_t bytes) { std::atomic_ref(table[id]).fetch_add(bytes); }
 
-// Moves the early counts into the table, or drops them where there is none: nothing is counted then.
+// Moves the early counts into the table. If there is none (NULL), drops them: without a table, nothing is counted.
 void settle_early(int64_t* table) {
   if (!g_has_early.exchange(false)) {
     return;
@@ -41,7 +42,7 @@ void settle_early(int64_t* table) {
   }
 }
 
-// With the mutex held.
+// Asks the kernel side for the table, or returns the one already found. The caller holds the mutex.
 int64_t* ask_for_table() {
   int64_t* table = tirn::g_counters.load(std::memory_order_relaxed);
   if (table != nullptr) {
@@ -49,7 +50,9 @@ int64_t* ask_for_table() {
   }
   if (tirn::private_call(tirn::PrivateCommand::kMemoryTable, &table) == 0 && table != nullptr) {
     memset_s(table, kTableBytes, 0, kTableBytes);
-    // Full order, with the load in count_early(): either that sees the table, or this thread the early count.
+    // Pairs with the acquire loads of g_counters: a thread that sees the table sees it cleared. It is sequentially
+    // consistent, like the load in count_early(): either that load sees the table, or settle_early() below sees the
+    // early count.
     tirn::g_counters.store(table);
   } else {
     table = nullptr;
@@ -73,8 +76,8 @@ namespace tirn {
 constinit std::atomic<int64_t*> g_counters{nullptr};
 
 int64_t* find_counters(bool* is_busy) {
-  const NoCancellation guard;  // the mutex would stay locked
-  const int error = errno;     // allocating without a table is no failure
+  const NoCancellation guard;  // a cancellation would leave the mutex locked
+  const int error = errno;     // restored below, as an allocation without a table is no failure
   g_fork_steps.follow();
   int64_t* table = nullptr;
   *is_busy = pthread_mutex_trylock(&g_table_mutex) != 0;

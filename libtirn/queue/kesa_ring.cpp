@@ -1,3 +1,4 @@
+// Implements the ring of 64-bit values of tirn/queue.h.
 #include <algorithm>
 #include <atomic>
 #include <bit>
@@ -21,14 +22,15 @@ using std::atomic_ref;
 
 constexpr uint32_t kBoth = KESA_RING_SINGLE_PRODUCER | KESA_RING_SINGLE_CONSUMER;
 
-// At a tail, before the processor is given up. No pause between them: with one, so many would take seconds.
+// How often a thread reads a tail before it yields the processor. There is no pause instruction between the reads:
+// with one, so many of them would take seconds.
 constexpr uint32_t kLooks = 0x8000000;
 
 enum class Amount { kOne, kExactly, kAtMost };
 
 enum class Outcome { kRefused, kMade, kAboveWatermark };
 
-// Positions that a call claims, out of so many that it could.
+// The positions that a call claims: `count` of them from `at`. It could claim up to `room`.
 struct Run {
   uint32_t at;
   uint32_t count;
@@ -44,9 +46,10 @@ void copy_values(uint64_t* to, const uint64_t* from, uint32_t count) {
   }
 }
 
-// What the two sides differ in. `used` is how many values lie between a position of theirs and the other side's tail,
-// `room` what that leaves them: free slots or values. Only differences of positions count, so all stays right across the
-// wrap.
+// Producers and Consumers hold what the two sides do differently. `used` returns the number of values between a
+// position of this side and the other side's tail. `room` returns how many positions that leaves to claim: free slots
+// for producers, values for consumers. Only differences of positions are used, so the results are right when
+// positions wrap.
 struct Producers {
   using Value = const uint64_t;
   static constexpr uint32_t kRefused = static_cast<uint32_t>(-ENOBUFS);
@@ -73,8 +76,8 @@ struct Consumers {
   static bool is_above_watermark(const kesa_ring&, uint32_t, uint32_t) { return false; }
 };
 
-// What of so many wanted, from `at`, there is room for. Acquire: what the other side did with those slots before it
-// stored its tail is over.
+// Decides how many of the `wanted` positions from `at` may be claimed. The acquire load makes sure that the other
+// side has finished with the slots before its tail.
 template <class Side, Amount kAmount>
 [[gnu::always_inline]] inline Outcome grant(kesa_ring& ring, uint32_t mask, uint32_t wanted, uint32_t at, Run& run) {
   const uint32_t used = Side::used(at, atomic_ref(Side::other_tail(ring)).load(std::memory_order_acquire));
@@ -86,8 +89,9 @@ template <class Side, Amount kAmount>
   return Side::is_above_watermark(ring, used, run.count) ? Outcome::kAboveWatermark : Outcome::kMade;
 }
 
-// What was left over by the last look at the other side's tail is claimed without another, which spares that side its
-// line: there may be more by now, but not less. Nobody else reads the head, so it needs no order.
+// Claims positions on a side that has a single thread. Uses up the room seen at the last read of the other side's
+// tail before reading it again: this saves a cache-line transfer, and the room only grows meanwhile. No other thread
+// reads the head, so it needs no order.
 template <class Side, Amount kAmount>
 [[gnu::always_inline]] inline Outcome claim_alone(kesa_ring& ring, uint32_t mask, uint32_t wanted, Run& run) {
   auto& own = Side::own(ring);
@@ -105,15 +109,16 @@ template <class Side, Amount kAmount>
   return outcome;
 }
 
-// The head is read before the other side's tail (acquire) and moved after (release): who sees a head sees a tail that
-// had room for it, so the room is never below zero. It can be too large next to an old head, which is then not claimed:
-// each claim moves the head, and it comes round only after 2^32 positions.
+// Claims positions on a side that has many threads. The acquire load of the head comes before the read of the other
+// side's tail, and the release in the swap comes after it. A thread that sees a head therefore sees a tail that had
+// room for it, so the room is never below zero. With an outdated head the room can be too large, but then the swap
+// fails: each claim moves the head, and it has the same value again only after 2^32 positions.
 template <class Side, Amount kAmount>
 [[gnu::always_inline]] inline Outcome claim_among_many(kesa_ring& ring, uint32_t mask, uint32_t wanted, Run& run) {
   const atomic_ref head(Side::own(ring).head);
   for (uint32_t at = head.load(std::memory_order_acquire);;) {
     const Outcome outcome = grant<Side, kAmount>(ring, mask, wanted, at, run);
-    // `run.at` stays what was read, so that the slots' addresses are known before the swap is over.
+    // `run.at` is the value that was read, so the slots' addresses are known before the swap completes.
     if (outcome == Outcome::kRefused ||
         head.compare_exchange_strong(at, at + run.count, std::memory_order_acq_rel, std::memory_order_acquire)) {
       return outcome;
@@ -135,8 +140,8 @@ template <class Side, Amount kAmount>
   }
 }
 
-// Stores the tail when all who claimed before have. The looks acquire, so that what those did with their slots comes
-// before this tail too. Gives `result` back, for a tail call.
+// Stores the tail once all threads with earlier claims have stored theirs. The loads acquire, so that this tail also
+// comes after what those threads did with their slots. Returns `result`, so that the caller ends in a tail call.
 [[gnu::noinline]] uint32_t publish_in_turn(uint32_t& word, uint32_t at, uint32_t count, uint32_t result) {
   const atomic_ref tail(word);
   for (uint32_t looks = 0; tail.load(std::memory_order_acquire) != at;) {
@@ -149,7 +154,8 @@ template <class Side, Amount kAmount>
   return result;
 }
 
-// Release, with which the other side's acquire in grant() pairs: what was done with the slots comes before their tail.
+// Claims positions, copies the values and stores the tail. The release store of the tail pairs with the acquire load
+// in grant() on the other side: the slots are read or written before the tail passes them on.
 template <class Side, Amount kAmount, bool kSingle>
 [[gnu::always_inline]] inline uint32_t transfer_by(kesa_ring& ring, typename Side::Value* values, uint32_t wanted) {
   auto& own = Side::own(ring);
@@ -176,15 +182,15 @@ template <class Side, Amount kAmount, bool kSingle>
 template <class Side, Amount kAmount>
 [[gnu::always_inline]] inline uint32_t transfer(kesa_ring& ring, typename Side::Value* values, uint32_t wanted) {
   if (kAmount != Amount::kOne && wanted == 0) {
-    // A claim of none would be none: with many threads another makes its own at the same position, and of the two
-    // tails the later one could be the lower.
+    // Claiming zero positions does not move the head; another thread could claim the same position, and our tail
+    // store could move the tail back.
     return kOk;
   }
   return Side::is_single(ring) ? transfer_by<Side, kAmount, true>(ring, values, wanted)
                                : transfer_by<Side, kAmount, false>(ring, values, wanted);
 }
 
-// Under the caller's name.
+// Logs a NULL ring under the name of the calling function.
 [[gnu::cold, gnu::noinline]] uint32_t tell_null(const char* function = __builtin_FUNCTION()) {
   TIRN_LOG_AS(kModule, kError, function, "Kesa ring id is NULL.");
   return kFailU32;

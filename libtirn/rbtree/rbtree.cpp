@@ -1,3 +1,4 @@
+// Implements the red-black tree of tirn/rbtree.h.
 #include "tirn/rbtree.h"
 
 #include <initializer_list>
@@ -7,12 +8,13 @@ namespace {
 using Node = kesa_rb_node;
 using Root = kesa_rb_root;
 
-// A child of a node. Mirror images share their code, without branches that are taken every second time.
+// A side is a pointer to the member `left` or `right` of a node. Mirrored cases share their code by it, without a
+// branch on the side, which would be mispredicted half of the time.
 using Side = Node* Node::*;
 constexpr Side other(Side side) { return side == &Node::left ? &Node::right : &Node::left; }
 Side side_of(const Node* child, const Node* parent) { return child == parent->left ? &Node::left : &Node::right; }
 
-// Beside the parent's address. Each change keeps the bits that it is not about.
+// The bits of `parentColor` below the parent's address. A change of one part keeps the others.
 constexpr uint64_t kColor = KESA_RB_BLACK;
 constexpr uint64_t kSpare = 2;
 
@@ -25,7 +27,7 @@ void set_parent(Node* node, const Node* parent) {
   node->parentColor = reinterpret_cast<uintptr_t>(parent) | (node->parentColor & (kColor | kSpare));
 }
 
-// Takes the other's parent and colour.
+// Gives `node` the parent and the colour of `other`. Its spare bit stays.
 void take_place(Node* node, const Node* other) {
   node->parentColor = (other->parentColor & ~kSpare) | (node->parentColor & kSpare);
 }
@@ -36,12 +38,13 @@ void take_color(Node* node, const Node* other) {
 
 bool is_red_child(const Node* child) { return child != nullptr && is_red(child); }
 
-// Makes `child`, which may be NULL, the child of `parent`, NULL above the root, in the place of `former`.
+// Replaces `former` by `child`, which may be NULL, below `parent`. If `former` is the root, `parent` is NULL.
 void replace_child(Node* parent, const Node* former, Node* child, Root* root) {
   (parent == nullptr ? root->node : parent->*side_of(former, parent)) = child;
 }
 
-// Lets the child on the other side take the node's place; the node goes down on this side.
+// Rotates towards `side`: the child on the other side takes the place of `node`, and `node` becomes its child on
+// `side`.
 void rotate(Node* node, Side side, Root* root) {
   Node* const child = node->*other(side);
   Node* const inner = child->*side;
@@ -56,8 +59,8 @@ void rotate(Node* node, Side side, Root* root) {
   replace_child(parent, node, child, root);
 }
 
-// Where a path through this side of `parent` has one black node too few. True if the lack was made up; otherwise the
-// whole subtree lacks it now.
+// Repairs a subtree in which paths through this side of `parent` have one black node too few. Returns true if no path
+// lacks one any longer. Otherwise every path through `parent` now has one too few.
 bool make_up(Node* parent, Side side, Root* root) {
   Node* sibling = parent->*other(side);
   if (is_red(sibling)) {
@@ -66,7 +69,7 @@ bool make_up(Node* parent, Side side, Root* root) {
     rotate(parent, side, root);
     sibling = parent->*other(side);
   }
-  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): black nodes lie below it, as on the side that lacks one
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): `sibling` is never NULL, its side has one black node more
   Node* const inner = sibling->*side;
   Node* const outer = sibling->*other(side);
   if (!is_red_child(inner) && !is_red_child(outer)) {
@@ -84,7 +87,7 @@ bool make_up(Node* parent, Side side, Root* root) {
   return true;
 }
 
-// The place of `node`, which may be NULL, below `parent` lost a black node.
+// Restores the balance after the place of `node`, which may be NULL, below `parent` has lost a black node.
 void repair_erase(Node* node, Node* parent, Root* root) {
   while (!is_red_child(node) && parent != nullptr) {
     if (make_up(parent, side_of(node, parent), root)) {
@@ -122,7 +125,7 @@ Node* neighbour(const Node* node) {
   return const_cast<Node*>(parent);
 }
 
-// From the node up to the root: each node of the path, and the other child of each.
+// Calls the function for each node from `node` up to the root, and for the sibling of each.
 void augment_path(Node* node, kesa_rb_augment_fn function, void* data) {
   for (;;) {
     function(node, data);
@@ -130,7 +133,8 @@ void augment_path(Node* node, kesa_rb_augment_fn function, void* data) {
     if (parent == nullptr) {
       return;
     }
-    // A right child without a sibling is called once more: the function's users count on nothing else.
+    // For a right child without a sibling, this calls the function for `node` once more. That stays, because users
+    // may rely on the sequence of calls.
     if (node == parent->right && parent->left != nullptr) {
       function(parent->left, data);
     } else if (parent->right != nullptr) {

@@ -1,3 +1,4 @@
+// Implements the shared memory of tirn/shm.h.
 #include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
@@ -34,14 +35,14 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
   if (name == nullptr) {
     return nullptr;
   }
-  const tirn::NoCancellation guard;  // what is open would stay so
+  const tirn::NoCancellation guard;  // a cancellation would leave the object open
   const tirn::Fd object(shm_open(name, flags, mode));
   if (!object) {
     return nullptr;
   }
-  // An object opened for reading cannot be resized, and need not be.
+  // A failure is ignored: an object that is opened for reading cannot be resized, and need not be.
   [[maybe_unused]] const int resized = ftruncate(object.get(), size);
-  // The pages are made now, so that a full /dev/shm is found here and not by a fault at a later store.
+  // Allocate the pages now, so that a full /dev/shm fails here and not as a fault at a later store.
   const int result = fallocate(object.get(), 0, 0, size);
   if (result != 0 && errno == ENOSPC) {
     TIRN_INFO("Fallocate shm fail, ret<%d> errno<%d>.", result, errno);

@@ -1,3 +1,4 @@
+// Implements the functions of tirn/str.h that run a command with a pipe to it.
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,14 +16,15 @@
 
 namespace {
 
-// The child behind each descriptor, 0 where there is none. Made once, as long as the process may then have
-// descriptors. An entry belongs to whoever holds its descriptor.
+// The process id of the child at the other end of each descriptor, 0 if there is none. The table is made once, with
+// an entry for each descriptor that the process may have at that time. An entry belongs to the owner of its
+// descriptor.
 constinit std::atomic<int32_t*> g_children{nullptr};
 
 using Table = tirn::TaggedBlock<int32_t>;
 
-// A zeroed block of the tagged heap. It may be of gigabytes: pages fresh from the system, which calloc knows, stay
-// untouched.
+// Returns a zeroed block of the tagged heap, or NULL. The block may be gigabytes long, so it comes from calloc, which
+// does not touch pages that are fresh from the system.
 Table make_table(uint32_t entries) {
   const uint32_t size = entries * uint32_t{sizeof(int32_t)};
   auto* const head = static_cast<kesa_mem_head*>(std::calloc(1, sizeof(kesa_mem_head) + size));
@@ -38,7 +40,7 @@ Table make_table(uint32_t entries) {
 }
 
 int32_t* child_table() {
-  int32_t* table = g_children.load(std::memory_order_acquire);  // with the exchange: whoever sees it sees it zeroed
+  int32_t* table = g_children.load(std::memory_order_acquire);
   if (table != nullptr) {
     return table;
   }
@@ -47,11 +49,12 @@ int32_t* child_table() {
     errno = EMFILE;
     return nullptr;
   }
-  constexpr size_t kMost = (UINT32_MAX - sizeof(kesa_mem_head)) / sizeof(int32_t);  // of a block of the tagged heap
+  constexpr size_t kMost = (UINT32_MAX - sizeof(kesa_mem_head)) / sizeof(int32_t);  // entries of a tagged block
   Table made = make_table(static_cast<uint32_t>(std::min(static_cast<size_t>(entries), kMost)));
   if (made == nullptr) {
     return nullptr;
   }
+  // Pairs with the acquire loads of g_children: a thread that sees the table sees it zeroed.
   return g_children.compare_exchange_strong(table, made.get(), std::memory_order_acq_rel) ? made.release() : table;
 }
 
@@ -62,8 +65,8 @@ bool is_in(const int32_t* table, int fd) {
 
 std::atomic_ref<int32_t> child_at(int32_t* table, int fd) { return std::atomic_ref(table[fd]); }
 
-// The stream's descriptor may have been that of a pipe which was not closed by kesa_pclose: the child of that one is
-// not this stream's.
+// Clears the table's entry for the stream's descriptor. If it holds a child, that is not this stream's, but that of
+// an earlier pipe on the same descriptor which was not closed by kesa_pclose.
 FILE* without_child(FILE* stream) {
   int32_t* const table = g_children.load(std::memory_order_acquire);
   if (stream != nullptr && table != nullptr && is_in(table, fileno(stream))) {
@@ -72,9 +75,10 @@ FILE* without_child(FILE* stream) {
   return stream;
 }
 
-// The stream to a new child, whose id it stores; with a table, only on a descriptor that the table has room for.
+// Starts a child with a pipe, stores the child's process id and returns the stream, or NULL. If `table` is not NULL,
+// the stream's descriptor must have an entry in it; otherwise the call fails with EMFILE.
 FILE* open_pipe(const char* function, const char* cmd, const char* mode, const int32_t* table, int* child) {
-  const tirn::NoCancellation guard;  // in the child, which runs on this stack, above all
+  const tirn::NoCancellation guard;  // most important in the child, which runs on this stack
   int pdes[2];
   if (pipe(pdes) != 0) {
     return nullptr;
@@ -155,8 +159,8 @@ int kesa_pclose(FILE* stream) {
   if (child == 0) {
     return tirn::kFail;
   }
-  const tirn::NoCancellation guard;  // the flush would leave the descriptor, and the wait the child
-  // Cleared before another thread can get the descriptor.
+  const tirn::NoCancellation guard;  // a cancellation would leave the descriptor open or the child unreaped
+  // Clear the entry before fclose, after which another thread can get the descriptor.
   child_at(table, fd).store(0, std::memory_order_relaxed);
   fclose(stream);
   sigset_t blocked, former;
@@ -164,7 +168,7 @@ int kesa_pclose(FILE* stream) {
   for (const int signal : {SIGINT, SIGQUIT, SIGHUP}) {
     sigaddset(&blocked, signal);
   }
-  // On Linux this is the mask of the calling thread.
+  // On Linux sigprocmask changes the mask of the calling thread.
   sigprocmask(SIG_BLOCK, &blocked, &former);  // NOLINT(concurrency-mt-unsafe)
   const int status = tirn::wait_for_end(child);
   sigprocmask(SIG_SETMASK, &former, nullptr);  // NOLINT(concurrency-mt-unsafe)

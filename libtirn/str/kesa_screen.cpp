@@ -1,3 +1,4 @@
+// Implements the screening of commands for special characters of tirn/str.h.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -11,7 +12,7 @@ namespace {
 constexpr char kBlack[] = KESA_COMMAND_SPECIAL;
 constexpr size_t kBlackCount = sizeof kBlack - 1;
 
-// 16 characters at once, each compared with a black one.
+// Sixteen characters that are compared with a special character at once.
 using Block = uint8_t __attribute__((vector_size(16)));
 constexpr size_t kBlock = sizeof(Block);
 
@@ -34,7 +35,7 @@ Block load(const void* bytes) {
   return block;
 }
 
-// Whether any of kCount blocks holds a black character.
+// Returns whether any of kCount blocks holds a special character.
 template <size_t kCount>
 inline bool has_black(const char* text, const Lanes& black) {
   Block found{};
@@ -68,7 +69,7 @@ bool has_black(const char* text, size_t length, const Lanes& black) {
       return true;
     }
   }
-  return has_black<1>(last, black);  // with some of what was seen before
+  return has_black<1>(last, black);  // overlaps the blocks before it
 }
 
 }  // namespace
@@ -89,7 +90,7 @@ int isDangerousCmd(const char* cmd, const char* white) {
   }
   char black[kBlackCount];
   for (size_t i = 0; i < kBlackCount; ++i) {
-    // An exempted character gives way to NUL, which no command holds.
+    // Replace an allowed character by NUL, which no command contains.
     black[i] = isWhiteChar(&kBlack[i], white) != 0 ? '\0' : kBlack[i];
   }
   return has_black(cmd, length, lanes_of(black)) ? 1 : 0;

@@ -1,3 +1,4 @@
+// Implements the text helpers of tirn/str.h.
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -9,7 +10,7 @@
 
 namespace {
 
-// Where kesa_str_tok goes on.
+// The position from which the next call of kesa_str_tok continues.
 constinit char* g_position = nullptr;
 
 bool has_hex_prefix(const char* text) { return text[0] == '0' && (text[1] == 'x' || text[1] == 'X'); }
@@ -20,7 +21,7 @@ void cut_at(char* text, char c) {
   }
 }
 
-// What stands behind a run of delimiters, over which NULs are written.
+// Overwrites a run of delimiters with NULs and returns the position after it.
 char* clear_run(char* at, const char* delim) {
   for (; *at != '\0' && std::strchr(delim, *at) != nullptr; ++at) {
     *at = '\0';
@@ -140,7 +141,7 @@ char* kesa_str_tok(char* str, const char* delim) {
         g_position = at;
         return token;
       }
-      token = at;  // that was a leading run
+      token = at;  // the run came before the token
     }
     ++at;
   }

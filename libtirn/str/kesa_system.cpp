@@ -1,3 +1,4 @@
+// Implements the functions of tirn/str.h that run a command without a pipe, or replace the process by it.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,7 +12,7 @@ int kesa_system(const char* cmd) {
   if (cmd == nullptr) {
     return KESA_COMMAND_MISSING;
   }
-  const tirn::NoCancellation guard;  // nobody else would wait for the child
+  const tirn::NoCancellation guard;  // a cancellation would leave the child unreaped
   const pid_t child = tirn::start_shell(cmd, nullptr);
   return child < 0 ? -1 : tirn::wait_for_end(child);
 }
@@ -26,7 +27,7 @@ int system_s(const char* cmd, const char* white) {
   if (cmd == nullptr) {
     return KESA_COMMAND_MISSING;
   }
-  const tirn::NoCancellation guard;  // which would kill the shell, and leave what the shell has started
+  const tirn::NoCancellation guard;  // a cancellation would kill the shell, but not what the shell has started
   return isDangerousCmd(cmd, white) != 0 ? KESA_COMMAND_REFUSED : std::system(cmd);
 }
 

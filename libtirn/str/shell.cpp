@@ -1,3 +1,4 @@
+// Finds the shell that runs commands, starts it and waits for its end.
 #include "libtirn/str/shell.h"
 
 #include <sys/stat.h>
@@ -32,9 +33,9 @@ bool is_same_file(const char* one, const char* other) {
          of_one.st_ino == of_other.st_ino;
 }
 
-// Commands end in `&>/dev/null`, which many a /bin/sh takes for 'in the background, and empty that file': they would
-// always succeed. bash keeps its own reading under the name sh. A trial run would tell more, but be a child of a
-// program that has asked for none.
+// Chooses the shell. Command lines end in `&>/dev/null`, which many shells that are installed as /bin/sh read as "run
+// in the background, and empty that file": such a command would always succeed. bash understands `&>` even under the
+// name sh. A trial run would be a surer test, but it would start a child in a program that has not asked for one.
 const Shell* find_shell() {
   if (access(kBash, X_OK) != 0) {
     return &kOther;
@@ -48,22 +49,22 @@ const Shell* find_shell() {
 const Shell& shell() {
   const Shell* found = g_shell.load(std::memory_order_relaxed);
   if (found == nullptr) {
-    found = find_shell();  // the same for all who come at once
+    found = find_shell();  // concurrent callers find the same one
     g_shell.store(found, std::memory_order_relaxed);
   }
   return *found;
 }
 
 // How the shell is started. Unlike smaller shells, bash takes functions, options and start-up files from its
-// environment, and with them code of whoever made that. In its privileged mode it does not (nor CDPATH and GLOBIGNORE).
-// Where the effective ids are not the real ones, it goes there by itself and gives the effective ids up; asked to, it
-// would keep them.
+// environment, and so runs code that another user may have put there. In its privileged mode (-p) it ignores them,
+// and CDPATH and GLOBIGNORE too. If the effective ids are not the real ones, bash enters this mode by itself and
+// gives the effective ids up. With -p it would keep them, so -p is given only if the ids are the same.
 struct Start {
   const char* path;
   const char* option;
 };
 
-// Not in line: vfork's second return must find nothing of it in registers.
+// Not inlined: when vfork returns for the second time, no value of this function may be in a register.
 [[gnu::noinline]] Start how_to_start() {
   const Shell& found = shell();
   const bool asks = found.is_bash && geteuid() == getuid() && getegid() == getgid();
@@ -75,15 +76,16 @@ struct Start {
 pid_t start_shell(const char* command, const PipeEnds* ends) {
   const Start start = how_to_start();
   const int error = errno;
-  // NOLINTBEGIN(clang-analyzer-*): posix_spawn costs more, and what may follow vfork is kept to.
+  // NOLINTBEGIN(clang-analyzer-*): posix_spawn costs more, and the child does only what is safe after vfork.
   const pid_t child = vfork();
   if (child != 0) {
     if (child > 0) {
-      errno = error;  // the child's calls have written to it
+      errno = error;  // the child's calls may have changed it
     }
     return child;
   }
-  // The child runs in the parent's memory while the other threads go on: it touches nothing but descriptors.
+  // The child runs in the parent's memory while the parent's other threads go on, so it touches nothing but
+  // descriptors.
   if (ends != nullptr) {
     close(ends->ours);
     if (ends->childs != ends->standard) {

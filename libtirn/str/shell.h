@@ -1,4 +1,4 @@
-// The child that runs a command.
+// Starting the shell that runs a command, and waiting for its end.
 #ifndef TIRN_STR_SHELL_H
 #define TIRN_STR_SHELL_H
 
@@ -6,17 +6,18 @@
 
 namespace tirn {
 
-// A pipe between this process and a child, which knows its end as `standard`.
+// A pipe between this process and a child. The child gets its end as the descriptor `standard`.
 struct PipeEnds {
   int ours;
   int childs;
   int standard;
 };
 
-// Runs the command in a shell; with `ends` NULL its standard descriptors are the caller's. The child's id, or -1.
+// Starts a shell that runs the command. If `ends` is NULL, its standard descriptors are the caller's. Returns the
+// child's process id, or -1.
 pid_t start_shell(const char* command, const PipeEnds* ends);
 
-// The child's status when it has ended, or -1. Interruptions by signals are waited through.
+// Waits for the end of the child; a signal does not end the wait. Returns the child's status, or -1.
 int wait_for_end(pid_t child);
 
 }  // namespace tirn

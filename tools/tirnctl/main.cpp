@@ -1,3 +1,4 @@
+// tirnctl: runs the command that its argument names.
 #include <cstdio>
 #include <cstring>
 

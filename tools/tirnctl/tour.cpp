@@ -1,3 +1,4 @@
+// The tour: the table of its stops, and the loop that shows them.
 #include "tour.h"
 
 #include <hurn.h>
@@ -35,7 +36,7 @@ constexpr Stop kStops[] = {
      show_order},
 };
 
-// The library's log lines stand in the page, set off from what the tour prints itself.
+// Prints a log line of the library, marked so that it differs from the output of the tour.
 void show_line(const hurn_line* line) {
   std::printf("    log | %s: %s\n", line->function != nullptr ? line->function : "-", line->text);
   std::fflush(stdout);

@@ -1,4 +1,4 @@
-// The tour: each stop shows one of the library's jobs on real input of this machine.
+// The tour: each stop shows one task of the library on real input of this machine.
 #ifndef TIRNCTL_TOUR_H
 #define TIRNCTL_TOUR_H
 
@@ -6,7 +6,7 @@
 
 namespace tirnctl {
 
-// A stop; false where it could not be shown.
+// A stop. `show` returns false if the stop failed.
 struct Stop {
   const char* title;
   const char* what;
@@ -31,10 +31,10 @@ bool show_service();
 
 int run_tour();
 
-// For the library's functions that print: behind four blanks.
+// Prints four blanks and the text. It is passed to the library's functions that take a print function.
 int print_indented(const char* format, ...);
 
-// Nanoseconds of CLOCK_MONOTONIC.
+// Returns CLOCK_MONOTONIC in nanoseconds.
 uint64_t now();
 
 }  // namespace tirnctl

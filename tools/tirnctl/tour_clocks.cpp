@@ -1,3 +1,4 @@
+// The stop of the tour that compares the library's clocks with the system's.
 #include <time.h>
 #include <tirn/jiffies.h>
 
@@ -21,7 +22,7 @@ struct Clocks {
 
 bool show_clocks() {
   constexpr timespec kSecond{1, 0};
-  kesa_time_getnanosec();  // the first reading may calibrate the counter
+  kesa_time_getnanosec();  // the first call may calibrate the counter
   const Clocks first = Clocks::read();
   nanosleep(&kSecond, nullptr);
   const Clocks last = Clocks::read();

@@ -1,3 +1,4 @@
+// The stops of the tour about commands, configuration files and CPU partitions.
 #include <tirn/tirn.h>
 #include <unistd.h>
 
@@ -11,7 +12,7 @@
 namespace tirnctl {
 namespace {
 
-// Files of the tour's own, which go with it.
+// A temporary folder for the files of a stop. The destructor removes the files and the folder.
 class Folder {
  public:
   Folder() { is_there_ = mkdtemp(path_) != nullptr; }
@@ -36,7 +37,7 @@ void copy_lines(const char* from, std::ofstream& to) {
   to << source.rdbuf();
 }
 
-// What this machine tells of itself, as one configuration file.
+// Writes what this machine says about itself into one configuration file.
 void write_machine_file(const std::string& path) {
   std::ofstream file(path);
   file << "[os_release]\n";
@@ -97,7 +98,7 @@ bool show_configuration() {
   return is_good;
 }
 
-// The node's script lies at its place on a node; here the file is written as that script would write it.
+// On a node, a script writes this file; here the stop writes it in the same form.
 bool show_partitions() {
   const Folder folder;
   const std::string path = folder.path("product.ini");

@@ -1,3 +1,4 @@
+// The stops of the tour about checksums and rings, with measurements.
 #include <tirn/crc32.h>
 #include <tirn/queue.h>
 
@@ -12,8 +13,8 @@
 namespace tirnctl {
 namespace {
 
-constexpr uint32_t kHot = 4096;                 // stays in the first cache
-constexpr uint32_t kCold = 128u * 1024 * 1024;  // is beyond all of them
+constexpr uint32_t kHot = 4096;                 // fits in the first-level cache
+constexpr uint32_t kCold = 128u * 1024 * 1024;  // exceeds all caches
 constexpr char kCheck[] = "123456789";
 constexpr uint32_t kCheckLength = sizeof kCheck - 1;
 
@@ -21,7 +22,7 @@ struct Free {
   void operator()(void* memory) const { std::free(memory); }
 };
 
-uint64_t g_result;  // so that nothing is done for nobody
+uint64_t g_result;  // takes the results, so that the compiler keeps the work
 
 void read(uint8_t*, const uint8_t* source, uint32_t length) {
   typedef uint64_t Words __attribute__((vector_size(16)));
@@ -57,9 +58,9 @@ constexpr struct {
 } kUses[] = {{"plain read", read},           {"CRC-32C", crc32c},  {"CRC-16/T10-DIF", crc16},
              {"CRC-32C by table", by_table}, {"plain copy", copy}, {"CRC-32C with copy", crc32c_with_copy}};
 
-// 10^9 bytes a second, over 50 ms at least.
+// Returns the speed in 10^9 bytes a second, measured over at least 50 ms.
 double speed(Use use, uint8_t* destination, const uint8_t* source, uint32_t length) {
-  const uint32_t at_once = length < kCold ? 256 : 1;  // between two looks at the clock
+  const uint32_t at_once = length < kCold ? 256 : 1;  // calls between two readings of the clock
   use(destination, source, length);
   uint64_t bytes = 0, passed = 0;
   for (const uint64_t start = now(); passed < 50000000; passed = now() - start) {
@@ -95,7 +96,7 @@ void put_burst(kesa_ring* ring, uint64_t value) {
   }
 }
 
-// Millions of values a second from one thread to another; 0 where they did not come in order.
+// Returns how many millions of values a second pass from one thread to another; 0 if they do not arrive in order.
 double hand_over(uint32_t flags, uint32_t at_once) {
   kesa_ring* ring = kesa_ring_create(kSlots, flags);
   if (ring == nullptr) {

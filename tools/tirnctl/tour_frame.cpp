@@ -1,3 +1,4 @@
+// The stops of the tour about start-up, memory, processors and private calls.
 #include <sys/wait.h>
 #include <tirn/tirn.h>
 #include <unistd.h>

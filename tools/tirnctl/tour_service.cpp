@@ -1,3 +1,4 @@
+// The stop of the tour about the loopback service.
 #include <signal.h>
 #include <sys/wait.h>
 #include <tirn/syscall.h>
@@ -38,7 +39,7 @@ int serve(int ready) {
   return 0;
 }
 
-// Until the server listens the call fails with its lines in the log.
+// Until the server listens, the call fails, which is logged.
 uint32_t call(const char* text, char* answer, uint32_t size) {
   MORU_SYSCALL_PARAM param{static_cast<uint32_t>(std::strlen(text)), size, 0, const_cast<char*>(text), answer};
   return MORU_SysCall(kReverse, &param);
@@ -85,7 +86,7 @@ bool show_service() {
   }
   close(ready[1]);
   char none;
-  [[maybe_unused]] const ssize_t ended = read(ready[0], &none, 1);  // when the server has registered its command
+  [[maybe_unused]] const ssize_t ended = read(ready[0], &none, 1);  // returns when the command is registered
   close(ready[0]);
   const bool served = call_often(server);
   kill(server, SIGTERM);

@@ -1,3 +1,4 @@
+// The stops of the tour about threads, the pool, locks and semaphores.
 #include <pthread.h>
 #include <tirn/tirn.h>
 
@@ -12,7 +13,7 @@ namespace {
 
 constexpr uint32_t kJobs = 1000;
 
-// Jobs and waiters say here that they are through.
+// Each job or waiter adds a unit here when it has done what the stop waits for.
 kesa_sem_enhance g_done;
 
 bool wait_for(uint32_t count) {
@@ -20,7 +21,7 @@ bool wait_for(uint32_t count) {
     int result;
     do {
       result = kesa_sem_enhance_down_timeout(&g_done, 10000);
-    } while (result == -EINTR);  // the signal of an earlier unit
+    } while (result == -EINTR);  // a late signal of an earlier unit
     if (result != 0) {
       return false;
     }
@@ -41,7 +42,7 @@ void* io_thread(void* name) {
   return nullptr;
 }
 
-// Microseconds a job, one after the other; 0 where one was not run.
+// Runs jobs one after the other. Returns the microseconds for each, or 0 if one was not run.
 template <typename Start>
 double time_of_a_job(Start start) {
   const uint64_t begin = now();
@@ -53,7 +54,7 @@ double time_of_a_job(Start start) {
   return static_cast<double>(now() - begin) / 1000 / kJobs;
 }
 
-// Holds the lock while another thread waits for more than the time that it spins.
+// The tour holds this lock for longer than the contender spins, so that the contender has to sleep.
 kesa_spinlock g_lock;
 void* contender(void*) {
   kesa_spinlock_lock(&g_lock);

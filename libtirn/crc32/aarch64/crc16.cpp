@@ -1,3 +1,4 @@
+// Computes CRC-16/T10-DIF on AArch64 by carry-less multiplication.
 #include <arm_neon.h>
 
 #include "libtirn/crc32/fold16.h"
@@ -34,11 +35,11 @@ using Register = Block::Register;
 
 constexpr uint64_t kSector = 512;
 
-// P(x^128) = P(x)^128: the polynomial's own terms.
+// The distances, in blocks of 128 bits, follow from the terms of P itself, as P(x^128) = P(x)^128.
 constexpr unsigned kDistances[] = {1, 5, 7, 8, 9, 11, 12, 14, 15, 16};
 static_assert(distances_hold<128>(kDistances));
 
-// Moves four lanes by 64 bytes, onto the next four blocks.
+// Moves four lanes by 64 bytes and adds the next four blocks to them.
 void fold_four(Register (&lanes)[4], const Register* next) {
   const Register multipliers = Block::constant(move_top(512), move_top(576));
 #pragma GCC unroll 4
@@ -68,7 +69,8 @@ uint16_t crc16_of_sector(Register first, const uint8_t* at) {
   return remainder<Block>(join(lanes));
 }
 
-// The first kCount blocks: `first`, those that follow at `at`, and `carried`, which belongs to the second.
+// The first kCount blocks of a message: `first`, then the blocks at `at`. `carried` is added to the second block. The
+// constructor advances `at` and `rest` past the blocks.
 template <unsigned kCount>
 struct Blocks {
   Register block[kCount];
@@ -85,7 +87,8 @@ struct Blocks {
   }
 };
 
-// 64 bytes or more, of which `first` holds 16: folded to one block as far as whole 64 bytes go.
+// Folds 64 bytes or more, the first 16 of which are in `first`, to one block. Takes whole groups of 64 bytes; fewer
+// than 64 bytes remain.
 Register fold_long(Register first, Register carried, const uint8_t*& at, uint64_t& rest) {
   Register lanes[4];
   if (rest >= 256 - 16) {
@@ -122,17 +125,18 @@ uint16_t crc16_t10dif(uint16_t crc, const void* buffer, uint64_t length) {
   if (length <= 16) {
     return crc16_by_table(crc, at, length);
   }
-  // The seed belongs to the first two bytes.
+  // The seed is added to the first two bytes.
   Register first = Block::exclusive(Block::load(at), Block::first(__builtin_bswap16(crc)));
   if (length == kSector) {
     return crc16_of_sector(first, at);
   }
-  // Fewer bytes in the first block, behind zeros, have all later loads aligned.
+  // Put fewer bytes in the first block, after zeros, so that all later loads are aligned.
   const uint64_t zeros = reinterpret_cast<uintptr_t>(at) % 16;
   first = Block::shuffle(first, Block::load(kShifts + 16 - zeros));
   at += 16 - zeros;
   uint64_t rest = length - (16 - zeros);
-  // The seed's second byte, where one byte alone stays in the first block; 16 follow then at least.
+  // If only one byte stays in the first block, the seed's second byte goes into the next block. At least 16 bytes
+  // follow then.
   const Register carried = Block::first(zeros == 15 ? crc & 0xFF : 0);
   if (rest >= 64 - 16) {
     return finish<Block>(fold_long(first, carried, at, rest), at, rest);

@@ -1,3 +1,4 @@
+// Computes CRC-32C on AArch64 by the CRC instruction, in one chain or in three.
 #include <arm_acle.h>
 #include <arm_neon.h>
 
@@ -16,7 +17,7 @@ struct Unit {
   static uint32_t step(uint32_t crc, uint8_t word) { return __crc32cb(crc, word); }
 };
 
-// A block is three parts of this many bytes, one for each chain.
+// The length of a part in bytes. A block consists of three parts, one for each chain.
 constexpr unsigned kLongPart = 1360;
 constexpr unsigned kShortPart = 336;
 static_assert(advance_multiplier(2 * kLongPart) == 0x15F4D853E && advance_multiplier(kLongPart) == 0x13A9CBA9E);
@@ -34,8 +35,8 @@ struct Chains {
   uint32_t third;
 };
 
-// The CRC instruction takes several cycles but starts in each, so that two words of each chain in turn keep it busy.
-// The compiler would take one load for each word.
+// The CRC instruction takes several cycles, but one can start in each cycle: taking words of the three chains in turn
+// keeps it busy. This is assembly because the compiler would use one load for each word instead of paired loads.
 #define TAKE_WORDS                        \
   "crc32cx %w[first], %w[first], %x0\n"   \
   "crc32cx %w[second], %w[second], %x2\n" \

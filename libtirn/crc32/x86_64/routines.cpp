@@ -1,3 +1,4 @@
+// Implements the checksum routines of tirn/crc32.h on x86-64, by the fastest form that the processor has.
 #include <atomic>
 
 #include "libtirn/crc32/chain.h"
@@ -11,11 +12,12 @@ namespace {
 using tirn::crc32::Form;
 using tirn::crc32::Unit;
 
-// Shorter ones are done before any form could be looked up.
+// Shorter buffers (for CRC-16, buffers up to kShort16) take less time than a look-up of the best form.
 constexpr uint32_t kShort = 128;
 constexpr uint64_t kShort16 = 16;
 
-// The fastest form, once somebody has asked. Whoever asks first finds the same one, so no order is needed.
+// The fastest form, NULL until a thread has looked for it. Every thread finds the same one, and the forms are
+// constant, so no order is needed.
 constinit std::atomic<const Form*> g_best{nullptr};
 
 __attribute__((noinline, cold)) const Form* find_best() {
@@ -34,7 +36,7 @@ const Form& best() {
   return *(form != nullptr ? form : find_best());
 }
 
-// Apart from the short ones, which need no frame.
+// Not inlined, so that the path for short buffers needs no stack frame.
 __attribute__((noinline)) uint32_t crc32c_of_many(uint32_t crc, const uint8_t* source, uint32_t length) {
   return best().crc32c(crc, source, length);
 }
@@ -48,7 +50,7 @@ const Form& streams() { return tirn::crc32::kStreams.is_available() ? tirn::crc3
 
 }  // namespace
 
-// The one that short pieces come to most often has the least on its way.
+// Short buffers mostly come here, so this path is the shortest.
 uint32_t kesa_crc32cContinueHard(uint32_t crc, const void* buffer, uint32_t length) {
   const auto* const from = static_cast<const uint8_t*>(buffer);
   if (length < kShort) {

@@ -1,5 +1,5 @@
-// The CRC-32C instruction of this processor. In an unnamed namespace: the files that include it are compiled for
-// different processors, and none may get another's code.
+// The CRC-32C instruction of this processor. It is in an unnamed namespace because the files that include it are
+// compiled for different processors and must not share code.
 #ifndef TIRN_CRC32_X86_64_UNIT_H
 #define TIRN_CRC32_X86_64_UNIT_H
 
@@ -10,7 +10,8 @@
 namespace tirn::crc32 {
 namespace {
 
-// The value stays in the 64 bits that the instruction works on: each step would clear its upper half once more.
+// The value is 64 bits wide, like the operand of the instruction for 8 bytes. With a 32-bit value, each step would
+// clear the upper half once more.
 struct Unit {
   using Value = uint64_t;
   [[gnu::always_inline]] static Value step(Value crc, uint64_t word) { return _mm_crc32_u64(crc, word); }

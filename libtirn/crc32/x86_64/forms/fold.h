@@ -1,5 +1,6 @@
-// Both checksums over `Lanes`, a register of one or more 128-bit lanes: see lane.h. All in an unnamed namespace, so that
-// each file that includes this has code of its own, compiled for its own processor.
+// Both checksums by folding in `Lanes`, a register of one or more 128-bit lanes with the operations that lane.h
+// shows. Everything is in an unnamed namespace, so that each file that includes this has code of its own, compiled
+// for its own processor.
 #ifndef TIRN_CRC32_X86_64_FORMS_FOLD_H
 #define TIRN_CRC32_X86_64_FORMS_FOLD_H
 
@@ -15,13 +16,14 @@
 namespace tirn::crc32 {
 namespace {
 
-// What is folded at once: enough to hide the multiplier's latency.
+// The number of registers that are folded side by side: enough to hide the latency of the multiplier.
 inline constexpr size_t kRegisters = 4;
 
 template <class Lanes>
 using Sums = typename Lanes::Register[kRegisters];
 
-// Not a loop: by the time that the compiler unrolls one, the sums' array has its place in memory.
+// Calls act(0) to act(3). This is not a loop: by the time that the compiler unrolls one, it has already placed the
+// array of sums in memory.
 template <class Act>
 [[gnu::always_inline]] inline void each_register(const Act& act) {
   act(0);
@@ -30,7 +32,7 @@ template <class Act>
   act(3);
 }
 
-// As CopyTo, but whole registers go past the caches.
+// Like CopyTo, but the stores of whole registers bypass the caches.
 struct StreamTo : CopyTo<Unit> {
   using CopyTo<Unit>::CopyTo;
 };
@@ -56,9 +58,10 @@ typename Lanes::Register take(const uint8_t*& at, const Sink& sink) {
   return block;
 }
 
-// Asks for what a loop reads in a while, at its register `i`. Measured beyond the caches: 2 KiB ahead take a fifth less
-// time for CRC-16 and a tenth for CRC-32C, but more where a register is a whole line; beside stores that pass the caches a
-// page at once, at its start, takes a tenth less, where the folds do not hold up memory anyway.
+// Prefetches what a loop will read; the loop calls this before it takes its register `i` from `at`. Measured on data
+// beyond the caches: prefetching 2 KiB ahead saves a fifth of the time for CRC-16 and a tenth for CRC-32C, but costs
+// time if a register is a whole cache line. Together with stores that bypass the caches, prefetching a whole page at
+// its start saves a tenth, except with 128-bit registers, whose folds are slower than memory.
 template <class Lanes, class Sink>
 [[gnu::always_inline]] inline void fetch_ahead(const uint8_t* at, size_t i, const Sink& /*sink*/) {
   const auto* const bytes = reinterpret_cast<const char*>(at);
@@ -74,9 +77,10 @@ template <class Lanes, class Sink>
   }
 }
 
-// Multipliers that move a lane by a number of bits, and the order of bytes in which they do. Reflected, its lower half
-// holds the higher powers; a residue stands in the upper half of its 64 bits, and the product of two reflected values
-// ends a bit short of its register.
+// The multipliers that move a lane by a number of bits, and the byte order that a lane needs for it. CRC-32C is
+// reflected: the lower half of a lane holds the higher powers, so its multiplier has 64 more in the exponent. Both
+// exponents are 1 less, because the product of two reflected values ends one bit short of its register. A residue is
+// in the upper 32 of the 64 bits.
 struct Crc32cMove {
   static constexpr uint64_t low(unsigned bits) { return uint64_t{power_of_x<Castagnoli>(bits + 63)} << 32; }
   static constexpr uint64_t high(unsigned bits) { return uint64_t{power_of_x<Castagnoli>(bits - 1)} << 32; }
@@ -102,7 +106,7 @@ typename Lanes::Register multipliers() {
   return Lanes::constant(kLow, kHigh);
 }
 
-// Four registers as one, the last.
+// Folds four registers into one, at the place of the last.
 template <class Lanes, class Move>
 typename Lanes::Register join_registers(const Sums<Lanes>& sums) {
   constexpr unsigned kBits = 8 * Lanes::kBytes;
@@ -111,7 +115,7 @@ typename Lanes::Register join_registers(const Sums<Lanes>& sums) {
   return Lanes::fold(sums[2], multipliers<Lanes, Move, kBits>(), all);
 }
 
-// The lanes of a register as one: each moved to the place of the last, and by kMore bits besides.
+// Folds the lanes of a register into one: moves each lane to the place of the last, and by kMore bits further.
 template <class Lanes, class Move, unsigned kMore>
 __m128i join_lanes(typename Lanes::Register sum) {
   if constexpr (Lanes::kBytes == Lane::kBytes && kMore == 0) {
@@ -119,7 +123,7 @@ __m128i join_lanes(typename Lanes::Register sum) {
   }
   constexpr size_t kHalves = Lanes::kBytes / 8;
   alignas(64) static constexpr auto kMultipliers = [] {
-    std::array<uint64_t, kHalves> all{};  // the last lane's stay 0 where it stays in its place
+    std::array<uint64_t, kHalves> all{};  // those of the last lane stay 0 if it is not moved
     for (size_t i = 0; i < kHalves - (kMore == 0 ? 2 : 0); i += 2) {
       const auto bits = static_cast<unsigned>(64 * (kHalves - 2 - i)) + kMore;
       all[i] = Move::low(bits);
@@ -132,7 +136,8 @@ __m128i join_lanes(typename Lanes::Register sum) {
       Lanes::fold(sum, moved, kMore == 0 ? Lanes::last_lane(sum) : typename Lanes::Register{}));
 }
 
-// Each sum moved over four registers and added to the next one; after each, `beside` does what another unit can.
+// Moves each sum by four registers and adds the next register to it. After each of them, `beside` does work for
+// another unit of the processor.
 template <class Lanes, class Move, class Sink, class Beside>
 [[gnu::always_inline]] inline void fold_on(Sums<Lanes>& sums, const uint8_t*& at, const Sink& sink,
                                            const Beside& beside) {
@@ -144,13 +149,14 @@ template <class Lanes, class Move, class Sink, class Beside>
   });
 }
 
-// Nothing is done beside the folds.
+// The default for `beside` in fold_all, which does nothing.
 struct FoldsAlone {
   template <class Sums>
   void operator()(Sums& /*sums*/, const uint8_t*& /*at*/, size_t& /*count*/) const {}
 };
 
-// `sum` and the `count` registers that follow it at `at`, as one. `beside` may fold some of them in its own way.
+// Folds `sum` and the `count` registers that follow it at `at` into one register. `beside` may fold some of them in
+// its own way.
 template <class Lanes, class Move, class Sink, class Beside = FoldsAlone>
 [[gnu::always_inline]] inline typename Lanes::Register fold_all(typename Lanes::Register sum, const uint8_t*& at,
                                                                 size_t count, const Sink& sink,
@@ -171,7 +177,7 @@ template <class Lanes, class Move, class Sink, class Beside = FoldsAlone>
   return sum;
 }
 
-// The CRC-32C of what is folded into a register.
+// Returns the CRC-32C of the data that is folded into `sum`.
 template <class Lanes>
 uint32_t crc32c_of(typename Lanes::Register sum) {
   const __m128i folded = join_lanes<Lanes, Crc32cMove, 0>(sum);
@@ -190,7 +196,8 @@ template <class Lanes, class Sink, class Beside = FoldsAlone>
   return chain<Unit>(crc, at, length, sink);
 }
 
-// Past the caches whole lines are written: from a line's start on, by the folds alone, which memory cannot outrun.
+// Computes the CRC-32C of a copy whose stores bypass the caches. Such stores write whole cache lines, so they begin
+// at the start of one. Only folds are used: with wide registers, memory is no faster than they are.
 template <class Lanes>
 uint32_t crc32c_past_caches(uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
   const size_t head = -reinterpret_cast<uintptr_t>(destination) % 64;
@@ -208,7 +215,7 @@ uint16_t crc16(uint16_t crc, const uint8_t* at, size_t length) {
       return crc16<Lane>(crc, at, length);
     }
   }
-  // The seed belongs to the message's first two bytes.
+  // The seed is added to the first two bytes of the message.
   const auto first = Lanes::exclusive(take<Lanes>(at, Nowhere<Unit>{}), Lanes::first(__builtin_bswap16(crc)));
   const auto all =
       fold_all<Lanes, Crc16Move>(Lanes::reversed(first), at, length / Lanes::kBytes - 1, Nowhere<Unit>{});

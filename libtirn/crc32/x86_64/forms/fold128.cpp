@@ -1,3 +1,4 @@
+// Defines the forms for 128-bit registers: the three chains alone, and the three chains beside folding.
 #include "libtirn/crc32/x86_64/forms/streams.h"
 
 namespace tirn::crc32 {

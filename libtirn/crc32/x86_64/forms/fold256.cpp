@@ -1,3 +1,4 @@
+// Defines the form for processors that fold in 256-bit registers.
 #include <immintrin.h>
 
 #include "libtirn/crc32/x86_64/forms/streams.h"
@@ -29,12 +30,13 @@ struct Lanes256 {
   static Register reversed(Register a) {
     return _mm256_shuffle_epi8(a, constant(0x08090A0B0C0D0E0F, 0x0001020304050607));
   }
-  // With zeros in the others' place.
+  // Returns the last lane in its place, with zeros in the other.
   static Register last_lane(Register a) { return _mm256_blend_epi32(Register{}, a, 0xF0); }
   static __m128i sum_of_lanes(Register a) {
     return Lane::exclusive(_mm256_castsi256_si128(a), _mm256_extracti128_si256(a, 1));
   }
-  // Else the caller's own 128-bit instructions take twice their time. The compiler sees to it in some functions only.
+  // Clears the upper halves of the registers. Otherwise the caller's own 128-bit instructions take twice their time.
+  // The compiler does this by itself in some functions only.
   static void leave() { _mm256_zeroupper(); }
 };
 

@@ -1,3 +1,4 @@
+// Defines the form for processors that fold in 512-bit registers.
 #include <immintrin.h>
 
 #include "libtirn/crc32/x86_64/forms/streams.h"
@@ -14,7 +15,7 @@ struct Lanes512 {
   static void store_past_caches(uint8_t* bytes, Register value) {
     _mm512_stream_si512(reinterpret_cast<__m512i*>(bytes), value);
   }
-  // With full masks: the plain forms of these two have the compiler warn of its own header.
+  // Uses a full mask, because the plain form makes the compiler warn about its own header.
   static Register constant(uint64_t low, uint64_t high) {
     return _mm512_maskz_broadcast_i32x4(0xFFFF, Lane::constant(low, high));
   }
@@ -28,7 +29,7 @@ struct Lanes512 {
   static Register reversed(Register a) {
     return _mm512_shuffle_epi8(a, constant(0x08090A0B0C0D0E0F, 0x0001020304050607));
   }
-  // With zeros in the others' place.
+  // Returns the last lane in its place, with zeros in the others.
   static Register last_lane(Register a) { return _mm512_maskz_mov_epi64(0xC0, a); }
   static __m128i sum_of_lanes(Register a) {
     const __m256i two = __builtin_shufflevector(a, a, 0, 1, 2, 3) ^ __builtin_shufflevector(a, a, 4, 5, 6, 7);
@@ -37,15 +38,16 @@ struct Lanes512 {
   static void leave() { _mm256_zeroupper(); }
 };
 
-// CRC-32C without copy goes in rounds: while the multiplier folds kFolds registers, the CRC instruction takes three parts
-// of a place further on, the next such place in each round. As many bytes as both take in the same time; and memory sees
-// two streams, which it delivers as fast as one.
+// CRC-32C without copy works in rounds. In each round, the multiplier folds kFolds registers, while the CRC
+// instruction takes three parts of kPart bytes from a region further on in memory. The lengths are such that both
+// units need the same time. Memory sees two streams, which it delivers as fast as one. The picture above Rounds shows
+// a piece of n rounds.
 constexpr size_t kFolds = 32;
 constexpr size_t kPart = 8 * kFolds;
 constexpr size_t kRound = kFolds + 3 * kPart / Lanes512::kBytes;  // in registers
 constexpr size_t kMostRounds = 512;
 
-// What moves a sum over the four registers before its next and over the places of so many rounds.
+// The multipliers that move a sum by four registers and over what the CRC instruction takes in a number of rounds.
 struct Leap {
   uint32_t low;
   uint32_t high;
@@ -71,6 +73,33 @@ constexpr auto leaps() {
 }
 constexpr auto kLeaps = leaps();
 
+// Folds most of a message in pieces. A piece of n rounds, in memory order (a register is 64 bytes):
+//
+//     sums        multiplier, 32 registers a round     CRC instruction, 768 bytes a round    next sums
+//   +--+--+--+--+------------+-----+---------------+-------------+-----+-----------------+--+--+--+--+
+//   |s0|s1|s2|s3|  round 0   | ... |  round n - 1  |   round 0   | ... |   round n - 1   |t0|t1|t2|t3|
+//   +--+--+--+--+------------+-----+---------------+-------------+-----+-----------------+--+--+--+--+
+//
+// A round of the multiplier, on registers r0 ... r31, moves each sum eight times by 4 registers = 2048 bits:
+//
+//   s0 -> r0 -> r4 -> ... -> r28                   lane 0       lane 1       lane 2       lane 3
+//   s1 -> r1 -> r5 -> ... -> r29                +-----+------+-----+------+-----+------+-----+------+
+//   s2 -> r2 -> r6 -> ... -> r30            sum | low | high | low | high | low | high | low | high |
+//   s3 -> r3 -> r7 -> ... -> r31                +-----+------+-----+------+-----+------+-----+------+
+//                                  new lane = low * x^(2048 + 64) + high * x^2048 + same lane of the target register
+//
+// A round of the CRC instruction takes three chains side by side and joins them at its end:
+//
+//   +-----------+-----------+-----------+   Chain 0 starts with the CRC of the rounds before it.
+//   |  chain 0  |  chain 1  |  chain 2  |   At the end, chain 0 is advanced by 512 bytes and
+//   | 256 bytes | 256 bytes | 256 bytes |   chain 1 by 256 bytes.
+//   +-----------+-----------+-----------+
+//
+// After the last round, the sums leap from the multiplier's last four registers to t0 ... t3, by 2048 bits and
+// n * 768 bytes. The chains' CRC is added to the first bytes of t0.
+//
+// At the end of the message, join_registers() moves s0, s1 and s2 onto s3 by 1536, 1024 and 512 bits. Then
+// join_lanes() moves lanes 0, 1 and 2 onto lane 3 by 384, 256 and 128 bits.
 struct Rounds {
   using Sink = Nowhere<Unit>;
 
@@ -112,20 +141,21 @@ uint32_t crc32c_in_rounds(uint32_t crc, const uint8_t* source, size_t length) {
   return crc32c_by_folds<Lanes512>(crc, source, length, Nowhere<Unit>{}, Rounds{});
 }
 
-// The stores leave the CRC instruction nothing to win.
+// Copies use folds alone: beside the stores, chains of the CRC instruction would gain nothing.
 uint32_t crc32c_and_copy(uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length) {
   return length < kStoresPassCaches
              ? crc32c_by_folds<Lanes512>(crc, source, length, CopyTo<Unit>(source, destination))
              : crc32c_past_caches<Lanes512>(crc, destination, source, length);
 }
 
-// CRC-16 of long messages: a multiple of the polynomial with few terms, x^18 + x^15 + x^13 + x^12 + x^9 + x^2 + 1.
+// CRC-16 of long messages removes blocks by adding them to later ones. The distances follow from a multiple of the
+// polynomial that has few terms: x^18 + x^15 + x^13 + x^12 + x^9 + x^2 + 1.
 constexpr unsigned kDistances[] = {3, 5, 6, 9, 16, 18};
 constexpr size_t kBlocks = 18;
 constexpr size_t kAdded = 3;
 static_assert(distances_hold<8 * Lanes512::kBytes>(kDistances));
 
-// Apart from the short ones, which need no frame.
+// Not inlined, so that the path for short messages needs no stack frame.
 __attribute__((noinline)) uint16_t crc16_by_adding(uint16_t crc, const uint8_t* at, size_t length) {
   constexpr size_t kBytes = Lanes512::kBytes;
   __m512i blocks[kBlocks];

@@ -1,3 +1,4 @@
+// Defines the form that every processor has, and the multipliers that join chains.
 #include "libtirn/crc32/x86_64/forms/forms.h"
 
 #include "libtirn/crc32/chain.h"
@@ -7,13 +8,14 @@
 namespace tirn::crc32 {
 namespace {
 
-// Times x^-1.
+// Returns r times x^-1.
 constexpr uint32_t divided_by_x(uint32_t r) {
   return (r & Castagnoli::kOne) != 0 ? (r ^ Castagnoli::times_x(1)) << 1 | 1 : r << 1;
 }
 static_assert(divided_by_x(Castagnoli::times_x(0x12345679)) == 0x12345679);
 
-// A CRC step of 8 bytes is worth x^32, and the product of two reflected values ends a bit short of its register.
+// Returns the multipliers: x^(64 n - 33) for n steps of 8 bytes. A CRC step of 8 bytes multiplies by x^32. The
+// product of two reflected values ends one bit short of its register, which multiplies by x once more.
 constexpr Advances advances() {
   uint32_t power = Castagnoli::kOne;
   for (int i = 0; i < 32 + 1; ++i) {

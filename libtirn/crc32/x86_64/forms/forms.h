@@ -1,4 +1,4 @@
-// The forms of both checksums that this processor may have, from the slowest to the fastest.
+// The forms of both checksums: one implementation for each kind of x86-64 processor, from the slowest to the fastest.
 #ifndef TIRN_CRC32_X86_64_FORMS_FORMS_H
 #define TIRN_CRC32_X86_64_FORMS_FORMS_H
 
@@ -12,19 +12,19 @@ struct Form {
   bool (*is_available)();
   uint32_t (*crc32c)(uint32_t crc, const uint8_t* source, size_t length);
   uint32_t (*crc32c_with_copy)(uint32_t crc, uint8_t* destination, const uint8_t* source, size_t length);
-  uint16_t (*crc16)(uint16_t crc, const uint8_t* source, size_t length);  // 16 bytes at least
+  uint16_t (*crc16)(uint16_t crc, const uint8_t* source, size_t length);  // of at least 16 bytes
 };
 
 extern const Form kChain;    // the CRC instruction in one chain; CRC-16 by table
-extern const Form kStreams;  // in three chains, joined by carry-less multiplication
-extern const Form kFold128;  // beside carry-less folding in registers of this many bits
+extern const Form kStreams;  // three chains, joined by carry-less multiplication; CRC-16 by folding
+extern const Form kFold128;  // three chains, while the multiplier folds registers of this many bits
 extern const Form kFold256;
 extern const Form kFold512;
 
 inline constexpr const Form* kForms[] = {&kChain, &kStreams, &kFold128, &kFold256, &kFold512};
 
-// What advances a CRC-32C through 8 n zero bytes, and twice and three times as many: its product, taken through one
-// CRC step.
+// Entry n of `by` holds the multipliers that advance a CRC-32C through 8 n zero bytes, and through twice and three
+// times as many. The carry-less product of the CRC and the multiplier is taken through one CRC step of 8 bytes.
 inline constexpr size_t kMostSteps = 1024;
 struct Advance {
   uint32_t once;
@@ -36,8 +36,8 @@ struct Advances {
 };
 extern const Advances kAdvances;
 
-// Copies from here on store past the caches. Measured: from 256 KiB on that is faster even when the destination is read
-// at once; twice as much leaves larger second-level caches their use.
+// Copies of at least this length bypass the caches when they store. Measured: from 256 KiB on that is faster even if
+// the destination is read right afterwards. The limit is twice as high to make use of larger second-level caches.
 inline constexpr size_t kStoresPassCaches = size_t{1} << 19;
 
 }  // namespace tirn::crc32

@@ -1,4 +1,5 @@
-// A 128-bit register: the end of every fold. In an unnamed namespace, since each file is compiled for its own processor.
+// A 128-bit register, in which every fold ends. It is in an unnamed namespace because each file that includes it is
+// compiled for its own processor.
 #ifndef TIRN_CRC32_X86_64_FORMS_LANE_H
 #define TIRN_CRC32_X86_64_FORMS_LANE_H
 
@@ -23,7 +24,7 @@ struct Lane {
   static Register constant(uint64_t low, uint64_t high) {
     return _mm_set_epi64x(static_cast<int64_t>(high), static_cast<int64_t>(low));
   }
-  // `value` in the first 64 bits of the first lane.
+  // Returns `value` in the first 64 bits of the first lane, and zeros elsewhere.
   static Register first(uint64_t value) { return _mm_cvtsi64_si128(static_cast<int64_t>(value)); }
   static Register exclusive(Register a, Register b) { return _mm_xor_si128(a, b); }
   static Register fold(Register sum, Register multipliers, Register next) {

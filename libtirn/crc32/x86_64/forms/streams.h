@@ -1,6 +1,6 @@
-// CRC-32C with both units of the processor at work: in each iteration the carry-less multiplier folds four registers of
-// `Lanes`, and the CRC instruction takes `kSteps` words in each of three chains. A piece is cut into the folded region
-// and, behind it, the three parts of the chains, and the four values are joined at its end.
+// CRC-32C with two units of the processor at work. In each iteration, the carry-less multiplier folds four registers
+// of `Lanes`, and the CRC instruction takes `kSteps` words in each of three chains. A piece of the buffer consists of
+// the folded region, followed by the parts of the three chains. The four values are joined at the end of the piece.
 #ifndef TIRN_CRC32_X86_64_FORMS_STREAMS_H
 #define TIRN_CRC32_X86_64_FORMS_STREAMS_H
 
@@ -11,10 +11,10 @@
 namespace tirn::crc32 {
 namespace {
 
-// Below this one chain is as fast as three and their joins.
+// Below this length, one chain is as fast as three chains with their joins.
 inline constexpr size_t kLeastForParts = 96;
 
-// In place of a number of steps: nothing is folded.
+// A value for kSteps: nothing is folded, and the chains take everything.
 inline constexpr unsigned kChainsOnly = ~0u;
 
 template <class Sink>
@@ -36,7 +36,8 @@ struct Chains {
   return Lane::low_low(Lane::first(crc), Lane::first(multiplier));
 }
 
-// A piece of `iterations` folds and three parts of `steps` words.
+// Takes a piece: the folded region is `iterations` times four registers long, and each of the three parts has `steps`
+// words. Returns the CRC at the end of the piece.
 template <class Lanes, unsigned kSteps, class Sink>
 uint32_t take_piece(uint32_t crc, const uint8_t* source, size_t iterations, size_t steps, const Sink& sink) {
   static_assert(kSteps == kChainsOnly || (kSteps >= kRegisters && kSteps <= 2 * kRegisters));
@@ -76,7 +77,7 @@ uint32_t crc32c(uint32_t crc, const uint8_t* source, size_t length, const Sink& 
   constexpr size_t kFolded = kRegisters * Lanes::kBytes;
   constexpr size_t kIteration = kFolded + size_t{24} * kSteps;
   while (length >= kLeastForParts) {
-    // The last piece takes what is short of an iteration in its three parts too.
+    // In the last piece, the three parts also take what is too short for another iteration.
     const size_t iterations = kSteps == kChainsOnly ? 0 : std::min(length / kIteration, kMostSteps / kSteps);
     const size_t steps = std::min((length - iterations * kFolded) / 24, kMostSteps);
     crc = take_piece<Lanes, kSteps>(crc, source, iterations, steps, sink);
