@@ -1,4 +1,4 @@
-// The only code that knows the processor: one small interface, one folder for each processor.
+// The interface to the processor: only the folders below it, one for each processor, know which one it is.
 #ifndef TIRN_ARCH_ARCH_H
 #define TIRN_ARCH_ARCH_H
 
@@ -17,16 +17,16 @@
 
 namespace tirn::arch {
 
-// The free-running counter: one reading without a barrier, from any place, before any set-up. Its frequency divides
-// 10^9 on x86-64; on AArch64 it is what the machine says.
+// Reads the free-running counter, without a barrier. May be called anywhere, also before any set-up. The frequency
+// divides 10^9 on x86-64; on AArch64 it is what the machine reports.
 inline uint64_t counter_read();
 uint64_t counter_frequency();
 
-// What names the processor's model: MIDR_EL1, or the signature of CPUID leaf 1.
+// Returns what identifies the processor's model: MIDR_EL1, or the signature of CPUID leaf 1.
 uint64_t cpu_identification();
 
-// Registers of interrupted code, in the shape that fault reports show: 31 general registers (those that a processor
-// does not have are 0), stack pointer, frame pointer, program counter and state.
+// The registers of interrupted code, in the form that fault reports show: 31 general registers (those that a
+// processor does not have are 0), stack pointer, frame pointer, program counter and state.
 struct Registers {
   uint64_t general[31];
   uint64_t sp;
@@ -36,17 +36,18 @@ struct Registers {
 };
 Registers registers_of(const ucontext_t& context);
 
-// A hint inside a loop that waits for another processor.
+// Gives the processor its hint for a loop that waits for another processor.
 inline void spin_hint();
 
-// Asks for a line that is read now and written at once: it then comes from another processor once, not twice.
+// Prefetches a cache line that is read now and written at once. The cache line is then fetched from another processor
+// once, not twice.
 inline void fetch_to_write(const void* bytes);
 
-// The frame of the function that calls this.
+// The frame pointer of the function that uses this macro.
 #define TIRN_FRAME_POINTER() (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)))
 
-// How many of the first `words` 64-bit words at `bytes` (of any alignment) equal `value`, 0 or all ones, up to the first
-// that does not.
+// Returns how many of the first `words` 64-bit words at `bytes` (of any alignment) equal `value`, up to the first
+// that does not. `value` is 0 or all ones.
 size_t equal_words(const uint8_t* bytes, size_t words, uint64_t value);
 
 }  // namespace tirn::arch

@@ -1,4 +1,4 @@
-// The bounds-checked functions, as modules see them.
+// Gives the modules the bounds-checked functions.
 #ifndef TIRN_BASE_BOUNDS_H
 #define TIRN_BASE_BOUNDS_H
 

@@ -1,8 +1,9 @@
-// Holding cancellation off.
+// Holds cancellation off while a function owns something.
 //
-// The library is built without unwinding, so a cancelled thread runs no guard: what it holds stays held. Therefore a
-// function holds cancellation off while anything is open, locked, referenced or linked. Functions that sleep by nature
-// are cancellation points where they hold nothing, and their headers say so.
+// The library is built without unwinding, so a cancelled thread runs no destructors: what it holds stays held.
+// Therefore a function holds cancellation off while anything is open, locked, referenced or linked. Functions whose
+// purpose is to sleep are cancellation points. They hold nothing then, or give it back through run_with_cleanup, and
+// their public headers say so.
 #ifndef TIRN_BASE_CANCELLATION_H
 #define TIRN_BASE_CANCELLATION_H
 
@@ -10,7 +11,8 @@
 
 namespace tirn {
 
-// The thread cannot be cancelled in this scope; a cancellation that is sent meanwhile stays pending. Changes no errno.
+// Keeps the thread from being cancelled in this scope. A cancellation that is sent meanwhile stays pending. Does not
+// change errno.
 class NoCancellation {
  public:
   NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
@@ -22,8 +24,8 @@ class NoCancellation {
   int former_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Runs `body`, then `give_back`, which also runs where the thread ends inside of `body`: cancelled in a sleep that its
-// caller asked for, or by pthread_exit in a caller's function.
+// Runs `body`, then `give_back`. `give_back` also runs if the thread ends inside `body`: it may be cancelled in a
+// sleep that the caller asked for, or a function of the caller may call pthread_exit.
 template <typename Body, typename GiveBack>
 void run_with_cleanup(Body body, GiveBack give_back) {
   pthread_cleanup_push([](void* argument) { (*static_cast<GiveBack*>(argument))(); }, &give_back);

@@ -1,3 +1,4 @@
+// Formats and runs shell commands.
 #include "libtirn/base/command.h"
 
 #include <cerrno>
@@ -28,7 +29,7 @@ std::optional<int> run_command(char* buffer, uint32_t size, const char* allowed,
 
 FirstLine first_line(const char* command, const char* allowed, char* line, int size) {
   memset_s(line, static_cast<size_t>(size), 0, static_cast<size_t>(size));
-  const NoCancellation guard;  // the pipe would stay open, and the child
+  const NoCancellation guard;  // a cancelled thread would leave the pipe and the child behind
   const Pipe pipe(kesa_popen_s(command, "r", allowed));
   if (pipe == nullptr) {
     return FirstLine::kNoPipe;
@@ -39,7 +40,7 @@ FirstLine first_line(const char* command, const char* allowed, char* line, int s
     if (byte != EOF) {
       line[length++] = static_cast<char>(byte);
     } else if (std::ferror(pipe.get()) != 0 && errno == EINTR) {
-      std::clearerr(pipe.get());  // what has come stays, unlike with fgets
+      std::clearerr(pipe.get());  // fgets would lose the bytes read so far
     } else {
       break;
     }

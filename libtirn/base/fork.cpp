@@ -1,4 +1,4 @@
-// The library's only fork handler: it runs the steps of all who have something to renew.
+// The library's only fork handler: it runs the steps of all owners that have something to renew.
 #include "libtirn/base/fork.h"
 
 #include <pthread.h>
@@ -8,10 +8,10 @@
 namespace tirn {
 namespace {
 
-pthread_once_t g_registered = PTHREAD_ONCE_INIT;           // the C library itself renews these in a child
+pthread_once_t g_registered = PTHREAD_ONCE_INIT;           // the C library itself renews it in a child
 pthread_mutex_t g_fork_mutex = PTHREAD_MUTEX_INITIALIZER;  // one fork at a time
 pthread_mutex_t g_mutex =
-    PTHREAD_MUTEX_INITIALIZER;  // of the list; held while the process splits, so that nobody is half joined in the child
+    PTHREAD_MUTEX_INITIALIZER;  // guards the list; held during the fork, so that no owner is half joined in the child
 constinit ForkSteps* g_first = nullptr;
 
 }  // namespace
@@ -26,8 +26,8 @@ struct ForkStepsOfAll {
     }
     errno = error;
   }
-  // A step may wait for a thread that is about to join, so it runs without the list's mutex, and those who joined
-  // meanwhile follow.
+  // A step may wait for a thread that is about to join, so steps run without the list's mutex. The steps of owners
+  // that have joined meanwhile run in another round.
   static void prepare() {
     pthread_mutex_lock(&g_fork_mutex);
     pthread_mutex_lock(&g_mutex);

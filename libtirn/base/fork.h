@@ -1,5 +1,5 @@
-// What a forked child must renew: of a threaded process only the forking thread goes on in the child, so whatever the
-// other threads held there is held by nobody.
+// Renews the library's state in a forked child. Only the forking thread goes on in the child, so what the other
+// threads held is never released there.
 #ifndef TIRN_BASE_FORK_H
 #define TIRN_BASE_FORK_H
 
@@ -7,20 +7,21 @@
 
 namespace tirn {
 
-// The steps of one owner of such state. Owners are static objects; they join by follow() when they first have something
-// to renew, and stay.
+// The steps of one owner of such state. Owners are static objects. They join through follow() when they first have
+// something to renew, and never leave.
 class ForkSteps {
  public:
   using Step = void (*)(ForkSteps& self);
 
-  // `child` runs in the child. `prepare` runs before the fork, where the state must not change during it, and `parent`
-  // ends that in the parent. Steps take no lock that may be held for long, and those of the child allocate nothing.
+  // `child` runs in the child. `prepare` runs before the fork, for state that must not change during it; `parent`
+  // then releases that state in the parent. Steps take no lock that may be held for long, and `child` allocates
+  // nothing.
   explicit constexpr ForkSteps(Step child, Step prepare = nullptr, Step parent = nullptr)
       : child_(child), prepare_(prepare), parent_(parent) {}
   ForkSteps(const ForkSteps&) = delete;
   ForkSteps& operator=(const ForkSteps&) = delete;
 
-  // Before the state is first touched. Costs one load once it has joined.
+  // Joins the process's fork handler. To be called before the state is first touched; costs one load once joined.
   void follow() {
     if (!is_followed_.load(std::memory_order_acquire)) [[unlikely]] {
       join();

@@ -1,4 +1,4 @@
-// The walk up the frame pointers of a stack.
+// Walks up the frame pointers of a stack.
 #ifndef TIRN_BASE_FRAMES_H
 #define TIRN_BASE_FRAMES_H
 
@@ -11,20 +11,20 @@ struct StackBounds {
   uint64_t end;
 };
 
-// A frame holds the caller's frame pointer and the return address. It is read for what it is, whoever's it may be: a
-// stale word may lead into the middle of another frame, which the sanitizers watch.
+// Returns a word of a frame: 0 is the caller's frame pointer, 1 the return address. Read without sanitizer checks: a
+// stale frame pointer may point into another frame.
 __attribute__((no_sanitize("address", "thread"))) inline uint64_t frame_word(uint64_t frame, int index) {
   return reinterpret_cast<const volatile uint64_t*>(frame)[index];
 }
 
-// Frames lie on the stack, aligned as their words are.
+// Returns whether a frame can lie at `pointer`: wholly on the stack, and aligned as its words are.
 inline bool is_frame(uint64_t pointer, const StackBounds& stack) {
   constexpr uint64_t kFrameSize = 2 * sizeof(uint64_t);
   return pointer >= stack.start && pointer < stack.end && stack.end - pointer >= kFrameSize &&
          pointer % alignof(uint64_t) == 0;
 }
 
-// The `count` return addresses behind the first `skip` frames, 0 where the chain has left the stack.
+// Stores the `count` return addresses after the first `skip` frames, or 0 once the chain has left the stack.
 inline void walk_frames(uint64_t frame, const StackBounds& stack, uint32_t skip, uint32_t count, uint64_t* out) {
   for (; skip != 0 && is_frame(frame, stack); --skip) {
     frame = frame_word(frame, 0);

@@ -1,4 +1,4 @@
-// Owners of what must be given back: the function returns where it fails, the guard cleans up.
+// Owners of resources: each gives its resource back at the end of the scope, so a function can return where it fails.
 #ifndef TIRN_BASE_GUARD_H
 #define TIRN_BASE_GUARD_H
 
@@ -31,7 +31,7 @@ class Fd {
   ~Fd() {
     if (fd_ >= 0) {
       const NoCancellation guard;
-      const int error = errno;  // of whatever made the owner return
+      const int error = errno;  // set by what made the function return
       close(fd_);
       errno = error;
     }
@@ -63,7 +63,7 @@ class MutexLock {
   const int error_;
 };
 
-// A stream of kesa_popen_s.
+// Closes a stream of kesa_popen_s.
 struct ClosePipe {
   void operator()(FILE* stream) const {
     const NoCancellation guard;
@@ -88,7 +88,7 @@ struct CloseFolder {
 };
 using Folder = std::unique_ptr<DIR, CloseFolder>;
 
-// Anonymous memory, zeroed; pages that nobody touches cost nothing.
+// Anonymous memory, zeroed. Pages that are never touched cost nothing.
 class Mapping {
  public:
   explicit Mapping(size_t size)
@@ -109,7 +109,7 @@ class Mapping {
   const size_t size_;
 };
 
-// Frees a block of the tagged heap; the heap's reports name who made it.
+// Frees a block of the tagged heap. The heap's reports name the function that allocated it.
 struct FreeTagged {
   void operator()(void* block) const { kesa_freesub(block, function, line); }
   const char* function = "";
@@ -118,7 +118,7 @@ struct FreeTagged {
 template <typename T>
 using TaggedBlock = std::unique_ptr<T, FreeTagged>;
 
-// `size` bytes under this library's id, at least a T.
+// Allocates `size` bytes, at least sizeof(T), under this library's module id. Returns an empty pointer on failure.
 template <typename T>
 TaggedBlock<T> tagged_block(uint32_t size = sizeof(T), const char* function = __builtin_FUNCTION(),
                             uint32_t line = __builtin_LINE()) {

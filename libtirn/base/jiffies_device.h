@@ -1,4 +1,4 @@
-// Where the jiffies device lies on this machine.
+// Tells the modules where the jiffies device lies on this machine.
 #ifndef TIRN_BASE_JIFFIES_DEVICE_H
 #define TIRN_BASE_JIFFIES_DEVICE_H
 

@@ -1,4 +1,4 @@
-// The circular intrusive list of kernel style.
+// A circular intrusive list in the style of the kernel.
 #ifndef TIRN_BASE_LIST_H
 #define TIRN_BASE_LIST_H
 
@@ -17,7 +17,7 @@ inline void init(Link* head) {
 
 inline bool is_empty(const Link* head) { return head->next == head; }
 
-// Relaxed: is_detached may look at a link while its neighbours change.
+// A relaxed atomic store: is_detached may read a link while its neighbours on the list change.
 inline void set(Link*& place, Link* link) { std::atomic_ref(place).store(link, std::memory_order_relaxed); }
 
 inline void insert_between(Link* link, Link* prev, Link* next) {
@@ -38,8 +38,8 @@ inline void remove(Link* link) {
   link->prev = KESA_LIST_POISON_PREV;
 }
 
-// Takes a link off its list and links it to itself. Release: whoever sees that by is_detached, without the list's lock,
-// may give the link's memory up.
+// Takes a link off its list and links it to itself. The release pairs with the acquire in is_detached: a thread that
+// sees the link detached, without the list's lock, may free its memory.
 inline void detach(Link* link) {
   set(link->next->prev, link->prev);
   set(link->prev->next, link->next);
@@ -47,7 +47,7 @@ inline void detach(Link* link) {
   std::atomic_ref(link->next).store(link, std::memory_order_release);
 }
 
-// Of a link that init or detach has made so: one look tells, as detach stores `next` last.
+// Returns whether init or detach has linked `link` to itself. One load is enough, since detach stores `next` last.
 inline bool is_detached(Link* link) { return std::atomic_ref(link->next).load(std::memory_order_acquire) == link; }
 
 }  // namespace tirn::list

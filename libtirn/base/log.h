@@ -1,4 +1,4 @@
-// The one shape of a log line: hurn() behind its own hurn_level_check(), with plain names of file and function.
+// Macros that write log lines: hurn() after hurn_level_check(), with the plain names of the file and the function.
 #ifndef TIRN_BASE_LOG_H
 #define TIRN_BASE_LOG_H
 
@@ -23,7 +23,7 @@ struct FileStem {
   char text[N]{};
 };
 
-// "libtirn/init/kesa_init.cpp" gives "kesa_init".
+// Returns the base name without its ending: "libtirn/init/kesa_init.cpp" gives "kesa_init".
 template <size_t N>
 consteval FileStem<N> file_stem(const char (&path)[N]) {
   size_t begin = 0;
@@ -45,19 +45,20 @@ consteval FileStem<N> file_stem(const char (&path)[N]) {
   return stem;
 }
 
-// The source file being compiled, whichever header a line is written from.
+// The source file being compiled, also for a log line that a header writes.
 static constexpr auto kFile = file_stem(__BASE_FILE__);
 
 }  // namespace tirn
 
-// Every log line goes through here. Writing it is no cancellation point: the caller may hold anything.
+// Writes a log line, for all macros below but TIRN_LOG_RAW. No cancellation point: the caller may hold anything.
 #define TIRN_LOG_WRITE(module, level, file, line, function, ...)         \
   do {                                                                   \
     const ::tirn::NoCancellation tirn_log_guard;                         \
     hurn((module), (level), (file), (line), (function), 0, __VA_ARGS__); \
   } while (0)
 
-// A log line under another module's id or another function's name. With its level off it costs the level test alone.
+// Writes a log line under another module's id or another function's name. With its level off it only costs the level
+// test.
 #define TIRN_LOG_AS(module, level, function, ...)                                               \
   do {                                                                                          \
     if (hurn_level_check((module), (level)) == 0) {                                             \
@@ -65,11 +66,11 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
     }                                                                                           \
   } while (0)
 
-// A log line without a level test.
+// Writes a log line without a level test.
 #define TIRN_LOG_ALWAYS(module, level, ...) \
   TIRN_LOG_WRITE((module), (level), ::tirn::kFile.text, __LINE__, __func__, __VA_ARGS__)
 
-// A text alone, unconditional and without a prefix, for places where no level test, lock or allocation may be risked.
+// Writes the text alone, without a prefix, for places that may risk no level test, lock or allocation.
 #define TIRN_LOG_RAW(...)                        \
   do {                                           \
     const ::tirn::NoCancellation tirn_log_guard; \
@@ -82,12 +83,12 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 #define TIRN_INFO(...) TIRN_LOG(::tirn::kInfo, __VA_ARGS__)
 #define TIRN_DEBUG(...) TIRN_LOG(::tirn::kDebug, __VA_ARGS__)
 
-// A line of a site that may repeat at high rate. `first` is the level that is tested before anything else, `level`
-// the line's own, `report` that of the line that tells how many were suppressed. A line whose own level is off still
-// counts as printed.
+// Writes a log line at a site that may repeat at a high rate. `first` is the level that is tested before anything
+// else, `level` the level of the log line itself, and `report` that of the log line with the number of suppressed
+// ones. A log line whose own level is off still counts as printed.
 #define TIRN_LIMITED(first, level, report, ...) TIRN_LIMITED_AS(__func__, first, level, report, __VA_ARGS__)
 
-// The same under another function's name.
+// Does the same under another function's name.
 #define TIRN_LIMITED_AS(function, first, level, report, ...)                                    \
   do {                                                                                          \
     static constinit ::tirn::RateGuard tirn_rate_guard;                                         \

@@ -1,4 +1,4 @@
-// Set-up that runs once: a done flag that is tested before and under a mutex.
+// Runs a set-up once: a done flag is tested before and under a mutex.
 #ifndef TIRN_BASE_ONCE_H
 #define TIRN_BASE_ONCE_H
 
@@ -13,24 +13,24 @@
 
 namespace tirn {
 
-// A thread that comes back to the set-up from inside it (a log line's callback may do so) does not wait for itself: it
-// goes on as if the set-up were done. In a forked child, a set-up that another thread was in begins anew.
+// A thread that enters the set-up again from inside it (the log's callback may do so) does not wait for itself: it
+// goes on as if the set-up were done. In a forked child, a set-up that another thread was running starts again.
 class Once : ForkSteps {
  public:
-  // What makes a run count as done. kNever: a step that only has to exclude the set-up.
+  // What makes a run count as done. kNever is for a step that only has to exclude the set-up.
   enum class Done { kOnSuccess, kAlways, kNever };
-  // If the mutex cannot be locked, the process is corrupted anyway: either treat the step as done or return the error.
+  // If the mutex cannot be locked, the process is corrupted anyway: treat the step as done or return the error.
   enum class LockFailure { kCountsAsDone, kIsResult };
 
   constexpr Once() : ForkSteps(renew) {}
 
-  // Runs `step` unless it is done, and returns its result; kOk where it is done already.
+  // Runs `step` and returns its result, or returns kOk if the set-up is done already.
   template <typename Step>
   int run(Step step, Done done = Done::kOnSuccess, LockFailure lock_failure = LockFailure::kCountsAsDone) {
     if (is_done() || is_mine()) {
       return kOk;
     }
-    const NoCancellation guard;  // the mutex would stay locked
+    const NoCancellation guard;  // a cancelled thread would leave the mutex locked
     if (const int error = lock(); error != 0) {
       return lock_failure == LockFailure::kIsResult ? error : kOk;
     }
@@ -45,8 +45,8 @@ class Once : ForkSteps {
     return result;
   }
 
-  // Runs `step` if the set-up is done, and clears the flag. Returns kOk where it is not done, else the result of
-  // unlocking, or the error of locking.
+  // Runs `step` if the set-up is done, and clears the flag. Returns kOk if it is not done, else the error of locking
+  // or the result of unlocking.
   template <typename Step>
   int undo(Step step) {
     if (!is_done() || is_mine()) {
@@ -74,7 +74,7 @@ class Once : ForkSteps {
     }
   }
 
-  // Relaxed: a thread only looks for its own id, which no other thread stores.
+  // Relaxed: a thread only compares with its own id, which no other thread stores.
   bool is_mine() const { return holder_.load(std::memory_order_relaxed) == pthread_self(); }
 
   int lock() {

@@ -1,4 +1,4 @@
-// The private calls of the kernel side: the one list of commands, and the call.
+// Private calls to the kernel side: the list of all commands, and the call itself.
 #ifndef TIRN_BASE_PRIVATE_CALL_H
 #define TIRN_BASE_PRIVATE_CALL_H
 
@@ -42,12 +42,12 @@ enum class PrivateCommand : uint32_t {
   kWait = 0x800,
 };
 
-// An argument as the call carries it: pointers by address, numbers widened.
+// Converts an argument for the call: a pointer becomes its address, a number is widened.
 inline uint64_t private_argument(const volatile void* pointer) { return reinterpret_cast<uintptr_t>(pointer); }
 inline uint64_t private_argument(uint64_t number) { return number; }
 
-// The module id stands in the high half of the command word; arguments that are not given are all ones. The command's
-// result, or -1 with errno.
+// Makes a private call. The high half of the command word is the module id; arguments that are not given are all
+// ones. Returns the command's result, or -1 with errno set.
 template <typename... Arguments>
 long private_call(PrivateCommand command, Arguments... arguments) {
   const uint64_t word = uint64_t{TIRN_MODULE_ID} << 32 | static_cast<uint32_t>(command);

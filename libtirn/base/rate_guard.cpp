@@ -1,3 +1,4 @@
+// Decides which log lines of a noisy site are written.
 #include "libtirn/base/rate_guard.h"
 
 #include <cerrno>
@@ -9,7 +10,7 @@ namespace tirn {
 
 bool RateGuard::admit(uint32_t first_level, uint32_t report_level, const LogSite& site) {
   constexpr auto relaxed = std::memory_order_relaxed;
-  const int error = errno;  // the line's own arguments may still read it
+  const int error = errno;  // the arguments of the log line may still read it
   if (hurn_level_check(kModule, first_level) != 0) {
     return false;
   }

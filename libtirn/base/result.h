@@ -1,4 +1,4 @@
-// Results by name. Families of kernel heritage return negated errno values, written as -EINVAL and so on.
+// Named results. Families in the style of the kernel return negated errno values, written as -EINVAL and so on.
 #ifndef TIRN_BASE_RESULT_H
 #define TIRN_BASE_RESULT_H
 

@@ -1,5 +1,5 @@
-// A hold of a word read-write lock, given back at the end of the scope or before. To the end of the scope the thread
-// cannot be cancelled: neither the lock nor what the scope holds beside it may be lost.
+// A hold of a word read-write lock, given back by release() or at the end of the scope. The thread cannot be
+// cancelled until the end of the scope: neither the lock nor what the scope holds beside it may be lost.
 #ifndef TIRN_BASE_RWLOCK_GUARD_H
 #define TIRN_BASE_RWLOCK_GUARD_H
 
@@ -12,7 +12,7 @@ namespace tirn {
 
 class RwlockHold {
  public:
-  // The ways of taking it: the plain ones spin, the others also sleep.
+  // The ways of taking the lock: kRead and kWrite only spin, the others also sleep.
   enum Kind { kRead, kReadMayblock, kWrite, kWriteMayblock };
 
   RwlockHold(uint64_t& rwlock, Kind kind) : rwlock_(&rwlock), kind_(kind) { kTake[kind](rwlock_); }

@@ -1,4 +1,4 @@
-// Which descriptors can be read ahead of what is wanted of them.
+// Finds out which files may be read ahead and sought back.
 #ifndef TIRN_BASE_STORED_FILE_H
 #define TIRN_BASE_STORED_FILE_H
 
@@ -6,7 +6,8 @@
 
 namespace tirn {
 
-// Files that the kernel makes up as they are read own no blocks; they might read otherwise after a step back.
+// Returns whether the file has stored content. Files generated on read (/proc, /sys) have no blocks; after a seek
+// back they may read differently.
 inline bool is_stored_file(int fd) {
   struct stat status {};
   return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_blocks > 0;

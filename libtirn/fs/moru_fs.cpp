@@ -1,3 +1,4 @@
+// Error reports of file systems over netlink, and pseudo-random bytes.
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,7 +23,7 @@ struct ReportMessage {
 };
 static_assert(sizeof(ReportMessage) == 72);
 
-// What a short message leaves out reads as zeros.
+// Receives one message. The bytes that a short message lacks are 0.
 ssize_t receive(int fd, ReportMessage& message) {
   message = {};
   iovec piece{&message, sizeof message};
@@ -33,7 +34,7 @@ ssize_t receive(int fd, ReportMessage& message) {
   return recvmsg(fd, &header, 0);
 }
 
-// Passes reports to the handler until the descriptor is closed.
+// Passes reports to the handler until the descriptor is closed or receiving fails.
 int listen_on(int fd, ReportMessage& message, moru_netlink_handler handler) {
   for (;;) {
     if (receive(fd, message) < 1) {
@@ -89,7 +90,7 @@ int MORU_Netlink_ext3_listen(int fd, int pid, moru_netlink_handler handler) {
 
 void MORU_Netlink_ext3_release(int fd) {
   if (fd >= 0) {
-    const tirn::NoCancellation guard;  // the descriptor would stay open
+    const tirn::NoCancellation guard;  // a cancelled thread would leave the descriptor open
     close(fd);
   }
 }

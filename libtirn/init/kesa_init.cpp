@@ -1,3 +1,4 @@
+// Start-up and tear-down of the library.
 #include <execinfo.h>
 
 #include "libtirn/base/log.h"
@@ -17,7 +18,7 @@ constinit tirn::Once g_initialised;
 
 struct StartStep {
   int (*call)();
-  const char* failure;  // what is logged when the step fails; nullptr: its result does not matter
+  const char* failure;  // logged when the step fails; nullptr: its result does not matter
   bool is_fatal;
 };
 
@@ -31,7 +32,7 @@ int choose_checksum() {
   return tirn::kOk;
 }
 
-// The order is binding: the log's rate guard reads the clock, so the clock stands first.
+// The order matters: the log's rate guard reads the clock, so the clock is set up early.
 // clang-format off
 constexpr StartStep kStartSteps[] = {
     {kesa_glibc_init, nullptr, false},
@@ -50,7 +51,7 @@ constexpr StartStep kStartSteps[] = {
 };
 // clang-format on
 
-// Logs under the name of the exported function whose work this is.
+// Logs under the name of the exported function that calls it.
 int run_start_steps() {
   constexpr char kFunction[] = "kesa_Init";
   TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa init start.");
@@ -84,7 +85,7 @@ int kesa_destory() {
 }
 
 int kesa_glibc_init() {
-  const tirn::NoCancellation guard;  // the loader's lock would stay held
+  const tirn::NoCancellation guard;  // a cancelled thread would leave the loader's lock held
   void* frames[3];
   return backtrace(frames, 3);
 }

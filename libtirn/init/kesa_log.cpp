@@ -1,4 +1,4 @@
-// The log library as programs reach it: arguments and results pass through untouched.
+// The log functions that programs call: thin passes to the log library.
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "tirn/init.h"

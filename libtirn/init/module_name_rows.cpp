@@ -1,3 +1,4 @@
+// The rows of the table of module names.
 #include "libtirn/init/module_names.h"
 
 namespace tirn {
@@ -52,7 +53,7 @@ constexpr ModuleNameRow kRows[] = {
 
 }  // namespace
 
-// Binds only to a table of just that many rows.
+// Compiles only if the table has exactly kModuleNameRows rows.
 constinit const ModuleNameRow (&ModuleNameRows)[kModuleNameRows] = kRows;
 
 }  // namespace tirn

@@ -1,3 +1,4 @@
+// The names of modules by id: built once, and then changed by programs.
 #include "libtirn/init/module_names.h"
 
 #include <atomic>
@@ -11,7 +12,7 @@ namespace {
 constinit std::atomic<const char*> ModuleNameTable[TIRN_MODULE_COUNT];
 constinit tirn::Once g_names_built;
 
-// The text of an id that is out of range; shared by all callers.
+// The name of an id that is out of range. All callers share it.
 char g_overflow_name[10];
 
 int build_names() {
@@ -34,8 +35,8 @@ int pid_init_names() {
   return g_names_built.run(build_names, tirn::Once::Done::kOnSuccess, tirn::Once::LockFailure::kIsResult);
 }
 
-// The test is the same as that of pid_init_names, not its opposite: built names outlive tear-down, during and after
-// which modules still log by name.
+// Clears the names only if they are not built: the done flag is tested as in pid_init_names, not the other way round.
+// Built names outlive tear-down, because modules still log by name during and after it.
 int pid_destroy_names() {
   const auto clear_names = [] {
     for (auto& name : ModuleNameTable) {
@@ -61,5 +62,6 @@ void kesa_pid_set_name(uint32_t id, const char* name) {
     return;
   }
   pid_init_names();
-  ModuleNameTable[id].store(name, std::memory_order_release);  // with kesa_pid_get_name: the text is there
+  // Pairs with the acquire in kesa_pid_get_name, so that a reader of the name sees its text.
+  ModuleNameTable[id].store(name, std::memory_order_release);
 }

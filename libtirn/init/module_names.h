@@ -1,4 +1,4 @@
-// The components of a node by module id.
+// The names of a node's components by module id.
 #ifndef TIRN_INIT_MODULE_NAMES_H
 #define TIRN_INIT_MODULE_NAMES_H
 

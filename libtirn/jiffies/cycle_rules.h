@@ -6,8 +6,8 @@
 
 namespace tirn {
 
-// The second of two readings in a row that lie at most 8 ticks apart, or of the 200th pair. A step back shows as a
-// huge difference.
+// Reads in pairs until the two readings of a pair lie at most 8 ticks apart, or 200 times. Returns the second reading
+// of the last pair. A step back shows as a huge difference and is refused too.
 template <typename Read>
 uint64_t undisturbed_reading(Read read) {
   constexpr uint64_t kTicksApart = 8;
@@ -23,7 +23,7 @@ uint64_t undisturbed_reading(Read read) {
   return second;
 }
 
-// To the nearest multiple of 10 MHz; a tie goes up.
+// Rounds to the nearest multiple of 10 MHz; a tie goes up.
 constexpr uint64_t round_to_10mhz(uint64_t hertz) {
   constexpr uint64_t kStep = 10000000;
   const uint64_t lower = hertz / kStep * kStep;

@@ -1,3 +1,4 @@
+// Finds and maps the jiffies device.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -22,7 +23,7 @@ using tirn::Fd;
 constexpr size_t kChildSize = 128;
 constexpr size_t kPathSize = 128;
 
-// The first entry of the folder whose name begins with "uio".
+// Finds the first entry of the folder whose name begins with "uio". Returns whether there is one.
 bool find_child(const char* folder, char (&child)[kChildSize]) {
   const tirn::Folder directory(opendir(folder));
   while (directory != nullptr) {
@@ -46,7 +47,7 @@ Fd open_map_file(const char* folder, const char* child, const char* file) {
   return Fd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// What a file of the map holds, up to 32 bytes of it; empty where it cannot be read.
+// The first 32 bytes of a file of the map; empty if it cannot be read.
 struct NumberText {
   char text[33]{};
 };
@@ -56,8 +57,8 @@ NumberText read_number(const Fd& file) {
   return number;
 }
 
-// Whether the counter at `offset` can be read: it lies in the mapping, whole and aligned, and in the file, as the file
-// stands now, where the device is one.
+// Returns whether the counter at `offset` can be read: it must be aligned and lie wholly in the mapping and, if the
+// device is a regular file, within the present size of that file.
 bool holds_counter(const Fd& device, uint64_t size, uint64_t offset) {
   constexpr uint64_t kCounter = sizeof(uint64_t);
   struct stat status;
@@ -86,8 +87,8 @@ int jiffies_uio_adp_open() {
     return tirn::kFail;
   }
   char path[kPathSize];
-  sprintf_s(path, sizeof path, "%s%s", base.dev, child);  // a path that does not fit is emptied, and fails to open
-  // Declared in the reverse of the order in which they are closed.
+  sprintf_s(path, sizeof path, "%s%s", base.dev, child);  // a path that does not fit is emptied, and the open fails
+  // The files are declared in the reverse of the order in which they are closed.
   const Fd device(open(path, O_RDONLY | O_CLOEXEC));
   if (!device) {
     return tirn::kFail;
@@ -125,11 +126,12 @@ int jiffies_uio_adp_open() {
   g_jiffies_uio.size = size;
   const auto* const counter =
       static_cast<const uint64_t*>(static_cast<const void*>(static_cast<const char*>(mapping) + offset));
+  // Pairs with the acquire in kesa_get_jiffies.
   std::atomic_ref(g_jiffies_uio.jiffies).store(counter, std::memory_order_release);
   return tirn::kOk;
 }
 
 int jiffies_uio_adp_close() {
-  const tirn::NoCancellation guard;  // the descriptor would stay open
+  const tirn::NoCancellation guard;  // a cancelled thread would leave the descriptor open
   return close(g_jiffies_uio.dev_fd);
 }

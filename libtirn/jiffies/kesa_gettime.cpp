@@ -1,3 +1,4 @@
+// The cycle clock: scales the processor's counter to nanoseconds.
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
@@ -11,7 +12,7 @@ namespace {
 
 constinit tirn::Once g_scale_set;
 
-// Whole nanoseconds per tick. Relaxed: the value says all that a reader needs.
+// Whole nanoseconds per tick. Relaxed: a reader needs nothing but this value.
 constinit std::atomic<uint64_t> g_nanoseconds_per_tick{0};
 
 }  // namespace

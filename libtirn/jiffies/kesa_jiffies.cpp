@@ -1,3 +1,4 @@
+// Jiffies from the mapped device, or from the cycle clock if there is none.
 #include <atomic>
 
 #include "libtirn/base/once.h"
@@ -10,7 +11,7 @@ namespace {
 constinit tirn::Once g_device_mapped;
 constinit tirn::Once g_clocks_ready;
 
-// Done as soon as one of the two serves: once the clock stands, a missing device is not looked for again from here.
+// Succeeds if one of the two works: once the clock is set up, this function is not called again for a missing device.
 int set_up_clocks() {
   const int device = jiffies_usr_main();
   const int clock = kesa_gettime_init();
@@ -21,7 +22,7 @@ int set_up_clocks() {
 
 int jiffies_usr_main() {
   return g_device_mapped.run([] {
-    // Readers may look at the counter's address meanwhile; it is NULL until a device is mapped.
+    // Atomic, because threads may read the counter's address meanwhile. It is NULL until a device is mapped.
     std::atomic_ref(g_jiffies_uio.jiffies).store(nullptr, std::memory_order_relaxed);
     g_jiffies_uio.dev_fd = g_jiffies_uio.addr_fd = g_jiffies_uio.size_fd = g_jiffies_uio.offset_fd = 0;
     g_jiffies_uio.addr = g_jiffies_uio.size = 0;
@@ -39,7 +40,6 @@ uint64_t kesa_get_jiffies() {
   if (!g_clocks_ready.is_done()) [[unlikely]] {
     jiffies_Init();
   }
-  // Acquire: pairs with the store of the mapped address in jiffies_uio_adp_open.
   const uint64_t* const counter = std::atomic_ref(g_jiffies_uio.jiffies).load(std::memory_order_acquire);
   if (counter != nullptr) [[likely]] {
     return __atomic_load_n(counter, __ATOMIC_RELAXED);

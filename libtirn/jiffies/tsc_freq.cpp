@@ -1,3 +1,4 @@
+// Finds or measures the processor's nominal clock rate.
 #include <time.h>
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// The word read-write lock: forms that spin, and forms that also sleep.
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
@@ -9,12 +10,13 @@ namespace {
 
 constexpr uint64_t kFree = 0;
 constexpr uint64_t kWriterSpinning = UINT64_MAX;          // the mark of kesa_rwlock_write_lock
-constexpr uint64_t kWriterBlocking = KESA_RWLOCK_WRITER;  // that of kesa_rwlock_write_lock_mayblock
+constexpr uint64_t kWriterBlocking = KESA_RWLOCK_WRITER;  // the mark of kesa_rwlock_write_lock_mayblock
 constexpr int kBurst = 10;                                // attempts between two sleeps
 constexpr uint32_t kSleep = 1;                            // microseconds
 
-// Gives up at a writer's mark, and goes on where another thread was quicker. Acquire, here and in take_for_writing:
-// pairs with the releases in kesa_rwlock_read_unlock and kesa_rwlock_write_unlock.
+// Takes a read hold and returns whether it did. Gives up if a writer holds the lock, and tries again if another
+// thread has changed the word. The acquires here and in take_for_writing pair with the releases in
+// kesa_rwlock_read_unlock and kesa_rwlock_write_unlock.
 inline bool take_for_reading(uint64_t* rwlock) {
   const std::atomic_ref word(*rwlock);
   uint64_t value = word.load(std::memory_order_relaxed);
@@ -40,7 +42,7 @@ inline void take_in_bursts(Attempt attempt) {
         return;
       }
     }
-    const tirn::NoCancellation guard;  // the caller may hold other locks
+    const tirn::NoCancellation guard;  // a cancelled thread would leave the caller's other locks held
     kesa_usleep(kSleep);
   }
 }

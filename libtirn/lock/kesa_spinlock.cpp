@@ -1,3 +1,4 @@
+// The plain spinlock: waiters spin for 100 us, then sleep.
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
@@ -13,21 +14,21 @@ static_assert(sizeof(kesa_spinlock) == 24 && offsetof(kesa_spinlock, owner) == 1
 namespace {
 
 constexpr uint64_t kFree = 0;
-constexpr int kBurst = 10;                  // attempts between two looks at the clock
-constexpr uint64_t kSpinTime = 99999;       // nanoseconds, before the processor is given up
-constexpr uint32_t kFramesOfTheWaiter = 2;  // that of debug_dump_stack, and the lock function's own
+constexpr int kBurst = 10;                  // attempts between two readings of the clock
+constexpr uint64_t kSpinTime = 99999;       // nanoseconds until the waiter sleeps
+constexpr uint32_t kFramesOfTheWaiter = 2;  // the frames of debug_dump_stack and of the lock function
 
-// Relaxed, and read apart from written: of two changes at once one may be lost.
+// Relaxed, with separate read and write: of two concurrent changes one may be lost.
 constinit std::atomic<uint64_t> g_flags{0};
 
-// Looks first: a waiter does not pull the line away from the holder.
+// Reads the word before it tries to take it, so that a waiter does not pull the cache line away from the holder.
 inline bool take_if_free(kesa_spinlock& spinlock) {
   return std::atomic_ref(spinlock.lock).load(std::memory_order_relaxed) == kFree && tirn::take_spinlock(spinlock);
 }
 
 }  // namespace
 
-// The wait stays in this function's own frame, which the line of a waiter's stack passes over.
+// The wait runs in this function's own frame, because `debug_dump_stack` skips a fixed number of frames.
 __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, const char*, uint32_t) {
   while (!tirn::take_spinlock(*spinlock))
     [[unlikely]] {
@@ -44,7 +45,7 @@ __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, co
       if ((g_flags.load(std::memory_order_relaxed) & KESA_SPINLOCK_FLAG_DUMP) != 0) {
         debug_dump_stack(kFramesOfTheWaiter);
       }
-      const tirn::NoCancellation guard;  // the caller may hold other locks
+      const tirn::NoCancellation guard;  // a cancelled thread would leave the caller's other locks held
       kesa_schedule();
     }
 }

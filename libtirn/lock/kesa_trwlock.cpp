@@ -1,3 +1,4 @@
+// The ticket read-write lock, which serves in order of arrival.
 #include <atomic>
 #include <bit>
 
@@ -10,26 +11,28 @@ static_assert(std::endian::native == std::endian::little, "a pair's first field 
 
 namespace {
 
-// Two counters in one word: everyone in the low half, the writers among them in the high half.
+// Each word has two counters: readers and writers together in the low half, writers alone in the high half.
 constexpr uint32_t all(uint64_t pair) { return static_cast<uint32_t>(pair); }
 constexpr uint32_t writers(uint64_t pair) { return static_cast<uint32_t>(pair >> 32); }
 
-// Each half wraps by itself: a sum of the whole word would carry from the low half into the high one.
+// Returns the pair after one more reader or writer. Each half wraps by itself: an addition to the whole word would
+// carry from the low half into the high one.
 constexpr uint64_t counted(uint64_t pair, uint32_t of_writers) {
   return uint64_t{writers(pair) + of_writers} << 32 | uint32_t{all(pair) + 1};
 }
 
-constexpr uint32_t kReader = 0;  // how much one moves the writers' counter
+constexpr uint32_t kReader = 0;  // what each kind adds to the writers' counter
 constexpr uint32_t kWriter = 1;
 
-// Swaps `pair` for the one that counts this holder too; false, and `pair` read anew, if it has changed meanwhile.
+// Tries to count one more reader or writer in `word`. Returns false, with the word's present value in `pair`, if
+// another thread has changed the word or the weak exchange failed.
 inline bool count(uint64_t& word, uint64_t& pair, uint32_t of_writers) {
   return std::atomic_ref(word).compare_exchange_weak(pair, counted(pair, of_writers), std::memory_order_acq_rel,
                                                      std::memory_order_relaxed);
 }
 
-// Counts one more and returns the pair as it was. On the releasing pair this is the release that the acquiring loads
-// of it, in released(), pair with.
+// Counts one more reader or writer and returns the pair as it was. On the releasing pair, the release in here pairs
+// with the acquire in released().
 inline uint64_t add(uint64_t& word, uint32_t of_writers) {
   uint64_t pair = std::atomic_ref(word).load(std::memory_order_relaxed);
   while (!count(word, pair, of_writers)) {
@@ -41,10 +44,10 @@ inline uint64_t released(kesa_trwlock& lock) {
   return std::atomic_ref(lock.released_pair).load(std::memory_order_acquire);
 }
 
-// As with the ticket spinlock no full barrier is needed: what the lock guards is reached after an acquiring load of the
-// releasing pair, and done before a release of it.
+// Takes a ticket and waits until all earlier tickets that `half` counts are released.
 //
-// Takes a ticket and waits until the holds that `half` counts, of those with earlier tickets, are given back.
+// As in the ticket spinlock, no full barrier is needed: what the lock guards is accessed after an acquiring load of
+// the releasing pair and before a releasing increment of it.
 template <uint32_t (*half)(uint64_t)>
 inline void take(kesa_trwlock& lock, uint32_t of_writers) {
   const uint32_t earlier = half(add(lock.tickets_pair, of_writers));

@@ -1,3 +1,4 @@
+// The ticket spinlock, which serves in order of arrival and logs misuse.
 #include <atomic>
 #include <bit>
 
@@ -14,7 +15,8 @@ namespace {
 
 using std::atomic_ref;
 
-// A word whose value orders nothing: a stale one does no harm beyond a line in the log, or none.
+// Relaxed access to a word whose value orders nothing. A stale value does no more harm than one misuse report too
+// many or too few, or a failed attempt.
 template <typename Word>
 inline Word plain(Word& word) {
   return atomic_ref(word).load(std::memory_order_relaxed);
@@ -25,10 +27,10 @@ inline void set_plain(Word& word, Word value) {
 }
 
 struct Caller {
-  const char* function;  // under whose name the line is written
+  const char* function;  // the log line is written under this name
   const char* where;
   uint32_t line;
-  uint32_t source_line;  // of the function that tells
+  uint32_t source_line;  // of the function that logs
 };
 
 __attribute__((cold, noinline)) void tell_misuse(const char* what, kesa_tspinlock& lock, Caller caller) {
@@ -67,18 +69,17 @@ void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t li
   set_plain(lock->owner, KESA_TSPINLOCK_NO_OWNER);
 }
 
-// The acquiring loads of `serving`, here and in trylock, pair with the unlock's increment of it. No full barrier is needed,
-// also where an increment is a loop of exclusive loads and stores (AArch64 without the large-system extension), past whose
-// end later loads may move: what the lock guards is reached only after `serving` has shown the own ticket, which an
-// acquiring load decides, and is done before the releasing increment of `serving`. Nothing rests on the order between
-// taking a ticket and other memory.
+// No full barrier is needed: what the lock guards is accessed only after an acquiring load of `serving` has shown the
+// own ticket, and before the releasing increment of `serving`. Nothing depends on the order between taking a ticket
+// and other accesses. So the lock is also correct where an increment is a loop of exclusive loads and stores (AArch64
+// without the large-system extension), past whose end later loads may move.
 void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
   tirn::arch::fetch_to_write(lock);
   const uint32_t self = kesa_thread_get_knl_tid();
   check_on_the_way_in(*lock, self, {__func__, where, line, __LINE__});
   const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);
   while (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
-    tirn::arch::spin_hint();  // twice: each look takes the line away from the holder, who writes it again
+    tirn::arch::spin_hint();  // twice: each read takes the cache line away from the holder, which has to write it
     tirn::arch::spin_hint();
   }
   set_plain(lock->owner, uint64_t{self});
@@ -110,7 +111,7 @@ void do_kesa_tspinlock_unlock(kesa_tspinlock* lock, const char* where, uint32_t 
   if (!is_held) [[unlikely]] {
     tell_misuse("ReUnlock", *lock, {"ticket_unlock", where, line, __LINE__});
   }
-  atomic_ref(lock->serving).fetch_add(1, std::memory_order_acq_rel);
+  atomic_ref(lock->serving).fetch_add(1, std::memory_order_acq_rel);  // pairs with the acquires in lock and trylock
 }
 
 void do_kesa_tspinlock_destroy(kesa_tspinlock* lock, const char* where, uint32_t line) {

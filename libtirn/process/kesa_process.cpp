@@ -1,3 +1,4 @@
+// The stamp of this process incarnation, and mutexes by kind.
 #include "tirn/process.h"
 
 #include <time.h>

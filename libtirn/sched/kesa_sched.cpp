@@ -1,3 +1,4 @@
+// Sleeps and delays, the wake-up signal, the wait on a word, and binding to one CPU.
 #include "tirn/sched.h"
 
 #include <pthread.h>
@@ -22,7 +23,7 @@ constinit std::atomic<uint32_t> g_handler_missing{~uint32_t{0}};
 int g_first_result = tirn::kOk;
 pthread_once_t g_once = PTHREAD_ONCE_INIT;
 
-// A sleep by select, which no SA_RESTART starts again. Locks sleep so too: errno is kept.
+// Sleeps in select, which a signal ends even with SA_RESTART. Keeps errno, because locks sleep this way too.
 int sleep_by_select(uint32_t seconds, uint32_t microseconds) {
   const int error = errno;
   timeval time{static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)};
@@ -31,9 +32,8 @@ int sleep_by_select(uint32_t seconds, uint32_t microseconds) {
   return tirn::kOk;
 }
 
-// Two threads may both install it; both store the same.
+// Two threads may both install the handler; they install the same one.
 int install_wakeup_handler() {
-  // Acquire and release: who sees it cleared may send the signal.
   if (g_handler_missing.load(std::memory_order_acquire) == 0) {
     return tirn::kOk;
   }
@@ -45,6 +45,7 @@ int install_wakeup_handler() {
     TIRN_ERROR("signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno);
     return tirn::kFail;
   }
+  // Pairs with the acquire above: a thread that sees 0 may send the signal.
   g_handler_missing.store(0, std::memory_order_release);
   return tirn::kOk;
 }
@@ -106,7 +107,7 @@ int64_t kesa_wait_comm(uint32_t* state, int64_t timeout) {
   }
   int64_t rest = 0;
   const long result = tirn::private_call(tirn::PrivateCommand::kWait, state, &timeout, &rest);
-  // Acquire: pairs with the waker's release of the word, also where its signal ended the sleep.
+  // The acquire makes the waker's earlier writes visible, also if its signal ended the sleep.
   std::atomic_ref(*state).load(std::memory_order_acquire);
   return result == 0 ? 0 : rest;
 }

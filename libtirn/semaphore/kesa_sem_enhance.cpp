@@ -1,3 +1,4 @@
+// The enhanced semaphore, which serves its waiters in order of arrival.
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,17 +18,17 @@ namespace {
 
 constexpr int64_t kJiffy = 4;  // milliseconds
 constexpr int64_t kForever = INT64_MAX;
-constexpr char kUp[] = "kesa_sem_enhance_up";  // whose work the lines of a wake-up tell of
+constexpr char kUp[] = "kesa_sem_enhance_up";  // the log lines of a wake-up are written under this name
 constexpr uint32_t kWaiting = 1;
 constexpr uint32_t kServed = 0;
 
 enum class Mode { kInterruptible = 1, kUninterruptible = 2 };
 
-// On the sleeper's stack. The link comes first, so that it stands for the waiter in the list.
+// A waiter, on the stack of its thread. The link comes first, so that its address is that of the waiter.
 struct Waiter {
   kesa_list_head link;
   uint32_t tid;
-  uint32_t state;  // read by the kernel side while it sleeps; written under the semaphore's lock
+  uint32_t state;  // read by the kernel side while the thread sleeps; written under the lock
 };
 
 static_assert(offsetof(kesa_sem_enhance, count) == 24 && offsetof(kesa_sem_enhance, waiters) == 32);
@@ -39,14 +40,14 @@ Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link
 
 unsigned long long address_of(const void* object) { return reinterpret_cast<uintptr_t>(object); }
 
-// The line for those who look after the node goes to module 0, whatever its level; then the library's own.
+// Writes two log lines: one to module 0 for the node's maintainers, without a level test, and then the library's own.
 #define TELL_WAKE_UP(infra, own, ...)                                                        \
   do {                                                                                       \
     TIRN_LOG_WRITE(0, ::tirn::kInfo, ::tirn::kFile.text, __LINE__, kUp, infra, __VA_ARGS__); \
     TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kUp, own, __VA_ARGS__);                      \
   } while (0)
 
-// Waits with the lock held, which it gives up while it sleeps.
+// Called with the lock held, and returns with it held. Releases it while it sleeps.
 __attribute__((noinline)) int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   Waiter waiter{{}, static_cast<uint32_t>(gettid()), kWaiting};
   const tirn::NoCancellation guard;
@@ -55,7 +56,7 @@ __attribute__((noinline)) int down_common_inner(kesa_sem_enhance& sem, Mode mode
     tirn::unlock_spinlock(sem.lock);
     const int64_t rest = kesa_wait_comm(&waiter.state, timeout);
     tirn::lock_spinlock(sem.lock);
-    // First of all: a unit that came together with a signal or the end of the time is not lost.
+    // Test this first, so that a unit that came together with a signal or the timeout is not lost.
     if (state_of(waiter).load(std::memory_order_relaxed) == kServed) {
       return tirn::kOk;
     }
@@ -82,7 +83,8 @@ int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   return result;
 }
 
-// Frees a unit: false. Or hands it to the oldest waiter: true, and that one's thread, which is to be woken.
+// Hands a unit to the oldest waiter, stores the id of its thread, which the caller has to wake, and returns true.
+// Without a waiter the unit becomes free, and the result is false.
 inline bool give_unit(kesa_sem_enhance& sem, uint32_t& tid) {
   bool is_handed_over = false;
   tirn::lock_spinlock(sem.lock);
@@ -93,15 +95,16 @@ inline bool give_unit(kesa_sem_enhance& sem, uint32_t& tid) {
     is_handed_over = true;
     tid = waiter.tid;
     tirn::list::detach(&waiter.link);
-    // Release: pairs with the kernel side's look at the word. The waiter still needs the lock before it goes.
+    // Pairs with the acquire in kesa_wait_comm and with the kernel side's read of the word. The waiter cannot end
+    // before: it needs the lock.
     state_of(waiter).store(kServed, std::memory_order_release);
   }
   tirn::unlock_spinlock(sem.lock);
   return is_handed_over;
 }
 
-// The waiter, which may have no timeout, has no other way of being woken: tries go on while the kernel's queue of
-// signals is full.
+// Wakes a waiter. Tries again as long as the kernel's queue of signals is full: a waiter without a timeout has no
+// other way of being woken.
 __attribute__((noinline)) int wake(const kesa_sem_enhance* sem, uint32_t tid) {
   int result = kesa_wake_up_process(tid);
   if (result == 0) {
@@ -149,7 +152,7 @@ int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
 int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return tirn::kOk; }
 
 void kesa_sem_enhance_show(kesa_sem_enhance* sem) {
-  const tirn::NoCancellation guard;  // the lock would stay held
+  const tirn::NoCancellation guard;  // a cancelled thread would leave the lock held
   kesa_spinlock_lock(&sem->lock);
   TIRN_INFO("TBTIRN:sem 0x%llx cnt %d", address_of(sem), sem->count);
   for (kesa_list_head* link = sem->waiters.next; link != &sem->waiters; link = link->next) {

@@ -1,3 +1,4 @@
+// The numbers of CPUs that are online and configured.
 #include "tirn/smp.h"
 
 #include <unistd.h>

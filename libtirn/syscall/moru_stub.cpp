@@ -18,8 +18,8 @@ namespace {
 
 using tirn::Fd;
 
-// The sockets of the service. A forked child gives its part in them up: as long as it had one, the port would stay taken
-// and clients would wait for a server that has gone.
+// The sockets of the service. A forked child closes its copies: otherwise the port would stay taken and clients would
+// wait for a server that has ended.
 pthread_mutex_t g_sockets_mutex = PTHREAD_MUTEX_INITIALIZER;
 kesa_list_head g_sockets{&g_sockets, &g_sockets};
 
@@ -45,7 +45,7 @@ class ServiceSocket {
   static void free_list(tirn::ForkSteps&) { pthread_mutex_unlock(&g_sockets_mutex); }
   static void leave_all(tirn::ForkSteps&) {
     kesa_list_head* link = g_sockets.next;
-    tirn::list::init(&g_sockets);  // the others' links lie on stacks that have gone
+    tirn::list::init(&g_sockets);  // the other links lie on the stacks of threads that are gone
     while (link != &g_sockets) {
       const auto* const one = reinterpret_cast<ServiceSocket*>(link);
       const bool is_used_here = one->thread_ == pthread_self();
@@ -60,14 +60,14 @@ class ServiceSocket {
   }
   static tirn::ForkSteps g_fork_steps;
 
-  kesa_list_head link_;  // first, so that it stands for the socket
+  kesa_list_head link_;  // first, so that its address is that of the socket
   const pthread_t thread_ = pthread_self();
   Fd fd_;
 };
 constinit tirn::ForkSteps ServiceSocket::g_fork_steps(leave_all, hold_list, free_list);
 
-// A client, and the buffers of its requests. The output buffer has all the bytes that a reply may carry: a handler may
-// report as many.
+// A client, and the buffers of its requests. The output buffer is as large as the largest reply, because a handler
+// may report that many bytes.
 struct Client {
   explicit Client(Fd fd)
       : connection(std::move(fd)),
@@ -78,7 +78,7 @@ struct Client {
     return tirn::receive_whole(connection.get(), bytes, length, tirn::QuickAck::kYes);
   }
 
-  // What the buffer does not hold is thrown away, so that the stream stays in step.
+  // Discards what does not fit in the buffer, so that the stream stays in step.
   bool receive_input(uint64_t length) const {
     const auto kept = std::min<uint64_t>(length, MORU_SYSCALL_INPUT_MAX);
     if (!receive(input.get(), kept)) {
@@ -100,7 +100,7 @@ struct Client {
   tirn::Mapping output;
 };
 
-// Calls the request's handler and turns the header into that of the reply.
+// Calls the handler of the request and turns its header into that of the reply.
 void answer(Client& client, moru_frame_header& header) {
   const auto cmd = static_cast<uint32_t>(header.cmd);
   const MORU_SYSCALL_ENTRY* const entry = MORU_FindSysCall(cmd);
@@ -118,7 +118,7 @@ void answer(Client& client, moru_frame_header& header) {
   header.len = param.uiOutLen;
 }
 
-// False when the connection is to end.
+// Serves one request. Returns false if the connection has to end.
 bool serve_request(Client& client) {
   moru_frame_header header;
   if (!client.receive(&header, sizeof header) || !client.receive_input(header.len)) {
@@ -143,7 +143,7 @@ void serve_requests(Client& client) {
   }
 }
 
-// A handler may end its thread.
+// The client is released also if a handler ends the thread.
 void* serve_client(void* argument) {
   std::optional<Client> client;
   tirn::run_with_cleanup(
@@ -152,7 +152,7 @@ void* serve_client(void* argument) {
   return nullptr;
 }
 
-// The listening socket, or none after its line in the log.
+// Opens the listening socket. Returns an empty Fd, after a log line, if that fails.
 Fd open_service() {
   Fd service(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!service) {
@@ -173,7 +173,7 @@ Fd open_service() {
   return service;
 }
 
-// False when the listener is to end.
+// Accepts one client. Returns false if the listener has to end.
 bool accept_client(const ServiceSocket& service) {
   constexpr char kFunction[] = "accept_clients";
   Fd client(accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -191,12 +191,12 @@ bool accept_client(const ServiceSocket& service) {
     TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "creat syscall thrd failed, ret = %d.\n", result);
     return false;
   }
-  client.release();  // its thread closes it
+  client.release();  // the client's thread closes it
   return true;
 }
 
 void* accept_clients(void*) {
-  const tirn::NoCancellation guard;  // nobody waits for this thread, so nobody needs to cancel it
+  const tirn::NoCancellation guard;  // held throughout: nobody waits for this thread, so nobody has to cancel it
   Fd fd = open_service();
   if (!fd) {
     return nullptr;

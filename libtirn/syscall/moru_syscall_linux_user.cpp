@@ -14,7 +14,7 @@
 
 namespace {
 
-// Tested outside the mutex too: two first callers may both connect. The later one wins, and the other's connection
+// Also tested outside the mutex, so two first callers may both connect. The later connection wins, and the other one
 // stays open.
 constinit std::atomic<int> g_connection{-1};
 pthread_mutex_t g_turn = PTHREAD_MUTEX_INITIALIZER;
@@ -32,7 +32,7 @@ void connect_anew(tirn::ForkSteps&) {
 }
 constinit tirn::ForkSteps g_fork_steps(connect_anew);
 
-// Leaves the connection of all threads in place, or none. `socket_fd` holds the socket until then.
+// Connects for all threads of the process. `socket_fd` owns the socket until it is connected, and after a failure.
 void init_syscall_socket(tirn::Fd& socket_fd) {
   socket_fd = tirn::Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket_fd) {
@@ -47,8 +47,8 @@ void init_syscall_socket(tirn::Fd& socket_fd) {
   g_connection.store(socket_fd.release(), std::memory_order_release);  // pairs with the acquire in Call::take_turn
 }
 
-// One call, from its first send to its last receive on one connection, whatever others connect meanwhile. After a failure
-// that is closed, here and for the calls that follow, and each further step of the call fails.
+// One call. It uses the same connection from its first send to its last receive, even if other threads connect
+// meanwhile. A failure closes the connection for this call and for later ones; this call's further steps fail.
 class Call {
  public:
   Call() = default;
@@ -68,8 +68,8 @@ class Call {
     return result;
   }
 
-  // Also where the thread was cancelled in a call whose server does not answer: the answer may still come, so the
-  // connection cannot serve the next call.
+  // Gives back what the call holds. If the thread was cancelled in the call, an answer may still come, so the
+  // connection is dropped: it cannot serve the next call.
   void end() {
     const tirn::Fd closed(std::move(connecting_));
     if (!has_turn_) {
@@ -95,8 +95,8 @@ class Call {
       TIRN_LOG_AS(tirn::kModule, tirn::kError, "MORU_SysCall", "send_all fail\n");
       return tirn::kFailU32;
     }
-    // The result is not looked at: if the connection breaks here the header stays as it was sent, and a request without
-    // input reads as success. The connection is dropped all the same.
+    // The result is ignored: if the connection breaks here, the header stays as it was sent, and a request without
+    // input counts as success. The connection is dropped all the same.
     recv_all(&header, sizeof header);
     if (header.len == 0) {
       return static_cast<uint32_t>(header.ret);
@@ -126,7 +126,7 @@ class Call {
 
   bool recv_all(void* bytes, size_t length) { return receive(bytes, length, __func__); }
 
-  // Throws a reply away, so that the stream stays in step.
+  // Discards a reply, so that the stream stays in step.
   void clear_all(uint64_t length) {
     uint8_t scrap[16];
     while (length > 0) {
@@ -139,7 +139,7 @@ class Call {
   }
 
   bool receive(void* bytes, size_t length, const char* function) {
-    errno = 0;  // and 0 where the peer has closed
+    errno = 0;  // it stays 0 if the peer has closed the connection
     if (tirn::receive_whole(fd_, bytes, length, tirn::QuickAck::kNo)) {
       return true;
     }

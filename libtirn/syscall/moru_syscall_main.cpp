@@ -9,13 +9,13 @@
 
 namespace {
 
-// The head of a block; `count` entries stand behind it.
+// The head of a group's block; `count` entries follow it.
 struct alignas(MORU_SYSCALL_ENTRY) Group {
   MORU_SYSCALL_ENTRY* entries() { return reinterpret_cast<MORU_SYSCALL_ENTRY*>(this + 1); }
   uint32_t count;
 };
 
-// Stored with release and looked up with acquire: whoever finds a group finds its entries.
+// The releasing stores pair with the acquiring loads: a thread that finds a group also finds its entries.
 constinit std::atomic<Group*> g_groups[MORU_SYSCALL_GROUPS];
 
 bool group_exists(uint32_t group, const char* function) {
@@ -105,7 +105,7 @@ int MORU_UnRegSysCall(uint32_t group) {
   if (!group_exists(group, __func__)) {
     return tirn::kFail;
   }
-  // Out of the table first: a lookup that starts now finds nothing rather than a freed block.
+  // The group leaves the table first: a lookup that starts now finds nothing rather than a freed block.
   if (Group* const head = g_groups[group].exchange(nullptr, std::memory_order_acq_rel); head != nullptr) {
     kesa_free(head);
   }
@@ -114,7 +114,7 @@ int MORU_UnRegSysCall(uint32_t group) {
 
 const MORU_SYSCALL_ENTRY* MORU_FindSysCall(uint32_t cmd) {
   const uint32_t group = cmd >> 8;
-  // Commands come from the network: a group that cannot exist is one that is not registered.
+  // Commands come from the network: a group number that is out of range counts as not registered.
   Group* const head = group < MORU_SYSCALL_GROUPS ? g_groups[group].load(std::memory_order_acquire) : nullptr;
   if (head == nullptr) {
     TIRN_ERROR("Syscall not registered usr, cmd = (0x%x).", cmd);

@@ -1,4 +1,4 @@
-// The byte stream under the frames of the loopback service, for both of its ends.
+// The byte stream that carries the frames of the loopback service, for both of its ends.
 #ifndef TIRN_SYSCALL_STREAM_H
 #define TIRN_SYSCALL_STREAM_H
 
@@ -31,8 +31,8 @@ inline void enable(int fd, int level, int option) {
   setsockopt(fd, level, option, &on, sizeof on);
 }
 
-// In a forked child, which must not share its parent's connections: ends the child's part in a socket. Where the calling
-// thread is just using the descriptor, that stays taken, by a socket that is not connected.
+// Closes a forked child's copy of a socket, because the child must not share its parent's connections. If the calling
+// thread is using the descriptor, a socket that is not connected takes its place, so that the number stays taken.
 inline void leave_to_parent(int fd, bool is_used_here) {
   const int unconnected = is_used_here ? socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
   if (unconnected >= 0) {
@@ -41,7 +41,8 @@ inline void leave_to_parent(int fd, bool is_used_here) {
   close(is_used_here ? unconnected : fd);
 }
 
-// Sends header and payload, of header.len bytes, by one call and so in one segment. True when all is out.
+// Sends the header and its header.len bytes of payload. One call takes both, so that a short frame goes out in one
+// segment. Returns whether all bytes were sent.
 inline bool send_frame(int fd, moru_frame_header& header, void* payload) {
   iovec pieces[] = {{&header, sizeof header}, {payload, header.len}};
   msghdr message{};
@@ -64,11 +65,11 @@ inline bool send_frame(int fd, moru_frame_header& header, void* payload) {
   return true;
 }
 
-// Whether each recv is followed by TCP_QUICKACK, which the kernel resets on its own: a server's small requests and
-// replies then never wait for a delayed acknowledgement.
+// Whether TCP_QUICKACK is set after each recv (the kernel resets it on its own). With it, small requests to a server
+// and their replies never wait for a delayed acknowledgement.
 enum class QuickAck { kNo, kYes };
 
-// True when all is in; a peer that has closed counts as a failure.
+// Returns whether all bytes were received. A peer that has closed the connection counts as a failure.
 inline bool receive_whole(int fd, void* bytes, size_t length, QuickAck quick_ack) {
   auto* at = static_cast<uint8_t*>(bytes);
   while (length > 0) {

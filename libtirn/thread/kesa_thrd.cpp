@@ -1,4 +1,4 @@
-// What a thread knows of itself, and what the kernel side is asked about threads.
+// What a thread knows about itself without a system call, and the requests to the kernel side about threads.
 #include "tirn/thread.h"
 
 #include <unistd.h>
@@ -23,7 +23,7 @@ __thread int my_numa = -1;
 
 int g_siProcMapFlag = 0;
 
-// Threads need nothing set up so far.
+// Threads need no set-up so far.
 int kesa_thrd_module_init() { return tirn::kOk; }
 
 kesa_thread_s* kesa_thrd_currentthreadinfo() { return m_current_thread; }

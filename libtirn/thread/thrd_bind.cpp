@@ -18,7 +18,8 @@ constinit std::atomic<uint32_t> g_config_cpus{0};
 constinit tirn::Once g_all_cpus_known;
 cpu_set_t g_all_cpus;
 
-// As many as a set has bits where the system does not tell. Racing threads store the same.
+// Returns the number of configured CPUs, or the number of bits in a set if the system does not report it. Racing
+// threads store the same value.
 uint32_t config_cpus() {
   uint32_t count = g_config_cpus.load(std::memory_order_relaxed);
   if (count == 0) {

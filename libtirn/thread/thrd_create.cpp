@@ -1,3 +1,4 @@
+// Starts threads: takes a record, prepares the attributes and calls pthread_create.
 #include "libtirn/thread/thrd_create.h"
 
 #include <cerrno>
@@ -12,7 +13,7 @@
 namespace tirn::thread {
 namespace {
 
-// The caller's attributes, or default ones.
+// The caller's attributes, or default ones if the caller gives none.
 class Attributes {
  public:
   explicit Attributes(pthread_attr_t* given) : used_(given) {
@@ -38,8 +39,8 @@ class Attributes {
   int error_ = 0;
 };
 
-// The log's lines bear the function that was asked for the thread. A record whose thread cannot be started is
-// released.
+// Starts the record's thread. Log lines name `function`, the exported function that the caller used. If the thread
+// cannot be started, the record is released.
 int start(kesa_thread_s* record, kesa_thread_fn entry, pthread_t* thread, pthread_attr_t* attr,
           const char* function) {
   Attributes attributes(attr);
@@ -84,7 +85,7 @@ int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, p
     return tirn::kFail;
   }
   kesa_thrd_module_init();
-  const tirn::NoCancellation guard;  // from the record's reference to the thread that takes it over
+  const tirn::NoCancellation guard;  // until the new thread has taken over the record's reference
   kesa_thread_s* const record = take_record(fn, arg);
   if (record == nullptr) {
     TIRN_INFO("Create thread info fail.");
@@ -104,7 +105,7 @@ int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr) {
   kesa_thrd_module_init();
   const tirn::NoCancellation guard;
   kesa_thread_s* const record = take_table_record(nullptr, nullptr);
-  // pthread_create stores the id before the thread runs, so whoever finds the worker idle sees it.
+  // pthread_create stores the id before the thread runs, so a thread that finds the worker idle sees it.
   return record != nullptr ? start(record, entry, &record->thread, attr, __func__) : tirn::kFail;
 }
 

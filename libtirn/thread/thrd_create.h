@@ -1,4 +1,4 @@
-// How threads are started, for the pool too.
+// The attributes of threads with a small stack, for single threads and for the pool.
 #ifndef TIRN_THREAD_THRD_CREATE_H
 #define TIRN_THREAD_THRD_CREATE_H
 
@@ -6,7 +6,8 @@
 
 namespace tirn::thread {
 
-// Initialises attributes for threads with the small stack. 0, or the error: then there is nothing to destroy.
+// Initialises attributes for threads with the small stack. Returns 0, or the error; after an error there is nothing
+// to destroy.
 int init_small_stack(pthread_attr_t* attributes);
 
 }  // namespace tirn::thread

@@ -1,3 +1,4 @@
+// The steps of a thread before and after its user function.
 #include "libtirn/thread/thrd_entry.h"
 
 #include <unistd.h>
@@ -14,7 +15,7 @@
 namespace tirn::thread {
 namespace {
 
-// The guard area counts as outside. A thread whose stack is not known runs all the same.
+// Records the bounds of the stack, without its guard area. If they cannot be read, the thread runs all the same.
 void record_os_stack(kesa_thread_s& record) {
   pthread_attr_t attributes;
   int result = pthread_getattr_np(pthread_self(), &attributes);
@@ -58,8 +59,8 @@ void unset_signal_stack(const kesa_thread_s& record) {
   }
 }
 
-// The user function, and the end of the thread, which may come inside the function too. Around the function the thread
-// cannot be cancelled: its record would be lost.
+// Runs the user function and then ends the thread, also if the function ends the thread itself. The thread can be
+// cancelled in the user function only; elsewhere its record would be lost.
 void run(kesa_thread_s& record) {
   set_state(record, THRD_SLOT_RUNNING);
   run_with_cleanup(
@@ -80,8 +81,8 @@ void begin_thread(kesa_thread_s& record) {
   set_signal_stack(record);
 }
 
-// Dead comes first: a lookup must not find a thread that has lost its signal stack. The reference goes last: the
-// record may be another thread's from then on.
+// The state changes first: a lookup must not find a thread that has lost its signal stack. The reference is dropped
+// last: from then on the record may belong to another thread.
 void end_thread(kesa_thread_s* record) {
   set_state(*record, THRD_SLOT_DEAD);
   unset_signal_stack(*record);

@@ -1,4 +1,4 @@
-// What a thread does for itself between its start and its user function, and from there to its end.
+// The steps of a thread before and after its user function.
 #ifndef TIRN_THREAD_THRD_ENTRY_H
 #define TIRN_THREAD_THRD_ENTRY_H
 
@@ -6,19 +6,19 @@
 
 namespace tirn::thread {
 
-// The record becomes the calling thread's: kernel id, stack bounds, signal stack.
+// Makes the record the calling thread's: stores the kernel id and the stack bounds, and installs the signal stack.
 void begin_thread(kesa_thread_s& record);
-// The thread cannot be found any more, and its record goes.
+// Ends the calling thread for lookups, removes its signal stack and drops the reference to its record.
 void end_thread(kesa_thread_s* record);
-// The same for whatever record the calling thread has by then: its function may have given back the one that it began
-// with, and may have got another.
+// Does the same for the record that the calling thread has at that time, if it has one. The user function may have
+// given back the record that the thread began with, and may have taken another.
 void end_current();
 
 inline void apply_default_strategy() { kesa_setCurThreadStrategy(KESA_STRATEGY_DEFAULT); }
 
-// Entries for pthread_create, with the thread's record as argument.
+// Entry functions for pthread_create. The argument is the thread's record.
 void* default_entry(void* argument);
-void* plain_entry(void* argument);  // takes no strategy
+void* plain_entry(void* argument);  // applies no strategy
 
 }  // namespace tirn::thread
 

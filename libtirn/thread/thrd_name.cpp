@@ -1,4 +1,4 @@
-// The names of a thread and of its process.
+// The names of a thread, of its process and of the process's program.
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -25,7 +25,7 @@ char g_process_name[kNameSize] = "default";
 constinit tirn::Once g_exe_name_known;
 char g_exe_name[kNameSize] = "default";
 
-// Logs under the name of the exported function whose work this is.
+// This function and read_exe_name log under the name of the exported function that calls them.
 int read_process_name() {
   constexpr char kFunction[] = "kesa_get_process_name";
   char path[64];
@@ -98,7 +98,7 @@ int kesa_thrd_setname(const char* format, ...) {
     TIRN_ERROR("vsnprintf_s failed, name(%s).", format);
     return tirn::kOk;
   }
-  for (size_t i = 0; i < sizeof name; ++i) {  // kesa_thrd_list may be reading
+  for (size_t i = 0; i < sizeof name; ++i) {  // kesa_thrd_list may read it meanwhile
     std::atomic_ref(record->name[i]).store(name[i], std::memory_order_relaxed);
   }
   if (prctl(PR_SET_NAME, name) != 0) {

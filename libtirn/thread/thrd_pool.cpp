@@ -1,4 +1,4 @@
-// Threads that are started beforehand: giving one a job is a hand-over to a sleeping worker.
+// The pool of threads that are started beforehand: a job is handed over to a sleeping worker.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -16,14 +16,14 @@ namespace {
 
 using namespace tirn::thread;
 
-// Only its being 0 or not means anything: the creator's store and the spawner's addition may overwrite each other.
+// Only tested for 0: the creator's store and the spawner's addition may overwrite each other.
 constinit std::atomic<uint32_t> g_size{0};
 constinit std::atomic<uint32_t> g_stop{0};
-constinit std::atomic<uint32_t> g_remainder{0};  // workers that the spawner stands for, with itself
+constinit std::atomic<uint32_t> g_remainder{0};  // workers that the spawner provides, including itself
 pthread_attr_t g_attributes;
 constinit std::atomic<bool> g_has_attributes{false};
 
-// A forked child has no workers, and may make a pool of its own.
+// A forked child has no workers and may create a pool of its own.
 void forget_pool(tirn::ForkSteps&) {
   g_size.store(0, std::memory_order_relaxed);
   g_stop.store(0, std::memory_order_relaxed);
@@ -42,8 +42,8 @@ void sleep_as_idle(kesa_thread_s& record) {
   set_state(record, THRD_SLOT_POOL_IDLE);
 }
 
-// What the job did to the thread's binding and priority does not reach the next one. False where the job has given the
-// worker's record back: the thread is no worker from then on.
+// Runs a job, then resets the thread's binding and strategy, so that the next job does not inherit the changes of
+// this one. Returns false if the job has given back the worker's record: the thread is then no longer a worker.
 bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   kesa_thrd_setname("OSThrdPoolRun");
   // A cancellation during a job ends the worker; one sent while idle stays pending and cancels the next job.
@@ -62,9 +62,9 @@ bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   return true;
 }
 
-// Sleeps until there is a job, or the pool ends, and runs it. False where the record is no longer the worker's.
+// Runs the worker's job if it has one, else sleeps until it gets one or the pool ends. Returns false if the record is
+// no longer the worker's.
 bool work(kesa_thread_s& record) {
-  // Acquire: with create_thread_from_thread_pool, the argument is there as well.
   if (const kesa_thread_fn job = job_of(record).load(std::memory_order_acquire); job != nullptr) {
     return run_job(record, job);
   }
@@ -72,7 +72,8 @@ bool work(kesa_thread_s& record) {
   return true;
 }
 
-// False while the worker is bound: whoever got it before the pool's end is still to be served.
+// Marks an idle worker as dead and returns whether it did. A worker that was bound before the end of the pool still
+// has to run its job.
 bool leave_pool(kesa_thread_s& record) {
   uint32_t state = THRD_SLOT_POOL_IDLE;
   return state_of(*record.slot).compare_exchange_strong(state, THRD_SLOT_DEAD, std::memory_order_acq_rel);
@@ -85,10 +86,10 @@ void* thrd_pool_worker(void* argument) {
   apply_default_strategy();
   set_state(record, THRD_SLOT_RUNNING);
   sleep_as_idle(record);
-  // A read-modify-write, ordered against the one in wake_workers: either it sees this worker idle, or we see g_stop. Later
-  // looks need no order, as a worker once found is woken through its semaphore.
+  // A read-modify-write, ordered against the one in `wake_workers`: either it sees this worker idle or we see
+  // `g_stop`. Later loads need no order: a worker that `wake_workers` has found is woken through its semaphore.
   g_stop.fetch_or(0, std::memory_order_acq_rel);
-  // The thread may also end inside a job.
+  // The record is given back also if the thread ends inside a job.
   tirn::run_with_cleanup(
       [&record] {
         while ((g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) && work(record)) {
@@ -112,7 +113,8 @@ void destroy_attributes() {
   }
 }
 
-// Makes what the creator of a large pool need not wait for, and then is a worker as well.
+// Starts the remaining workers, so that the creator of a large pool does not wait for them, and then becomes a worker
+// itself.
 void* thrd_pool_spawner(void* record) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   const uint32_t made = start_workers(g_remainder.load(std::memory_order_relaxed) - 1);
@@ -133,7 +135,7 @@ void set_small_stacks() {
 
 uint32_t wake_workers() {
   uint32_t woken = 0;
-  g_stop.fetch_or(1, std::memory_order_acq_rel);  // with thrd_pool_worker
+  g_stop.fetch_or(1, std::memory_order_acq_rel);  // see thrd_pool_worker
   find_record(THRD_SLOT_POOL_IDLE | THRD_SLOT_POOL_BOUND, [&woken](kesa_thread_s& record) {
     sem_post(&record.wake);
     ++woken;
@@ -142,7 +144,8 @@ uint32_t wake_workers() {
   return woken;
 }
 
-// The hand-over's only point of decision: one of several creators gets the worker.
+// Changes the worker from idle to bound and returns whether it did. Of several threads that want the worker, this
+// decides which one gets it.
 bool bind_worker(kesa_thread_s& record) {
   uint32_t state = THRD_SLOT_POOL_IDLE;
   return state_of(*record.slot)
@@ -158,7 +161,7 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
   }
   count = std::min(count, KESA_THREAD_SLOTS);
   g_fork_steps.follow();
-  const tirn::NoCancellation guard;  // half a pool could not be made whole
+  const tirn::NoCancellation guard;  // nothing could complete a half-made pool
   uint32_t none = 0;
   if (!g_size.compare_exchange_strong(none, count, std::memory_order_relaxed)) {
     TIRN_INFO("OS thread pool just allowed create once %u.", count);
@@ -181,7 +184,7 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
     return 1;
   }
   TIRN_INFO("Create OS thread pool %u, success %u.", count, made);
-  if (made != 0) {  // with 0, a second pool could be made
+  if (made != 0) {  // a size of 0 would allow a second pool
     g_size.store(made, std::memory_order_relaxed);
   }
   return made;
@@ -209,7 +212,7 @@ int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_o
     return tirn::kFail;
   }
   worker->arg = arg;
-  job_of(*worker).store(fn, std::memory_order_release);  // publishes the argument
+  job_of(*worker).store(fn, std::memory_order_release);  // publishes the argument; pairs with the acquire in work()
   if (id_out != nullptr) {
     *id_out = worker->thread;
   }

@@ -1,4 +1,4 @@
-// The stacks that a thread runs on: their bounds, which one an address lies on, and the walk up the frames.
+// The stacks that a thread runs on: their bounds, which one an address lies on, and the walk up their frames.
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
@@ -12,7 +12,7 @@ using IsLwtStack = decltype(kesa_lwt_stack_ops::is_lwt_stack);
 using GetLwtStack = decltype(kesa_lwt_stack_ops::get_lwt_stack);
 
 constexpr uint64_t kPage = 4096;
-constexpr uint64_t kNearFrame = 8192;  // above this function's frame, an address is on some stack
+constexpr uint64_t kNearFrame = 8192;  // bytes above the own frame that count as a stack of unknown kind
 
 constinit std::atomic<IsLwtStack> g_is_lwt_stack{nullptr};
 constinit std::atomic<GetLwtStack> g_get_lwt_stack{nullptr};
@@ -52,7 +52,7 @@ int register_lwt_stack_ops(const kesa_lwt_stack_ops* ops) {
   if (ops == nullptr) {
     return tirn::kFail;
   }
-  // Release: with the two calls below, for what the functions rely on.
+  // The releases pair with the acquires in the two calls below: they publish the data that the functions rely on.
   g_is_lwt_stack.store(ops->is_lwt_stack, std::memory_order_release);
   g_get_lwt_stack.store(ops->get_lwt_stack, std::memory_order_release);
   return tirn::kOk;
@@ -77,7 +77,8 @@ uint64_t kesa_thrd_getunknownstacksize() { return g_unknown_stack_size.load(std:
 
 void kesa_thrd_setunknownstacksize(uint64_t size) { g_unknown_stack_size.store(size, std::memory_order_relaxed); }
 
-// Runs in signal handlers too: nothing but words is read. Its own frame is a measure, so it has one.
+// Runs in signal handlers too, so it takes no lock and only reads words. Never inlined, because it compares the
+// address with its own frame.
 __attribute__((noinline)) int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* start, uint64_t* end,
                                                         const char** name) {
   if (name == nullptr) {
@@ -97,7 +98,7 @@ __attribute__((noinline)) int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* s
     }
     *name = "INVALID_LWT_STACK";
   }
-  // A frame may sit in the guard area when the stack overflowed.
+  // The page below the stack counts too: a frame may lie in the guard area after a stack overflow.
   if (kesa_thrd_getosstack(&stack.start, &stack.end) == 0 && sp + kPage >= stack.start && sp < stack.end) {
     return found("OS_STACK", stack);
   }

@@ -1,4 +1,4 @@
-// Strategies: what priority and which CPUs a kind of threads has.
+// Strategies: the priority and the CPUs of each kind of thread.
 #include <sys/resource.h>
 
 #include <atomic>
@@ -15,9 +15,9 @@ namespace {
 constexpr uint32_t kValid = 1;
 constexpr size_t kWords = sizeof(cpu_set_t) / sizeof(uint64_t);
 
-// Plain words: set up at start, and read by threads for themselves.
+// Relaxed words: a process sets them up at its start, and each thread reads them for itself.
 struct ThreadStrategy {
-  std::atomic<uint32_t> flags;  // the release of kValid publishes the rest
+  std::atomic<uint32_t> flags;  // kValid: the other fields are set up
   std::atomic<int> prio;
   std::atomic<uint64_t> cpumask[kWords];
 };
@@ -25,7 +25,7 @@ struct ThreadStrategy {
 constinit ThreadStrategy g_strategies[KESA_STRATEGY_COUNT]{};
 constexpr const char* kNames[KESA_STRATEGY_COUNT] = {"Default", "Critical", "Ctrl", "Manage", "IO", "BackGroud"};
 
-// A set of CPUs as words, for the parser.
+// A set of CPUs as words, which is the form that the parser fills in.
 struct CpuSet {
   uint64_t words[kWords]{};
   cpu_set_t as_cpu_set() const {
@@ -54,7 +54,8 @@ bool is_valid(const ThreadStrategy& strategy) {
   return (strategy.flags.load(std::memory_order_acquire) & kValid) != 0;
 }
 
-// One that was not set up stands for the default one; nullptr where that was not set up either.
+// Returns the strategy that applies for `id`: its own, or the default one if its own was not set up. Returns nullptr
+// for an invalid id, and if neither was set up.
 const ThreadStrategy* strategy_in_force(uint32_t id) {
   if (id >= KESA_STRATEGY_COUNT) {
     TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_getValidThreadAttr", "Invalid thread strategy %d.",
@@ -85,12 +86,12 @@ int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
     return tirn::kFail;
   }
   store_cpus(strategy, set);
-  strategy.flags.fetch_or(kValid, std::memory_order_release);
+  strategy.flags.fetch_or(kValid, std::memory_order_release);  // pairs with the acquire in is_valid
   return tirn::kOk;
 }
 
 int kesa_setCurThreadPrio(int prio) {
-  // Linux gives each thread a nice value of its own; 0 is the calling one.
+  // On Linux each thread has a nice value of its own; 0 means the calling thread.
   if (setpriority(PRIO_PROCESS, 0, prio) != 0) {
     TIRN_LIMITED(tirn::kInfo, tirn::kWarning, tirn::kInfo, "Set thread prio fail %d, errno %d.", prio, errno);
     return tirn::kFail;
@@ -100,7 +101,7 @@ int kesa_setCurThreadPrio(int prio) {
 
 int kesa_thrd_setprio(uint32_t level) {
   constexpr int kNiceValues[] = {-20, -15, 0, 10, 15, 20};
-  constexpr uint32_t kLastLevel = 4;  // the value 20 is never given
+  constexpr uint32_t kLastLevel = 4;  // the value 20 is never used
   return level <= kLastLevel ? kesa_setCurThreadPrio(kNiceValues[level]) : tirn::kOk;
 }
 
@@ -127,7 +128,7 @@ int kesa_setCurThreadStrategy(uint32_t id) {
     TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Set thread strategy %d fail.", static_cast<int>(id));
     return tirn::kFail;
   }
-  if (m_current_thread != nullptr) {  // kesa_thrd_list may be reading
+  if (m_current_thread != nullptr) {  // kesa_thrd_list may read it meanwhile
     std::atomic_ref(m_current_thread->strategy).store(static_cast<int32_t>(id), std::memory_order_relaxed);
   }
   return tirn::kOk;

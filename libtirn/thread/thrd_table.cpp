@@ -1,3 +1,4 @@
+// The table of threads: claiming slots, their references, and their records.
 #include "libtirn/thread/thrd_table.h"
 
 #include <unistd.h>
@@ -16,16 +17,16 @@ constinit ThreadSlot g_slots[KESA_THREAD_SLOTS]{};
 
 namespace {
 
-// The kernel ids of the slots' latest threads: a search reads these few lines instead of each thread's record. A hint,
-// so relaxed: the slot itself is asked whether it is so.
+// The kernel ids of the slots' latest threads. A search reads these few cache lines instead of each thread's record.
+// They are hints and therefore relaxed: a match is checked in the record.
 constinit std::atomic<uint32_t> g_tids[KESA_THREAD_SLOTS]{};
 
 constexpr char kNoName[] = "[NULL]";
 
 std::atomic_ref<uint32_t> refs_of(ThreadSlot& slot) { return std::atomic_ref(slot.refs); }
 
-// In a forked child, of all threads only the calling one is left. The others' slots become free, but for those that a
-// lookup holds too: that may be the calling thread's.
+// Only the calling thread exists in a forked child. The slots of the other threads become free, except those on which
+// a lookup holds a reference as well: that lookup may be the calling thread's.
 void keep_own_record(ForkSteps&) {
   for (ThreadSlot& slot : g_slots) {
     if (m_current_thread != nullptr && m_current_thread->slot == &slot) {
@@ -47,7 +48,6 @@ constinit ForkSteps g_fork_steps(keep_own_record);
 ThreadSlot* claim_slot() {
   for (ThreadSlot& slot : g_slots) {
     uint32_t free = 0;
-    // Acquire: with drop_reference, so that all looks at the former thread's record are over.
     if (refs_of(slot).load(std::memory_order_relaxed) == 0 &&
         refs_of(slot).compare_exchange_strong(free, 1, std::memory_order_acquire, std::memory_order_relaxed)) {
       state_of(slot).store(THRD_SLOT_TAKEN, std::memory_order_relaxed);
@@ -80,7 +80,7 @@ void free_record(kesa_thread_s* record) {
   kesa_free(record);
 }
 
-// The switch records stay: the counter tells how many of them count.
+// Sets up the record for a new thread. The old switch records stay: `switch_count` decides how many are valid.
 kesa_thread_s* set_up(kesa_thread_s* record, kesa_thread_fn fn, void* arg) {
   record->fn = fn;
   record->arg = arg;
@@ -97,7 +97,8 @@ kesa_thread_s* set_up(kesa_thread_s* record, kesa_thread_fn fn, void* arg) {
   return record;
 }
 
-// A free slot with its record, which is made now where the slot has none.
+// Claims a free slot and returns its record, which is allocated now if the slot has none. Returns nullptr if no slot
+// is free or the allocation fails.
 kesa_thread_s* claim_record() {
   ThreadSlot* const slot = claim_slot();
   if (slot == nullptr) {
@@ -120,7 +121,7 @@ kesa_thread_s* claim_record() {
 bool add_reference(ThreadSlot& slot) {
   uint32_t refs = refs_of(slot).load(std::memory_order_relaxed);
   while (refs != 0) {
-    // Acquire: the state that is read next is not older than the slot's present owner.
+    // Acquire: the state that is read next is not older than the last one of the slot's former owner.
     if (refs_of(slot).compare_exchange_weak(refs, refs + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
       return true;
     }
@@ -128,11 +129,13 @@ bool add_reference(ThreadSlot& slot) {
   return false;
 }
 
+// The release pairs with the acquires in claim_slot and add_reference: the next owner of the slot gets the record
+// only after all accesses of the former ones.
 void drop_reference(ThreadSlot& slot) { refs_of(slot).fetch_sub(1, std::memory_order_release); }
 
 void set_state(kesa_thread_s& record, thrd_slot_state state) {
   if (record.slot != nullptr) {
-    state_of(*record.slot).store(state, std::memory_order_release);  // with find_record
+    state_of(*record.slot).store(state, std::memory_order_release);  // pairs with the acquire in hold_record
   }
 }
 
@@ -189,7 +192,7 @@ void kesa_thrd_putthreadinfo(kesa_thread_s* record) {
 
 namespace {
 
-// What the list shows of a thread, whose own calls may change it meanwhile.
+// What the list shows of a thread. The thread itself may change its name and strategy meanwhile.
 struct Shown {
   uint32_t tid;
   char name[KESA_THREAD_NAME_SIZE];
@@ -221,7 +224,7 @@ void kesa_thrd_list(kesa_print_fn print, uint64_t, uint64_t, uint64_t, uint64_t)
       return true;
     });
     if (record != nullptr) {
-      drop_reference(slot);  // before the caller's function, in which the thread may end
+      drop_reference(slot);  // before `print`, in which the calling thread may end
       print("%5lu %-18s %-11d %-8d\n", static_cast<unsigned long>(shown.tid), shown.name, 0, shown.strategy);
     }
   }

@@ -12,29 +12,30 @@ extern ThreadSlot g_slots[KESA_THREAD_SLOTS];
 
 inline std::atomic_ref<uint32_t> state_of(ThreadSlot& slot) { return std::atomic_ref(slot.state); }
 
-// Gives a reference to a slot that has one: true.
+// Takes another reference if the slot already has one; returns whether it did.
 bool add_reference(ThreadSlot& slot);
 void drop_reference(ThreadSlot& slot);
 
-// Released, so that whoever finds the state sees the record as it was at this change.
+// Stores the state with release, so that a thread that finds this state sees the record as it was at the change.
 void set_state(kesa_thread_s& record, thrd_slot_state state);
 
-// A record for a new thread, with one reference; nullptr after its line in the log.
+// Returns a record for a new thread, with one reference; nullptr, after a log line, if there is no memory.
 kesa_thread_s* take_record(kesa_thread_fn fn, void* arg);
-// The same, from the table only: nullptr, without a line, where that is full.
+// Does the same, but from the table only: if the table is full, it returns nullptr without a log line.
 kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg);
 
-// The record's thread runs, under this kernel id.
+// Stores the kernel id of the record's thread, also for searches of the table.
 void set_tid(kesa_thread_s& record, uint32_t tid);
 
-// The slot's record, if it is in one of `states` and `is_wanted` holds, with a reference that the caller has to drop;
-// else nullptr. `is_wanted` is called while a reference is held: the record stays, but its thread goes on.
+// Returns the slot's record if the slot is in one of `states` and `is_wanted` holds, else nullptr. The record comes
+// with a reference that the caller has to drop. While `is_wanted` runs, the reference keeps the record, but its
+// thread goes on.
 template <typename IsWanted>
 kesa_thread_s* hold_record(ThreadSlot& slot, uint32_t states, IsWanted is_wanted) {
   if ((state_of(slot).load(std::memory_order_relaxed) & states) == 0 || !add_reference(slot)) {
     return nullptr;
   }
-  // Asked again, as the slot may have changed hands before the reference was taken.
+  // Test the state again: the slot may have got a new owner before the reference was taken.
   if ((state_of(slot).load(std::memory_order_acquire) & states) != 0 && is_wanted(*slot.info)) {
     return slot.info;
   }
@@ -42,7 +43,7 @@ kesa_thread_s* hold_record(ThreadSlot& slot, uint32_t states, IsWanted is_wanted
   return nullptr;
 }
 
-// The first such record of the table.
+// Returns the first such record of the table, or nullptr.
 template <typename IsWanted>
 kesa_thread_s* find_record(uint32_t states, IsWanted is_wanted) {
   for (ThreadSlot& slot : g_slots) {

@@ -1,4 +1,4 @@
-// One number that the processes of a node share.
+// A number that the processes of one user on a node share.
 #include <atomic>
 
 #include "libtirn/base/once.h"
@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t kMagic = 0xEADD7741;
 
-// The shared bytes; those of a new object are 0.
+// The layout of the shared object. A new one is all zeros.
 struct WatchCell {
   std::atomic<uint32_t> magic;
   std::atomic<uint32_t> value;
@@ -37,7 +37,8 @@ int kesa_thread_watch_add(uint32_t value) {
     return tirn::kFail;
   }
   shared->value.store(value, std::memory_order_relaxed);
-  shared->magic.store(kMagic, std::memory_order_release);  // whoever sees it finds a value
+  // Pairs with the acquire in kesa_thread_watch_get: a process that sees the magic finds a value.
+  shared->magic.store(kMagic, std::memory_order_release);
   return tirn::kOk;
 }
 

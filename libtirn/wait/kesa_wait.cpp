@@ -1,3 +1,4 @@
+// Wait queues: threads sleep on a queue until another one wakes them all.
 #include <atomic>
 
 #include "libtirn/base/guard.h"
@@ -10,7 +11,7 @@ namespace {
 
 constexpr uint32_t kWaiting = 1;
 constexpr uint32_t kWoken = 0;
-constexpr uint32_t kPause = 10;  // microseconds between two tries of the lock
+constexpr uint32_t kPause = 10;  // microseconds between two attempts to take the lock
 
 static_assert(offsetof(kesa_wait_queue_head, list) == 24);
 static_assert(offsetof(kesa_wait_queue_entry, state) == 4 && offsetof(kesa_wait_queue_entry, link) == 16);
@@ -60,14 +61,14 @@ void finish_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
   }
 }
 
-// The detaching comes last: the waiter may see it without the lock, and then the entry is gone.
+// Detaches each entry last: the waiter may see that without the lock, and its entry may be gone from then on.
 void __wake_up(kesa_wait_queue_head* head) {  // NOLINT(bugprone-reserved-identifier): the name that callers know
-  const tirn::NoCancellation guard;           // the lock would stay held
+  const tirn::NoCancellation guard;           // a cancelled thread would leave the lock held
   kesa_spinlock_lock(&head->lock);
   while (!tirn::list::is_empty(&head->list)) {
     kesa_wait_queue_entry& entry = entry_of(head->list.next);
     const uint32_t tid = entry.tid;
-    // Release: pairs with the kernel side's look at the word.
+    // Pairs with the acquire in kesa_wait_comm and with the kernel side's read of the word.
     state_of(entry).store(kWoken, std::memory_order_release);
     kesa_wake_up_process(tid);
     tirn::list::detach(&entry.link);

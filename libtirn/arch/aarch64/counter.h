@@ -1,4 +1,4 @@
-// AArch64: the generic timer's virtual counter, as it is.
+// AArch64: reads the generic timer's virtual counter, unscaled.
 #ifndef TIRN_ARCH_AARCH64_COUNTER_H
 #define TIRN_ARCH_AARCH64_COUNTER_H
 

@@ -1,3 +1,4 @@
+// AArch64: the counter's frequency, the processor's model and the registers of interrupted code.
 #include "libtirn/arch/arch.h"
 
 namespace tirn::arch {
@@ -8,7 +9,7 @@ uint64_t counter_frequency() {
   return hertz;
 }
 
-// The kernel emulates the register for user space.
+// The kernel emulates this register for user space.
 uint64_t cpu_identification() {
   uint64_t midr;
   asm volatile("mrs %0, midr_el1" : "=r"(midr));

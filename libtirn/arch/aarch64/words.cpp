@@ -1,3 +1,4 @@
+// AArch64: compares words with vector instructions.
 #include <arm_neon.h>
 
 #include <cstring>

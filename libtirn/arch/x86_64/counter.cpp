@@ -1,3 +1,4 @@
+// x86-64: calibrates the time-stamp counter, and reads the clock where that counter is not used.
 #include <cpuid.h>
 #include <time.h>
 
@@ -20,8 +21,8 @@ bool has_invariant_counter() {
   return __get_cpuid(0x80000007, &a, &b, &c, &d) != 0 && (d & 1u << 8) != 0;
 }
 
-// The counter's frequency as the processor (leaf 0x15: crystal and ratio) or the hypervisor (leaf 0x40000010: kHz)
-// tells it; 0 where neither does.
+// Returns the counter's frequency as the processor (leaf 0x15: crystal and ratio) or the hypervisor (leaf 0x40000010:
+// kHz) reports it, or 0 if neither does.
 uint64_t frequency_told() {
   unsigned a, b, c, d;
   if (__get_cpuid(0x15, &a, &b, &c, &d) != 0 && a != 0 && b != 0 && c != 0) {
@@ -43,7 +44,7 @@ struct Reading {
   uint64_t nanoseconds;
 };
 
-// A reading of both clocks at one moment: of several, each bracketed by the counter, the tightest.
+// Reads both clocks at one moment: takes several readings, each between two of the counter, and returns the tightest.
 Reading read_both() {
   Reading best{};
   uint64_t tightest = ~uint64_t{0};
@@ -59,7 +60,7 @@ Reading read_both() {
   return best;
 }
 
-// Two readings 1 ms apart; their error of some 10 ns each makes about ten parts in a million.
+// Measures over 1 ms. The error of some 10 ns in each of the two readings makes about ten parts in a million.
 uint64_t frequency_measured() {
   constexpr uint64_t kSpan = 1000000;
   const Reading first = read_both();
@@ -79,7 +80,7 @@ uint64_t calibrate() {
   if (hertz == 0) {
     hertz = frequency_measured();
   }
-  if (hertz <= kCounterFrequency) {  // the scale must stay below one tick a cycle
+  if (hertz <= kCounterFrequency) {  // the scale must stay below one tick per cycle
     return kNoCounter;
   }
   return static_cast<uint64_t>((static_cast<unsigned __int128>(kCounterFrequency) << 64) / hertz);
@@ -87,8 +88,8 @@ uint64_t calibrate() {
 
 }  // namespace
 
-// Runs in whatever place reads the counter first, a signal handler too: nothing is locked or allocated. Of several
-// first readers one scale wins, so that all readings share it.
+// Runs wherever the counter is read first, also in a signal handler, so it locks and allocates nothing. If several
+// threads calibrate at once, one scale wins, so that all readings share it.
 uint64_t counter_read_slow() {
   uint64_t scale = g_tick_scale.load(std::memory_order_relaxed);
   if (scale == kNotCalibrated) {
@@ -100,11 +101,11 @@ uint64_t counter_read_slow() {
   if (scale != kNoCounter) {
     return counter_read();
   }
-  // Whole microseconds: the clock may cost a system call, and two readings in a row are to lie within a few ticks.
+  // Cut to whole microseconds: the clock may cost a system call, but two readings in a row must lie close together.
   return raw_nanoseconds() / 1000 * (kCounterFrequency / 1000000);
 }
 
-// Asked for at set-up: the counter is calibrated here, so that no later reading has to be.
+// Called at set-up: reads the counter, so that it is calibrated here and not in a later reading.
 uint64_t counter_frequency() {
   counter_read();
   return kCounterFrequency;

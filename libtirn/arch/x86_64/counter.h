@@ -1,5 +1,6 @@
-// x86-64: the time-stamp counter scaled to ticks of 10 ns, which is coarse enough that two readings in a row lie a tick
-// or two apart; where the counter is not invariant, the monotonic raw clock in such ticks.
+// x86-64: reads the time-stamp counter, scaled to ticks of 10 ns. They are this coarse so that two readings in a row
+// lie only a tick or two apart. If the counter is not invariant or is too slow, the monotonic raw clock is read in
+// the same ticks.
 #ifndef TIRN_ARCH_X86_64_COUNTER_H
 #define TIRN_ARCH_X86_64_COUNTER_H
 
@@ -12,11 +13,11 @@ namespace tirn::arch {
 
 inline constexpr uint64_t kCounterFrequency = 100000000;
 
-// Ticks per cycle of the time-stamp counter in units of 2^-64; 0: not calibrated yet, 1: the counter is not used.
-// Relaxed: the value says all that a reader needs.
+// Ticks per cycle of the time-stamp counter in units of 2^-64, or one of the two values below. Relaxed: a reader
+// needs nothing but this value.
 extern std::atomic<uint64_t> g_tick_scale;
 inline constexpr uint64_t kNotCalibrated = 0;
-inline constexpr uint64_t kNoCounter = 1;
+inline constexpr uint64_t kNoCounter = 1;  // the time-stamp counter is not used
 
 uint64_t counter_read_slow();
 
@@ -30,7 +31,7 @@ inline uint64_t counter_read() {
 
 inline void spin_hint() { _mm_pause(); }
 
-// Processors that do not know the instruction take it for nothing.
+// Processors that lack the instruction execute it as a no-op.
 inline void fetch_to_write(const void* bytes) { asm volatile("prefetchw (%0)" : : "r"(bytes)); }
 
 }  // namespace tirn::arch

@@ -1,3 +1,4 @@
+// x86-64: the processor's model and the registers of interrupted code.
 #include <cpuid.h>
 
 #include "libtirn/arch/arch.h"

@@ -1,3 +1,4 @@
+// x86-64: compares words with vector instructions.
 #include <immintrin.h>
 
 #include <cstring>
@@ -7,7 +8,7 @@
 namespace tirn::arch {
 namespace {
 
-// A block of this many words is looked at as one.
+// The words of a block, which are compared together.
 constexpr size_t kBlock = 32;
 
 uint64_t word_at(const uint8_t* bytes, size_t index) {
@@ -16,8 +17,8 @@ uint64_t word_at(const uint8_t* bytes, size_t index) {
   return word;
 }
 
-// Each gives the number of words at the front that equal all zeros or all ones, in steps of one vector, as far as
-// whole blocks go.
+// Each counts the words at the front that are all ones (kOnes) or 0, as far as whole blocks go. Of the first block
+// with another word, the AVX2 form counts whole vectors and the SSE4.1 form nothing: the caller compares the rest.
 template <bool kOnes>
 __attribute__((target("avx2"))) size_t equal_in_blocks_avx2(const uint8_t* bytes, size_t blocks) {
   constexpr size_t kVectors = kBlock / 4;
