@@ -1,3 +1,4 @@
+// Searching bit maps.
 #include <cstring>
 
 #include "peers/peers.h"
@@ -9,7 +10,8 @@
 namespace tirn::bench {
 namespace {
 
-// Searches for the first set bit of a map whose last bit alone is set, at another place in each repetition.
+// Searches for the first set bit of a map in which only the last bit is set. The map is at another place in each
+// repetition.
 template <size_t kBits, class Search>
 Measure search(Search find) {
   return one_thread(

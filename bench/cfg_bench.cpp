@@ -1,3 +1,4 @@
+// Parsing configuration files, looking items up, and reading text lines.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -19,7 +20,7 @@ const std::string& path() {
   return name;
 }
 
-// Makes the group's file; nothing of it is registered.
+// Writes the group's file. Does not register it. Returns the reason if it cannot be written.
 std::string write_text(const std::string& text) {
   FILE* const file = std::fopen(path().c_str(), "w");
   if (file == nullptr || std::fwrite(text.data(), 1, text.size(), file) != text.size()) {
@@ -70,7 +71,7 @@ Group parse_group(const char* name, int sections, int items, double repetition, 
                        })}};
   add_parse_rows(group.peers, {"GKeyFile"});
   add_parse_rows(group.shown, {"inih, counting", "fread"});
-  if (with_slow) {  // quadratic
+  if (with_slow) {  // its time grows with the square of the size
     add_parse_rows(group.shown, {"iniparser"});
   }
   return group;
@@ -113,7 +114,7 @@ Group lookup_group(const char* name, int section_number) {
   return group;
 }
 
-// Reads the whole file with a line reader; the time of a line.
+// Reads `count` text lines from the start of the file, which is opened and closed untimed.
 template <class Open, class Read, class Close>
 Measure lines(Open open_file, Read read_line, Close close_file) {
   return [=](uint64_t count) {
@@ -121,7 +122,7 @@ Measure lines(Open open_file, Read read_line, Close close_file) {
     Sample sample = timed([&] {
       for (uint64_t i = 0; i < count; ++i) {
         if (!read_line(file)) {
-          std::abort();  // more lines were wanted than there are
+          std::abort();  // the file has fewer text lines than `count`
         }
       }
     });

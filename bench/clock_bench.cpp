@@ -1,3 +1,4 @@
+// Reading jiffies and the cycle clock.
 #include <ctime>
 
 #include "peers/peers.h"
@@ -20,7 +21,7 @@ std::string start_clock() {
   return kesa_time_getnanosec() == 0 ? "the clock does not start" : "";
 }
 
-// The thread that advances the counter of a stand-in wakes in every repetition.
+// Keeps the stand-in's thread that advances the counter away from this core: it would wake in each repetition.
 std::string start_jiffies() {
   start_apart([] { jiffies_Init(); });
   return jiffies_uio_get()->jiffies == nullptr ? "the jiffies device is missing" : "";

@@ -1,13 +1,13 @@
-// A first start-up can be measured once in a process: the program runs itself anew for each.
+// Measures first start-ups. A process has only one, so the program runs itself again for each.
 #ifndef TIRN_BENCH_COLD_START_H
 #define TIRN_BENCH_COLD_START_H
 
 namespace tirn::bench {
 
-// The argument that turns a run of the program into report_cold_start().
+// The argument with which the program only runs report_cold_start().
 inline constexpr char kColdStart[] = "--cold-start";
 
-// Times kesa_Init and writes a Sample to standard output. The program's exit status.
+// Times kesa_Init and writes a Sample to standard output. Returns the program's exit status.
 int report_cold_start();
 
 }  // namespace tirn::bench

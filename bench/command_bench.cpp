@@ -1,3 +1,4 @@
+// Running commands, and screening them.
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -15,7 +16,8 @@
 namespace tirn::bench {
 namespace {
 
-// The program that runs commands here. The C library's system and popen use /bin/sh, whichever that is.
+// Returns the path of the shell that the library uses here. The C library's system and popen use /bin/sh, which may
+// be another one.
 const char* shell() {
   static char path[PATH_MAX];
   FILE* const stream = kesa_popen("readlink /proc/$$/exe;:", "r");
@@ -64,7 +66,8 @@ Measure ours() {
   return one_thread([] { benchmark::DoNotOptimize(kesa_system(kCommand)); });
 }
 
-// A process as small as this one is at first: it measures on demand, while this one grows.
+// A child that is as small as this process is at the start, and stays so while this process grows. It measures on
+// request.
 struct SmallProcess {
   int to[2], from[2];
   void start() {
@@ -153,7 +156,7 @@ const Family commands{[] {
     run.peers = {std::move(system_row)};
     run.shown.push_back(std::move(vfork_row));
     stream.peers = {std::move(popen_row)};
-  } else {  // theirs is another shell, of another speed
+  } else {  // /bin/sh is another shell, with another speed
     run.peers = {std::move(vfork_row)};
     system_row.name += ", with /bin/sh";
     popen_row.name += ", with /bin/sh";

@@ -1,3 +1,4 @@
+// Trees and hash tables.
 #include <bit>
 #include <deque>
 #include <memory>
@@ -19,7 +20,7 @@ struct Pick {
   void* object;
 };
 
-// What needs no code of its own in the program is called as it is.
+// Calls exported functions directly. Containers that compile code into the program are in sites/.
 struct AvlCalls {
   struct Object {
     kesa_avl_node node;
@@ -63,8 +64,8 @@ struct HashCalls {
   static void erase(void*, uint64_t key) { kesa_hash_delete(table, 0, key, nullptr); }
 };
 
-// A container at its size, and objects that are out of it: the ones that went out first, whose surroundings no cache
-// holds any more, come in first.
+// A container with its wanted number of objects, and objects that are not in it. Of these, the ones that were taken
+// out first are inserted first: the memory around them is in no cache any more.
 template <class Calls>
 class Bed {
  public:
@@ -85,7 +86,7 @@ class Bed {
     }
   }
 
-  // Batches go out and others come in; one of both is timed.
+  // Takes batches out and puts others in, and returns the time of one of the two.
   Sample churn(uint64_t count, bool is_insert) {
     Sample whole;
     for (uint64_t done = 0; done < count; done += batch_) {
@@ -124,7 +125,7 @@ class Bed {
     return whole;
   }
 
-  // From one place on in order, and from another behind the last.
+  // Walks in order from a random object to the last one, then from another random object.
   Sample walk(uint64_t count) {
     void* object = nullptr;
     return timed([&] {
@@ -185,7 +186,7 @@ Sample measure(Bed<Calls>& bed, Operation operation, uint64_t count) {
   }
 }
 
-// The container is made in the group's own process, when it is first measured.
+// Makes the container at the first measurement, and so in the group's own process.
 template <class Calls>
 Row row(const Calls& calls, Operation operation, size_t size) {
   auto bed = std::make_shared<std::unique_ptr<Bed<Calls>>>();

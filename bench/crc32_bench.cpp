@@ -1,3 +1,4 @@
+// Checksums, with and without a copy of the data.
 #include "tirn/crc32.h"
 
 #include <cstring>
@@ -11,10 +12,10 @@
 namespace tirn::bench {
 namespace {
 
-constexpr size_t kCold = size_t{1} << 20;  // of which each is another one, all over kArena
+constexpr size_t kCold = size_t{1} << 20;  // each operation takes the next such piece of an arena
 constexpr size_t kArena = size_t{256} << 20;
 
-// A pair of buffers, for one use or, beyond the cache, for a walk.
+// A pair of buffers, for one operation or for a whole walk beyond the caches.
 struct Place {
   const uint8_t* source;
   uint8_t* destination;
@@ -22,7 +23,7 @@ struct Place {
 
 using Use = uint64_t (*)(uint8_t* destination, const uint8_t* source, size_t length);
 
-// The same bytes over and over, at another place in each repetition.
+// Uses the same bytes again and again, at another place in each repetition.
 template <size_t kLength>
 struct Hot {
   template <Use kUse>
@@ -36,8 +37,8 @@ struct Hot {
   }
 };
 
-// A walk in pieces through more than the caches hold: one walk for all rows, since one place in memory is not like
-// another.
+// Walks in pieces through more memory than the caches hold. All rows share one walk, since one part of memory may be
+// slower than another.
 struct Cold {
   static Place next() {
     static RandomBuffers sources(kArena, 64);
@@ -52,7 +53,7 @@ struct Cold {
   static Measure measure() {
     return one_thread(
         [] {
-          // What the row before wrote goes out of the caches in nobody's time.
+          // Get the data that the previous row wrote out of the caches before the timing starts.
           for (size_t read = 0; read < kArena / 4; read += kCold) {
             peer_read(next().source, kCold);
           }
@@ -65,8 +66,8 @@ struct Cold {
   }
 };
 
-// The library's: where the compiler knows the length it puts an instruction in the place of the call that takes twice
-// the time.
+// Calls the C library's memcpy. If the compiler knew the length, it would replace the call by an instruction that
+// takes twice the time.
 void call_memcpy(uint8_t* destination, const uint8_t* source, size_t length) {
   benchmark::DoNotOptimize(length);
   std::memcpy(destination, source, length);
@@ -147,7 +148,7 @@ Group castagnoli(const std::string& size, double target) {
                {{"crc32_iscsi", How::template measure<isal_crc32c>()}}, limits<How>());
 }
 
-// Memory is the limit.
+// Here memory is the limit, so a plain read is a peer, too.
 Group castagnoli_cold() {
   return group("crc32c_1M_cold", 1.05, {"kesa_crc32cContinue", Cold::measure<crc32c>()},
                {{"crc32_iscsi", Cold::measure<isal_crc32c>()}, {"plain read", Cold::measure<read>()}},

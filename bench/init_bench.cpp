@@ -1,3 +1,4 @@
+// The first start-up of a process, and later calls of it.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -14,7 +15,7 @@
 namespace tirn::bench {
 namespace {
 
-// The program itself, started anew, measures and tells by its standard output.
+// Starts this program again; the new process measures itself and writes the sample to its standard output.
 Sample cold_start(uint64_t) {
   Sample sample{0, true};
   int ends[2];
@@ -24,7 +25,7 @@ Sample cold_start(uint64_t) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-  // The two lines that a start writes cost as little here as they can.
+  // The two log lines of a start-up go to /dev/null, where they cost least.
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addclose(&actions, ends[0]);
   posix_spawn_file_actions_addclose(&actions, ends[1]);

@@ -30,7 +30,7 @@ Placed<pthread_mutex_t> mutex{PTHREAD_MUTEX_INITIALIZER};
 Placed<pthread_mutex_t> adaptive{PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP};
 Placed<pthread_rwlock_t> posix_rwlock{PTHREAD_RWLOCK_INITIALIZER};
 
-// What the lock guards, in a line of its own.
+// The data that the lock guards, in a cache line of its own.
 alignas(64) volatile uint64_t guarded[8];
 
 void write() {
@@ -40,10 +40,10 @@ void write() {
 
 void read() { static_cast<void>(guarded[0]); }
 
-// A thread of the library knows its own id; any other asks the kernel for it at each ticket.
+// Registers the thread, so that its id is in its record. Other threads ask the kernel for it at each ticket.
 void adopt() { kesa_thrd_setcurthreadinfo(); }
 
-// A lock in each of the shapes that it is measured in.
+// The four measurements of a lock.
 struct Lock {
   std::string name;
   Measure alone, contended, crowded, waited;
@@ -64,7 +64,7 @@ Lock lock(const char* name, Work work, Take take, Give give) {
           of_crowd<&CrowdResult::longest_stint>(adopt, section)};
 }
 
-// None, where the peer's library is missing.
+// Returns the peer's lock, or an empty list if its library is missing.
 template <class Work>
 std::vector<Lock> peer(const char* name, Work work) {
   const peer_lock* const found = peer_lock_named(name);
@@ -104,7 +104,7 @@ Lock posix_spinlock() {
       [] { pthread_spin_unlock(&posix_spin.lock); });
 }
 
-// A lock of ours beside its peers; a target of 0 is none.
+// A lock of ours beside its peers. A target of 0 means that there is none.
 struct Contest {
   const char* name;
   double alone, contended;  // targets
@@ -174,7 +174,7 @@ std::string set_up() {
   return "";
 }
 
-// Some locks are cheaper in a process of one thread.
+// Starts a second thread, since some locks are cheaper in a process with only one.
 std::string set_up_beside_a_sleeper() {
   std::thread([] { pause(); }).detach();
   return set_up();

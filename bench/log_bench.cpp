@@ -1,3 +1,4 @@
+// A log call whose level is off.
 #include "hurn.h"
 #include "sites/log_site.h"
 #include "support/bench.h"

@@ -65,7 +65,7 @@ int measure_all(const Options& options) {
   Facts facts = machine_facts();
   facts.emplace_back("priority", raise_priority());
   print_heading(facts);
-  hurn_loglevel_set(HURN_ALL_MODULES, HURN_WARNING);  // the library tells each step of some set-ups
+  hurn_loglevel_set(HURN_ALL_MODULES, HURN_WARNING);  // some set-ups log each of their steps
   std::vector<GroupResult> results;
   for (const Group& group : groups) {
     for (GroupResult& result : run(group)) {

@@ -1,3 +1,4 @@
+// Tagged allocation.
 #include <atomic>
 #include <cstdlib>
 
@@ -7,7 +8,8 @@
 namespace tirn::bench {
 namespace {
 
-// The module ids that the two threads allocate for. Counts are 8 bytes each, so 200 and 600 are lines apart.
+// The module ids for which the two threads allocate. A counter has 8 bytes, so those of 200 and 600 are many cache
+// lines apart.
 struct Ids {
   const char* name;
   uint32_t of[2];
@@ -32,7 +34,8 @@ auto plain(int32_t size) {
   };
 }
 
-// What cannot be saved: malloc and free with one atomic addition each, inlined, on counts that lie as the table's do.
+// The least that counting costs: malloc and free with an inlined atomic addition each, to counters that are laid out
+// as the library's table is.
 alignas(64) std::atomic<int64_t> counts[1024];
 
 auto counted(int32_t size, const Ids& ids) {

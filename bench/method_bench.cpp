@@ -1,4 +1,4 @@
-// The method measured against itself: ratios that are known. Where one of these misses, nothing else of the run counts.
+// Checks the method of measuring with ratios that are known. If one of them misses, the whole run is worthless.
 #include <atomic>
 
 #include "peers/peers.h"
@@ -9,7 +9,7 @@ namespace {
 
 constexpr int kSteps = 200;
 
-// A chain of multiplications, which no processor can shorten; it goes on from one operation to the next.
+// A chain of dependent multiplications, which no processor can shorten. Each operation continues from the one before.
 template <int kTimes>
 void chain() {
   static uint64_t carried = 3;
@@ -22,7 +22,7 @@ void chain() {
 }
 
 alignas(64) std::atomic<uint64_t> shared;
-alignas(64) std::atomic<uint64_t> apart[16];  // used: the first word of either of two lines
+alignas(64) std::atomic<uint64_t> apart[16];  // only the first words of two cache lines are used
 
 const Family method{[] {
   return std::vector<Group>{

@@ -19,7 +19,8 @@ namespace {
 constexpr unsigned kMostAtOnce = 32;
 const uint64_t values_to_push[kMostAtOnce] = {};
 
-// Ours and theirs in the same shape, by pointers as theirs; each repetition leaves a ring as empty as it was.
+// Our ring in the shape of the peers' rings: called through pointers, as they are. Each repetition leaves a ring
+// empty.
 struct Ours {
   kesa_ring* ring;
   decltype(&kesa_ring_enqueue) enqueue = kesa_ring_enqueue;
@@ -41,7 +42,7 @@ struct Theirs {
   unsigned pop_burst(uint64_t* values, unsigned n) const { return calls.pop_burst(ring, values, n); }
 };
 
-// So many values at once, all of them in the end; what is done on a full or an empty ring is the caller's.
+// Pushes kAtOnce values, in one call if there is room for all. Calls `wait` between tries while the ring is full.
 template <unsigned kAtOnce, class Ring, class Wait>
 void push(const Ring& ring, const Wait& wait) {
   if constexpr (kAtOnce == 1) {
@@ -74,7 +75,7 @@ void pop(const Ring& ring, const Wait& wait) {
 
 void look_again() {}
 
-// Into the ring and out of it again.
+// Pushes and pops on one thread.
 template <unsigned kAtOnce>
 struct Alone {
   static constexpr unsigned kCores = 1;
@@ -87,7 +88,7 @@ struct Alone {
   }
 };
 
-// From one core to the other.
+// Passes values from one core to the other.
 template <unsigned kAtOnce>
 struct Handover {
   static constexpr unsigned kCores = 2;
@@ -98,7 +99,7 @@ struct Handover {
   }
 };
 
-// To the other core and, by a second ring, back.
+// Sends a value to the other core and, through a second ring, back.
 struct RoundTrip {
   static constexpr unsigned kCores = 2;
   static constexpr uint64_t kCount = 0;
@@ -115,8 +116,8 @@ struct RoundTrip {
   }
 };
 
-// A producer and a consumer on each of two cores, which give the core up when they cannot go on. `count` values go
-// through; that threads lose their cores in the midst of a call is what is measured.
+// Passes `count` values with a producer and a consumer on each of two cores, which yield when they cannot go on. This
+// measures what it costs that threads lose their cores in the middle of a call.
 template <unsigned kAtOnce>
 struct Crowd {
   static constexpr unsigned kCores = 2;
@@ -160,7 +161,7 @@ Row ours(uint32_t flags) {
   return {"kesa_ring", Shape::measure(make(), make()), Shape::kCount};
 }
 
-// Without those whose library is missing.
+// Leaves out the peers whose library is missing.
 template <class Shape>
 std::vector<Row> theirs(const std::vector<const char*>& names) {
   std::vector<Row> rows;

@@ -1,4 +1,4 @@
-// The semaphore alone, and as the ball of two threads that sleep in turns.
+// The semaphore alone, and between two threads that wake each other in turns.
 #include <linux/futex.h>
 #include <semaphore.h>
 #include <sys/syscall.h>
@@ -39,7 +39,7 @@ struct PosixSem {
 
 enum class Wake { kFutex, kFutexAndSignal, kSignal };
 
-// One unit at most, and one who waits for it: what any sleep in the kernel costs, and a signal on top.
+// A semaphore of at most one unit and one waiter: the cost of a sleep in the kernel, and of a signal besides.
 template <Wake kWake>
 struct BareFutex {
   void down() {
@@ -88,8 +88,9 @@ std::string set_up_awake() {
 
 void clear() { awake.reset(); }
 
-// There and back: this thread on the first core, the other on `core`, each asleep while the other runs. On one core each
-// trip takes the core from this thread, which counts as a preemption: nothing tells a foreign one.
+// Wakes the other thread and is woken by it: this thread runs on the first core, the other on `core`, and each sleeps
+// while the other runs. On one core each wake-up takes the core from this thread, which counts as a preemption and
+// hides those by other processes, so no repetition counts as disturbed there.
 template <class Ball>
 Measure ping_pong(size_t core) {
   return [core](uint64_t count) {
@@ -144,7 +145,7 @@ Group ping_pong_group(const char* name, size_t core) {
                     {"sem_t", ping_pong<PosixSem>(core)}}};
 }
 
-// A unit taken and given back, with nobody waiting.
+// Takes a unit and gives it back while no other thread waits.
 template <class Sem>
 Measure alone() {
   static Sem sem;

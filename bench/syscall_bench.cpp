@@ -45,7 +45,7 @@ sockaddr_in loopback(uint16_t port) {
   return address;
 }
 
-// A network of this thread and its children alone, so that the service's port is free whatever else runs here.
+// Moves this thread to a network of its own, which its children share, so that the service's port is free there.
 void leave_network() {
   if (unshare(CLONE_NEWNET) != 0) {
     return;
@@ -58,7 +58,7 @@ void leave_network() {
   close(fd);
 }
 
-// A connected socket, or -1 after a second of tries.
+// Returns a connected socket, or -1 after trying for a second.
 int connect_to(uint16_t port) {
   for (int tries = 0; tries < 100; ++tries) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -72,7 +72,7 @@ int connect_to(uint16_t port) {
   return -1;
 }
 
-// Listening, or -1 where the port is taken.
+// Returns a listening socket, or -1 if the port is taken.
 int listen_on(uint16_t port) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int on = 1;
@@ -91,7 +91,7 @@ bool is_free(uint16_t port) {
   return fd >= 0;
 }
 
-// The call's input comes back as its output.
+// Returns the input of the call as its output.
 int echo_input(uint32_t, MORU_SYSCALL_PARAM* param) {
   std::memcpy(param->pvOutBuf, param->pvInBuf, param->uiInBufLen);
   param->uiOutLen = param->uiInBufLen;
@@ -128,7 +128,7 @@ void serve_echo() {
   }
 }
 
-// What the service's receiving costs at least: header and payload apart, each acknowledged at once.
+// Receives as the service does: header and payload separately, each acknowledged at once. This is the lower bound.
 void serve_quick_echo() {
   const int fd = accept_on(kQuickEchoPort);
   char frame[kFrame];
@@ -142,7 +142,7 @@ void serve_quick_echo() {
   }
 }
 
-// A child that serves until it is ended.
+// A child process that serves until the destructor kills it.
 class Server {
  public:
   Server(void (*serve)(), int core) : child_(fork()) {
@@ -178,7 +178,7 @@ bool echo(int fd) {
   return send_frame(fd, frame) && receive(fd, frame, kFrame);
 }
 
-// The servers on one core and the client on the first: the same, or another.
+// The servers on `core`, and the client on the first core, which may be the same.
 struct Stage {
   explicit Stage(int core)
       : calls(serve_calls, core), echoes(serve_echo, core), quick_echoes(serve_quick_echo, core) {
@@ -232,7 +232,8 @@ void trips(uint64_t count, bool& failed, const Trip& trip) {
   }
 }
 
-// Here the server takes the client's core at each call, which counts as a preemption: nothing tells a foreign one.
+// The server takes the client's core at each call, which counts as a preemption and hides those by other processes.
+// So only a failed call spoils a repetition.
 template <class Trip>
 Measure on_one_core(Trip trip) {
   return [trip](uint64_t count) {
@@ -243,7 +244,7 @@ Measure on_one_core(Trip trip) {
   };
 }
 
-// The client gives its core away in each call; only losing it against its will spoils a repetition.
+// The client gives up its core in each call, which does not spoil a repetition; being preempted does.
 template <class Trip>
 Measure on_two_cores(Trip trip) {
   return [trip](uint64_t count) {

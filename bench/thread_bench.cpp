@@ -23,11 +23,11 @@
 namespace tirn::bench {
 namespace {
 
-constexpr uint64_t kStarts = 15;  // in a repetition, which counts with the median of them
-constexpr unsigned kPause = 300;  // us before each, so that workers sleep
+constexpr uint64_t kStarts = 15;  // in a repetition, which counts with their median
+constexpr unsigned kPause = 300;  // us before each start, so that the workers sleep
 constexpr unsigned kPoolWorkers = 4;
 
-// What the job tells whoever started it, who is asleep meanwhile.
+// What the job reports to the thread that started it, which sleeps until then.
 struct Report {
   uint64_t began;
   sem_t done;
@@ -40,7 +40,7 @@ void* tell(void*) {
   return nullptr;
 }
 
-// From before the start.
+// Nanoseconds since before the start.
 struct Times {
   uint64_t to_first_instruction;
   uint64_t to_end;
@@ -73,7 +73,7 @@ void spin_for(unsigned microseconds) {
 using Figure = uint64_t Times::*;
 using TimeOne = Times (*)(void (*start)(peer_job job, void* arg));
 
-// Only losing the core against its will spoils the starter's repetition.
+// Measures starts. The starter may sleep, but a preemption of it spoils the repetition.
 Measure starts(Figure figure, const peer_pool& pool, TimeOne time_one) {
   return [figure, pool, time_one](uint64_t count) {
     const Placement before = placement_now();
@@ -142,7 +142,7 @@ Group group_of_starts(const char* name, double target, Row ours, std::vector<Row
           .shown = std::move(shown)};
 }
 
-// Threads to be found, asleep as long as the process lives.
+// The kernel ids of the threads to look up, which sleep until the process ends.
 std::vector<uint32_t> sleepers;
 std::atomic<size_t> arrived{0};
 
@@ -177,7 +177,7 @@ uint32_t next_tid() {
   return sleepers[at];
 }
 
-// What a program would have of its own.
+// The table that a program would write for itself.
 struct Register {
   std::shared_mutex mutex;
   std::unordered_map<uint32_t, std::shared_ptr<uint32_t>> threads;

@@ -1,5 +1,5 @@
-# Debian's cross compiler with Debian's own AArch64 libraries (multiarch), run under qemu's user mode.
-# The emulator's root is "/": with the cross packages' library folder every fork hangs.
+# Uses Debian's cross compiler and Debian's own AArch64 libraries (multiarch); programs run in qemu's user mode.
+# The emulator's root is "/", because every fork hangs with the library folder of the cross packages.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

@@ -1,4 +1,4 @@
-# One interface target carries the flags of every target of the project.
+# Sets the compiler and linker flags: tirn_flags for every target of the project, tirn_strict for the libraries.
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_EXTENSIONS ON)
 set(CMAKE_CXX_STANDARD 20)
@@ -9,8 +9,8 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
-# The libraries lie beside one another, in the build tree as installed: one search path serves both. A path that is
-# replaced when it is installed is padded with colons, and an empty entry means the working folder.
+# The libraries are in one folder, in the build tree as when installed, so one search path serves both. A search path
+# that is replaced at installation would be padded with colons, and an empty entry means the working folder.
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
 
@@ -26,9 +26,9 @@ find_package(Threads REQUIRED)
 add_library(tirn_flags INTERFACE)
 target_compile_options(tirn_flags INTERFACE
   -Wall -Wextra -Werror -Wshadow -Wundef -Wvla -Wformat=2 -Wcast-align -Wpointer-arith
-  # Stack walks follow frame pointers, in leaf functions too.
+  # Stack walks follow frame pointers, also those of leaf functions.
   -fno-omit-frame-pointer
-  # Calls inside a library to its own exports are bound locally: a program's `panic` cannot take them over.
+  # Binds a library's calls to its own exports locally, so that a program's function `panic` does not replace them.
   -fno-semantic-interposition
   -fno-plt
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
@@ -43,18 +43,19 @@ else()
   set(TIRN_BRANCHES -mbranch-protection=standard)
 endif()
 
-# The library and what it is made of: no exceptions, no run-time types.
+# The libraries are built without exceptions and run-time types.
 add_library(tirn_strict INTERFACE)
 target_compile_options(tirn_strict INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_link_libraries(tirn_strict INTERFACE tirn_flags)
-# The distribution's hardening. Checked calls need optimisation; the sanitizers, in debug builds, do the same and more.
+# The distribution's hardening. Its checked calls need optimisation, so debug builds have none of it. The sanitizers,
+# which are debug builds, check the same and more.
 if(TIRN_HARDENING)
   target_compile_options(tirn_strict INTERFACE
     "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2;-fstack-protector-strong;-fstack-clash-protection;${TIRN_BRANCHES}>")
 endif()
 
-# Turns SOURCES of one folder into a list: folders are rooms, so a new file joins by being there.
+# Lists the source files that match the patterns. CMake looks for new files at each build.
 function(tirn_sources result)
   file(GLOB found CONFIGURE_DEPENDS ${ARGN})
   list(SORT found)

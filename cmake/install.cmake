@@ -17,7 +17,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/tirnConfigVersion.c
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tirnConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/tirnConfigVersion.cmake
   DESTINATION ${TIRN_PACKAGE_DIR})
 
-# The file finds its prefix from its own place, so an installed tree may be moved as a whole.
+# The pkg-config file computes the prefix from its own location, so an installed tree can be moved as a whole.
 file(RELATIVE_PATH TIRN_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/tirn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tirn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tirn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

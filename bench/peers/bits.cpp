@@ -1,3 +1,4 @@
+// Ways to find the first set bit of a map.
 #include <bit>
 #include <bitset>
 #include <cstring>
@@ -6,7 +7,7 @@
 
 namespace {
 
-// A bitset of this library is its words and nothing else, so a map is one.
+// In this standard library a bitset is an array of words and nothing else, so a map can be read as one.
 template <size_t kBits>
 uint64_t first_of_bitset(const void* map) {
   static_assert(sizeof(std::bitset<kBits>) == kBits / 8);

@@ -1,3 +1,4 @@
+// Small calls with a known cost, and clocks.
 #include <array>
 #include <chrono>
 
@@ -5,7 +6,7 @@
 
 namespace {
 
-// Written nowhere, but not known to the compiler as constant.
+// Never written, but volatile, so that the compiler does not treat them as constants.
 volatile uint32_t loads[1024];
 volatile uint32_t second_load[16];
 volatile bool flag = true;

@@ -1,10 +1,11 @@
+// ISA-L's checksums, and a plain read.
 #include <dlfcn.h>
 
 #include <cstring>
 
 #include "peers/peers.h"
 
-// By handle, since a name of it is one of ours as well.
+// Looked up through a handle of the library, since one of its names is also one of ours.
 const peer_checksums* peer_checksums_found() {
   static const peer_checksums* const found = []() -> const peer_checksums* {
     void* const library = dlopen("libisal.so.2", RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);

@@ -1,3 +1,4 @@
+// Other readers of INI files.
 #include "peers/ini.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// Other locks.
 #include <pthread.h>
 
 #include <cstring>
@@ -7,7 +8,7 @@
 #include "peers/peers.h"
 
 #ifdef PEERS_CK
-// ck_spinlock.h itself is no C++.
+// ck_spinlock.h is not valid C++, so include the parts.
 #include <ck_rwlock.h>
 #include <ck_tflock.h>
 #include <spinlock/fas.h>
@@ -16,7 +17,7 @@
 
 namespace {
 
-// Each alone in its line.
+// A lock in a cache line of its own.
 template <class Lock>
 struct alignas(64) Placed {
   Lock lock;

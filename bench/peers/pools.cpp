@@ -1,3 +1,4 @@
+// Other ways to run a job on another thread.
 #include <pthread.h>
 #include <semaphore.h>
 
@@ -22,7 +23,7 @@ struct Work {
   void* arg;
 };
 
-// The one job that is under way: whoever starts another has seen the end of the last.
+// The current job. There is only one, since each is started after the end of the last.
 Work work;
 
 void start_thread(peer_job job, void* arg) {

@@ -1,10 +1,11 @@
+// Other rings.
 #include <cstdlib>
 #include <cstring>
 
 #include "peers/peers.h"
 
 #ifdef PEERS_CK
-#define false 0  // one function of it gives that for a pointer
+#define false 0  // a function of this header returns false as a pointer
 #include <ck_ring.h>
 #undef false
 #endif
@@ -22,7 +23,7 @@ namespace {
 constexpr unsigned kSlots = PEER_RING_SLOTS;
 
 [[maybe_unused]] void* as_pointer(uint64_t value) {
-  return reinterpret_cast<void*>(value);  // NOLINT(performance-no-int-to-ptr): these carry pointers only
+  return reinterpret_cast<void*>(value);  // NOLINT(performance-no-int-to-ptr): these rings carry only pointers
 }
 
 #ifdef PEERS_DPDK

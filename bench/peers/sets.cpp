@@ -1,3 +1,4 @@
+// Other trees and hash tables.
 #include <cstring>
 #include <new>
 #include <unordered_map>
@@ -62,7 +63,7 @@ struct Tree {
 using Rb = Tree<RbObject, bi::set<RbObject, bi::key_of_value<KeyOf<RbObject>>>>;
 using Avl = Tree<AvlObject, bi::avl_set<AvlObject, bi::key_of_value<KeyOf<AvlObject>>>>;
 
-// With a comparison that the compiler does not see through, as a library's is.
+// Compares through a pointer that the compiler cannot see through, as in a library.
 struct ByPointer {
   static bool less(uint64_t a, uint64_t b) { return a < b; }
   static inline bool (*volatile compare)(uint64_t, uint64_t) = less;
@@ -77,7 +78,7 @@ struct Identity {
   size_t operator()(uint64_t key) const { return key; }
 };
 
-// The hash of ours, which spreads random keys less evenly.
+// Our hash function, which spreads random keys less evenly.
 struct Product {
   static inline uint32_t shift;
   static void set_bits(uint32_t bits) { shift = 64 - bits; }
@@ -108,7 +109,7 @@ struct Hash {
 
 void leave(void*, uint64_t) {}
 
-// Its nodes are the objects: link, key and the rest have the same size together.
+// The nodes of the map are the objects: link, key and rest together have the size of an object.
 struct StdMap {
   struct Rest {
     uint64_t words[PEER_OBJECT_SIZE / 8 - 2];

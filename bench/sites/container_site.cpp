@@ -1,3 +1,4 @@
+// The trees of tirn/containers.hpp.
 #include "sites/container_site.h"
 
 #include <compare>

@@ -1,4 +1,4 @@
-/* The trees as tirn/containers.hpp compiles them into their users, in calls of the shape of the peers'. */
+/* The trees as tirn/containers.hpp compiles them into a program, called in the same way as the peers. */
 #ifndef TIRN_BENCH_CONTAINER_SITE_H
 #define TIRN_BENCH_CONTAINER_SITE_H
 

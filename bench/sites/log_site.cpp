@@ -1,3 +1,4 @@
+// A log call as in the library's code.
 #include "sites/log_site.h"
 
 #include "libtirn/base/log.h"

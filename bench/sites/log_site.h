@@ -1,4 +1,4 @@
-/* A log line as the library writes one, and functions of the same shape around other calls. */
+/* A log call as in the library's code, and functions of the same shape around other calls. */
 #ifndef TIRN_BENCH_LOG_SITE_H
 #define TIRN_BENCH_LOG_SITE_H
 

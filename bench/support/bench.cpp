@@ -1,3 +1,4 @@
+// Collects the groups of all families.
 #include "support/bench.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What a benchmark consists of: groups of rows, ours and its peers, measured in turns.
+// The parts of a benchmark: groups of rows, one of ours and its peers, which are measured in turns.
 //
 //   const Family family{[] {
 //     return std::vector<Group>{{
@@ -23,7 +23,7 @@ namespace tirn::bench {
 struct Row {
   std::string name;
   Measure measure;
-  uint64_t count = 0;  // operations of a repetition; 0: as many as fill one
+  uint64_t count = 0;  // operations in a repetition; 0: as many as fill its time
 };
 
 struct Unit {
@@ -36,19 +36,19 @@ inline constexpr Unit kMilliseconds{"ms", 1e6};
 
 struct Group {
   std::string name;
-  double target = 0;  // the highest ratio of ours to the best peer; 0: for information
-  double least = 0;   // and the lowest, where the right ratio is known
+  double target = 0;  // the highest ratio of ours to the best peer; 0: no target
+  double least = 0;   // the lowest ratio, if the right one is known
   Unit unit = kNanoseconds;
-  unsigned cores = 1;                        // measured at once; the group is skipped where there are fewer
+  unsigned cores = 1;                        // needed at once; the group is skipped if there are fewer
   double repetition = 6;                     // ms
-  std::function<std::string()> set_up = {};  // gives the reason if the group cannot be measured here
-  std::function<void()> tear_down = {};      // called after every set_up
+  std::function<std::string()> set_up = {};  // returns the reason if the group cannot be measured here
+  std::function<void()> tear_down = {};      // called after each set_up, even if that failed
   Row ours;
   std::vector<Row> peers = {};
-  std::vector<Row> shown = {};  // beside them, for information
+  std::vector<Row> shown = {};  // shown for information, without a target
 };
 
-// The groups of one file; it is asked for them when all files are there.
+// Registers the groups of one source file. `groups` is called by main, when all static objects exist.
 struct Family {
   explicit Family(std::vector<Group> (*groups)());
 };

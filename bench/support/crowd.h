@@ -1,4 +1,4 @@
-// More threads than cores, all at one lock: what a waiter costs that has lost its core.
+// Runs more threads than cores at one lock, to measure what happens when a waiter has lost its core.
 #ifndef TIRN_BENCH_CROWD_H
 #define TIRN_BENCH_CROWD_H
 
@@ -12,15 +12,15 @@
 namespace tirn::bench {
 
 inline constexpr unsigned kCrowd = 4;        // threads, on two cores
-inline constexpr uint64_t kCrowdStint = 16;  // operations between two looks at the clock
+inline constexpr uint64_t kCrowdStint = 16;  // operations between two readings of the clock
 
 struct CrowdResult {
   double per_operation = 0;  // ns, of all threads together
   double longest_stint = 0;  // ns
 };
 
-// prepare(), and then operation() over and over for a while, by each of the threads. That some of them lose their cores
-// is what is measured, so nothing tells the foreign preemptions.
+// Each thread calls prepare() once and then operation() again and again for a while. The threads preempt each other,
+// and that is what is measured, so preemptions do not count as a disturbance.
 template <class Prepare, class Operation>
 CrowdResult crowd(const Prepare& prepare, const Operation& operation) {
   constexpr uint64_t kTime = 60000000;  // ns
@@ -64,7 +64,7 @@ CrowdResult crowd(const Prepare& prepare, const Operation& operation) {
   return result;
 }
 
-// A repetition is one run of the crowd; a row of it has a count of 1.
+// Measures one run of the crowd in each repetition. The count of such a row is 1.
 template <double CrowdResult::*kFigure, class Prepare, class Operation>
 Measure of_crowd(Prepare prepare, Operation operation) {
   return [prepare, operation](uint64_t) {

@@ -1,4 +1,5 @@
-// Inputs that no run shares with another: one fixed place or order in memory can be several times off.
+// Inputs at random places and in random order: a fixed place or order in memory can give times that are several times
+// off.
 #ifndef TIRN_BENCH_DATA_H
 #define TIRN_BENCH_DATA_H
 
@@ -21,8 +22,8 @@ void shuffle(std::vector<T>& items) {
   std::shuffle(items.begin(), items.end(), random_numbers());
 }
 
-// Buffers of one size at random places of 64-byte alignment; next() gives another each time. A repetition takes one
-// (two for a copy), so that the median is over as many places as there are repetitions.
+// Buffers of one size at random places of 64-byte alignment. next() returns another one each time. Each repetition
+// takes one (two for a copy), so that the median covers as many places as there are repetitions.
 class RandomBuffers {
  public:
   explicit RandomBuffers(size_t size, size_t arena = size_t{16} << 20)

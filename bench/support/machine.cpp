@@ -1,3 +1,4 @@
+// Sets priority and cores, and collects the facts of the machine.
 #include "support/machine.h"
 
 #include <benchmark/benchmark.h>

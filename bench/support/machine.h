@@ -1,4 +1,4 @@
-// The machine that measures: its cores, this process's share of them, and what a report says about both.
+// The measuring machine: its cores, the priority of this process, and the facts that a report prints.
 #ifndef TIRN_BENCH_MACHINE_H
 #define TIRN_BENCH_MACHINE_H
 
@@ -8,19 +8,19 @@
 
 namespace tirn::bench {
 
-// Raises this process over all others as far as it may: a session of its own, the highest nice value, and the same
-// for the session's scheduler group, without which the nice value counts only within the session. Tells what it
-// reached. A process that leads a group goes on as its child; the parent waits and ends with the child's status.
+// Raises the priority of this process as far as it is permitted: a session of its own, nice -20, and the same for the
+// session's scheduler group, without which the nice value counts only within the session. Returns what it reached, as
+// text. If the process leads a process group, it continues in a child; the parent waits and ends with its status.
 std::string raise_priority();
 
-// The cores that this process may run on, as it was started.
+// Returns the cores on which this process was allowed to run at the first call.
 const std::vector<int>& cores();
 
 void pin_to(int core);
 void unpin();
 
-// Threads that `start` starts keep to the last core, and this thread keeps to the first from now on: it measures
-// beside a library's own threads. They meet where there is one core.
+// Pins the threads that `start` starts to the last core, and then this thread to the first, so that a library's own
+// threads do not disturb the measurement. If there is one core, they share it.
 template <class Start>
 void start_apart(const Start& start) {
   pin_to(cores().back());
@@ -28,10 +28,12 @@ void start_apart(const Start& start) {
   pin_to(cores().front());
 }
 
-// A repetition, in ms, that fits between two wake-ups of the stand-in's clock, 4 ms apart, where it shares our core.
+// Returns the ms of a repetition. If the stand-in's clock shares our core, it fits between two of its wake-ups, which
+// are 4 ms apart.
 inline double repetition_beside_clock() { return cores().size() > 1 ? 6 : 2; }
 
-// A thread of the idle class spins on each core while this lives, so that no core halts; any other thread goes first.
+// While this object exists, a thread of the idle class spins on each core, so that no core halts. Any other thread
+// takes precedence.
 class AwakeCores {
  public:
   AwakeCores();
@@ -46,7 +48,7 @@ class AwakeCores {
 
 bool has_avx2();
 
-// Name and value pairs: processor, cores, kernel, compiler, time.
+// Returns pairs of a name and a value: processor, caches, cores, kernel, compiler, load, time.
 std::vector<std::pair<std::string, std::string>> machine_facts();
 
 }  // namespace tirn::bench

@@ -1,4 +1,4 @@
-// One repetition: how it is timed and what makes it worthless.
+// Times one repetition, and finds out whether it was disturbed.
 #ifndef TIRN_BENCH_MEASURE_H
 #define TIRN_BENCH_MEASURE_H
 
@@ -14,11 +14,11 @@ namespace tirn::bench {
 
 struct Sample {
   double nanoseconds = 0;  // of the whole repetition
-  bool disturbed = false;  // a measuring thread lost its core, or the cores moved
+  bool disturbed = false;  // a measuring thread was preempted, or the cores moved
   Placement placement = Placement::none;
 };
 
-// Does `count` operations.
+// Does `count` operations and returns their time.
 using Measure = std::function<Sample(uint64_t count)>;
 
 inline uint64_t now() {
@@ -27,7 +27,7 @@ inline uint64_t now() {
   return static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec);
 }
 
-// How often this thread was put off its core against its will.
+// Returns how often this thread was preempted.
 inline long preemptions() {
   rusage usage;
   getrusage(RUSAGE_THREAD, &usage);
@@ -50,13 +50,13 @@ void repeat(uint64_t count, const Operation& operation) {
   }
 }
 
-// operation() over and over.
+// Repeats operation().
 template <class Operation>
 Measure one_thread(Operation operation) {
   return [operation](uint64_t count) { return timed([&] { repeat(count, operation); }); };
 }
 
-// prepare() before each repetition, outside of the timing; operation(prepared) over and over.
+// Calls prepare() before each repetition, untimed, and repeats operation(prepared).
 template <class Prepare, class Operation>
 Measure one_thread(Prepare prepare, Operation operation) {
   return [prepare, operation](uint64_t count) {
@@ -65,7 +65,7 @@ Measure one_thread(Prepare prepare, Operation operation) {
   };
 }
 
-// operation(0) on one core and operation(1) on another, both over and over; the time is that of the slower.
+// Repeats operation(0) on one core and operation(1) on another. The time is that of the slower one.
 template <class Operation>
 Measure two_threads(Operation operation) {
   return [operation](uint64_t count) {

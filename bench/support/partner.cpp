@@ -1,3 +1,4 @@
+// Runs the second measuring thread.
 #include "support/partner.h"
 
 #include <algorithm>
@@ -9,7 +10,7 @@
 namespace tirn::bench {
 namespace {
 
-constexpr double kNearBelow = 150;  // ns; seen are 50 and above 300
+constexpr double kNearBelow = 150;  // ns; the measured times are about 50, or above 300
 std::optional<Partner> current;
 
 }  // namespace

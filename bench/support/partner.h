@@ -1,4 +1,4 @@
-// The second measuring thread, on a core of its own, and how far that core lies from the first.
+// The second measuring thread, on a core of its own, and how far that core is from the first.
 #ifndef TIRN_BENCH_PARTNER_H
 #define TIRN_BENCH_PARTNER_H
 
@@ -9,12 +9,12 @@
 
 namespace tirn::bench {
 
-// Whether the two cores share a cache: a hypervisor moves them about, and that alone makes a factor of six.
+// Whether the two cores share a cache. A hypervisor moves them, and that alone makes a factor of six.
 enum class Placement { none, near, far };
 const char* name_of(Placement placement);
 
-// While it lives, the thread that made it is pinned to the first core and the partner spins on the second, so that
-// neither core halts.
+// While the object exists, the thread that made it is pinned to the first core and the partner spins on the second,
+// so that neither core halts.
 class Partner {
  public:
   Partner();
@@ -22,30 +22,32 @@ class Partner {
   Partner(const Partner&) = delete;
   Partner& operator=(const Partner&) = delete;
 
-  // Lets the partner do `work`, which must live until wait() returns, at once.
+  // Has the partner run `work` at once. `work` must exist until wait() returns.
   void start(const std::function<void()>& work);
   void wait() const;
 
-  // By the time that a cache line takes to go there and back.
+  // Finds the placement by the round trip of a cache line.
   Placement placement();
 
  private:
   void serve();
   void call();
 
-  // Odd: a call by the first thread, with `work_` if that is set; the partner answers with the next number. Acquire
-  // and release on both sides pass on the work and its effects.
+  // The first thread stores an odd number to call the partner, which runs `work_` if that is set and stores the next
+  // number as its answer. Both release stores pair with the other side's acquire loads: they pass on the work and its
+  // effects.
   alignas(64) std::atomic<uint64_t> turn_{0};
   alignas(64) const std::function<void()>* work_ = nullptr;
   bool stop_ = false;
   std::thread thread_;
 };
 
-// The partner of the group that is being measured, made at its first use.
+// Returns the partner of the group that is being measured. The first call makes it.
 Partner& partner();
 void dismiss_partner();
 
-// The placement right now, where no partner may stay: it would take the core of a server that is measured.
+// Finds the placement with a partner that exists only meanwhile. One that stayed would take the core from a server
+// that is measured.
 Placement placement_now();
 
 }  // namespace tirn::bench

@@ -1,3 +1,4 @@
+// Prints the table and writes the JSON file.
 #include "support/report.h"
 
 #include <cstdio>

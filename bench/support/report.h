@@ -1,4 +1,4 @@
-// The table for people and the file for programs.
+// Reports the results: as a table, and as a JSON file.
 #ifndef TIRN_BENCH_REPORT_H
 #define TIRN_BENCH_REPORT_H
 
@@ -16,7 +16,7 @@ void print_heading(const Facts& facts);
 void print(const GroupResult& result);
 void print_summary(const std::vector<GroupResult>& results);
 
-// False if the file cannot be written.
+// Returns false if the file cannot be written.
 bool write_json(const std::string& path, const Facts& facts, const std::vector<GroupResult>& results);
 
 }  // namespace tirn::bench

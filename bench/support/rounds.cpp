@@ -1,3 +1,4 @@
+// Measures the rows of a group in rounds.
 #include "support/rounds.h"
 
 #include <algorithm>
@@ -14,7 +15,7 @@ constexpr size_t kRounds = 60;
 constexpr int kTurns = 6;  // tries of a row in one round
 constexpr uint64_t kTimeForGroup = 12000000000;
 
-// q of 0 to 1 between the order statistics; `sorted` is not empty.
+// Returns the quantile `q` (0 to 1), interpolated between two values. `sorted` is not empty.
 constexpr double quantile(const std::vector<double>& sorted, double q) {
   const double position = q * static_cast<double>(sorted.size() - 1);
   const size_t below = static_cast<size_t>(position);
@@ -28,15 +29,16 @@ double median(std::vector<double> values) {
   return quantile(values, 0.5);
 }
 
-// The measuring of one row: how many operations fill a repetition, and the time of one in each complete round.
+// The measurement of one row: how many operations fill a repetition, and the time of one operation in each complete
+// round.
 struct Course {
   const Row* row;
   uint64_t count = 1;
   size_t tried = 0;
   std::vector<double> kept[3] = {};
 
-  // Fits the count until two undisturbed repetitions in a row are about as long as wanted: the first operations of all
-  // may be slow ones.
+  // Fits the count until two undisturbed repetitions in a row are about as long as wanted. One is not enough, since
+  // the very first operations may be slow.
   void calibrate(double wanted) {
     count = std::max<uint64_t>(1, row->count);
     for (int tries = 0, fitting = 0; row->count == 0 && fitting < 2 && tries < 100; ++tries) {
@@ -50,7 +52,7 @@ struct Course {
     }
   }
 
-  // A repetition that nothing disturbed, or the last of several.
+  // Returns an undisturbed repetition or, if there was none, the last one tried.
   Sample take_turn() {
     Sample sample;
     for (int turn = 0; turn < kTurns; ++turn) {
@@ -84,7 +86,7 @@ RowNumbers numbers_of(const Course& ours, const Course& course, int placement) {
   return numbers;
 }
 
-// A round counts only as a whole, so that the rows stay pairs: each ratio is of two neighbours in time.
+// A round counts only as a whole, so that each ratio is of two repetitions that were close in time.
 void take_round(std::vector<Course>& courses) {
   std::vector<size_t> order(courses.size());
   std::iota(order.begin(), order.end(), 0);

@@ -1,3 +1,4 @@
+// Runs a group in a process of its own.
 #include "support/runner.h"
 
 #include <sys/mman.h>
@@ -15,12 +16,12 @@
 namespace tirn::bench {
 namespace {
 
-// What can be told apart, as a part of the whole: in hot loops of one thread, and between two cores.
+// The relative difference that can be resolved: in hot loops of one thread, and between two cores.
 constexpr double kResolution = 0.03;
 constexpr double kResolutionOfTwo = 0.10;
 constexpr uint64_t kTimeForGroup = 12000000000;
 
-// Each group has a process of its own: threads, heap and clocks of the one before would be in its way.
+// Each group has a process of its own, so that it does not inherit the threads, heap and clocks of the one before.
 void measure_in_child(const Group& group, Findings& findings) {
   std::fflush(nullptr);
   const pid_t child = fork();
@@ -43,7 +44,7 @@ GroupResult skip(const Group& group, const std::string& reason) {
   return result;
 }
 
-// The group's rows with what was found at one placement; without rows if that is too little.
+// Returns the results at one placement, without rows if there were too few complete rounds.
 GroupResult result_of(const Group& group, const Findings& findings, Placement placement) {
   const double resolution = group.cores == 1 ? kResolution : kResolutionOfTwo;
   GroupResult result{group.name, group.unit, placement, group.target, group.least, resolution};

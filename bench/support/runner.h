@@ -1,4 +1,4 @@
-// Runs a group and gives what was found.
+// Runs a group and returns its results.
 #ifndef TIRN_BENCH_RUNNER_H
 #define TIRN_BENCH_RUNNER_H
 
@@ -14,7 +14,7 @@ const char* name_of(Role role);
 
 struct RowNumbers {
   double median = 0, p10 = 0, p90 = 0;  // ns of one operation
-  double ratio = 0;                     // ours over this, the median of the rounds
+  double ratio = 0;                     // our time over this row's, the median of the rounds
   size_t kept = 0, tried = 0;           // repetitions
 };
 
@@ -24,7 +24,7 @@ struct RowResult {
   RowNumbers numbers;
 };
 
-// One per placement that was met often enough.
+// The result of a group at one placement. A placement that was met too seldom has none.
 struct GroupResult {
   std::string name;
   Unit unit;
@@ -37,9 +37,9 @@ struct GroupResult {
   double ratio() const;  // 0 without peers
   bool has_target() const { return target != 0; }
   bool passes() const { return ratio() <= target && ratio() >= least; }
-  // Misses by less than two medians of the same thing may lie apart here.
+  // Misses the target by less than two medians of the same operation may differ here.
   bool is_close() const { return !passes() && ratio() <= target * (1 + resolution) && ratio() >= least; }
-  std::string remark = {};   // for instance that the cap on tries was hit
+  std::string remark = {};   // for example that the tries ran out
   std::string skipped = {};  // the reason, if nothing was measured
 };
 

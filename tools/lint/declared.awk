@@ -1,4 +1,4 @@
-# What the public headers declare for export, one a row: the name, and T for a function or D for a variable.
+# Prints what the public headers declare for export, one name a row, with T for a function or D for a variable.
 /^(extern )?TIRN_API/ { open = 1; text = "" }
 open { text = text " " $0 }
 open && /;/ {

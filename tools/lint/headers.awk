@@ -1,5 +1,6 @@
-# Public headers: each exported function stands after a comment with an @safety line in the terms of the C library's manual
-# ("MT-Safe env, AS-Unsafe lock heap"; remarks in parentheses), and each header is guarded and included by tirn.h.
+# Checks the public headers. Each exported function must follow a comment with an @safety line in the terms of the C
+# library's manual ("MT-Safe env, AS-Unsafe lock heap"; remarks in parentheses). Each header must have its include
+# guard and be included by tirn.h.
 function complain(what) {
   print FILENAME ":" FNR ": " what
   bad = 1
