@@ -24,12 +24,19 @@ uint64_t position_of(const Node* parent, uint32_t side) { return reinterpret_cas
 Node* parent_at(uint64_t position) { return reinterpret_cast<Node*>(position & ~uint64_t{1}); }
 uint32_t side_at(uint64_t position) { return static_cast<uint32_t>(position & 1); }
 
+// Logs a NULL pointer given to `function`, at any log level. Returns `is_null`.
+bool reports_null(const char* function, bool is_null) {
+  if (is_null) {
+    TIRN_ERROR_ALWAYS_AS(function, "NULL POINTER");
+  }
+  return is_null;
+}
+
 // Returns the object equal to the key. If there is none, returns NULL and stores the position where such an object
 // belongs, if `cookie` is not NULL. If the compare function answers neither -1, 0 nor 1, the search fails and stores
 // the position in an empty tree.
-void* find_val_node(const Tree* tree, const void* key, uint64_t* cookie, bool is_key) {
-  if (tree == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+void* search(const Tree* tree, const void* key, uint64_t* cookie, bool is_key) {
+  if (reports_null("find_val_node", tree == nullptr)) {
     return nullptr;
   }
   const kesa_avl_compare_fn compare = is_key ? tree->findCompare : tree->addCompare;
@@ -132,11 +139,57 @@ bool rotate(Tree* tree, Node* node, int32_t d) {
   return true;
 }
 
+// A subtree: that of `above` on this side.
+struct Place {
+  Node* above;
+  uint32_t side;
+};
+
+// Takes a node out of the tree. Returns the subtree that became shorter, whose parent is NULL if the node was the root.
+Place take_out(Tree* tree, Node* node) {
+  Place shorter{node->parent, node->childIndex};
+  if (node->child[0] == nullptr || node->child[1] == nullptr) {
+    replace(tree, node, node->child[0] != nullptr ? node->child[0] : node->child[1]);
+    return shorter;
+  }
+  // The nearest object on the taller side takes the place of `node`. It has at most one child.
+  const uint32_t near = node->balance > 0 ? 1 : 0;
+  Node* const other = extreme(node->child[near], 1 - near);
+  shorter = {other->parent, other->childIndex};
+  if (shorter.above == node) {
+    shorter.above = other;
+  } else {
+    hang(shorter.above, shorter.side, other->child[near]);
+    hang(other, near, node->child[near]);
+  }
+  replace(tree, node, other);
+  hang(other, 1 - near, node->child[1 - near]);
+  other->balance = node->balance;
+  return shorter;
+}
+
+// Corrects the balances from a subtree that became shorter up to the first one that keeps its height.
+void correct_shorter(Tree* tree, Place shorter) {
+  while (shorter.above != nullptr) {
+    Node* const node = shorter.above;
+    const int32_t delta = lean(shorter.side);
+    shorter = {node->parent, node->childIndex};
+    if (node->balance == 0) {
+      node->balance = -delta;
+      return;
+    }
+    if (node->balance == delta) {
+      node->balance = 0;
+    } else if (!rotate(tree, node, -delta)) {
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 int kesa_create_avl(kesa_avl_tree* tree, kesa_avl_compare_fn compare, uint32_t size, uint32_t offset) {
-  if (tree == nullptr || compare == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr || compare == nullptr)) {
     return kFail;
   }
   *tree = {nullptr, compare, compare, offset, size, 0};
@@ -145,8 +198,7 @@ int kesa_create_avl(kesa_avl_tree* tree, kesa_avl_compare_fn compare, uint32_t s
 
 int kesa_create_avl_new(kesa_avl_tree* tree, kesa_avl_compare_fn add_compare, kesa_avl_compare_fn find_compare,
                         uint32_t size, uint32_t offset) {
-  if (tree == nullptr || add_compare == nullptr || find_compare == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr || add_compare == nullptr || find_compare == nullptr)) {
     return kFail;
   }
   *tree = {nullptr, add_compare, find_compare, offset, size, 0};
@@ -154,8 +206,7 @@ int kesa_create_avl_new(kesa_avl_tree* tree, kesa_avl_compare_fn add_compare, ke
 }
 
 int kesa_destroy_avl(kesa_avl_tree* tree) {
-  if (tree == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr)) {
     return kFail;
   }
   tree->root = nullptr;
@@ -164,12 +215,11 @@ int kesa_destroy_avl(kesa_avl_tree* tree) {
 }
 
 void* kesa_find_avl_node(const kesa_avl_tree* tree, const void* key, uint64_t* cookie) {
-  return find_val_node(tree, key, cookie, true);
+  return search(tree, key, cookie, true);
 }
 
 void* kesa_find_avl_nearest_node(const kesa_avl_tree* tree, uint64_t cookie, uint32_t direction) {
-  if (tree == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr)) {
     return nullptr;
   }
   Node* const parent = parent_at(cookie);
@@ -181,8 +231,7 @@ void* kesa_find_avl_nearest_node(const kesa_avl_tree* tree, uint64_t cookie, uin
 }
 
 int kesa_insert_avl_node(kesa_avl_tree* tree, void* object, uint64_t cookie) {
-  if (tree == nullptr || object == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr || object == nullptr)) {
     return kFail;
   }
   Node* const node = node_of(tree, object);
@@ -211,12 +260,11 @@ int kesa_insert_avl_node(kesa_avl_tree* tree, void* object, uint64_t cookie) {
 }
 
 void kesa_add_avl_node(kesa_avl_tree* tree, void* object) {
-  if (tree == nullptr || object == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr || object == nullptr)) {
     return;
   }
   uint64_t cookie = kEmptyPosition;
-  if (find_val_node(tree, object, &cookie, false) != nullptr) {
+  if (search(tree, object, &cookie, false) != nullptr) {
     return;
   }
   // The search failed in a tree that has nodes: as the new root, the object would cut all of them off.
@@ -227,13 +275,11 @@ void kesa_add_avl_node(kesa_avl_tree* tree, void* object) {
 }
 
 int kesa_insert_avl_node_specified(kesa_avl_tree* tree, void* object, void* here, uint32_t direction) {
-  if (tree == nullptr || here == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr || here == nullptr)) {
     return kFail;
   }
   if (direction > 1) {
-    TIRN_ERROR("Invalid Param");
-    return kFail;
+    return TIRN_ERROR("Invalid Param"), kFail;
   }
   Node* const near = node_of(tree, here);
   const uint64_t cookie = near->child[direction] == nullptr
@@ -248,52 +294,15 @@ int kesa_insert_avl_node_specified(kesa_avl_tree* tree, void* object, void* here
 }
 
 void kesa_remove_avl_node(kesa_avl_tree* tree, void* object) {
-  if (tree == nullptr || object == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr || object == nullptr)) {
     return;
   }
-  Node* const node = node_of(tree, object);
   --tree->nodeCount;
-  Node* above = node->parent;
-  uint32_t side = node->childIndex;
-  if (node->child[0] == nullptr || node->child[1] == nullptr) {
-    replace(tree, node, node->child[0] != nullptr ? node->child[0] : node->child[1]);
-  } else {
-    // The nearest object on the taller side takes the place of `node`. It has at most one child.
-    const uint32_t near = node->balance > 0 ? 1 : 0;
-    Node* const other = extreme(node->child[near], 1 - near);
-    above = other->parent;
-    side = other->childIndex;
-    if (above == node) {
-      above = other;
-    } else {
-      hang(above, side, other->child[near]);
-      hang(other, near, node->child[near]);
-    }
-    replace(tree, node, other);
-    hang(other, 1 - near, node->child[1 - near]);
-    other->balance = node->balance;
+  const Place shorter = take_out(tree, node_of(tree, object));
+  if (shorter.above == nullptr) {
+    return TIRN_DEBUG("Remove node not need set balance.");
   }
-  if (above == nullptr) {
-    TIRN_DEBUG("Remove node not need set balance.");
-    return;
-  }
-  while (above != nullptr) {
-    Node* const next = above->parent;
-    const uint32_t next_side = above->childIndex;
-    const int32_t delta = lean(side);
-    if (above->balance == 0) {
-      above->balance = -delta;
-      return;
-    }
-    if (above->balance == delta) {
-      above->balance = 0;
-    } else if (!rotate(tree, above, -delta)) {
-      return;
-    }
-    above = next;
-    side = next_side;
-  }
+  correct_shorter(tree, shorter);
 }
 
 void* kesa_walk_avl_node(const kesa_avl_tree* tree, const void* object, uint32_t direction) {
@@ -305,24 +314,21 @@ void* kesa_walk_avl_node(const kesa_avl_tree* tree, const void* object, uint32_t
 }
 
 void* kesa_get_avl_first_node(const kesa_avl_tree* tree) {
-  if (tree == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr)) {
     return nullptr;
   }
   return end_of(tree, KESA_AVL_LEFT);
 }
 
 void* kesa_get_avl_last_node(const kesa_avl_tree* tree) {
-  if (tree == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr)) {
     return nullptr;
   }
   return end_of(tree, KESA_AVL_RIGHT);
 }
 
 uint64_t kesa_get_avl_node_num(const kesa_avl_tree* tree) {
-  if (tree == nullptr) {
-    TIRN_LOG_ALWAYS(kModule, kError, "NULL POINTER");
+  if (reports_null(__func__, tree == nullptr)) {
     return ~uint64_t{0};
   }
   return tree->nodeCount;

@@ -50,50 +50,47 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 
 }  // namespace tirn
 
-// Writes a log line, for all macros below but TIRN_LOG_RAW. No cancellation point: the caller may hold anything.
-#define TIRN_LOG_WRITE(module, level, file, line, function, ...)         \
-  do {                                                                   \
-    const ::tirn::NoCancellation tirn_log_guard;                         \
-    hurn((module), (level), (file), (line), (function), 0, __VA_ARGS__); \
-  } while (0)
-
-// Writes a log line under another module's id or another function's name. With its level off it only costs the level
-// test.
-#define TIRN_LOG_AS(module, level, function, ...)                                               \
-  do {                                                                                          \
-    if (hurn_level_check((module), (level)) == 0) {                                             \
-      TIRN_LOG_WRITE((module), (level), ::tirn::kFile.text, __LINE__, (function), __VA_ARGS__); \
-    }                                                                                           \
-  } while (0)
-
-// Writes a log line without a level test.
-#define TIRN_LOG_ALWAYS(module, level, ...) \
-  TIRN_LOG_WRITE((module), (level), ::tirn::kFile.text, __LINE__, __func__, __VA_ARGS__)
+// Writes a log line or a text. Neither is a cancellation point: the caller may hold anything. These macros and those
+// built on them are expressions, so that a function can log and return in one statement:
+//
+//   return TIRN_ERROR("Param is NULL."), kFail;
+#define TIRN_LOG_WRITE(level, function, ...)    \
+  (static_cast<void>(::tirn::NoCancellation()), \
+   static_cast<void>(hurn(::tirn::kModule, (level), ::tirn::kFile.text, __LINE__, (function), 0, __VA_ARGS__)))
 
 // Writes the text alone, without a prefix, for places that may risk no level test, lock or allocation.
-#define TIRN_LOG_RAW(...)                        \
-  do {                                           \
-    const ::tirn::NoCancellation tirn_log_guard; \
-    hurn_original(__VA_ARGS__);                  \
-  } while (0)
+#define TIRN_LOG_RAW(...) (static_cast<void>(::tirn::NoCancellation()), static_cast<void>(hurn_original(__VA_ARGS__)))
 
-#define TIRN_LOG(level, ...) TIRN_LOG_AS(::tirn::kModule, level, __func__, __VA_ARGS__)
-#define TIRN_ERROR(...) TIRN_LOG(::tirn::kError, __VA_ARGS__)
-#define TIRN_WARNING(...) TIRN_LOG(::tirn::kWarning, __VA_ARGS__)
-#define TIRN_INFO(...) TIRN_LOG(::tirn::kInfo, __VA_ARGS__)
-#define TIRN_DEBUG(...) TIRN_LOG(::tirn::kDebug, __VA_ARGS__)
+// Writes an error without a level test.
+#define TIRN_ERROR_ALWAYS_AS(function, ...) TIRN_LOG_WRITE(::tirn::kError, function, __VA_ARGS__)
 
-// Writes a log line at a site that may repeat at a high rate. `first` is the level that is tested before anything
-// else, `level` the level of the log line itself, and `report` that of the log line with the number of suppressed
-// ones. A log line whose own level is off still counts as printed.
-#define TIRN_LIMITED(first, level, report, ...) TIRN_LIMITED_AS(__func__, first, level, report, __VA_ARGS__)
+// Writes a log line if its level is on; otherwise it only costs the level test.
+#define TIRN_LOG_AS(level, function, ...)                                                         \
+  (hurn_level_check(::tirn::kModule, (level)) == 0 ? TIRN_LOG_WRITE(level, function, __VA_ARGS__) \
+                                                   : static_cast<void>(0))
 
-// Does the same under another function's name.
+// The log line names the function that it stands in or, with _AS, the one that is given. A helper always gives the
+// name of the exported function, so that renaming the helper changes no log line.
+#define TIRN_ERROR_AS(function, ...) TIRN_LOG_AS(::tirn::kError, function, __VA_ARGS__)
+#define TIRN_WARNING_AS(function, ...) TIRN_LOG_AS(::tirn::kWarning, function, __VA_ARGS__)
+#define TIRN_INFO_AS(function, ...) TIRN_LOG_AS(::tirn::kInfo, function, __VA_ARGS__)
+#define TIRN_DEBUG_AS(function, ...) TIRN_LOG_AS(::tirn::kDebug, function, __VA_ARGS__)
+#define TIRN_ERROR(...) TIRN_ERROR_AS(__func__, __VA_ARGS__)
+#define TIRN_WARNING(...) TIRN_WARNING_AS(__func__, __VA_ARGS__)
+#define TIRN_INFO(...) TIRN_INFO_AS(__func__, __VA_ARGS__)
+#define TIRN_DEBUG(...) TIRN_DEBUG_AS(__func__, __VA_ARGS__)
+
+// Writes a log line at a site that may repeat at a high rate. Before anything else the info level is tested, and the
+// number of suppressed log lines is reported at that level. A log line whose own level is off still counts as printed.
+#define TIRN_LIMITED(level, ...) TIRN_LIMITED_AS(__func__, ::tirn::kInfo, level, ::tirn::kInfo, __VA_ARGS__)
+
+// Does the same under another function's name, with the level `first` that is tested first, and the level `report` of
+// the number of suppressed log lines.
 #define TIRN_LIMITED_AS(function, first, level, report, ...)                                    \
   do {                                                                                          \
     static constinit ::tirn::RateGuard tirn_rate_guard;                                         \
     if (tirn_rate_guard.admit((first), (report), {::tirn::kFile.text, (function), __LINE__})) { \
-      TIRN_LOG_AS(::tirn::kModule, level, (function), __VA_ARGS__);                             \
+      TIRN_LOG_AS(level, (function), __VA_ARGS__);                                              \
     }                                                                                           \
   } while (0)
 

@@ -56,22 +56,18 @@ bool is_too_long(const char* path) { return strnlen(path, KESA_FILE_PATH_SIZE) =
 int run(Command which, const char* first, const char* second = "") {
   const FileCommand& command = kCommands[which];
   if (first == nullptr || second == nullptr) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "%s", command.missing);
-    return -EINVAL;
+    return TIRN_ERROR_AS(command.function, "%s", command.missing), -EINVAL;
   }
   if (is_too_long(first) || is_too_long(second)) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, command.too_long, first, second);
-    return -ENAMETOOLONG;
+    return TIRN_ERROR_AS(command.function, command.too_long, first, second), -ENAMETOOLONG;
   }
   if (command.is_path_screened && isDangerousCmd(first, nullptr) != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "Param error: pFile(%s) is dangerous.", first);
-    return -EINVAL;
+    return TIRN_ERROR_AS(command.function, "Param error: pFile(%s) is dangerous.", first), -EINVAL;
   }
   const tirn::NoCancellation guard;  // a cancellation would leave the command line allocated
   const std::unique_ptr<char, Free> line(static_cast<char*>(std::calloc(1, kLineSize)));
   if (line == nullptr) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "%s", command.no_memory);
-    return -ENOMEM;
+    return TIRN_ERROR_AS(command.function, "%s", command.no_memory), -ENOMEM;
   }
   const std::optional<int> status =
       tirn::run_command(line.get(), kLineSize, command.allowed, command.line, first, second);
@@ -81,7 +77,7 @@ int run(Command which, const char* first, const char* second = "") {
     return -EINVAL;
   }
   if (*status != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, command.function, "Execute cmd(%s) Fail(%d)", line.get(), *status);
+    TIRN_ERROR_AS(command.function, "Execute cmd(%s) Fail(%d)", line.get(), *status);
   }
   return *status;
 }

@@ -10,32 +10,27 @@
 
 int kesa_copy(const char* src, const char* dst) {
   if (src == nullptr || dst == nullptr) {
-    TIRN_ERROR("Param is NULL.");
-    return -EINVAL;
+    return TIRN_ERROR("Param is NULL."), -EINVAL;
   }
   const tirn::NoCancellation guard;  // a cancellation would leave the files open
   const tirn::Fd from(kesa_open(src, O_RDONLY | O_CLOEXEC, 0));
   if (!from) {
-    TIRN_WARNING("Open srcFile %s error.", src);
-    return -ECANCELED;
+    return TIRN_WARNING("Open srcFile %s error.", src), -ECANCELED;
   }
   const tirn::Fd to(kesa_open(dst, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!to) {
-    TIRN_ERROR("Open pDestFile %s error.", dst);
-    return -ECANCELED;
+    return TIRN_ERROR("Open pDestFile %s error.", dst), -ECANCELED;
   }
   char block[128];
   ssize_t written = 0;
   do {
     const ssize_t count = kesa_read(from.get(), block, sizeof block);
     if (count < 0) {
-      TIRN_ERROR("copydata read from srcFile=%s to destfile=%s error.", src, dst);
-      return -ECANCELED;
+      return TIRN_ERROR("copydata read from srcFile=%s to destfile=%s error.", src, dst), -ECANCELED;
     }
     written = kesa_write(to.get(), block, static_cast<size_t>(count));
     if (written < 0) {
-      TIRN_ERROR("copydata WRITE from srcFile=%s to destfile=%s error.", src, dst);
-      return -ECANCELED;
+      return TIRN_ERROR("copydata WRITE from srcFile=%s to destfile=%s error.", src, dst), -ECANCELED;
     }
   } while (written == ssize_t{sizeof block});
   return tirn::kOk;

@@ -21,8 +21,7 @@ struct flock range_of(const kesa_file_lock& lock, short type) {
 
 int kesa_lockfile(int fd, const struct kesa_file_lock* lock) {
   if (lock == nullptr) {
-    TIRN_ERROR("Param is NULL.");
-    return -EINVAL;
+    return TIRN_ERROR("Param is NULL."), -EINVAL;
   }
   const bool writes = lock->mode == KESA_FILE_LOCK_WRITE || lock->mode == KESA_FILE_LOCK_TRY_WRITE;
   const bool waits = lock->mode != KESA_FILE_LOCK_TRY_READ && lock->mode != KESA_FILE_LOCK_TRY_WRITE;
@@ -36,8 +35,7 @@ int kesa_lockfile(int fd, const struct kesa_file_lock* lock) {
 
 int kesa_unlockfile(int fd, const struct kesa_file_lock* lock) {
   if (lock == nullptr) {
-    TIRN_ERROR("Param is NULL.");
-    return -EINVAL;
+    return TIRN_ERROR("Param is NULL."), -EINVAL;
   }
   struct flock range = range_of(*lock, F_UNLCK);
   return fcntl(fd, F_SETLK, &range);

@@ -10,32 +10,28 @@
 
 int kesa_access(const char* path, int mode) {
   if (path == nullptr) {
-    TIRN_ERROR("pFilePath is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pFilePath is NULL."), tirn::kFail;
   }
   return access(path, mode);
 }
 
 int kesa_open(const char* path, int flags, mode_t mode) {
   if (path == nullptr) {
-    TIRN_ERROR("pFilePath is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pFilePath is NULL."), tirn::kFail;
   }
   return open(path, flags, mode);
 }
 
 ssize_t kesa_read(int fd, void* buffer, size_t size) {
   if (buffer == nullptr) {
-    TIRN_ERROR("pBuf is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pBuf is NULL."), tirn::kFail;
   }
   return read(fd, buffer, size);
 }
 
 ssize_t kesa_write(int fd, const void* buffer, size_t size) {
   if (buffer == nullptr) {
-    TIRN_ERROR("pBuf is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pBuf is NULL."), tirn::kFail;
   }
   return write(fd, buffer, size);
 }
@@ -51,20 +47,17 @@ int kesa_close(int fd) {
 
 int kesa_stat(const char* path, struct stat* buffer) {
   if (path == nullptr) {
-    TIRN_ERROR("pPath is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pPath is NULL."), tirn::kFail;
   }
   return stat(path, buffer);
 }
 
 int kesa_statfs(const char* path, struct statfs* buffer) {
   if (path == nullptr) {
-    TIRN_ERROR("pPath is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pPath is NULL."), tirn::kFail;
   }
   if (buffer == nullptr) {
-    TIRN_ERROR("pBuf is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("pBuf is NULL."), tirn::kFail;
   }
   return statfs(path, buffer);
 }

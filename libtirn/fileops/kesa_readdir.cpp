@@ -24,8 +24,7 @@ bool read_entry(DIR* directory, dirent* buffer) {
 
 int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
   if (path == nullptr) {
-    TIRN_ERROR("path is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("path is NULL."), tirn::kFail;
   }
   const tirn::NoCancellation guard;  // a cancellation would leave the folder open
   tirn::Folder directory(opendir(path));

@@ -54,20 +54,20 @@ constexpr StartStep kStartSteps[] = {
 // Logs under the name of the exported function that calls it.
 int run_start_steps() {
   constexpr char kFunction[] = "kesa_Init";
-  TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa init start.");
+  TIRN_INFO_AS(kFunction, "Kesa init start.");
   int result = tirn::kOk;
   for (const StartStep& step : kStartSteps) {
     const int step_result = step.call();
     if (step_result == tirn::kOk || step.failure == nullptr) {
       continue;
     }
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "%s", step.failure);
+    TIRN_ERROR_AS(kFunction, "%s", step.failure);
     if (step.is_fatal) {
       result = step_result;
       break;
     }
   }
-  TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa init end ret %d.", result);
+  TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result);
   return result == tirn::kOk ? tirn::kOk : tirn::kFail;
 }
 
@@ -78,9 +78,9 @@ uint32_t kesa_Init() { return static_cast<uint32_t>(g_initialised.run(run_start_
 int kesa_destory() {
   return g_initialised.undo([] {
     constexpr char kFunction[] = "kesa_destory";
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa destroy start.");
+    TIRN_INFO_AS(kFunction, "Kesa destroy start.");
     pid_destroy_names();
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, kFunction, "Kesa destroy end.");
+    TIRN_INFO_AS(kFunction, "Kesa destroy end.");
   });
 }
 

@@ -35,16 +35,33 @@ bool find_child(const char* folder, char (&child)[kChildSize]) {
       if (strcpy_s(child, sizeof child, entry->d_name) == 0) {
         return true;
       }
-      TIRN_LOG_AS(tirn::kModule, tirn::kError, "jiffies_uio_adp_open", "strcpy_s failed.");
+      TIRN_ERROR_AS("jiffies_uio_adp_open", "strcpy_s failed.");
     }
   }
   return false;
 }
 
-Fd open_map_file(const char* folder, const char* child, const char* file) {
+// The files of the device's map, in the reverse of the order in which they are closed.
+enum MapFile { kOffset, kSize, kAddr, kMapFiles };
+constexpr struct {
+  const char* path;
+  const char* failure;
+} kMapRows[kMapFiles] = {{"/maps/map0/offset", "Kesa jiffies open map failed, errno=%d."},
+                         {"/maps/map0/size", "Kesa jiffies open size_fd map failed, errno=%d."},
+                         {"/maps/map0/addr", "Kesa jiffies open addr_fd map failed, errno=%d."}};
+
+// Opens a file of the map. Logs a failure.
+Fd open_map_file(const char* folder, const char* child, MapFile which) {
   char path[2 * kPathSize + kChildSize];
-  sprintf_s(path, sizeof path, "%s%s%s", folder, child, file);
-  return Fd(open(path, O_RDONLY | O_CLOEXEC));
+  sprintf_s(path, sizeof path, "%s%s%s", folder, child, kMapRows[which].path);
+  Fd file(open(path, O_RDONLY | O_CLOEXEC));
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the formats of the table
+  if (!file) {
+    TIRN_ERROR_AS("jiffies_uio_adp_open", kMapRows[which].failure, errno);
+  }
+#pragma GCC diagnostic pop
+  return file;
 }
 
 // The first 32 bytes of a file of the map; empty if it cannot be read.
@@ -83,45 +100,32 @@ int jiffies_uio_adp_open() {
   const tirn::DevicePaths base = tirn::jiffies_device();
   char child[kChildSize]{};
   if (!find_child(base.sysfs, child)) {
-    TIRN_ERROR("Kesa jiffies get child dir (%s) failed, errno=%d.", child, errno);
-    return tirn::kFail;
+    return TIRN_ERROR("Kesa jiffies get child dir (%s) failed, errno=%d.", child, errno), tirn::kFail;
   }
   char path[kPathSize];
   sprintf_s(path, sizeof path, "%s%s", base.dev, child);  // a path that does not fit is emptied, and the open fails
-  // The files are declared in the reverse of the order in which they are closed.
   const Fd device(open(path, O_RDONLY | O_CLOEXEC));
   if (!device) {
     return tirn::kFail;
   }
   g_jiffies_uio.dev_fd = device.get();
-  Fd offset_file;
-  Fd size_file;
-  const Fd addr_file = open_map_file(base.sysfs, child, "/maps/map0/addr");
-  if (!addr_file) {
-    TIRN_ERROR("Kesa jiffies open addr_fd map failed, errno=%d.", errno);
-    return tirn::kFail;
+  Fd files[kMapFiles];
+  for (const MapFile which : {kAddr, kSize, kOffset}) {
+    files[which] = open_map_file(base.sysfs, child, which);
+    if (!files[which]) {
+      return tirn::kFail;
+    }
   }
-  size_file = open_map_file(base.sysfs, child, "/maps/map0/size");
-  if (!size_file) {
-    TIRN_ERROR("Kesa jiffies open size_fd map failed, errno=%d.", errno);
-    return tirn::kFail;
-  }
-  offset_file = open_map_file(base.sysfs, child, "/maps/map0/offset");
-  if (!offset_file) {
-    TIRN_ERROR("Kesa jiffies open map failed, errno=%d.", errno);
-    return tirn::kFail;
-  }
-  const uint64_t addr = std::strtoul(read_number(addr_file).text, nullptr, 0);
-  const auto size = static_cast<uint64_t>(std::strtol(read_number(size_file).text, nullptr, 0));
-  const auto offset = static_cast<uint64_t>(std::strtol(read_number(offset_file).text, nullptr, 0));
+  const uint64_t addr = std::strtoul(read_number(files[kAddr]).text, nullptr, 0);
+  const auto size = static_cast<uint64_t>(std::strtol(read_number(files[kSize]).text, nullptr, 0));
+  const auto offset = static_cast<uint64_t>(std::strtol(read_number(files[kOffset]).text, nullptr, 0));
   const void* const mapping = map_device(device, size, offset);
   if (mapping == MAP_FAILED) {
-    TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno);
-    return tirn::kFail;
+    return TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno), tirn::kFail;
   }
-  g_jiffies_uio.addr_fd = addr_file.get();
-  g_jiffies_uio.size_fd = size_file.get();
-  g_jiffies_uio.offset_fd = offset_file.get();
+  g_jiffies_uio.addr_fd = files[kAddr].get();
+  g_jiffies_uio.size_fd = files[kSize].get();
+  g_jiffies_uio.offset_fd = files[kOffset].get();
   g_jiffies_uio.addr = addr;
   g_jiffies_uio.size = size;
   const auto* const counter =

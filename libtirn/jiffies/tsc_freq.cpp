@@ -30,18 +30,15 @@ int kesa_get_tsc_freq() {
   char line[256];
   switch (tirn::first_line("cat /proc/cpuinfo | grep -o constant_tsc | uniq", "|", line, sizeof line)) {
     case FirstLine::kNoPipe:
-      TIRN_ERROR("Cat /proc/cpuinfo for constant_tsc fail");
-      return tirn::kFail;
+      return TIRN_ERROR("Cat /proc/cpuinfo for constant_tsc fail"), tirn::kFail;
     case FirstLine::kEmpty:
-      TIRN_ERROR("There is no constant_tsc flag in /proc/cpuinfo");
-      return tirn::kFail;
+      return TIRN_ERROR("There is no constant_tsc flag in /proc/cpuinfo"), tirn::kFail;
     case FirstLine::kRead:
       break;
   }
   switch (tirn::first_line("cat /proc/cpuinfo | grep @ | uniq | awk '{print $NF}'", "|$", line, sizeof line)) {
     case FirstLine::kNoPipe:
-      TIRN_ERROR("Cat /proc/cpuinfo fail for cpufreq fail");
-      return tirn::kFail;
+      return TIRN_ERROR("Cat /proc/cpuinfo fail for cpufreq fail"), tirn::kFail;
     case FirstLine::kEmpty:
       kesa_estimate_tsc_freq();
       break;

@@ -43,9 +43,8 @@ inline void* allocate(uint32_t size, uint32_t pid) {
 }
 
 [[gnu::cold, gnu::noinline]] void report_failure(uint32_t pid, int32_t size) {
-  TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_mallocsubstandard",
-              "Malloc memory fails. PID: (%d), size: (%d), type: (%d).", static_cast<int>(pid), size,
-              static_cast<int>(KESA_MEM_TYPE_STANDARD));
+  TIRN_ERROR_AS("kesa_mallocsubstandard", "Malloc memory fails. PID: (%d), size: (%d), type: (%d).",
+                static_cast<int>(pid), size, static_cast<int>(KESA_MEM_TYPE_STANDARD));
 }
 
 [[gnu::cold, gnu::noinline]] void report_null(const char* function, uint32_t line) {
@@ -55,8 +54,7 @@ inline void* allocate(uint32_t size, uint32_t pid) {
 
 // Logs and frees a block without a record, which may come from plain malloc.
 [[gnu::cold, gnu::noinline]] void free_foreign(void* pointer, const char* function, uint32_t line) {
-  TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_freesub", "mem magic is wrong, ptr(%p), function(%s) line(%u)",
-              pointer, function, line);
+  TIRN_ERROR_AS("kesa_freesub", "mem magic is wrong, ptr(%p), function(%s) line(%u)", pointer, function, line);
   std::free(pointer);
 }
 

@@ -29,8 +29,7 @@ int kesa_key_delete(pthread_key_t key) {
 
 int kesa_key_setspecific(pthread_key_t key, const void* value) {
   if (value == nullptr) {
-    TIRN_ERROR("param(value) is null !\n");
-    return tirn::kFail;
+    return TIRN_ERROR("param(value) is null !\n"), tirn::kFail;
   }
   const int result = pthread_setspecific(key, value);
   if (result != 0) {

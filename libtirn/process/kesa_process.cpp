@@ -22,9 +22,7 @@ __attribute__((weak)) uint64_t ps_get_version() {
         timespec now{};
         const int result = clock_gettime(CLOCK_MONOTONIC_RAW, &now);
         if (result != 0) {
-          TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "ps_get_version", "Clock_gettime fail ret:%d errno:%d", result,
-                      errno);
-          return tirn::kFail;
+          return TIRN_INFO_AS("ps_get_version", "Clock_gettime fail ret:%d errno:%d", result, errno), tirn::kFail;
         }
         g_version.store(static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec),
                         std::memory_order_relaxed);

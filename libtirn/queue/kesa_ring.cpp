@@ -192,8 +192,7 @@ template <class Side, Amount kAmount>
 
 // Logs a NULL ring under the name of the calling function.
 [[gnu::cold, gnu::noinline]] uint32_t tell_null(const char* function = __builtin_FUNCTION()) {
-  TIRN_LOG_AS(kModule, kError, function, "Kesa ring id is NULL.");
-  return kFailU32;
+  return TIRN_ERROR_AS(function, "Kesa ring id is NULL."), kFailU32;
 }
 
 uint32_t plain(const uint32_t& word) {
@@ -208,8 +207,7 @@ uint32_t free_of(const kesa_ring& ring) {
 
 kesa_ring* kesa_ring_create(uint32_t count, uint32_t flags) {
   if (!std::has_single_bit(count) || count > KESA_RING_MAX_COUNT) {
-    TIRN_ERROR("kesa_ring_create:uiCount must be a power of 2 or great than MAX");
-    return nullptr;
+    return TIRN_ERROR("kesa_ring_create:uiCount must be a power of 2 or great than MAX"), nullptr;
   }
   auto* const ring = static_cast<kesa_ring*>(malloc(sizeof(kesa_ring) + uint64_t{count} * sizeof(uint64_t)));
   if (ring == nullptr) {

@@ -42,8 +42,7 @@ int install_wakeup_handler() {
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   if (sigaction(SIGWAKEUP, &action, nullptr) != 0) {
-    TIRN_ERROR("signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno);
-    return tirn::kFail;
+    return TIRN_ERROR("signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno), tirn::kFail;
   }
   // Pairs with the acquire above: a thread that sees 0 may send the signal.
   g_handler_missing.store(0, std::memory_order_release);
@@ -89,8 +88,7 @@ int kesa_set_process_name(const char* name) {
 int kesa_sched_init() {
   pthread_once(&g_once, [] { g_first_result = install_wakeup_handler(); });
   if (g_first_result != tirn::kOk) {
-    TIRN_ERROR("sched init fail s_sched_init(%d)", g_first_result);
-    return tirn::kFail;
+    return TIRN_ERROR("sched init fail s_sched_init(%d)", g_first_result), tirn::kFail;
   }
   return tirn::kOk;
 }
@@ -120,15 +118,13 @@ int kesa_wait_interruptible(uint32_t* state) {
 int kesa_sched_setaffinity(uint64_t cpu) {
   const long configured = sysconf(_SC_NPROCESSORS_CONF);
   if (configured < 0 || cpu >= static_cast<uint64_t>(configured)) {
-    TIRN_ERROR("cpu num overstep, current only has %ld cpu", configured);
-    return tirn::kFail;
+    return TIRN_ERROR("cpu num overstep, current only has %ld cpu", configured), tirn::kFail;
   }
   cpu_set_t set;
   CPU_ZERO(&set);
   CPU_SET(cpu, &set);
   if (sched_setaffinity(0, sizeof set, &set) != 0) {
-    TIRN_ERROR("set affinity fail, errno:%d", errno);
-    return tirn::kFail;
+    return TIRN_ERROR("set affinity fail, errno:%d", errno), tirn::kFail;
   }
   kesa_thrd_core_set(static_cast<int>(cpu));
   return tirn::kOk;

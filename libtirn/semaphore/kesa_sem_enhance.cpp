@@ -44,7 +44,7 @@ unsigned long long address_of(const void* object) { return reinterpret_cast<uint
 #define TELL_WAKE_UP(infra, own, ...)                                                        \
   do {                                                                                       \
     TIRN_LOG_WRITE(0, ::tirn::kInfo, ::tirn::kFile.text, __LINE__, kUp, infra, __VA_ARGS__); \
-    TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kUp, own, __VA_ARGS__);                      \
+    TIRN_INFO_AS(kUp, own, __VA_ARGS__);                                                     \
   } while (0)
 
 // Called with the lock held, and returns with it held. Releases it while it sleeps.

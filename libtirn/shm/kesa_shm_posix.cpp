@@ -24,8 +24,7 @@ int protection_of(int32_t flags) {
     case O_RDWR:
       return PROT_READ | PROT_WRITE;
     default:
-      TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_shm_create_ext", "Oflag open failed, oflag<%d>.", flags);
-      return PROT_NONE;
+      return TIRN_ERROR_AS("kesa_shm_create_ext", "Oflag open failed, oflag<%d>.", flags), PROT_NONE;
   }
 }
 
@@ -45,13 +44,11 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
   // Allocate the pages now, so that a full /dev/shm fails here and not as a fault at a later store.
   const int result = fallocate(object.get(), 0, 0, size);
   if (result != 0 && errno == ENOSPC) {
-    TIRN_INFO("Fallocate shm fail, ret<%d> errno<%d>.", result, errno);
-    return nullptr;
+    return TIRN_INFO("Fallocate shm fail, ret<%d> errno<%d>.", result, errno), nullptr;
   }
   void* const mapping = mmap(nullptr, size, protection_of(flags), MAP_SHARED, object.get(), 0);
   if (mapping == MAP_FAILED) {
-    TIRN_INFO("Mmap shm mem fail, errno<%d>.", errno);
-    return nullptr;
+    return TIRN_INFO("Mmap shm mem fail, errno<%d>.", errno), nullptr;
   }
   return mapping;
 }
@@ -68,8 +65,7 @@ void* kesa_shm_create(const char* name, uint32_t size) {
 int kesa_shm_destroy(const char* name) {
   const int result = shm_unlink(name);
   if (result != 0) {
-    TIRN_INFO("Destroy shm fail, ret<%d> errno<%d>.", result, errno);
-    return tirn::kFail;
+    return TIRN_INFO("Destroy shm fail, ret<%d> errno<%d>.", result, errno), tirn::kFail;
   }
   return tirn::kOk;
 }

@@ -26,7 +26,7 @@ int take_counts() {
   store(g_onlineCpuNum, num_online_cpus());
   const long configured = sysconf(_SC_NPROCESSORS_CONF);
   if (configured < 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, "globalCpuNum_init", "Kesa_smp getting cpu num failed errno=%d.", errno);
+    TIRN_ERROR_AS("globalCpuNum_init", "Kesa_smp getting cpu num failed errno=%d.", errno);
   } else {
     store(g_configCpuNum, static_cast<uint32_t>(configured));
   }
@@ -54,8 +54,7 @@ uint32_t num_config_cpus() {
   }
   const long configured = sysconf(_SC_NPROCESSORS_CONF);
   if (configured < 1 || configured > static_cast<long>(KESA_CPU_MAX)) {
-    TIRN_ERROR("Kesa_smp getting cpu num failed ret %ld errno=%d.", configured, errno);
-    return 0;
+    return TIRN_ERROR("Kesa_smp getting cpu num failed ret %ld errno=%d.", configured, errno), 0;
   }
   store(g_configCpuNum, static_cast<uint32_t>(configured));
   return static_cast<uint32_t>(configured);

@@ -23,20 +23,22 @@ constinit std::atomic<int32_t*> g_children{nullptr};
 
 using Table = tirn::TaggedBlock<int32_t>;
 
+// The place that the allocator's log lines name for the table, and not the function that stands here.
+constexpr tirn::FreeTagged kFreedAt{"kesa_popen_init", 52};
+
 // Returns a zeroed block of the tagged heap, or NULL. The block may be gigabytes long, so it comes from calloc, which
 // does not touch pages that are fresh from the system.
 Table make_table(uint32_t entries) {
   const uint32_t size = entries * uint32_t{sizeof(int32_t)};
   auto* const head = static_cast<kesa_mem_head*>(std::calloc(1, sizeof(kesa_mem_head) + size));
   if (head == nullptr) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_mallocsubstandard",
-                "Malloc memory fails. PID: (%d), size: (%d), type: (%d).", static_cast<int>(TIRN_MODULE_ID),
-                static_cast<int>(size), static_cast<int>(KESA_MEM_TYPE_STANDARD));
+    TIRN_ERROR_AS("kesa_mallocsubstandard", "Malloc memory fails. PID: (%d), size: (%d), type: (%d).",
+                  static_cast<int>(TIRN_MODULE_ID), static_cast<int>(size), static_cast<int>(KESA_MEM_TYPE_STANDARD));
     return nullptr;
   }
   kesa_mem_init_head(head, size, TIRN_MODULE_ID);
   kesa_mem_stat_add(TIRN_MODULE_ID, size);
-  return Table(reinterpret_cast<int32_t*>(head + 1), {"kesa_popen_init", 52});
+  return Table(reinterpret_cast<int32_t*>(head + 1), kFreedAt);
 }
 
 int32_t* child_table() {
@@ -97,8 +99,8 @@ FILE* open_pipe(const char* function, const char* cmd, const char* mode, const i
   close(ends.childs);
   FILE* const iop = fdopen(ends.ours, mode);
   if (iop == nullptr) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, function,
-                "Iop is NULL, modes:(%s), pdes[0]=(%d), pdes[1]=(%d), errno:(%d).", mode, pdes[0], pdes[1], errno);
+    TIRN_INFO_AS(function, "Iop is NULL, modes:(%s), pdes[0]=(%d), pdes[1]=(%d), errno:(%d).", mode, pdes[0], pdes[1],
+                 errno);
     return nullptr;
   }
   *child = pid;

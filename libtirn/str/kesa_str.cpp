@@ -38,8 +38,7 @@ int kesa_ismodevalid(const char* mode) {
 
 int kesa_get_charpos(const char* str, char c, unsigned* pos) {
   if (str == nullptr || pos == nullptr) {
-    TIRN_ERROR("Parameter is NULL.");
-    return -EINVAL;
+    return TIRN_ERROR("Parameter is NULL."), -EINVAL;
   }
   const char* const at = c == '\0' ? nullptr : std::strchr(str, c);
   if (at == nullptr) {
@@ -51,8 +50,7 @@ int kesa_get_charpos(const char* str, char c, unsigned* pos) {
 
 void kesa_filter_newlinesymbol(char* str) {
   if (str == nullptr) {
-    TIRN_ERROR("Parameter is NULL.");
-    return;
+    return TIRN_ERROR("Parameter is NULL.");
   }
   cut_at(str, '\r');
   cut_at(str, '\n');
@@ -60,8 +58,7 @@ void kesa_filter_newlinesymbol(char* str) {
 
 uint64_t kesa_str_tou64(const char* str) {
   if (str == nullptr) {
-    TIRN_ERROR("Strtou64 fail because pStr is null.");
-    return 0;
+    return TIRN_ERROR("Strtou64 fail because pStr is null."), 0;
   }
   errno = 0;
   const uint64_t value = std::strtoull(str, nullptr, has_hex_prefix(str) ? 16 : 10);
@@ -74,8 +71,7 @@ uint64_t kesa_str_tou64(const char* str) {
 
 int64_t kesa_str_tos64(const char* str) {
   if (str == nullptr) {
-    TIRN_INFO("Strtos64 fail because pStr is null.");
-    return 0;
+    return TIRN_INFO("Strtos64 fail because pStr is null."), 0;
   }
   const uint64_t value = *str == '-' ? 0 - kesa_str_tou64(str + 1) : kesa_str_tou64(str);
   return static_cast<int64_t>(value);
@@ -107,16 +103,13 @@ void kesa_str_tolower(char* str) {
 
 char* check_parameter(char** str, char* saved, const char* delim) {
   if (str == nullptr) {
-    TIRN_ERROR("Param(%p)  is null.", static_cast<void*>(str));
-    return nullptr;
+    return TIRN_ERROR("Param(%p)  is null.", static_cast<void*>(str)), nullptr;
   }
   if (saved == nullptr && *str == nullptr) {
-    TIRN_ERROR("Param(%p %p )  is null.", static_cast<void*>(*str), static_cast<void*>(saved));
-    return nullptr;
+    return TIRN_ERROR("Param(%p %p )  is null.", static_cast<void*>(*str), static_cast<void*>(saved)), nullptr;
   }
   if (delim == nullptr) {
-    TIRN_ERROR("Param(%p)  is null.", static_cast<const void*>(delim));
-    return nullptr;
+    return TIRN_ERROR("Param(%p)  is null.", static_cast<const void*>(delim)), nullptr;
   }
   if (*str == nullptr) {
     *str = saved;
@@ -127,8 +120,7 @@ char* check_parameter(char** str, char* saved, const char* delim) {
 char* kesa_str_tok(char* str, const char* delim) {
   char* token = check_parameter(&str, g_position, delim);
   if (token == nullptr) {
-    TIRN_ERROR("Param(%p)  is null.", static_cast<void*>(token));
-    return nullptr;
+    return TIRN_ERROR("Param(%p)  is null.", static_cast<void*>(token)), nullptr;
   }
   char* at = token;
   while (*at != '\0') {

@@ -37,8 +37,7 @@ int execv_s(const char* path, int argc, char** argv, const char* white, kesa_exe
   }
   for (int i = 0; i < argc; ++i) {
     if (isDangerousCmd(argv[i], white) != 0) {
-      TIRN_ERROR("execv cmd is dangerous, argv[%d] is: %s.", i, argv[i]);
-      return KESA_COMMAND_REFUSED;
+      return TIRN_ERROR("execv cmd is dangerous, argv[%d] is: %s.", i, argv[i]), KESA_COMMAND_REFUSED;
     }
   }
   if (checker != nullptr && !checker(path, argc, argv)) {

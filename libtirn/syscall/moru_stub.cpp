@@ -126,8 +126,7 @@ bool serve_request(Client& client) {
   }
   answer(client, header);
   if (header.len > MORU_SYSCALL_OUTPUT_MAX) {
-    TIRN_ERROR("hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd), header.len);
-    return false;
+    return TIRN_ERROR("hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd), header.len), false;
   }
   return tirn::send_frame(client.connection.get(), header, client.output.get());
 }
@@ -135,8 +134,7 @@ bool serve_request(Client& client) {
 // Logs under the name of the connection's thread function.
 void serve_requests(Client& client) {
   if (client.input == nullptr || !client.output) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, "serve_client", "Param error: null pointer.\n");
-    return;
+    return TIRN_ERROR_AS("serve_client", "Param error: null pointer.\n");
   }
   kesa_set_process_name("syscall_do_thr");
   while (serve_request(client)) {
@@ -181,15 +179,13 @@ bool accept_client(const ServiceSocket& service) {
     if (errno == EINTR) {
       return true;
     }
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "accept errno = %d\n", errno);
-    return false;
+    return TIRN_ERROR_AS(kFunction, "accept errno = %d\n", errno), false;
   }
   tirn::enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
   const int result = create_thread_nopreempt_raw(
       serve_client, reinterpret_cast<void*>(static_cast<intptr_t>(client.get())), nullptr);
   if (result != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "creat syscall thrd failed, ret = %d.\n", result);
-    return false;
+    return TIRN_ERROR_AS(kFunction, "creat syscall thrd failed, ret = %d.\n", result), false;
   }
   client.release();  // the client's thread closes it
   return true;
@@ -213,8 +209,7 @@ void* accept_clients(void*) {
 int MORU_PrivateSysCallIntfInit() {
   const int result = create_thread_nopreempt_raw(accept_clients, nullptr, nullptr);
   if (result != 0) {
-    TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result);
-    return tirn::kFail;
+    return TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result), tirn::kFail;
   }
   return tirn::kOk;
 }

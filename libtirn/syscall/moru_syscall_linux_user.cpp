@@ -36,13 +36,11 @@ constinit tirn::ForkSteps g_fork_steps(connect_anew);
 void init_syscall_socket(tirn::Fd& socket_fd) {
   socket_fd = tirn::Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket_fd) {
-    TIRN_ERROR("errno = %d\n", errno);
-    return;
+    return TIRN_ERROR("errno = %d\n", errno);
   }
   const sockaddr_in address = tirn::service_address();
   if (connect(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    TIRN_ERROR("errno = %d\n", errno);
-    return;
+    return TIRN_ERROR("errno = %d\n", errno);
   }
   g_connection.store(socket_fd.release(), std::memory_order_release);  // pairs with the acquire in Call::take_turn
 }
@@ -92,8 +90,7 @@ class Call {
   uint32_t exchange(uint32_t cmd, MORU_SYSCALL_PARAM& param) {
     moru_frame_header header{cmd, param.uiInBufLen, param.uiOutBufLen, 0};
     if (!send_all(header, param.pvInBuf)) {
-      TIRN_LOG_AS(tirn::kModule, tirn::kError, "MORU_SysCall", "send_all fail\n");
-      return tirn::kFailU32;
+      return TIRN_ERROR_AS("MORU_SysCall", "send_all fail\n"), tirn::kFailU32;
     }
     // The result is ignored: if the connection breaks here, the header stays as it was sent, and a request without
     // input counts as success. The connection is dropped all the same.
@@ -102,9 +99,8 @@ class Call {
       return static_cast<uint32_t>(header.ret);
     }
     if (header.len > param.uiOutBufLen) {
-      TIRN_LOG_AS(tirn::kModule, tirn::kError, "MORU_SysCall",
-                  "syscall_user: buffer length too small, hdr.len=%d uiOutBufLen=%u", static_cast<int>(header.len),
-                  param.uiOutBufLen);
+      TIRN_ERROR_AS("MORU_SysCall", "syscall_user: buffer length too small, hdr.len=%d uiOutBufLen=%u",
+                    static_cast<int>(header.len), param.uiOutBufLen);
       clear_all(header.len);
       return tirn::kFailU32;
     }
@@ -143,8 +139,7 @@ class Call {
     if (tirn::receive_whole(fd_, bytes, length, tirn::QuickAck::kNo)) {
       return true;
     }
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "recv error, err=%d, buf=%p, len=%d", errno, bytes,
-                static_cast<int>(length));
+    TIRN_ERROR_AS(function, "recv error, err=%d, buf=%p, len=%d", errno, bytes, static_cast<int>(length));
     drop();
     return false;
   }

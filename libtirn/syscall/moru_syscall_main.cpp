@@ -22,26 +22,24 @@ bool group_exists(uint32_t group, const char* function) {
   if (group < MORU_SYSCALL_GROUPS) {
     return true;
   }
-  TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Param 1 v_uiGroupId %d is larger than %d.",
-              static_cast<int>(group), static_cast<int>(MORU_SYSCALL_GROUPS));
+  TIRN_ERROR_AS(function, "Param 1 v_uiGroupId %d is larger than %d.", static_cast<int>(group),
+                static_cast<int>(MORU_SYSCALL_GROUPS));
   return false;
 }
 
 bool entry_fits(uint32_t group, const MORU_SYSCALL_ENTRY& entry, const char* function) {
   if (entry.uiType > MORU_SYSCALL_INDIRECT) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function,
-                "Syscall type is wrong, it should be direct(%d) or indirect(%d).", MORU_SYSCALL_DIRECT,
-                MORU_SYSCALL_INDIRECT);
+    TIRN_ERROR_AS(function, "Syscall type is wrong, it should be direct(%d) or indirect(%d).", MORU_SYSCALL_DIRECT,
+                  MORU_SYSCALL_INDIRECT);
     return false;
   }
   if (entry.uiCmd >> 8 != group) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Syscall's cmd %d  is wrong, it should be v_uiGroupId(%d).",
-                static_cast<int>(entry.uiCmd), static_cast<int>(group));
+    TIRN_ERROR_AS(function, "Syscall's cmd %d  is wrong, it should be v_uiGroupId(%d).",
+                  static_cast<int>(entry.uiCmd), static_cast<int>(group));
     return false;
   }
   if (entry.pfnSysCall == nullptr) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "pfnSysCall is NULL.");
-    return false;
+    return TIRN_ERROR_AS(function, "pfnSysCall is NULL."), false;
   }
   return true;
 }
@@ -50,8 +48,7 @@ bool entry_fits(uint32_t group, const MORU_SYSCALL_ENTRY& entry, const char* fun
 
 int MORU_CheckGroupCalls(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t count) {
   if (calls == nullptr) {
-    TIRN_ERROR("Parm 2(v_pstSysCalls) is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("Parm 2(v_pstSysCalls) is NULL."), tirn::kFail;
   }
   if (count > MORU_SYSCALL_GROUP_ENTRIES) {
     TIRN_ERROR("Parm 3 %d is larger than %d.", static_cast<int>(count), static_cast<int>(MORU_SYSCALL_GROUP_ENTRIES));
@@ -72,21 +69,18 @@ int MORU_RegSysCall(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t co
     return tirn::kFail;
   }
   if (MORU_CheckGroupCalls(group, calls, count) != tirn::kOk) {
-    TIRN_ERROR("Check the input param failed.");
-    return tirn::kFail;
+    return TIRN_ERROR("Check the input param failed."), tirn::kFail;
   }
   TIRN_INFO("MORU reg syscall check rereg, uicount(%u).", count);
   if (g_groups[group].load(std::memory_order_acquire) != nullptr) {
-    TIRN_INFO("MORU register syscall %d.", static_cast<int>(group));
-    return tirn::kFail;
+    return TIRN_INFO("MORU register syscall %d.", static_cast<int>(group)), tirn::kFail;
   }
   TIRN_INFO("MORU reg syscall alloc memory.");
   const size_t entries_size = count * sizeof(MORU_SYSCALL_ENTRY);
   const size_t size = sizeof(Group) + entries_size;
   auto head = tirn::tagged_block<Group>(static_cast<uint32_t>(size));
   if (head == nullptr) {
-    TIRN_ERROR("Alloc memory for syscall group (%u) fail, count = (%u).", group, count);
-    return tirn::kFail;
+    return TIRN_ERROR("Alloc memory for syscall group (%u) fail, count = (%u).", group, count), tirn::kFail;
   }
   if (const int result = memset_s(head.get(), size, 0, size); result != 0) {
     TIRN_ERROR("Memset failed, ret = %d.", result);
@@ -117,8 +111,7 @@ const MORU_SYSCALL_ENTRY* MORU_FindSysCall(uint32_t cmd) {
   // Commands come from the network: a group number that is out of range counts as not registered.
   Group* const head = group < MORU_SYSCALL_GROUPS ? g_groups[group].load(std::memory_order_acquire) : nullptr;
   if (head == nullptr) {
-    TIRN_ERROR("Syscall not registered usr, cmd = (0x%x).", cmd);
-    return nullptr;
+    return TIRN_ERROR("Syscall not registered usr, cmd = (0x%x).", cmd), nullptr;
   }
   for (uint32_t i = 0; i < head->count; ++i) {
     if (head->entries()[i].uiCmd == cmd) {
@@ -133,8 +126,7 @@ int MORU_PrivateSysCallInit() {
     group.store(nullptr, std::memory_order_release);
   }
   if (MORU_PrivateSysCallIntfInit() != tirn::kOk) {
-    TIRN_ERROR("Initial syscall interface fail.");
-    return tirn::kFail;
+    return TIRN_ERROR("Initial syscall interface fail."), tirn::kFail;
   }
   return tirn::kOk;
 }

@@ -40,8 +40,7 @@ int kesa_thrd_setbindcpu(pthread_t thread, const cpu_set_t* set) {
   }
   const int result = pthread_setaffinity_np(thread, size, set);
   if (result != 0) {
-    TIRN_ERROR("Set thread(0x%lx) affinity bind cpu failed(%d).", thread, result);
-    return tirn::kFail;
+    return TIRN_ERROR("Set thread(0x%lx) affinity bind cpu failed(%d).", thread, result), tirn::kFail;
   }
   return tirn::kOk;
 }
@@ -77,8 +76,7 @@ int kesa_thrd_bindAllCfgCpu() {
   });
   const int result = pthread_setaffinity_np(pthread_self(), sizeof g_all_cpus, &g_all_cpus);
   if (result != 0) {
-    TIRN_ERROR("Create thread failed, error %d.", result);
-    return tirn::kFail;
+    return TIRN_ERROR("Create thread failed, error %d.", result), tirn::kFail;
   }
   return tirn::kOk;
 }

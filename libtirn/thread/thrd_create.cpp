@@ -46,13 +46,12 @@ int start(kesa_thread_s* record, kesa_thread_fn entry, pthread_t* thread, pthrea
   Attributes attributes(attr);
   int result = attributes.set_detached();
   if (result != 0) {
-    TIRN_LOG_AS(kModule, kError, function, "Set thread detach state failed, ret:%d, errno(%d:%s).", result, errno,
-                strerrordesc_np(errno));
+    TIRN_ERROR_AS(function, "Set thread detach state failed, ret:%d, errno(%d:%s).", result, errno,
+                  strerrordesc_np(errno));
   } else {
     result = pthread_create(thread, attributes.get(), entry, record);
     if (result != 0) {
-      TIRN_LOG_AS(kModule, kError, function, "Create thread failed, ret:%d, errno(%d:%s).", result, errno,
-                  strerrordesc_np(errno));
+      TIRN_ERROR_AS(function, "Create thread failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno));
     }
   }
   if (result != 0) {
@@ -88,8 +87,7 @@ int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, p
   const tirn::NoCancellation guard;  // until the new thread has taken over the record's reference
   kesa_thread_s* const record = take_record(fn, arg);
   if (record == nullptr) {
-    TIRN_INFO("Create thread info fail.");
-    return tirn::kFail;
+    return TIRN_INFO("Create thread info fail."), tirn::kFail;
   }
   pthread_t thread;
   if (start(record, entry, &thread, attr, __func__) != tirn::kOk) {
@@ -115,27 +113,6 @@ int create_thread_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
 
 int kesa_thread_create_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
   return create_thread_raw(fn, arg, id_out);
-}
-
-int kesa_thrd_create(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
-  return create_thread_from_thread_pool(fn, arg, id_out) == tirn::kOk ? tirn::kOk
-                                                                      : create_thread_raw(fn, arg, id_out);
-}
-
-int create_thread_nopreempt_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
-  if (create_thread_from_thread_pool(fn, arg, id_out) == tirn::kOk) {
-    return tirn::kOk;
-  }
-  if (kesa_get_instant_map_flag() != 1) {
-    return create_thread_raw(fn, arg, id_out);
-  }
-  pthread_attr_t attributes;
-  const int result = init_small_stack(&attributes);
-  if (result != 0) {
-    TIRN_ERROR("Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno));
-    return tirn::kFail;
-  }
-  return create_thread_raw_base(fn, arg, default_entry, id_out, &attributes);
 }
 
 int kesa_thrd_create_attr(kesa_thread_fn fn, void* arg, pthread_t* id_out, pthread_attr_t* attr) {

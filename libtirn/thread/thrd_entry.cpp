@@ -20,8 +20,7 @@ void record_os_stack(kesa_thread_s& record) {
   pthread_attr_t attributes;
   int result = pthread_getattr_np(pthread_self(), &attributes);
   if (result != 0) {
-    TIRN_INFO("Get thread attr ret:%d.", result);
-    return;
+    return TIRN_INFO("Get thread attr ret:%d.", result);
   }
   size_t guard = 0;
   if (pthread_attr_getguardsize(&attributes, &guard) != 0) {
@@ -54,8 +53,8 @@ void unset_signal_stack(const kesa_thread_s& record) {
   stack_t stack{};
   stack.ss_flags = SS_DISABLE;
   if (sigaltstack(&stack, nullptr) != 0) {
-    TIRN_LOG_AS(kModule, kWarning, "kesa_thrd_unsetsigstack", "Disable signal stack failed, thrd tid:%d, errno:%d.",
-                static_cast<int>(record.tid), errno);
+    TIRN_WARNING_AS("kesa_thrd_unsetsigstack", "Disable signal stack failed, thrd tid:%d, errno:%d.",
+                    static_cast<int>(record.tid), errno);
   }
 }
 
@@ -125,8 +124,7 @@ int kesa_thrd_setcurthreadinfo() {
   const tirn::NoCancellation guard;
   kesa_thread_s* const record = take_record(nullptr, nullptr);
   if (record == nullptr) {
-    TIRN_INFO("Create thread info fail.");
-    return tirn::kFail;
+    return TIRN_INFO("Create thread info fail."), tirn::kFail;
   }
   begin_thread(*record);
   apply_default_strategy();

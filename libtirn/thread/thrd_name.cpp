@@ -32,8 +32,7 @@ int read_process_name() {
   snprintf_s(path, sizeof path, sizeof path - 1, "/proc/%d/status", getpid());
   const tirn::File file(std::fopen(path, "re"));
   if (file == nullptr) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "hurn log get comm failed ret=%p errno=%d file=%s", nullptr,
-                errno, path);
+    TIRN_ERROR_AS(kFunction, "hurn log get comm failed ret=%p errno=%d file=%s", nullptr, errno, path);
     return tirn::kFail;
   }
   char name[kNameSize];
@@ -44,8 +43,8 @@ int read_process_name() {
       return tirn::kOk;
     }
   }
-  TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "hurn log read comm failed fp=%p errno=%d file=%s",
-              static_cast<void*>(file.get()), errno, path);
+  TIRN_ERROR_AS(kFunction, "hurn log read comm failed fp=%p errno=%d file=%s", static_cast<void*>(file.get()), errno,
+                path);
   return tirn::kFail;
 }
 
@@ -54,25 +53,21 @@ int read_exe_name() {
   char path[64];
   if (snprintf_s(path, sizeof path, sizeof path - 1, "/proc/%d/exe", static_cast<int>(kesa_thread_get_knl_tid())) <
       0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Can't get program path info.");
-    return tirn::kFail;
+    return TIRN_ERROR_AS(kFunction, "Can't get program path info."), tirn::kFail;
   }
   char program[256]{};
   if (readlink(path, program, sizeof program - 1) < 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Readlink program path<%s> fail errno<%d>.", path, errno);
-    return tirn::kFail;
+    return TIRN_ERROR_AS(kFunction, "Readlink program path<%s> fail errno<%d>.", path, errno), tirn::kFail;
   }
   const char* const slash = std::strrchr(program, '/');
   char name[kNameSize];
   int result = strncpy_s(name, sizeof name, slash != nullptr ? slash + 1 : program, sizeof name - 1);
   if (result != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Set exe name failed, ret(%d).", result);
-    return tirn::kFail;
+    return TIRN_ERROR_AS(kFunction, "Set exe name failed, ret(%d).", result), tirn::kFail;
   }
   result = strcpy_s(g_exe_name, sizeof g_exe_name, name);
   if (result != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Set programName failed, ret(%d).", result);
-    return tirn::kFail;
+    return TIRN_ERROR_AS(kFunction, "Set programName failed, ret(%d).", result), tirn::kFail;
   }
   return tirn::kOk;
 }
@@ -81,13 +76,11 @@ int read_exe_name() {
 
 int kesa_thrd_setname(const char* format, ...) {
   if (format == nullptr) {
-    TIRN_ERROR("Kesa set thrd name(NULL) fail.");
-    return tirn::kOk;
+    return TIRN_ERROR("Kesa set thrd name(NULL) fail."), tirn::kOk;
   }
   kesa_thread_s* const record = m_current_thread;
   if (record == nullptr) {
-    TIRN_ERROR("Kesa set thrd name(%s) fail, please use kesa or Moru create thrd.", format);
-    return tirn::kOk;
+    return TIRN_ERROR("Kesa set thrd name(%s) fail, please use kesa or Moru create thrd.", format), tirn::kOk;
   }
   char name[KESA_THREAD_NAME_SIZE]{};
   va_list arguments;
@@ -95,8 +88,7 @@ int kesa_thrd_setname(const char* format, ...) {
   vsnprintf_s(name, sizeof name, sizeof name - 1, format, arguments);  // a longer name is cut
   va_end(arguments);
   if (name[0] == '\0') {
-    TIRN_ERROR("vsnprintf_s failed, name(%s).", format);
-    return tirn::kOk;
+    return TIRN_ERROR("vsnprintf_s failed, name(%s).", format), tirn::kOk;
   }
   for (size_t i = 0; i < sizeof name; ++i) {  // kesa_thrd_list may read it meanwhile
     std::atomic_ref(record->name[i]).store(name[i], std::memory_order_relaxed);
@@ -114,16 +106,14 @@ int kesa_get_process_name(char* buf, uint32_t len) {
     return tirn::kFail;
   }
   if (strncpy_s(buf, len, g_process_name, len - 1) != 0) {
-    TIRN_ERROR("strncpy_s failed, processName(%s).", g_process_name);
-    return tirn::kFail;
+    return TIRN_ERROR("strncpy_s failed, processName(%s).", g_process_name), tirn::kFail;
   }
   return tirn::kOk;
 }
 
 int kesa_get_process_exe_name(char* buf, uint32_t len) {
   if (buf == nullptr) {
-    TIRN_ERROR("programName is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("programName is NULL."), tirn::kFail;
   }
   if (g_exe_name_known.run(read_exe_name) != tirn::kOk) {
     return tirn::kFail;
@@ -131,8 +121,7 @@ int kesa_get_process_exe_name(char* buf, uint32_t len) {
   const uint32_t size = std::min(len, kNameSize);
   const int result = strncpy_s(buf, size, g_exe_name, size - 1);
   if (result != 0) {
-    TIRN_ERROR("Copy program name failed, ret(%d).", result);
-    return tirn::kFail;
+    return TIRN_ERROR("Copy program name failed, ret(%d).", result), tirn::kFail;
   }
   return tirn::kOk;
 }

@@ -62,21 +62,26 @@ bool run_job(kesa_thread_s& record, kesa_thread_fn job) {
   return true;
 }
 
-// Runs the worker's job if it has one, else sleeps until it gets one or the pool ends. Returns false if the record is
-// no longer the worker's.
-bool work(kesa_thread_s& record) {
-  if (const kesa_thread_fn job = job_of(record).load(std::memory_order_acquire); job != nullptr) {
-    return run_job(record, job);
-  }
-  sem_wait(&record.wake);
-  return true;
-}
-
 // Marks an idle worker as dead and returns whether it did. A worker that was bound before the end of the pool still
 // has to run its job.
 bool leave_pool(kesa_thread_s& record) {
   uint32_t state = THRD_SLOT_POOL_IDLE;
   return state_of(*record.slot).compare_exchange_strong(state, THRD_SLOT_DEAD, std::memory_order_acq_rel);
+}
+
+// Runs the jobs that the worker gets, and sleeps without one, until the pool ends or a job has given back the record.
+void work(kesa_thread_s& record) {
+  for (;;) {
+    if (g_stop.load(std::memory_order_relaxed) != 0 && leave_pool(record)) {
+      return;
+    }
+    const kesa_thread_fn job = job_of(record).load(std::memory_order_acquire);
+    if (job == nullptr) {
+      sem_wait(&record.wake);
+    } else if (!run_job(record, job)) {
+      return;
+    }
+  }
 }
 
 void* thrd_pool_worker(void* argument) {
@@ -90,14 +95,38 @@ void* thrd_pool_worker(void* argument) {
   // `g_stop`. Later loads need no order: a worker that `wake_workers` has found is woken through its semaphore.
   g_stop.fetch_or(0, std::memory_order_acq_rel);
   // The record is given back also if the thread ends inside a job.
-  tirn::run_with_cleanup(
-      [&record] {
-        while ((g_stop.load(std::memory_order_relaxed) == 0 || !leave_pool(record)) && work(record)) {
-        }
-      },
-      end_current);
+  tirn::run_with_cleanup([&record] { work(record); }, end_current);
   return nullptr;
 }
+
+// Changes the worker from idle to bound and returns whether it did. Of several threads that want the worker, this
+// decides which one gets it.
+bool bind_worker(kesa_thread_s& record) {
+  uint32_t state = THRD_SLOT_POOL_IDLE;
+  return state_of(*record.slot)
+      .compare_exchange_strong(state, THRD_SLOT_POOL_BOUND, std::memory_order_acq_rel, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
+  if (fn == nullptr || g_size.load(std::memory_order_relaxed) == 0 || g_stop.load(std::memory_order_relaxed) != 0) {
+    return tirn::kFail;
+  }
+  const HeldRecord worker = find_record(THRD_SLOT_POOL_IDLE, bind_worker);
+  if (worker == nullptr) {
+    return tirn::kFail;
+  }
+  worker->arg = arg;
+  job_of(*worker).store(fn, std::memory_order_release);  // publishes the argument; pairs with the acquire in work()
+  if (id_out != nullptr) {
+    *id_out = worker->thread;
+  }
+  sem_post(&worker->wake);
+  return tirn::kOk;
+}
+
+namespace {
 
 uint32_t start_workers(uint32_t count) {
   uint32_t made = 0;
@@ -126,8 +155,8 @@ void* thrd_pool_spawner(void* record) {
 void set_small_stacks() {
   const int result = init_small_stack(&g_attributes);
   if (result != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_thread_pool_create",
-                "Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno));
+    TIRN_INFO_AS("kesa_thread_pool_create", "Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno,
+                 strerrordesc_np(errno));
     return;
   }
   g_has_attributes.store(true, std::memory_order_relaxed);
@@ -136,20 +165,11 @@ void set_small_stacks() {
 uint32_t wake_workers() {
   uint32_t woken = 0;
   g_stop.fetch_or(1, std::memory_order_acq_rel);  // see thrd_pool_worker
-  find_record(THRD_SLOT_POOL_IDLE | THRD_SLOT_POOL_BOUND, [&woken](kesa_thread_s& record) {
-    sem_post(&record.wake);
+  for_each_record(THRD_SLOT_POOL_IDLE | THRD_SLOT_POOL_BOUND, [&woken](const HeldRecord& record) {
+    sem_post(&record->wake);
     ++woken;
-    return false;
   });
   return woken;
-}
-
-// Changes the worker from idle to bound and returns whether it did. Of several threads that want the worker, this
-// decides which one gets it.
-bool bind_worker(kesa_thread_s& record) {
-  uint32_t state = THRD_SLOT_POOL_IDLE;
-  return state_of(*record.slot)
-      .compare_exchange_strong(state, THRD_SLOT_POOL_BOUND, std::memory_order_acq_rel, std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -164,8 +184,7 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
   const tirn::NoCancellation guard;  // nothing could complete a half-made pool
   uint32_t none = 0;
   if (!g_size.compare_exchange_strong(none, count, std::memory_order_relaxed)) {
-    TIRN_INFO("OS thread pool just allowed create once %u.", count);
-    return 0;
+    return TIRN_INFO("OS thread pool just allowed create once %u.", count), 0;
   }
   if (kesa_get_instant_map_flag() == 1) {
     set_small_stacks();
@@ -199,24 +218,5 @@ uint32_t kesa_thread_pool_destroy() {
   const uint32_t first = wake_workers();
   kesa_msleep(kPause);
   const uint32_t second = wake_workers();
-  TIRN_INFO("TBA:res1 %d, res2 %d.", static_cast<int>(first), static_cast<int>(second));
-  return second;
-}
-
-int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
-  if (fn == nullptr || g_size.load(std::memory_order_relaxed) == 0 || g_stop.load(std::memory_order_relaxed) != 0) {
-    return tirn::kFail;
-  }
-  kesa_thread_s* const worker = find_record(THRD_SLOT_POOL_IDLE, bind_worker);
-  if (worker == nullptr) {
-    return tirn::kFail;
-  }
-  worker->arg = arg;
-  job_of(*worker).store(fn, std::memory_order_release);  // publishes the argument; pairs with the acquire in work()
-  if (id_out != nullptr) {
-    *id_out = worker->thread;
-  }
-  sem_post(&worker->wake);
-  kesa_thrd_putthreadinfo(worker);
-  return tirn::kOk;
+  return TIRN_INFO("TBA:res1 %d, res2 %d.", static_cast<int>(first), static_cast<int>(second)), second;
 }

@@ -58,9 +58,7 @@ bool is_valid(const ThreadStrategy& strategy) {
 // for an invalid id, and if neither was set up.
 const ThreadStrategy* strategy_in_force(uint32_t id) {
   if (id >= KESA_STRATEGY_COUNT) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_getValidThreadAttr", "Invalid thread strategy %d.",
-                static_cast<int>(id));
-    return nullptr;
+    return TIRN_INFO_AS("kesa_getValidThreadAttr", "Invalid thread strategy %d.", static_cast<int>(id)), nullptr;
   }
   const ThreadStrategy* const strategy = is_valid(g_strategies[id]) ? &g_strategies[id] : g_strategies;
   return is_valid(*strategy) ? strategy : nullptr;
@@ -70,8 +68,7 @@ const ThreadStrategy* strategy_in_force(uint32_t id) {
 
 int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
   if (id >= KESA_STRATEGY_COUNT) {
-    TIRN_INFO("Invalid thread strategy %d.", static_cast<int>(id));
-    return tirn::kFail;
+    return TIRN_INFO("Invalid thread strategy %d.", static_cast<int>(id)), tirn::kFail;
   }
   if (cfg == nullptr) {
     return tirn::kFail;
@@ -82,8 +79,7 @@ int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
   CpuSet set;
   store_cpus(strategy, set);
   if (kesa_cpum_parse_cpumask(cfg->cpumask, set.words) != tirn::kOk) {
-    TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask != nullptr ? cfg->cpumask : "(null)");
-    return tirn::kFail;
+    return TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask != nullptr ? cfg->cpumask : "(null)"), tirn::kFail;
   }
   store_cpus(strategy, set);
   strategy.flags.fetch_or(kValid, std::memory_order_release);  // pairs with the acquire in is_valid
@@ -93,7 +89,7 @@ int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
 int kesa_setCurThreadPrio(int prio) {
   // On Linux each thread has a nice value of its own; 0 means the calling thread.
   if (setpriority(PRIO_PROCESS, 0, prio) != 0) {
-    TIRN_LIMITED(tirn::kInfo, tirn::kWarning, tirn::kInfo, "Set thread prio fail %d, errno %d.", prio, errno);
+    TIRN_LIMITED(tirn::kWarning, "Set thread prio fail %d, errno %d.", prio, errno);
     return tirn::kFail;
   }
   return tirn::kOk;
@@ -108,9 +104,8 @@ int kesa_thrd_setprio(uint32_t level) {
 int kesa_setCurThreadBind(const char* mask) {
   CpuSet set;
   if (kesa_cpum_parse_cpumask(mask, set.words) != tirn::kOk) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_thrd_setbindcpustr",
-                "Bind thread:%lu to cpu:%s fail, invalid cpu mask.", pthread_self(),
-                mask != nullptr ? mask : "(null)");
+    TIRN_ERROR_AS("kesa_thrd_setbindcpustr", "Bind thread:%lu to cpu:%s fail, invalid cpu mask.", pthread_self(),
+                  mask != nullptr ? mask : "(null)");
     return tirn::kFail;
   }
   const cpu_set_t cpus = set.as_cpu_set();
@@ -125,7 +120,7 @@ int kesa_setCurThreadStrategy(uint32_t id) {
   const cpu_set_t cpus = cpus_of(*strategy).as_cpu_set();
   if (kesa_setCurThreadPrio(strategy->prio.load(std::memory_order_relaxed)) != tirn::kOk ||
       kesa_thrd_setbindcpu(pthread_self(), &cpus) != tirn::kOk) {
-    TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Set thread strategy %d fail.", static_cast<int>(id));
+    TIRN_LIMITED(tirn::kInfo, "Set thread strategy %d fail.", static_cast<int>(id));
     return tirn::kFail;
   }
   if (m_current_thread != nullptr) {  // kesa_thrd_list may read it meanwhile

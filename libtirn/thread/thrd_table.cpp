@@ -60,14 +60,12 @@ ThreadSlot* claim_slot() {
 kesa_thread_s* allocate_record() {
   auto stack = tagged_block<uint8_t>(KESA_THREAD_SIGNAL_STACK);
   if (stack == nullptr) {
-    TIRN_LOG_AS(kModule, kError, "kesa_thrd_allocthreadinfo",
-                "Kesa_malloc sig stack for kesa_thread_s failed, errno=%d.", errno);
+    TIRN_ERROR_AS("kesa_thrd_allocthreadinfo", "Kesa_malloc sig stack for kesa_thread_s failed, errno=%d.", errno);
     return nullptr;
   }
   auto block = tagged_block<kesa_thread_s>();
   if (block == nullptr) {
-    TIRN_LOG_AS(kModule, kError, "kesa_thrd_allocthreadinfo", "Kesa_malloc kesa_thread_s failed, errno=%d.", errno);
-    return nullptr;
+    return TIRN_ERROR_AS("kesa_thrd_allocthreadinfo", "Kesa_malloc kesa_thread_s failed, errno=%d.", errno), nullptr;
   }
   kesa_thread_s* const record = block.release();
   *record = {};
@@ -170,10 +168,10 @@ kesa_thread_s* kesa_thrd_getthreadinfobytid(uint32_t tid) {
     if (g_tids[i].load(std::memory_order_relaxed) != tid) {
       continue;
     }
-    kesa_thread_s* const record = hold_record(g_slots[i], THRD_SLOT_ALIVE,
-                                              [tid](const kesa_thread_s& candidate) { return candidate.tid == tid; });
+    HeldRecord record = hold_record(g_slots[i], THRD_SLOT_ALIVE,
+                                    [tid](const kesa_thread_s& candidate) { return candidate.tid == tid; });
     if (record != nullptr) {
-      return record;
+      return record.release();
     }
   }
   return nullptr;
@@ -217,15 +215,9 @@ void kesa_thrd_list(kesa_print_fn print, uint64_t, uint64_t, uint64_t, uint64_t)
   }
   print("list threads flag(0:preempt 1:nonpreempt) created by kesa:\n");
   print("%-5s %-18s %-11s %-8s\n", "tid", "name", "preemptflag", "strategy");
-  for (ThreadSlot& slot : g_slots) {
-    Shown shown;
-    kesa_thread_s* const record = hold_record(slot, THRD_SLOT_ALIVE, [&shown](kesa_thread_s& candidate) {
-      shown = shown_of(candidate);
-      return true;
-    });
-    if (record != nullptr) {
-      drop_reference(slot);  // before `print`, in which the calling thread may end
-      print("%5lu %-18s %-11d %-8d\n", static_cast<unsigned long>(shown.tid), shown.name, 0, shown.strategy);
-    }
-  }
+  for_each_record(THRD_SLOT_ALIVE, [print](HeldRecord record) {
+    const Shown shown = shown_of(*record);
+    record.reset();  // before `print`, in which the calling thread may end
+    print("%5lu %-18s %-11d %-8d\n", static_cast<unsigned long>(shown.tid), shown.name, 0, shown.strategy);
+  });
 }

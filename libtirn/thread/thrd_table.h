@@ -3,6 +3,8 @@
 #define TIRN_THREAD_THRD_TABLE_H
 
 #include <atomic>
+#include <memory>
+#include <utility>
 
 #include "tirn/thread.h"
 
@@ -27,31 +29,46 @@ kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg);
 // Stores the kernel id of the record's thread, also for searches of the table.
 void set_tid(kesa_thread_s& record, uint32_t tid);
 
-// Returns the slot's record if the slot is in one of `states` and `is_wanted` holds, else nullptr. The record comes
-// with a reference that the caller has to drop. While `is_wanted` runs, the reference keeps the record, but its
-// thread goes on.
+// A record that its slot's next owner does not get before this reference is dropped.
+struct DropReference {
+  void operator()(kesa_thread_s* record) const { drop_reference(*record->slot); }
+};
+using HeldRecord = std::unique_ptr<kesa_thread_s, DropReference>;
+
+inline bool is_any(const kesa_thread_s&) { return true; }
+
+// Returns the slot's record if the slot is in one of `states` and `is_wanted` holds, else an empty pointer. While
+// `is_wanted` runs, the record is kept, but its thread goes on.
 template <typename IsWanted>
-kesa_thread_s* hold_record(ThreadSlot& slot, uint32_t states, IsWanted is_wanted) {
+HeldRecord hold_record(ThreadSlot& slot, uint32_t states, IsWanted is_wanted) {
   if ((state_of(slot).load(std::memory_order_relaxed) & states) == 0 || !add_reference(slot)) {
-    return nullptr;
+    return {};
   }
+  HeldRecord record(slot.info);
   // Test the state again: the slot may have got a new owner before the reference was taken.
-  if ((state_of(slot).load(std::memory_order_acquire) & states) != 0 && is_wanted(*slot.info)) {
-    return slot.info;
-  }
-  drop_reference(slot);
-  return nullptr;
+  const bool is_in_state = (state_of(slot).load(std::memory_order_acquire) & states) != 0;
+  return is_in_state && is_wanted(*record) ? std::move(record) : HeldRecord();
 }
 
-// Returns the first such record of the table, or nullptr.
+// Returns the first such record of the table, or an empty pointer.
 template <typename IsWanted>
-kesa_thread_s* find_record(uint32_t states, IsWanted is_wanted) {
+HeldRecord find_record(uint32_t states, IsWanted is_wanted) {
   for (ThreadSlot& slot : g_slots) {
-    if (kesa_thread_s* const record = hold_record(slot, states, is_wanted); record != nullptr) {
+    if (HeldRecord record = hold_record(slot, states, is_wanted); record != nullptr) {
       return record;
     }
   }
-  return nullptr;
+  return {};
+}
+
+// Calls `act` with each record whose slot is in one of `states`.
+template <typename Act>
+void for_each_record(uint32_t states, Act act) {
+  for (ThreadSlot& slot : g_slots) {
+    if (HeldRecord record = hold_record(slot, states, is_any); record != nullptr) {
+      act(std::move(record));
+    }
+  }
 }
 
 }  // namespace tirn::thread
