@@ -55,7 +55,7 @@ TEST(BitSearch, FindsTheNextHitWhereverItIs) {
 
 TEST(BitSearch, NothingIsReadForAnEmptyRangeOrWithoutAPointer) {
   EXPECT_TRUE(find_first_bit(nullptr, 0) == 0 && find_first_zero_bit(nullptr, 0) == 0);
-  EXPECT_TRUE(kesa_find_next_zero_bit(nullptr, 64, 64) == 64 && find_next_bit(nullptr, 64, ~0ull) == 64);
+  EXPECT_TRUE(kesa_find_next_zero_bit(nullptr, 70, 70) == 70 && find_next_bit(nullptr, 64, ~0ull) == 64);
   const uint8_t map[] = {1, 0};
   int32_t at = -7;
   EXPECT_TRUE(kesa_bitop_findfirstsetbit(map, 8, nullptr) == 0 && kesa_bitop_findfirstsetbit(nullptr, 8, &at) == 0);
