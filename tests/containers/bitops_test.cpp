@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <cstring>
 #include <random>
 #include <set>
@@ -79,14 +80,15 @@ TEST(BitRead, FirstBitsOfAMap) {
 TEST(BitChange, IsAtomicOnItsByte) {
   const Guarded memory;
   uint8_t* const map = memory.end() - 3;
-  const auto change = [map](uint32_t bit) {
-    for (int i = 0; i < 50000 && !testing::Test::HasFailure(); ++i) {
-      EXPECT_EQ(kesa_test_and_set_bit(bit, map), 0);
+  std::barrier start(2);
+  const auto change = [&](uint32_t bit) {
+    start.arrive_and_wait();
+    for (int i = 0; i < 300000 && !testing::Test::HasFailure(); ++i) {
+      EXPECT_TRUE(kesa_test_and_set_bit(bit, map) == 0 && kesa_test_and_set_bit(bit, map) == 1);
+      EXPECT_TRUE(kesa_test_and_clear_bit(bit, map) == 1 && kesa_test_and_clear_bit(bit, map) == 0);
+      kesa_set_bit(bit, map), kesa_set_bit(bit, map);
       EXPECT_EQ(kesa_test_and_set_bit(bit, map), 1);
-      kesa_clear_bit(bit, map);
-      EXPECT_EQ(kesa_test_and_clear_bit(bit, map), 0);
-      kesa_set_bit(bit, map);
-      EXPECT_EQ(kesa_test_and_clear_bit(bit, map), 1);
+      kesa_clear_bit(bit, map), kesa_clear_bit(bit, map);
     }
     kesa_set_bit(bit, map);
   };
