@@ -35,27 +35,24 @@ class Rain {
     action.sa_handler = drop;
     sigaction(SIGUSR1, &action, nullptr);
     kesa_sched_init();  // without its handler the wake-up signal ends the process
-    thread_ = std::thread([this] {
-      for (unsigned i = 0; !is_over_; ++i) {
-        if (const int tid = tids_[i % kPlaces]; tid != 0) {
-          syscall(SYS_tgkill, getpid(), tid, i / kPlaces % 2 == 0 ? SIGUSR1 : SIGWAKEUP);
-        }
-        kesa_usleep(50);
-      }
-    });
-  }
-  ~Rain() {
-    is_over_ = true;
-    thread_.join();
+    thread_ = std::jthread([this](const std::stop_token& end) { fall(end); });
   }
   void fall_on_this_thread(size_t place) { tids_[place] = gettid(); }
   void spare(size_t place) { tids_[place] = 0; }
 
  private:
+  void fall(const std::stop_token& end) {
+    for (unsigned i = 0; !end.stop_requested(); ++i) {
+      if (const int tid = tids_[i % kPlaces]; tid != 0) {
+        syscall(SYS_tgkill, getpid(), tid, i / kPlaces % 2 == 0 ? SIGUSR1 : SIGWAKEUP);
+      }
+      kesa_usleep(50);
+    }
+  }
+
   static constexpr size_t kPlaces = kThreads + 1;
   std::atomic<int> tids_[kPlaces]{};
-  std::atomic<bool> is_over_{false};
-  std::thread thread_;
+  std::jthread thread_;
 };
 
 }  // namespace
@@ -69,69 +66,56 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
   kesa_sem_enhance_init(&answer, 0);
   std::atomic<uint32_t> served{0};
   std::atomic<bool> is_over{false};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   int out_of_order = 0;
   int rounds = 0;  // all of them, but for sanitizers on a busy machine
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  {
-    Rain rain;
-    for (size_t i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&, i] {
-        rain.fall_on_this_thread(i);
-        while (kesa_sem_enhance_down(&work), !is_over) {
-          served = static_cast<uint32_t>(gettid());
-          kesa_sem_enhance_up(&answer);
-        }
-        rain.spare(i);
-      });
-    }
-    rain.fall_on_this_thread(kThreads);
-    for (; rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
-      uint32_t oldest = oldest_waiter_of(work);
-      for (; oldest == 0; oldest = oldest_waiter_of(work)) {
-        kesa_yield();  // the waiters need the lock that is looked under
+  Rain rain;
+  for (size_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      rain.fall_on_this_thread(i);
+      while (kesa_sem_enhance_down(&work), !is_over) {
+        served = static_cast<uint32_t>(gettid());
+        kesa_sem_enhance_up(&answer);
       }
-      EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
-      kesa_sem_enhance_down(&answer);
-      out_of_order += served != oldest;
-    }
-    is_over = true;
-    for (size_t i = 0; i < kThreads; ++i) {
-      kesa_sem_enhance_up(&work);
-    }
-    for (std::thread& thread : threads) {
-      thread.join();
-    }
+      rain.spare(i);
+    });
   }
+  rain.fall_on_this_thread(kThreads);
+  for (; rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
+    uint32_t oldest = oldest_waiter_of(work);
+    for (; oldest == 0; oldest = oldest_waiter_of(work)) {
+      kesa_yield();  // the waiters need the lock that is looked under
+    }
+    EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
+    kesa_sem_enhance_down(&answer);
+    out_of_order += served != oldest;
+  }
+  is_over = true;
+  for (size_t i = 0; i < kThreads; ++i) {
+    kesa_sem_enhance_up(&work);
+  }
+  threads.clear();
   EXPECT_EQ(out_of_order, 0);
-  EXPECT_GT(rounds, 1000);
-  EXPECT_EQ(g_has_rained, 1);
-  EXPECT_EQ(work.count, 0);
-  EXPECT_EQ(answer.count, 0);
+  EXPECT_TRUE(rounds > 1000 && g_has_rained == 1) << rounds;
+  EXPECT_TRUE(work.count == 0 && answer.count == 0) << work.count << ' ' << answer.count;
 }
 
 // Units that arrive around the moment at which the waiter's time runs out are taken, or stay.
 TEST(SemaphoreStress, UnitsAtTheEdgeOfATimeout) {
   kesa_gettime_init();
-  constexpr int kPairs = 16;
-  constexpr int kTries = 10000 / kPairs;
   std::atomic<int> taken{0}, late{0}, lost{0};
-  std::vector<std::thread> pairs;
-  for (unsigned pair = 1; pair <= kPairs; ++pair) {
-    pairs.emplace_back([&, pair] {
-      kesa_sem_enhance sem, start;
+  std::vector<std::jthread> pairs(16);
+  for (std::jthread& pair : pairs) {
+    pair = std::jthread([&] {
+      std::minstd_rand random(static_cast<unsigned>(gettid()));
+      kesa_sem_enhance sem;
       kesa_sem_enhance_init(&sem, 0);
-      kesa_sem_enhance_init(&start, 0);
-      std::thread giver([&] {
-        std::minstd_rand random(pair);
-        for (int i = 0; i < kTries; ++i) {
-          kesa_sem_enhance_down(&start);
-          kesa_usleep(static_cast<uint32_t>(3300 + random() % 900));
+      for (int i = 0; i < 300; ++i) {
+        const std::jthread giver([&sem, delay = 3300 + random() % 900] {
+          kesa_usleep(static_cast<uint32_t>(delay));
           kesa_sem_enhance_up(&sem);
-        }
-      });
-      for (int i = 0; i < kTries; ++i) {
-        kesa_sem_enhance_up(&start);
+        });
         int result = kesa_sem_enhance_down_timeout(&sem, 4);
         ++(result == 0 ? taken : late);
         while (result == -ENODATA || result == -EINTR) {  // the signal of an earlier unit may come late
@@ -139,16 +123,11 @@ TEST(SemaphoreStress, UnitsAtTheEdgeOfATimeout) {
           lost += result == -ENODATA;
         }
       }
-      giver.join();
       lost += sem.count != 0;
     });
   }
-  for (std::thread& thread : pairs) {
-    thread.join();
-  }
-  EXPECT_EQ(lost, 0);
-  EXPECT_GT(taken, 0);
-  EXPECT_GT(late, 0);
+  pairs.clear();
+  EXPECT_TRUE(lost == 0 && taken > 0 && late > 0) << lost << ' ' << taken << ' ' << late;
 }
 
 // Waiters whose condition is set before the wake-up never sleep through it.
@@ -158,9 +137,9 @@ TEST(SemaphoreStress, WaitQueueLosesNoWakeUp) {
   kesa_wait_queue_head queue;
   kesa_wait_queue_head_init(&queue);
   std::atomic<uint32_t> round{0}, answers{0};
-  std::vector<std::thread> waiters;
-  for (size_t i = 0; i < kThreads; ++i) {
-    waiters.emplace_back([&] {
+  std::vector<std::jthread> waiters(kThreads);
+  for (std::jthread& waiter : waiters) {
+    waiter = std::jthread([&] {
       for (uint32_t next = 1; next <= kRounds; ++next) {
         kesa_wait_queue_entry entry;
         kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
@@ -179,8 +158,5 @@ TEST(SemaphoreStress, WaitQueueLosesNoWakeUp) {
       ADD_FAILURE() << "a wake-up was lost in round " << next;
       _exit(1);  // the sleeper would not end
     }
-  }
-  for (std::thread& waiter : waiters) {
-    waiter.join();
   }
 }
