@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <barrier>
 #include <cerrno>
+#include <latch>
 #include <thread>
-#include <vector>
 
 #include "support/child_process.h"
 #include "support/faults.h"
+#include "sync/together.h"
 
 using namespace tirn::test;
 using tirn::Once;
@@ -75,17 +75,10 @@ TEST(Once, ThreadsRaceForOneRun) {
     Once& once = fresh();
     std::atomic<int> runs{0};
     int set_up = 0;
-    std::barrier start(4);
-    const auto race = [&] {
-      start.arrive_and_wait();
+    together(4, [&](unsigned) {
       once.run([&] { return set_up = 1, runs.fetch_add(1) == 0 ? -1 : 0; });
       EXPECT_TRUE(!once.is_done() || set_up == 1);
-    };
-    std::vector<std::jthread> threads(4);
-    for (std::jthread& thread : threads) {
-      thread = std::jthread(race);
-    }
-    threads.clear();
+    });
     EXPECT_EQ(runs, 2);
   }
 }
@@ -94,15 +87,9 @@ TEST(Once, ThreadsRaceForOneRun) {
 // others join, and the child forks in turn.
 TEST(OnceNative, BeginsAnewInAForkedChild) {
   Once& once = fresh();
-  std::atomic<int> stage{0};
-  const std::jthread other([&] {
-    once.run([&] {
-      stage = 1;
-      stage.wait(1);
-      return 0;
-    });
-  });
-  stage.wait(0);
+  std::latch inside(1), over(1);
+  const std::jthread other([&] { once.run([&] { return inside.count_down(), over.wait(), 0; }); });
+  inside.wait();
   const ChildOutcome outcome = run_child([&] {
     int runs = 0;
     once.run([&] { return ++runs, 0; }), fresh().run([&] { return ++runs, 0; });
@@ -112,7 +99,6 @@ TEST(OnceNative, BeginsAnewInAForkedChild) {
     }
     return runs == 2 && waitpid(grandchild, nullptr, 0) == grandchild ? 0 : 1;
   });
-  stage = 2;
-  stage.notify_one();
+  over.count_down();
   EXPECT_TRUE(outcome.exited()) << outcome;
 }

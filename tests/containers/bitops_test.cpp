@@ -2,22 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <barrier>
 #include <cstring>
 #include <random>
 #include <set>
-#include <thread>
 #include <type_traits>
 
 #include "containers/guarded.h"
 #include "support/random_seed.h"
+#include "sync/together.h"
 
-using tirn::test::Guarded;
+using namespace tirn::test;
 
 // A hit at each place and one anywhere above, in maps that end before a page without access. One at the size is a bit of
 // the last byte that does not count.
 TEST(BitSearch, FindsTheNextHitWhereverItIs) {
-  std::mt19937_64 random(tirn::test::random_seed());
+  std::mt19937_64 random(random_seed());
   const Guarded memory;
   for (const uint64_t size : {0, 1, 7, 8, 9, 63, 64, 65, 70, 127, 128, 129, 511, 512, 513, 1025, 2048, 2059, 9001}) {
     const size_t bytes = (size + 7) / 8;
@@ -80,9 +79,8 @@ TEST(BitRead, FirstBitsOfAMap) {
 TEST(BitChange, IsAtomicOnItsByte) {
   const Guarded memory;
   uint8_t* const map = memory.end() - 3;
-  std::barrier start(2);
-  const auto change = [&](uint32_t bit) {
-    start.arrive_and_wait();
+  together(2, [map](unsigned other) {
+    const uint32_t bit = 19 + other;
     for (int i = 0; i < 300000 && !testing::Test::HasFailure(); ++i) {
       EXPECT_TRUE(kesa_test_and_set_bit(bit, map) == 0 && kesa_test_and_set_bit(bit, map) == 1);
       EXPECT_TRUE(kesa_test_and_clear_bit(bit, map) == 1 && kesa_test_and_clear_bit(bit, map) == 0);
@@ -91,10 +89,7 @@ TEST(BitChange, IsAtomicOnItsByte) {
       kesa_clear_bit(bit, map), kesa_clear_bit(bit, map);
     }
     kesa_set_bit(bit, map);
-  };
-  std::thread other(change, 19);
-  change(20);
-  other.join();
+  });
   EXPECT_TRUE(map[0] == 0 && map[1] == 0 && map[2] == 0x18) << int{map[2]};
 }
 

@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <thread>
-#include <vector>
+#include <numeric>
 
 #include "support/ring.h"
+#include "sync/together.h"
 
 namespace {
 
@@ -45,49 +45,42 @@ TEST_P(RingStress, HandsEachValueOverOnce) {
   const auto end = std::chrono::steady_clock::now() + kTime;
   const tirn::test::Ring ring = tirn::test::ring_from(kStart, 64, GetParam());
   uint64_t sent[kMany] = {};
-  std::atomic<uint64_t> sums[kMany] = {}, wrong = 0;
+  uint64_t sums[2 * kMany][kMany] = {};  // of each thread, by producer
+  std::atomic<uint64_t> wrong{0};
   std::atomic<unsigned> at_work{producers};
-  std::vector<std::thread> threads;
-  for (unsigned p = 0; p < producers; ++p) {
-    threads.emplace_back([&, p] {
-      uint64_t values[kAtOnce];
-      for (unsigned turn = p; sent[p] < kValues / producers && std::chrono::steady_clock::now() < end; ++turn) {
+  tirn::test::together(producers + consumers, [&](unsigned thread) {
+    uint64_t values[kAtOnce];
+    unsigned turn = thread;
+    if (thread < producers) {
+      for (uint64_t& mine = sent[thread]; mine < kValues / producers && std::chrono::steady_clock::now() < end;) {
         for (uint32_t i = 0; i < kAtOnce; ++i) {
-          values[i] = uint64_t{p} << 32 | (sent[p] + 1 + i);
+          values[i] = uint64_t{thread} << 32 | (mine + 1 + i);
         }
-        sent[p] += move(ring.get(), true, values, turn);
+        mine += move(ring.get(), true, values, turn++);
       }
       at_work.fetch_sub(1, std::memory_order_release);
-    });
-  }
-  for (unsigned c = 0; c < consumers; ++c) {
-    threads.emplace_back([&, c] {
-      uint64_t values[kAtOnce], last[kMany] = {}, sum[kMany] = {};
-      bool is_last = false;
-      for (unsigned turn = c; !is_last; ++turn) {
-        const bool is_over = at_work.load(std::memory_order_acquire) == 0;
-        const uint32_t taken = move(ring.get(), false, values, turn);
-        for (uint32_t i = 0; i < taken; ++i) {
-          const uint64_t producer = values[i] >> 32, number = values[i] & UINT32_MAX;
-          ASSERT_LT(producer, producers);
-          wrong += number <= last[producer];
-          last[producer] = number;
-          sum[producer] += number;
-        }
-        is_last = is_over && kesa_ring_empty(ring.get()) == 1;
+      return;
+    }
+    uint64_t last[kMany] = {};
+    for (bool is_last = false; !is_last;) {
+      const bool is_over = at_work.load(std::memory_order_acquire) == 0;
+      const uint32_t taken = move(ring.get(), false, values, turn++);
+      for (uint32_t i = 0; i < taken; ++i) {
+        const uint64_t producer = values[i] >> 32, number = values[i] & UINT32_MAX;
+        ASSERT_LT(producer, producers);
+        wrong += number <= last[producer];
+        last[producer] = number;
+        sums[thread][producer] += number;
       }
-      for (unsigned p = 0; p < producers; ++p) {
-        sums[p] += sum[p];
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+      is_last = is_over && kesa_ring_empty(ring.get()) == 1;
+    }
+  });
   EXPECT_EQ(wrong, 0u);
   EXPECT_LT(ring->producer.head, kStart) << "not as far as the wrap";
   // Each consumer saw rising numbers of each producer, and all of them together have the right sum.
   for (unsigned p = 0; p < producers; ++p) {
-    EXPECT_EQ(sums[p], sent[p] * (sent[p] + 1) / 2);
+    const uint64_t sum = std::accumulate(std::begin(sums), std::end(sums), uint64_t{0},
+                                         [p](uint64_t so_far, const auto& one) { return so_far + one[p]; });
+    EXPECT_EQ(sum, sent[p] * (sent[p] + 1) / 2);
   }
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/wait_until.h"
+#include "sync/together.h"
 #include "tirn/jiffies.h"
 #include "tirn/lock.hpp"
 
@@ -65,7 +66,7 @@ TYPED_TEST(LockStress, OneWriterOrReaders) {
   uint64_t first = 0, second = 0;
   std::atomic<uint64_t> written{0}, broken{0};
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
-  const auto work = [&] {
+  tirn::test::together(4, [&](unsigned) {
     for (unsigned i = 0; std::chrono::steady_clock::now() < end || written <= 8; ++i) {
       if constexpr (requires { lock.lock_shared(); }) {
         std::shared_lock hold(lock, std::try_to_lock);
@@ -82,12 +83,7 @@ TYPED_TEST(LockStress, OneWriterOrReaders) {
       ++second;
       ++written;
     }
-  };
-  std::vector<std::jthread> threads(4);
-  for (std::jthread& thread : threads) {
-    thread = std::jthread(work);
-  }
-  threads.clear();
+  });
   EXPECT_TRUE(broken == 0 && second == written) << broken << ' ' << second << ' ' << written;
 }
 

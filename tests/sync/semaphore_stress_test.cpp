@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/wait_until.h"
+#include "sync/together.h"
 #include "sync/waiters.h"
 #include "tirn/jiffies.h"
 #include "tirn/sched.h"
@@ -66,36 +67,31 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
   kesa_sem_enhance_init(&answer, 0);
   std::atomic<uint32_t> served{0};
   std::atomic<bool> is_over{false};
-  std::vector<std::jthread> threads;
   int out_of_order = 0;
   int rounds = 0;  // all of them, but for sanitizers on a busy machine
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   Rain rain;
-  for (size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      rain.fall_on_this_thread(i);
-      while (kesa_sem_enhance_down(&work), !is_over) {
-        served = static_cast<uint32_t>(gettid());
-        kesa_sem_enhance_up(&answer);
-      }
-      rain.spare(i);
-    });
-  }
-  rain.fall_on_this_thread(kThreads);
-  for (; rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
-    uint32_t oldest = oldest_waiter_of(work);
-    for (; oldest == 0; oldest = oldest_waiter_of(work)) {
-      kesa_yield();  // the waiters need the lock that is looked under
+  together(1 + kThreads, [&](unsigned thread) {
+    rain.fall_on_this_thread(thread);
+    while (thread < kThreads && (kesa_sem_enhance_down(&work), !is_over)) {
+      served = static_cast<uint32_t>(gettid());
+      kesa_sem_enhance_up(&answer);
     }
-    EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
-    kesa_sem_enhance_down(&answer);
-    out_of_order += served != oldest;
-  }
-  is_over = true;
-  for (size_t i = 0; i < kThreads; ++i) {
-    kesa_sem_enhance_up(&work);
-  }
-  threads.clear();
+    for (; thread == kThreads && rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
+      uint32_t oldest = oldest_waiter_of(work);
+      for (; oldest == 0; oldest = oldest_waiter_of(work)) {
+        kesa_yield();  // the waiters need the lock that is looked under
+      }
+      EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
+      kesa_sem_enhance_down(&answer);
+      out_of_order += served != oldest;
+    }
+    for (size_t i = 0; thread == kThreads && i < kThreads; ++i) {
+      is_over = true;
+      kesa_sem_enhance_up(&work);
+    }
+    rain.spare(thread);
+  });
   EXPECT_EQ(out_of_order, 0);
   EXPECT_TRUE(rounds > 1000 && g_has_rained == 1) << rounds;
   EXPECT_TRUE(work.count == 0 && answer.count == 0) << work.count << ' ' << answer.count;
@@ -105,28 +101,24 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
 TEST(SemaphoreStress, UnitsAtTheEdgeOfATimeout) {
   kesa_gettime_init();
   std::atomic<int> taken{0}, late{0}, lost{0};
-  std::vector<std::jthread> pairs(16);
-  for (std::jthread& pair : pairs) {
-    pair = std::jthread([&] {
-      std::minstd_rand random(static_cast<unsigned>(gettid()));
-      kesa_sem_enhance sem;
-      kesa_sem_enhance_init(&sem, 0);
-      for (int i = 0; i < 300; ++i) {
-        const std::jthread giver([&sem, delay = 3300 + random() % 900] {
-          kesa_usleep(static_cast<uint32_t>(delay));
-          kesa_sem_enhance_up(&sem);
-        });
-        int result = kesa_sem_enhance_down_timeout(&sem, 4);
-        ++(result == 0 ? taken : late);
-        while (result == -ENODATA || result == -EINTR) {  // the signal of an earlier unit may come late
-          result = kesa_sem_enhance_down_timeout(&sem, 5000);
-          lost += result == -ENODATA;
-        }
+  together(16, [&](unsigned pair) {
+    std::minstd_rand random(pair + 1);
+    kesa_sem_enhance sem;
+    kesa_sem_enhance_init(&sem, 0);
+    for (int i = 0; i < 300; ++i) {
+      const std::jthread giver([&sem, delay = 3300 + random() % 900] {
+        kesa_usleep(static_cast<uint32_t>(delay));
+        kesa_sem_enhance_up(&sem);
+      });
+      int result = kesa_sem_enhance_down_timeout(&sem, 4);
+      ++(result == 0 ? taken : late);
+      while (result == -ENODATA || result == -EINTR) {  // the signal of an earlier unit may come late
+        result = kesa_sem_enhance_down_timeout(&sem, 5000);
+        lost += result == -ENODATA;
       }
-      lost += sem.count != 0;
-    });
-  }
-  pairs.clear();
+    }
+    lost += sem.count != 0;
+  });
   EXPECT_TRUE(lost == 0 && taken > 0 && late > 0) << lost << ' ' << taken << ' ' << late;
 }
 
@@ -137,26 +129,24 @@ TEST(SemaphoreStress, WaitQueueLosesNoWakeUp) {
   kesa_wait_queue_head queue;
   kesa_wait_queue_head_init(&queue);
   std::atomic<uint32_t> round{0}, answers{0};
-  std::vector<std::jthread> waiters(kThreads);
-  for (std::jthread& waiter : waiters) {
-    waiter = std::jthread([&] {
-      for (uint32_t next = 1; next <= kRounds; ++next) {
-        kesa_wait_queue_entry entry;
-        kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
-        while (prepare_to_wait(&queue, &entry), round < next) {
-          sched_wait_timeout(&entry, 25000);  // far beyond the test's patience
+  together(1 + kThreads, [&](unsigned thread) {
+    for (uint32_t next = 1; next <= kRounds; ++next) {
+      if (thread == kThreads) {
+        round = next;
+        __wake_up(&queue);
+        if (!wait_until([&] { return answers == next * kThreads; })) {
+          ADD_FAILURE() << "a wake-up was lost in round " << next;
+          _exit(1);  // the sleeper would not end
         }
-        finish_wait(&queue, &entry);
-        ++answers;
+        continue;
       }
-    });
-  }
-  for (uint32_t next = 1; next <= kRounds; ++next) {
-    round = next;
-    __wake_up(&queue);
-    if (!wait_until([&] { return answers == next * kThreads; })) {
-      ADD_FAILURE() << "a wake-up was lost in round " << next;
-      _exit(1);  // the sleeper would not end
+      kesa_wait_queue_entry entry;
+      kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
+      while (prepare_to_wait(&queue, &entry), round < next) {
+        sched_wait_timeout(&entry, 25000);  // far beyond the test's patience
+      }
+      finish_wait(&queue, &entry);
+      ++answers;
     }
-  }
+  });
 }
