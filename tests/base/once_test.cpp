@@ -101,4 +101,5 @@ TEST(OnceNative, BeginsAnewInAForkedChild) {
   });
   over.count_down();
   EXPECT_TRUE(outcome.exited()) << outcome;
+  EXPECT_EQ(fresh().run([] { return -1; }), -1) << "the parent goes on";
 }

@@ -3,12 +3,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <random>
 #include <thread>
-#include <vector>
 
 #include "support/wait_until.h"
 #include "sync/together.h"
@@ -95,31 +92,6 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
   EXPECT_EQ(out_of_order, 0);
   EXPECT_TRUE(rounds > 1000 && g_has_rained == 1) << rounds;
   EXPECT_TRUE(work.count == 0 && answer.count == 0) << work.count << ' ' << answer.count;
-}
-
-// Units that arrive around the moment at which the waiter's time runs out are taken, or stay.
-TEST(SemaphoreStress, UnitsAtTheEdgeOfATimeout) {
-  kesa_gettime_init();
-  std::atomic<int> taken{0}, late{0}, lost{0};
-  together(16, [&](unsigned pair) {
-    std::minstd_rand random(pair + 1);
-    kesa_sem_enhance sem;
-    kesa_sem_enhance_init(&sem, 0);
-    for (int i = 0; i < 300; ++i) {
-      const std::jthread giver([&sem, delay = 3300 + random() % 900] {
-        kesa_usleep(static_cast<uint32_t>(delay));
-        kesa_sem_enhance_up(&sem);
-      });
-      int result = kesa_sem_enhance_down_timeout(&sem, 4);
-      ++(result == 0 ? taken : late);
-      while (result == -ENODATA || result == -EINTR) {  // the signal of an earlier unit may come late
-        result = kesa_sem_enhance_down_timeout(&sem, 5000);
-        lost += result == -ENODATA;
-      }
-    }
-    lost += sem.count != 0;
-  });
-  EXPECT_TRUE(lost == 0 && taken > 0 && late > 0) << lost << ' ' << taken << ' ' << late;
 }
 
 // Waiters whose condition is set before the wake-up never sleep through it.
