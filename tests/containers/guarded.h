@@ -12,10 +12,7 @@ namespace tirn::test {
 
 class Guarded {
  public:
-  Guarded() {
-    EXPECT_EQ(mprotect(pages_, kPage, PROT_NONE), 0);
-    EXPECT_EQ(mprotect(end(), kPage, PROT_NONE), 0);
-  }
+  Guarded() { EXPECT_EQ(mprotect(begin(), kSize, PROT_READ | PROT_WRITE), 0); }
   ~Guarded() { munmap(pages_, kSize + 2 * kPage); }
   Guarded(const Guarded&) = delete;
   Guarded& operator=(const Guarded&) = delete;
@@ -26,8 +23,8 @@ class Guarded {
  private:
   static constexpr size_t kPage = 4096;
   static constexpr size_t kSize = size_t{3} << 20;
-  uint8_t* const pages_ = static_cast<uint8_t*>(
-      mmap(nullptr, kSize + 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  uint8_t* const pages_ =
+      static_cast<uint8_t*>(mmap(nullptr, kSize + 2 * kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 };
 
 }  // namespace tirn::test

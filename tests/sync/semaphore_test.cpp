@@ -66,7 +66,7 @@ TEST(Semaphore, EndsOfAWait) {
                                            {down, "x", 0}}) {
     looks = ends;
     EXPECT_EQ(form(&sem), result) << ends;
-    EXPECT_TRUE(*looks == '\0' && waiters_of(sem) == 0 && sem.count == 0) << ends;
+    EXPECT_TRUE(*looks == '\0' && sem.waiters.next == &sem.waiters && sem.count == 0) << ends;
   }
 }
 
@@ -104,56 +104,45 @@ TEST(Semaphore, WakeUpsThatFail) {
   }
 }
 
-TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWoken) {
-  kesa_wait_queue_head queue;
-  kesa_wait_queue_head_init(&queue);
-  __wake_up(&queue);
-  kesa_wait_queue_entry first, second;
-  kesa_wait_queue_entry_init(&first, kesa_thread_get_knl_tid());
-  kesa_wait_queue_entry_init(&second, kesa_thread_get_knl_tid());
-  prepare_to_wait(&queue, &first);
-  prepare_to_wait(&queue, &second);
-  first.state = 0;
-  EXPECT_TRUE(prepare_to_wait(&queue, &first) == 0 && first.state == 1);
-  EXPECT_TRUE(queue.list.next == &second.link && queue.list.prev == &first.link)
-      << "the newest in front, in its place";
-  EXPECT_EQ(sched_wait_timeout(&first, 3), 0);
-  before_wait();
-  __wake_up(&queue);
-  EXPECT_EQ(queue.list.next, &queue.list);
-  EXPECT_GT(sched_wait_timeout(&first, 250), 0);
-  EXPECT_EQ(sched_wait(&second), -1);
-  kesa_spinlock_lock(&queue.lock);
-  first.state = 5;
-  finish_wait(&queue, &first);  // takes no lock, as the entry was woken
-  EXPECT_EQ(first.state, 5u);
-  kesa_spinlock_unlock(&queue.lock);
-  prepare_to_wait(&queue, &first);
-  finish_wait(&queue, &first);
-  EXPECT_TRUE(first.state == 0 && queue.list.next == &queue.list && autoremove_wake_function() == 0);
-}
-
 // At each signal: the newest first, its word cleared, still linked, and the queue's lock held.
-TEST(WaitQueue, WakesInOrderUnderTheLock) {
+TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWokenInOrder) {
   static kesa_wait_queue_head queue;
   static kesa_wait_queue_entry entries[3];
   static uint32_t woken;
   kesa_wait_queue_head_init(&queue);
+  __wake_up(&queue);
   for (uint32_t i = 0; i < 3; ++i) {
     kesa_wait_queue_entry_init(&entries[i], 100 + i);
     prepare_to_wait(&queue, &entries[i]);
   }
-  Imports imports(Object::library);
-  imports.redirect("syscall", reinterpret_cast<void*>(+[](long, long, long tid, long) -> long {
-                     const kesa_wait_queue_entry& entry = entries[2 - woken];
-                     EXPECT_EQ(tid, 102 - woken);
-                     EXPECT_TRUE(entry.state == 0 && entry.link.next != &entry.link && queue.lock.lock == 1);
-                     ++woken;
-                     return -1;
-                   }));
-  __wake_up(&queue);
+  kesa_wait_queue_entry& oldest = entries[0];
+  oldest.state = 0;
+  EXPECT_TRUE(prepare_to_wait(&queue, &oldest) == 0 && oldest.state == 1) << "again, in its place";
+  EXPECT_EQ(sched_wait_timeout(&oldest, 3), 0);
+  before_wait();
+  {
+    Imports imports(Object::library);
+    imports.redirect("syscall", reinterpret_cast<void*>(+[](long, long, long tid, long) -> long {
+                       const kesa_wait_queue_entry& entry = entries[2 - woken];
+                       EXPECT_EQ(tid, 102 - woken);
+                       EXPECT_TRUE(entry.state == 0 && entry.link.next != &entry.link && queue.lock.lock == 1);
+                       ++woken;
+                       return -1;
+                     }));
+    __wake_up(&queue);
+  }
   EXPECT_EQ(woken, 3u) << "the signals' results are not looked at";
-  EXPECT_EQ(queue.lock.lock, 0u);
+  EXPECT_TRUE(queue.lock.lock == 0 && queue.list.next == &queue.list);
+  EXPECT_GT(sched_wait_timeout(&oldest, 250), 0);
+  EXPECT_EQ(sched_wait(&oldest), -1);
+  kesa_spinlock_lock(&queue.lock);
+  oldest.state = 5;
+  finish_wait(&queue, &oldest);  // takes no lock, as the entry was woken
+  EXPECT_EQ(oldest.state, 5u);
+  kesa_spinlock_unlock(&queue.lock);
+  prepare_to_wait(&queue, &oldest);
+  finish_wait(&queue, &oldest);
+  EXPECT_TRUE(oldest.state == 0 && queue.list.next == &queue.list && autoremove_wake_function() == 0);
 }
 
 // The condition is a plain word: only the wake-up's own order makes it visible.
