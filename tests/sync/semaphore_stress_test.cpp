@@ -25,69 +25,62 @@ constexpr size_t kThreads = 4;
 volatile sig_atomic_t g_has_rained = 0;
 __attribute__((no_sanitize("thread"))) void drop(int) { g_has_rained = 1; }
 
-// Signals at all threads that it is told of, wake-ups among them, until it goes.
-class Rain {
- public:
-  Rain() {
-    struct sigaction action {};
-    action.sa_handler = drop;
-    sigaction(SIGUSR1, &action, nullptr);
-    kesa_sched_init();  // without its handler the wake-up signal ends the process
-    thread_ = std::jthread([this](const std::stop_token& end) { fall(end); });
-  }
-  void fall_on_this_thread(size_t place) { tids_[place] = gettid(); }
-  void spare(size_t place) { tids_[place] = 0; }
-
- private:
-  void fall(const std::stop_token& end) {
-    for (unsigned i = 0; !end.stop_requested(); ++i) {
-      if (const int tid = tids_[i % kPlaces]; tid != 0) {
-        syscall(SYS_tgkill, getpid(), tid, i / kPlaces % 2 == 0 ? SIGUSR1 : SIGWAKEUP);
-      }
-      kesa_usleep(50);
-    }
-  }
-
-  static constexpr size_t kPlaces = kThreads + 1;
-  std::atomic<int> tids_[kPlaces]{};
-  std::jthread thread_;
-};
-
 }  // namespace
 
-// Each round hands a unit to a waiter and one back: the one who waited longest must be the one that answers.
+// Each round hands a unit to a waiter and one back: the one who waited longest must be the one that answers. Meanwhile one
+// thread sends signals to all others, wake-ups among them.
 TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
+  struct sigaction action {};
+  action.sa_handler = drop;
+  sigaction(SIGUSR1, &action, nullptr);
+  kesa_sched_init();  // without its handler the wake-up signal ends the process
   kesa_gettime_init();
   constexpr int kRounds = 50000;
   kesa_sem_enhance work, answer;
   kesa_sem_enhance_init(&work, 0);
   kesa_sem_enhance_init(&answer, 0);
-  std::atomic<uint32_t> served{0};
+  constexpr unsigned kGiver = kThreads, kRain = kThreads + 1;
+  std::atomic<int> tids[kRain] = {}, served{0};
   std::atomic<bool> is_over{false};
   int out_of_order = 0;
   int rounds = 0;  // all of them, but for sanitizers on a busy machine
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  Rain rain;
-  together(1 + kThreads, [&](unsigned thread) {
-    rain.fall_on_this_thread(thread);
-    while (thread < kThreads && (kesa_sem_enhance_down(&work), !is_over)) {
-      served = static_cast<uint32_t>(gettid());
+  const auto rain = [&] {
+    for (unsigned i = 0; !is_over; ++i) {
+      if (const int tid = tids[i % kRain]; tid != 0) {
+        syscall(SYS_tgkill, getpid(), tid, i / kRain % 2 == 0 ? SIGUSR1 : SIGWAKEUP);
+      }
+      kesa_usleep(50);
+    }
+  };
+  const auto serve = [&] {
+    while (kesa_sem_enhance_down(&work), !is_over) {
+      served = gettid();
       kesa_sem_enhance_up(&answer);
     }
-    for (; thread == kThreads && rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
+  };
+  const auto give = [&] {
+    for (; rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
       uint32_t oldest = oldest_waiter_of(work);
       for (; oldest == 0; oldest = oldest_waiter_of(work)) {
         kesa_yield();  // the waiters need the lock that is looked under
       }
       EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
       kesa_sem_enhance_down(&answer);
-      out_of_order += served != oldest;
+      out_of_order += served != static_cast<int>(oldest);
     }
-    for (size_t i = 0; thread == kThreads && i < kThreads; ++i) {
-      is_over = true;
+    is_over = true;
+    for (size_t i = 0; i < kThreads; ++i) {
       kesa_sem_enhance_up(&work);
     }
-    rain.spare(thread);
+  };
+  together(1 + kRain, [&](unsigned thread) {
+    if (thread == kRain) {
+      return rain();
+    }
+    tids[thread] = gettid();
+    thread == kGiver ? give() : serve();
+    tids[thread] = 0;
   });
   EXPECT_EQ(out_of_order, 0);
   EXPECT_TRUE(rounds > 1000 && g_has_rained == 1) << rounds;
