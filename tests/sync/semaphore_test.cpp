@@ -38,9 +38,11 @@ TEST(Semaphore, UnitsAreCountedAndTimesRunOut) {
 TEST(Semaphore, EndsOfAWait) {
   static kesa_sem_enhance sem;
   static const char* looks;
+  static int64_t jiffies;
   kesa_sem_enhance_init(&sem, 0);
   Imports imports(Object::library);
-  const auto wait = [](uint64_t, uint64_t, uint64_t, uint64_t rest, uint64_t) -> long {
+  const auto wait = [](uint64_t, uint64_t, uint64_t timeout, uint64_t rest, uint64_t) -> long {
+    EXPECT_EQ(*reinterpret_cast<int64_t*>(timeout), jiffies);
     int state = PTHREAD_CANCEL_ENABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
     EXPECT_EQ(state, PTHREAD_CANCEL_DISABLE) << "the record of a cancelled waiter would stay in the list";
@@ -52,18 +54,20 @@ TEST(Semaphore, EndsOfAWait) {
     return look == 't' || look == 'T' ? 0 : -1;
   };
   imports.redirect("zut_private_call", reinterpret_cast<void*>(+wait));
-  const auto down = [](kesa_sem_enhance* one) { return kesa_sem_enhance_down(one), 0; };
-  const auto timed = [](kesa_sem_enhance* one) { return kesa_sem_enhance_down_timeout(one, 40); };
   using Down = int (*)(kesa_sem_enhance*);
-  for (const auto& [form, ends, result] : {std::tuple{Down{kesa_sem_enhance_down_interruptible}, "s", -4},
-                                           {kesa_sem_enhance_down_interruptible, "S", 0},
-                                           {kesa_sem_enhance_down_interruptible, "x", -61},
+  const Down plain = [](kesa_sem_enhance* one) { return kesa_sem_enhance_down(one), 0; };
+  const Down open = kesa_sem_enhance_down_interruptible;
+  const Down timed = [](kesa_sem_enhance* one) { return kesa_sem_enhance_down_timeout(one, 40); };
+  for (const auto& [form, ends, result] : {std::tuple{open, "s", -4},
+                                           {open, "S", 0},
+                                           {open, "x", -61},
                                            {timed, "s", -4},
                                            {timed, "t", -61},
                                            {timed, "T", 0},
                                            {timed, "S", 0},
-                                           {down, "sssS", 0},
-                                           {down, "x", 0}}) {
+                                           {plain, "sssS", 0},
+                                           {plain, "x", 0}}) {
+    jiffies = form == timed ? 10 : INT64_MAX;
     looks = ends;
     EXPECT_EQ(form(&sem), result) << ends;
     EXPECT_TRUE(*looks == '\0' && sem.waiters.next == &sem.waiters && sem.count == 0) << ends;
