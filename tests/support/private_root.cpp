@@ -1,6 +1,5 @@
 #include "private_root.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -43,44 +42,36 @@ void expect_done(bool done, const char* what, const std::string& path) {
   EXPECT_TRUE(done) << what << ' ' << path << ": " << std::strerror(errno);
 }
 
+bool is_there(const std::string& path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
 // Shows `source` at `target`, which is made as its kind wants it.
 void show(const std::string& source, const std::string& target) {
-  struct stat status;
-  if (lstat(source.c_str(), &status) != 0) {
-    return;  // gone meanwhile
-  }
-  if (S_ISLNK(status.st_mode)) {
-    char link[PATH_MAX]{};
-    if (readlink(source.c_str(), link, sizeof link - 1) >= 0) {
-      expect_done(::symlink(link, target.c_str()) == 0, "symlink", target);
-    }
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(source, error);
+  if (fs::is_symlink(status)) {
+    fs::copy_symlink(source, target, error);
+    EXPECT_FALSE(error) << target << ": " << error.message();
     return;
   }
-  if (S_ISDIR(status.st_mode)) {
-    ::mkdir(target.c_str(), status.st_mode & 07777);
+  if (fs::is_directory(status)) {
+    fs::create_directory(target, source, error);
   } else {
-    close(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    std::ofstream(target).close();
   }
-  expect_done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind", target);
+  expect_done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0 || !is_there(source),
+              "bind", target);
 }
 
 std::vector<std::string> entries(const std::string& folder) {
   std::vector<std::string> names;
-  DIR* const stream = opendir(folder.c_str());
-  while (const dirent* const entry = stream != nullptr ? readdir(stream) : nullptr) {
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-      names.emplace_back(entry->d_name);
-    }
-  }
-  if (stream != nullptr) {
-    closedir(stream);
+  std::error_code ignored;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored)) {
+    names.push_back(entry.path().filename());
   }
   return names;
-}
-
-bool is_there(const std::string& path) {
-  struct stat status;
-  return lstat(path.c_str(), &status) == 0;
 }
 
 }  // namespace
@@ -214,11 +205,6 @@ void PrivateRoot::write_file(const std::string& path, std::string_view text, uns
   chmod(path.c_str(), mode);
 }
 
-void PrivateRoot::symlink(const std::string& target, const std::string& path) {
-  make_room(path);
-  expect_done(::symlink(target.c_str(), path.c_str()) == 0, "symlink", path);
-}
-
 void PrivateRoot::mkdir(const std::string& path) {
   if (!fs::is_directory(path)) {
     make_room(path);
@@ -227,19 +213,8 @@ void PrivateRoot::mkdir(const std::string& path) {
 }
 
 void PrivateRoot::bind(const std::string& source, const std::string& path) {
-  const int fd = open(source.c_str(), O_PATH | O_CLOEXEC);
-  expect_done(fd >= 0, "bind", source);
   make_room(path);
-  struct stat status {};
-  fstat(fd, &status);
-  const std::string from = "/proc/self/fd/" + std::to_string(fd);
-  if (S_ISDIR(status.st_mode)) {
-    ::mkdir(path.c_str(), 0755);
-  } else {
-    close(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  }
-  expect_done(mount(from.c_str(), path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind", path);
-  close(fd);
+  show(fs::canonical(source), path);
 }
 
 void PrivateRoot::tmpfs(const std::string& path, const std::string& options) {
