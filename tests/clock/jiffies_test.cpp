@@ -1,10 +1,10 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "support/child_process.h"
 #include "support/kernel_side.h"
@@ -23,35 +23,24 @@ uint64_t monotonic_milliseconds() {
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
-int open_descriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 256; ++fd) {
-    count += fcntl(fd, F_GETFD) >= 0;
-  }
-  return count;
-}
+constexpr char kMap[] = "sysfs/uio3/maps/map0/";
 
 // A device folder of the test's own. The page holds the words 0x1111, 0x2222, ... at 8-byte steps.
 struct Device {
-  explicit Device(KernelSide& kernel, const std::string& child = "uio0") : child_(child) {
-    std::string page(4096, '\0');
+  explicit Device(KernelSide& kernel) {
+    std::vector<uint64_t> page(512);
     for (uint64_t i = 0; i < 512; ++i) {
-      const uint64_t word = 0x1111 * (i + 1);
-      page.replace(i * 8, 8, reinterpret_cast<const char*>(&word), 8);
+      page[i] = 0x1111 * (i + 1);
     }
-    folder.write_file("dev/" + child, page);
+    folder.write_file("dev/uio3", {reinterpret_cast<const char*>(page.data()), 4096});
     set("addr", "0xfee00000\n");
-    set("size", "0x1000\n");
-    set("offset", "0x0\n");
+    set("size", "4096\n");
+    set("offset", "0x10\n");
     kernel.jiffies_at(folder.path("sysfs/"), folder.path("dev/"));
   }
-  void set(const std::string& file, const std::string& text) {
-    folder.write_file("sysfs/" + child_ + "/maps/map0/" + file, text);
-  }
-  void remove(const std::string& path) { unlink(folder.path(path).c_str()); }
+  void set(const char* file, const char* text) const { folder.write_file(std::string(kMap) + file, text); }
 
   TempFolder folder;
-  std::string child_;
 };
 
 }  // namespace
@@ -59,18 +48,13 @@ struct Device {
 TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   KernelSide kernel;
   LogCapture log;
-  Device device(kernel, "uio3");
-  device.set("size", "4096\n");
-  device.set("offset", "0x10\n");
-  const int before = open_descriptors();
+  Device device(kernel);
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x3333u);
   EXPECT_EQ(jiffies_uio_get(), &g_jiffies_uio);
   EXPECT_EQ(g_jiffies_uio.addr, 0xfee00000u);
   EXPECT_EQ(g_jiffies_uio.size, 4096u);
-  EXPECT_GT(g_jiffies_uio.dev_fd, 2);
-  EXPECT_GT(g_jiffies_uio.offset_fd, 2);
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_TRUE(g_jiffies_uio.dev_fd > 2 && g_jiffies_uio.offset_fd > 2);
   EXPECT_EQ(mprotect(const_cast<uint64_t*>(g_jiffies_uio.jiffies - 2), 4096, PROT_READ), 0);
   // Once mapped it stays, whatever becomes of the folder.
   kernel.no_jiffies();
@@ -81,70 +65,60 @@ TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   EXPECT_TRUE(log.texts().empty()) << log;
 }
 
-TEST(JiffiesDevice, FailuresAreToldAndLeaveNothingOpen) {
-  struct Case {
-    const char* name;
-    void (*spoil)(Device&);
-    const char* text;  // empty: nothing is logged
+TEST(JiffiesDevice, CounterLiesWholeAndAlignedInMappingAndFile) {
+  constexpr char kBad[] = "Kesa jiffies mmap2, errno=22.";
+  const struct {
+    const char* file;  // of the map
+    const char* text;  // nullptr: the file is missing
+    const char* line;
+  } kRefused[] = {
+      {"addr", nullptr, "Kesa jiffies open addr_fd map failed, errno=2."},
+      {"size", nullptr, "Kesa jiffies open size_fd map failed, errno=2."},
+      {"offset", nullptr, "Kesa jiffies open map failed, errno=2."},
+      {"size", "", kBad},
+      {"size", "-4096", "Kesa jiffies mmap2, errno=*."},
+      {"size", "7", kBad},
+      {"offset", "0x4", kBad},
+      {"offset", "0x1000", kBad},
+      {"offset", "-8", kBad},
+      {"offset", "0x7ffffffffffffff8", kBad},
   };
-  const Case cases[] = {
-      {"no device file", [](Device& d) { d.remove("dev/uio0"); }, ""},
-      {"no addr", [](Device& d) { d.remove("sysfs/uio0/maps/map0/addr"); },
-       "Kesa jiffies open addr_fd map failed, errno=2."},
-      {"no size", [](Device& d) { d.remove("sysfs/uio0/maps/map0/size"); },
-       "Kesa jiffies open size_fd map failed, errno=2."},
-      {"no offset", [](Device& d) { d.remove("sysfs/uio0/maps/map0/offset"); },
-       "Kesa jiffies open map failed, errno=2."},
-      {"size 0", [](Device& d) { d.set("size", "0x0\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"size without digits", [](Device& d) { d.set("size", "page\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"size empty", [](Device& d) { d.set("size", ""); }, "Kesa jiffies mmap2, errno=22."},
-      {"size negative", [](Device& d) { d.set("size", "-4096\n"); }, "Kesa jiffies mmap2, errno=*."},
-      {"size too small for the counter", [](Device& d) { d.set("size", "7\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"size beyond the file, the counter too",
-       [](Device& d) {
-         d.set("size", "0x10000\n");
-         d.set("offset", "0x2000\n");
-       },
-       "Kesa jiffies mmap2, errno=22."},
-      {"offset not aligned", [](Device& d) { d.set("offset", "0x4\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset beyond the size", [](Device& d) { d.set("offset", "0x1000\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset half beyond", [](Device& d) { d.set("offset", "0xffc\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset negative", [](Device& d) { d.set("offset", "-8\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset huge", [](Device& d) { d.set("offset", "0x7fffffffffffffff\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"device file of no byte", [](Device& d) { d.folder.write_file("dev/uio0", ""); },
-       "Kesa jiffies mmap2, errno=22."},
-  };
-  for (const Case& c : cases) {
-    KernelSide kernel;
+  KernelSide kernel;
+  for (const auto& row : kRefused) {
     LogCapture log;
-    Device device(kernel);
-    c.spoil(device);
-    const int before = open_descriptors();
-    EXPECT_EQ(jiffies_usr_main(), -1) << c.name;
-    EXPECT_EQ(open_descriptors(), before) << c.name;
-    EXPECT_EQ(g_jiffies_uio.jiffies, nullptr) << c.name;
-    if (*c.text == '\0') {
-      EXPECT_TRUE(log.texts().empty()) << c.name << log;
+    const Device device(kernel);
+    if (row.text != nullptr) {
+      device.set(row.file, row.text);
     } else {
-      EXPECT_TRUE(log.has(HURN_ERROR, "jiffies_uio_adp_open", c.text)) << c.name << log;
-      EXPECT_EQ(log.texts().size(), 1u) << c.name << log;
+      unlink(device.folder.path(kMap + std::string(row.file)).c_str());
     }
+    EXPECT_EQ(jiffies_usr_main(), -1) << row.file << row.text;
+    EXPECT_EQ(g_jiffies_uio.jiffies, nullptr);
+    EXPECT_TRUE(log.texts().size() == 1 && log.has(HURN_ERROR, "jiffies_uio_adp_open", row.line))
+        << row.file << ' ' << row.line << log;
   }
-  // A later call tries again.
-  KernelSide kernel;
-  Device device(kernel);
-  device.set("offset", "");         // an empty offset is 0
-  device.set("size", "0x10000\n");  // beyond the file, but the counter lies in it
-  EXPECT_EQ(jiffies_usr_main(), 0);
-  EXPECT_EQ(kesa_get_jiffies(), 0x1111u);
-}
-
-TEST(JiffiesDevice, LastWordOfThePageMayBeTheCounter) {
-  KernelSide kernel;
-  Device device(kernel);
-  device.set("offset", "0xff8\n");
-  EXPECT_EQ(jiffies_usr_main(), 0);
-  EXPECT_EQ(kesa_get_jiffies(), 0x1111u * 512);
+  const struct {
+    const char *size, *offset;
+    int result;
+    uint64_t counter;
+  } kBounds[] = {{"4096", "0xff8", 0, 0x1111 * 512},
+                 {"0x10000", "", 0, 0x1111},  // beyond the file, but the counter lies in it
+                 {"0x10000", "0x1000", -1, 0}};
+  for (const auto& row : kBounds) {
+    EXPECT_TRUE(run_child([&] {
+                  const Device device(kernel);
+                  device.set("size", row.size);
+                  device.set("offset", row.offset);
+                  EXPECT_EQ(jiffies_usr_main(), row.result);
+                  return row.result == 0 && kesa_get_jiffies() != row.counter ? 1 : 0;
+                }).exited())
+        << row.size << ' ' << row.offset;
+  }
+  LogCapture log;
+  const Device device(kernel);
+  unlink(device.folder.path("dev/uio3").c_str());
+  EXPECT_EQ(jiffies_usr_main(), -1);
+  EXPECT_TRUE(log.texts().empty()) << log;
 }
 
 TEST(JiffiesDevice, MissingFolderAndMissingChild) {
@@ -156,7 +130,7 @@ TEST(JiffiesDevice, MissingFolderAndMissingChild) {
   EXPECT_TRUE(log.has(HURN_ERROR, "jiffies_uio_adp_open", "Kesa jiffies get child dir () failed, errno=2.")) << log;
   log.clear();
   folder.write_file("sysfs/ui0/maps", "");
-  folder.write_file("sysfs/" + std::string("uio") + std::string(200, 'x') + "/maps", "");
+  folder.write_file("sysfs/uio" + std::string(200, 'x') + "/maps", "");
   kernel.jiffies_at(folder.path("sysfs/"), folder.path("dev/"));
   EXPECT_EQ(jiffies_uio_adp_open(), -1);
   EXPECT_EQ(log.count(HURN_ERROR, "strcpy_s failed."), 1u) << log;  // the long name; the walk goes on

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 
 #include "loopback.h"
@@ -74,7 +75,8 @@ TEST(Cancellation, StartUpAndClocks) {
       {"kesa_glibc_init", [] { kesa_glibc_init(); }},
       {"kesa_log_init", [] { kesa_log_init("name", "file:/dev/null"); }, kesa_log_destroy, 1, 1},
       {"jiffies_uio_adp_open", [] { jiffies_uio_adp_open(); }},
-      {"kesa_get_tsc_freq", [] { kesa_get_tsc_freq(); }, [] {}, 1},
+      // No program of its pipe is found, which costs the least; the second pipe is read like the first.
+      {"kesa_get_tsc_freq", [] { setenv("PATH", "/none", 1), kesa_get_tsc_freq(); }, [] {}, 1},
       {"kesa_estimate_tsc_freq", kesa_estimate_tsc_freq},
       {"kesa_key_*",
        [] {

@@ -18,7 +18,7 @@ constexpr size_t kBytes = 8 * 1024 * 1024;
 struct Slot {
   std::atomic<bool> ready;
   pid_t process;
-  hurn_line line;  // the names are constants of the program, the text lies in the pool
+  hurn_line line;  // the name of the file is a constant, the other texts lie in the pool
 };
 
 struct Store {
@@ -35,19 +35,20 @@ Store& store() {
 
 // Runs wherever a line is written, in signal handlers too: takes no lock and allocates nothing.
 void keep_line(const hurn_line* line) {
+  const char* const function = line->function != nullptr ? line->function : "";
+  const size_t name_size = std::strlen(function) + 1;
   const size_t number = store().lines.fetch_add(1, std::memory_order_relaxed);
-  const size_t at = store().bytes.fetch_add(line->length + 1, std::memory_order_relaxed);
-  if (number >= kLines || at + line->length >= kBytes) {
+  const size_t at = store().bytes.fetch_add(name_size + line->length + 1, std::memory_order_relaxed);
+  if (number >= kLines || at + name_size + line->length >= kBytes) {
     return;  // shown as lost
   }
   Slot& slot = store().slots[number];
   slot.process = getpid();
   slot.line = *line;
-  slot.line.text = static_cast<const char*>(std::memcpy(store().pool + at, line->text, line->length));
+  slot.line.function = static_cast<const char*>(std::memcpy(store().pool + at, function, name_size));
+  slot.line.text = static_cast<const char*>(std::memcpy(store().pool + at + name_size, line->text, line->length));
   slot.ready.store(true, std::memory_order_release);  // pairs with lines()
 }
-
-std::string text_of(const char* name) { return name != nullptr ? name : ""; }
 
 }  // namespace
 
@@ -90,8 +91,8 @@ std::vector<LogLine> LogCapture::lines() const {
     const Slot& slot = store().slots[i];
     if (slot.ready.load(std::memory_order_acquire)) {  // else its writer is at it, or died there
       const hurn_line& line = slot.line;
-      lines.push_back(
-          {line.module, line.level, slot.process, line.line, text_of(line.file), text_of(line.function), line.text});
+      lines.push_back({line.module, line.level, slot.process, line.line, line.file != nullptr ? line.file : "",
+                       line.function, line.text});
     }
   }
   return lines;
