@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "support/child_process.h"
+#include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "thread_jobs.h"
@@ -37,16 +38,32 @@ uint32_t references() { return __atomic_load_n(&m_current_thread->slot->refs, __
 }  // namespace
 
 TEST(ThreadFacts, ThinFunctions) {
-  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+  {
+    static int destroyed;
+    Imports imports(Object::library);
+    imports.redirect("pthread_attr_destroy", reinterpret_cast<void*>(+[](pthread_attr_t* attributes) {
+                       return ++destroyed, pthread_attr_destroy(attributes);
+                     }));
+    ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+    EXPECT_EQ(destroyed, 1) << "they hold a set of CPUs";
+  }
   const kesa_lwt_stack_ops ops{[](uint64_t) { return 0; }, [](uint64_t, uint64_t*, uint64_t*) { return 0; }};
   register_lwt_stack_ops(&ops);
   expect_rows({
       {"gettid", [] { return kesa_thrd_gettid_accl() == pthread_self() ? 1L : 0L; }, 1},
       {"gettid again", [] { return kesa_thrd_gettid_accl() == pthread_self() ? 1L : 0L; }, 1},
       {"core 0", [] { return kesa_thrd_core_set(0), g_siKesaThrdPID = 0, long{smp_processor_id()}; }, 0},
-      {"core 1023", [] { return kesa_thrd_core_set(1023), long{smp_processor_id()}; }, 1023},
       {"pid", [] { return long{kesa_thrd_getpid_accl()} - getpid(); }, 0},
       {"numa", [] { return kesa_thrd_numaId_set(3), long{kesa_thrd_numaId_get()}; }, 3},
+      {"CPUs of another process",
+       [] {
+         cpu_set_t own{}, theirs{}, told{};
+         CPU_SET(static_cast<unsigned>(sched_getcpu()), &own);
+         sched_setaffinity(0, sizeof own, &own);
+         sched_getaffinity(getppid(), sizeof theirs, &theirs);
+         return kesa_thrd_getbindcpu_bypid(getppid(), &told) == 0 && CPU_EQUAL(&told, &theirs) ? 1L : 0L;
+       },
+       1},
       {"yield", [] { return long{kesa_thrd_yield()}; }, 0},
       {"unknown stack",
        [] { return kesa_thrd_setunknownstacksize(8192), static_cast<long>(kesa_thrd_getunknownstacksize()); }, 8192},
@@ -193,21 +210,26 @@ TEST(ThreadFacts, InterruptedSleepKeepsErrno) {
   }
 }
 
-// A job that is given in a forked child runs there, on a thread or on the child's own pool. The emulator loses locks of its
-// own in a child of a threaded process.
+// A job that is given in a forked child runs there, on a thread or on the child's own pool, also where the parent's has
+// ended. The emulator loses locks of its own in a child of a threaded process.
 TEST(ThreadFactsNative, PoolOfAForkedChild) {
   ASSERT_GE(kesa_thread_pool_create(4), 1u);
   ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
-  const ChildOutcome outcome = run_child([] {
-    EXPECT_EQ(create_thread_from_thread_pool(nothing, nullptr, nullptr), -1);
-    EXPECT_TRUE(run_in_thread(kesa_thrd_create, [] {}));
-    EXPECT_EQ(m_current_thread->tid, static_cast<uint32_t>(gettid()));
-    EXPECT_EQ(m_current_thread->pid, getpid());
-    EXPECT_GE(kesa_thread_pool_create(2), 1u);
-    Job job([] { EXPECT_STREQ(kesa_thrd_getname(), "OSThrdPoolRun"); });
-    EXPECT_TRUE(wait_until([&] { return job.start(create_thread_from_thread_pool) == 0; }));
-    EXPECT_TRUE(job.wait());
-    return 0;
-  });
-  EXPECT_TRUE(outcome.exited()) << outcome;
+  for (const bool has_ended : {false, true}) {
+    if (has_ended) {
+      kesa_thread_pool_destroy();
+    }
+    const ChildOutcome outcome = run_child([] {
+      EXPECT_EQ(create_thread_from_thread_pool(nothing, nullptr, nullptr), -1);
+      EXPECT_TRUE(run_in_thread(kesa_thrd_create, [] {}));
+      EXPECT_EQ(m_current_thread->tid, static_cast<uint32_t>(gettid()));
+      EXPECT_EQ(m_current_thread->pid, getpid());
+      EXPECT_GE(kesa_thread_pool_create(2), 1u);
+      Job job([] { EXPECT_STREQ(kesa_thrd_getname(), "OSThrdPoolRun"); });
+      EXPECT_TRUE(wait_until([&] { return job.start(create_thread_from_thread_pool) == 0; }));
+      EXPECT_TRUE(job.wait());
+      return 0;
+    });
+    EXPECT_TRUE(outcome.exited()) << has_ended << outcome;
+  }
 }

@@ -70,7 +70,7 @@ TEST(ThreadStress, FullTableRefusesThePoolAlone) {
 TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   constexpr uint32_t kStarters = 64;
   std::atomic<uint32_t> newest{0}, found{0}, starters{kStarters};
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   std::vector<std::thread> threads;
   for (int looker = 0; looker < 3; ++looker) {
     threads.emplace_back([&] {
@@ -215,7 +215,7 @@ TEST(ThreadFaultsNative, Pool) {
          .run =
              [] {
                const uint32_t made = kesa_thread_pool_create(8);
-               wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(200));
+               wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(60));
                return run_in_thread(kesa_thrd_create, [] {}) ? static_cast<long>(made) : -1L;
              },
          .check = [](long made, const Fault& fault,
