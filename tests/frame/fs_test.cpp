@@ -133,8 +133,7 @@ TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
               std::string(static_cast<size_t>(80 - std::max(length, 0)), '\x7e'))
         << length;
   }
-  std::string first(64, '\0');
-  std::string second(64, '\0');
+  std::string first(64, '\0'), second(64, '\0');
   get_random_bytes(first.data(), 64);
   get_random_bytes(second.data(), 64);
   EXPECT_EQ(first, second);

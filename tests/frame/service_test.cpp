@@ -115,18 +115,13 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
   const std::string flood(1 << 20, 'b');
   EXPECT_EQ(send(fd, flood.data(), flood.size(), MSG_NOSIGNAL), static_cast<ssize_t>(flood.size()));
   close(fd);
-  // Clients that die in the middle of a header and of their input.
-  const int half = connect_bare();
-  EXPECT_EQ(send(half, &endless, 7, MSG_NOSIGNAL), 7);
-  shutdown(half, SHUT_WR);
-  EXPECT_TRUE(is_closed(half));
-  close(half);
-  const int cut = connect_bare();
-  const moru_frame_header short_input{kEcho, 200, 200, 0};
-  EXPECT_EQ(send(cut, &short_input, sizeof short_input, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof short_input));
-  shutdown(cut, SHUT_WR);
-  EXPECT_TRUE(is_closed(cut));
-  close(cut);
+  for (const size_t cut : {size_t{7}, sizeof endless}) {  // clients that die in their header and in their input
+    const int dying = connect_bare();
+    EXPECT_EQ(send(dying, &endless, cut, MSG_NOSIGNAL), static_cast<ssize_t>(cut));
+    shutdown(dying, SHUT_WR);
+    EXPECT_TRUE(is_closed(dying));
+    close(dying);
+  }
   EXPECT_EQ(call(kEcho, "alive", 8).second, "alive");
 }
 

@@ -53,20 +53,15 @@ void keep_line(const hurn_line* line) {
 }  // namespace
 
 bool matches(std::string_view text, std::string_view pattern) {
-  size_t at = 0;
-  for (bool is_first = true;; is_first = false) {
-    const size_t star = pattern.find('*');
-    const std::string_view piece = pattern.substr(0, star);
-    if (star == std::string_view::npos) {
-      return is_first ? text == piece : text.size() - at >= piece.size() && text.ends_with(piece);
-    }
-    const size_t found = is_first ? (text.starts_with(piece) ? 0 : std::string_view::npos) : text.find(piece, at);
-    if (found == std::string_view::npos) {
-      return false;
-    }
-    at = found + piece.size();
-    pattern.remove_prefix(star + 1);
+  const size_t star = pattern.find('*');
+  if (star == std::string_view::npos) {
+    return text == pattern;
   }
+  bool is_match = false;
+  for (size_t at = star; text.starts_with(pattern.substr(0, star)) && at <= text.size() && !is_match; ++at) {
+    is_match = matches(text.substr(at), pattern.substr(star + 1));
+  }
+  return is_match;
 }
 
 LogCapture::LogCapture(uint32_t level) : former_level_(static_cast<uint32_t>(hurn_loglevel_get(TIRN_MODULE_ID))) {
