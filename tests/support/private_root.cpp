@@ -8,12 +8,9 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -81,40 +78,15 @@ PrivateRoot::PrivateRoot() {
   if (!refusal_.empty()) {
     return;
   }
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    refusal_ = std::string("mounts cannot be made private here: ") + std::strerror(errno);
-    return;
+  std::error_code ignored;
+  const fs::path here = fs::current_path(ignored);
+  const bool is_private = mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  // The machine's root may be read-only or somebody's own, so that new entries cannot stand in it. What is mounted over
+  // the root is reached by its parent, and "/" leads to the machine's own until it becomes the root.
+  if (is_private) {
+    cover("/..");
   }
-  build_root();
-}
-
-// The machine's root may be read-only or somebody's own: a new root in memory shows each of its entries, so that
-// new ones can stand beside them.
-void PrivateRoot::build_root() {
-  const std::string place = fs::exists("/tmp") ? "/tmp" : "/mnt";
-  const int machine_place = open(place.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  char here[PATH_MAX];
-  const char* const folder = getcwd(here, sizeof here);
-  if (mount("tirn_test", place.c_str(), "tmpfs", 0, "mode=755") != 0) {
-    refusal_ = std::string("no memory file system here: ") + std::strerror(errno);
-    close(machine_place);
-    return;
-  }
-  struct stat status;
-  if (stat(place.c_str(), &status) == 0) {
-    ours_.insert(status.st_dev);
-  }
-  // Else the place's own showing would have the new root on it.
-  mount(nullptr, place.c_str(), nullptr, MS_UNBINDABLE, nullptr);
-  for (const std::string& name : entries("/")) {
-    const std::string path = "/" + name;
-    show(path == place ? "/proc/self/fd/" + std::to_string(machine_place) + "/." : path, place + path);
-  }
-  mount(nullptr, place.c_str(), nullptr, MS_PRIVATE, nullptr);
-  close(machine_place);
-  // With both arguments alike the old root comes to lie over the new one, and is taken off there.
-  if (chdir(place.c_str()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0 ||
-      chdir(folder != nullptr ? folder : "/") != 0) {
+  if (!is_private || chroot("/..") != 0 || chdir(here.c_str()) != 0) {
     refusal_ = std::string("the root cannot be changed here: ") + std::strerror(errno);
   }
 }
@@ -135,13 +107,13 @@ void PrivateRoot::mount_memory(const std::string& folder, const std::string& opt
 // Puts memory over a folder of the machine, with the folder's entries in it.
 void PrivateRoot::cover(const std::string& folder) {
   const int machine_folder = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const std::string machine_path = "/proc/self/fd/" + std::to_string(machine_folder) + "/.";
   struct stat status;
   fstat(machine_folder, &status);
-  char options[32];
-  snprintf(options, sizeof options, "mode=%o", status.st_mode & 07777);
-  mount_memory(folder, options);
-  const std::string machine_path = "/proc/self/fd/" + std::to_string(machine_folder);
-  for (const std::string& name : entries(machine_path + "/.")) {
+  char mode[32];
+  snprintf(mode, sizeof mode, "mode=%o", status.st_mode & 07777);
+  mount_memory(folder, mode);
+  for (const std::string& name : entries(machine_path)) {
     show(machine_path + "/" + name, folder + "/" + name);
   }
   close(machine_folder);

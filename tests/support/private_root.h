@@ -51,7 +51,6 @@ class PrivateRoot {
   void cover(const std::string& folder);
   void clear(const std::string& path);
   void make_room(const std::string& path);
-  void build_root();
 
   std::string refusal_;
   int covers_ = 0;
