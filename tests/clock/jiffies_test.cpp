@@ -23,22 +23,19 @@ uint64_t monotonic_milliseconds() {
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
-constexpr char kMap[] = "sysfs/uio3/maps/map0/";
-
 // A device folder of the test's own. The page holds the words 0x1111, 0x2222, ... at 8-byte steps.
 struct Device {
-  explicit Device(KernelSide& kernel) {
+  Device(KernelSide& kernel, const char* size, const char* offset) {
     std::vector<uint64_t> page(512);
     for (uint64_t i = 0; i < 512; ++i) {
       page[i] = 0x1111 * (i + 1);
     }
     folder.write_file("dev/uio3", {reinterpret_cast<const char*>(page.data()), 4096});
-    set("addr", "0xfee00000\n");
-    set("size", "4096\n");
-    set("offset", "0x10\n");
+    folder.write_file("sysfs/uio3/maps/map0/addr", "0xfee00000\n");
+    folder.write_file("sysfs/uio3/maps/map0/size", size);
+    folder.write_file("sysfs/uio3/maps/map0/offset", offset);
     kernel.jiffies_at(folder.path("sysfs/"), folder.path("dev/"));
   }
-  void set(const char* file, const char* text) const { folder.write_file(std::string(kMap) + file, text); }
 
   TempFolder folder;
 };
@@ -48,7 +45,7 @@ struct Device {
 TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   KernelSide kernel;
   LogCapture log;
-  Device device(kernel);
+  const Device device(kernel, "4096\n", "0x10\n");
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x3333u);
   EXPECT_EQ(jiffies_uio_get(), &g_jiffies_uio);
@@ -68,57 +65,40 @@ TEST(JiffiesDevice, IsFoundReadAndRecorded) {
 TEST(JiffiesDevice, CounterLiesWholeAndAlignedInMappingAndFile) {
   constexpr char kBad[] = "Kesa jiffies mmap2, errno=22.";
   const struct {
-    const char* file;  // of the map
-    const char* text;  // nullptr: the file is missing
-    const char* line;
-  } kRefused[] = {
-      {"addr", nullptr, "Kesa jiffies open addr_fd map failed, errno=2."},
-      {"size", nullptr, "Kesa jiffies open size_fd map failed, errno=2."},
-      {"offset", nullptr, "Kesa jiffies open map failed, errno=2."},
-      {"size", "", kBad},
-      {"size", "-4096", "Kesa jiffies mmap2, errno=*."},
-      {"size", "7", kBad},
-      {"offset", "0x4", kBad},
-      {"offset", "0x1000", kBad},
-      {"offset", "-8", kBad},
-      {"offset", "0x7ffffffffffffff8", kBad},
-  };
-  KernelSide kernel;
-  for (const auto& row : kRefused) {
-    LogCapture log;
-    const Device device(kernel);
-    if (row.text != nullptr) {
-      device.set(row.file, row.text);
-    } else {
-      unlink(device.folder.path(kMap + std::string(row.file)).c_str());
-    }
-    EXPECT_EQ(jiffies_usr_main(), -1) << row.file << row.text;
-    EXPECT_EQ(g_jiffies_uio.jiffies, nullptr);
-    EXPECT_TRUE(log.texts().size() == 1 && log.has(HURN_ERROR, "jiffies_uio_adp_open", row.line))
-        << row.file << ' ' << row.line << log;
-  }
-  const struct {
+    const char* missing;
     const char *size, *offset;
-    int result;
-    uint64_t counter;
-  } kBounds[] = {{"4096", "0xff8", 0, 0x1111 * 512},
-                 {"0x10000", "", 0, 0x1111},  // beyond the file, but the counter lies in it
-                 {"0x10000", "0x1000", -1, 0}};
-  for (const auto& row : kBounds) {
-    EXPECT_TRUE(run_child([&] {
-                  const Device device(kernel);
-                  device.set("size", row.size);
-                  device.set("offset", row.offset);
-                  EXPECT_EQ(jiffies_usr_main(), row.result);
-                  return row.result == 0 && kesa_get_jiffies() != row.counter ? 1 : 0;
-                }).exited())
-        << row.size << ' ' << row.offset;
+    uint64_t counter;  // 0: refused, with this line in the log
+    const char* line;
+  } kRows[] = {{"dev/uio3", "4096", "0", 0, nullptr},
+               {"sysfs/uio3/maps/map0/addr", "4096", "0", 0, "Kesa jiffies open addr_fd map failed, errno=2."},
+               {"sysfs/uio3/maps/map0/size", "4096", "0", 0, "Kesa jiffies open size_fd map failed, errno=2."},
+               {"sysfs/uio3/maps/map0/offset", "4096", "0", 0, "Kesa jiffies open map failed, errno=2."},
+               {"", "", "0", 0, kBad},
+               {"", "-4096", "0", 0, "Kesa jiffies mmap2, errno=*."},
+               {"", "7", "0", 0, kBad},
+               {"", "8", "", 0x1111, nullptr},
+               {"", "4096", "0x4", 0, kBad},
+               {"", "4096", "0xff8", 0x1111 * 512, nullptr},
+               {"", "4096", "0x1000", 0, kBad},
+               {"", "4096", "-8", 0, kBad},
+               {"", "4096", "0x7ffffffffffffff8", 0, kBad},
+               {"", "0x10000", "0xff8", 0x1111 * 512, nullptr},  // beyond the file, but the counter lies in it
+               {"", "0x10000", "0x1000", 0, kBad}};
+  KernelSide kernel;
+  for (const auto& row : kRows) {
+    const ChildOutcome outcome = run_child([&] {
+      LogCapture log;
+      const Device device(kernel, row.size, row.offset);
+      unlink(device.folder.path(row.missing).c_str());
+      EXPECT_EQ(jiffies_usr_main(), row.counter != 0 ? 0 : -1);
+      EXPECT_EQ(row.counter,
+                row.counter != 0 ? kesa_get_jiffies() : reinterpret_cast<uint64_t>(g_jiffies_uio.jiffies));
+      EXPECT_TRUE(row.line == nullptr || log.has(HURN_ERROR, "jiffies_uio_adp_open", row.line)) << log;
+      EXPECT_EQ(log.texts().size(), row.line == nullptr ? 0u : 1u) << log;
+      return 0;
+    });
+    EXPECT_TRUE(outcome.exited()) << row.missing << ' ' << row.size << ' ' << row.offset << outcome;
   }
-  LogCapture log;
-  const Device device(kernel);
-  unlink(device.folder.path("dev/uio3").c_str());
-  EXPECT_EQ(jiffies_usr_main(), -1);
-  EXPECT_TRUE(log.texts().empty()) << log;
 }
 
 TEST(JiffiesDevice, MissingFolderAndMissingChild) {
@@ -140,12 +120,12 @@ TEST(JiffiesDevice, MissingFolderAndMissingChild) {
 TEST(JiffiesDevice, TheTruePathIsLookedAtFirst) {
   PrivateRoot root;
   TIRN_NEEDS_PRIVATE_ROOT(root);
-  const std::string base = "/sys/devices/platform/jiffies_uio/uio/uio77/maps/map0/";
-  root.write_file(base + "addr", "0x1000");
-  root.write_file(base + "size", "0x1000");
-  root.write_file(base + "offset", "0x8");
-  std::string page(4096, '\x01');
-  root.write_file("/dev/uio77", page);
+  for (const char* const file : {"addr", "size", "offset"}) {
+    root.write_file("/sys/devices/platform/jiffies_uio/uio/uio77/maps/map0/" + std::string(file), "0x1000");
+  }
+  root.write_file("/dev/uio77", std::string(8192, '\x01'));
+  EXPECT_EQ(jiffies_usr_main(), -1) << "the offset is beyond the size";
+  root.write_file("/sys/devices/platform/jiffies_uio/uio/uio77/maps/map0/offset", "0x8");
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x0101010101010101u);
 }

@@ -152,21 +152,6 @@ void release(void* block) {
   g_real_free(block);
 }
 
-void* (*g_real_realloc)(void*, size_t) = nullptr;
-
-void* reallocate(void* block, size_t size) {
-  if (is_to_fail("realloc", kHeapFaults, reinterpret_cast<uintptr_t>(__builtin_return_address(0)))) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* const result = g_real_realloc(block, size);
-  if (result != nullptr || size == 0) {
-    forget_block(block);
-    keep_block(result);
-  }
-  return result;
-}
-
 // A log library that writes is a cancellation point; the one that lines are captured from is none.
 void (*g_real_hurn)(uint32_t, uint32_t, const char*, uint32_t, const char*, uint32_t, const char*, ...) = nullptr;
 
@@ -220,8 +205,6 @@ const Row kLogRow = {"hurn", reinterpret_cast<void*>(write_log),
 const Row kRows[] = {
     row<"malloc", decltype(malloc), kHeapFaults, ENOMEM, 0>(),
     row<"calloc", decltype(calloc), kHeapFaults, ENOMEM, 0>(),
-    {"realloc", reinterpret_cast<void*>(reallocate),
-     [](void* real) { g_real_realloc = reinterpret_cast<decltype(g_real_realloc)>(real); }},
     {"free", reinterpret_cast<void*>(release),
      [](void* real) { g_real_free = reinterpret_cast<decltype(g_real_free)>(real); }},
     row<"open", Open, kFileFaults | kCancellations, EMFILE, -1>(),
