@@ -1,8 +1,11 @@
 // hurn: whole lines in each sink, files that rotate, limits, and what a signal handler may do.
 #include "hurn.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,9 +18,12 @@
 #include <thread>
 #include <vector>
 
+#include "platform/namesake.h"
 #include "support/child_process.h"
 #include "support/log_capture.h"
+#include "support/private_root.h"
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 namespace {
 
@@ -213,6 +219,52 @@ TEST_F(Hurn, ErrnoIsKeptAndHandlersMayWrite) {
   close(STDERR_FILENO);
   hurn_original("nowhere");
   EXPECT_EQ(117, errno);
+}
+
+TEST_F(Hurn, FilesArePrivateFewAndCloseOnExec) {
+  const auto inherited = [] {
+    return std::count_if(fs::directory_iterator("/proc/self/fd"), {}, [](const auto& fd) {
+      const int flags = fcntl(std::stoi(fd.path().filename()), F_GETFD);
+      return flags >= 0 && (flags & FD_CLOEXEC) == 0;
+    });
+  };
+  const auto open_ones = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+  const auto inherited_before = inherited(), open_before = open_ones();
+  umask(0);
+  use_file(":100");
+  for (int i = 0; i < 10; i++)
+    info(1, string(100, 'x'));
+  std::set<string> names;
+  for (const auto& file : fs::directory_iterator(folder_.path())) {
+    names.insert(file.path().filename());
+    EXPECT_EQ(0640, static_cast<int>(file.status().permissions()));
+  }
+  EXPECT_EQ((std::set<string>{"log", "log.1", "log.2", "log.3", "log.4"}), names);
+  for (const bool is_left : {false, true}) {
+    EXPECT_EQ(open_before + 1, open_ones()) << is_left;
+    EXPECT_EQ(inherited_before, inherited()) << is_left;
+    hurn_destroy();
+  }
+}
+
+// The thread that owns the sink waits for the reader of a pipe; it is not in the child.
+TEST_F(Hurn, ChildrenWithTheIdOfTheirParentOwnTheSink) {
+  tirn::test::PrivateRoot root;
+  TIRN_NEEDS_PRIVATE_ROOT(root);
+  const string pipe = "file:" + folder_.path("pipe");
+  ASSERT_EQ(0, mkfifo(pipe.c_str() + 5, 0600));
+  const auto outer = [&] {
+    std::thread([&] { hurn_init(nullptr, pipe.c_str()); }).detach();
+    tirn::test::wait_until([] {
+      const fs::directory_iterator tasks("/proc/thread-self/..");
+      return std::any_of(tasks, {}, [](const auto& task) {
+        return read_file(task.path() / "syscall").starts_with(std::to_string(SYS_openat) + " ");
+      });
+    });
+    EXPECT_TRUE(tirn::test::run_as_first([this] { use_file(); }));
+  };
+  const auto child = tirn::test::run_child([&] { return tirn::test::run_as_first(outer) ? 0 : 1; });
+  EXPECT_TRUE(child.exited()) << child;
 }
 
 TEST_F(Hurn, LimitsHoldBackAndTell) {

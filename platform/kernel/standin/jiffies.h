@@ -4,17 +4,28 @@
 
 #include <cstdint>
 
+#include "futex.h"
+
 namespace zut {
 
 inline constexpr int kDeviceBytes = 4096;
 inline constexpr int kCounterOffset = 0x80;
 
-// Makes what is missing of the folder at `root` and opens its device, read-write. -1 with errno.
-int open_device_folder(const char* root);
+inline uint64_t jiffies_now() { return static_cast<uint64_t>(monotonic_now() / kJiffy); }
+
+enum class Access { kMake, kRead };
+
+// Opens the device of the folder at `root`. kMake: read-write, and what is missing is made. kRead: read-only, as it
+// stands. -1 with errno.
+int open_device_folder(const char* root, Access access);
 
 // Keeps the counter current from now on, in this process and in its forked children. A counter may be given again.
 // 0 or -1 with errno. One caller at a time.
 int keep_current(uint64_t* counter);
+
+// Starts the thread in a forked child if there is a counter to keep. A failure is made good when the child looks for the
+// device.
+void restart_thread();
 
 }  // namespace zut
 

@@ -49,36 +49,47 @@ int refuse(int error) {
   return -1;
 }
 
-// A folder of ours alone, made where it is missing. Whatever else bears the name is refused, a link above all:
-// everybody may write beside the first one.
-int open_folder(int parent, const char* name) {
-  if (mkdirat(parent, name, 0700) != 0 && errno != EEXIST) {
-    return -1;
+// Ours alone. Whatever else bears the name is refused: everybody may write beside the first folder.
+bool is_private(const Descriptor& file, struct stat* status) {
+  if (!file.open() || fstat(file.get(), status) != 0) {
+    return false;
   }
-  Descriptor folder(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  errno = EPERM;
+  return status->st_uid == geteuid() && (status->st_mode & 077) == 0;
+}
+
+int open_folder(int parent, const char* name, Access access) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  int number = openat(parent, name, kFlags);
+  if (number < 0 && access == Access::kMake && (errno == ENOENT || errno == EACCES)) {
+    // The mode whatever the umask, also where another maker is at it.
+    if ((mkdirat(parent, name, 0700) != 0 && errno != EEXIST) ||
+        fchmodat(parent, name, 0700, AT_SYMLINK_NOFOLLOW) != 0) {
+      return -1;
+    }
+    number = openat(parent, name, kFlags);
+  }
+  Descriptor folder(number);
   struct stat status;
-  if (!folder.open() || fstat(folder.get(), &status) != 0) {
-    return -1;
-  }
-  if (status.st_uid != geteuid() || (status.st_mode & 077) != 0) {
-    return refuse(EPERM);
-  }
-  return folder.release();
+  return is_private(folder, &status) ? folder.release() : -1;
 }
 
 bool holds(int folder, const char* name, const char* text) {
-  const Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   char present[32];
   const ssize_t length = file.open() ? read(file.get(), present, sizeof(present)) : -1;
   return length == static_cast<ssize_t>(strlen(text)) && memcmp(present, text, static_cast<size_t>(length)) == 0;
 }
 
+// A new file under its temporary name, with its mode whatever the umask.
+int make_file(int folder, const TemporaryName& name, int access) {
+  Descriptor file(openat(folder, name.text, access | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  return file.open() && fchmod(file.get(), 0600) == 0 ? file.release() : -1;
+}
+
 int place_text(int folder, const char* name, const char* text) {
-  if (holds(folder, name, text)) {
-    return 0;
-  }
   const TemporaryName temporary;
-  const Descriptor file(openat(folder, temporary.text, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const Descriptor file(make_file(folder, temporary, O_WRONLY));
   if (!file.open()) {
     return -1;
   }
@@ -93,15 +104,19 @@ int place_text(int folder, const char* name, const char* text) {
   return refuse(error);
 }
 
-int place_maps(int folder) {
+int place_maps(int folder, Access access) {
   char size[32];
   char offset[32];
   snprintf(size, sizeof(size), "0x%x\n", kDeviceBytes);
   snprintf(offset, sizeof(offset), "0x%x\n", kCounterOffset);
-  return place_text(folder, "addr", "0x0\n") == 0 && place_text(folder, "size", size) == 0 &&
-                 place_text(folder, "offset", offset) == 0
-             ? 0
-             : -1;
+  const struct { const char *name, *text; } files[] = {{"addr", "0x0\n"}, {"size", size}, {"offset", offset}};
+  for (const auto& [name, text] : files) {
+    if (!holds(folder, name, text) &&
+        (access == Access::kRead ? refuse(ENXIO) : place_text(folder, name, text)) != 0) {
+      return -1;
+    }
+  }
+  return 0;
 }
 
 // Gives the device its page now: a store into a mapped page that cannot be had any more would kill the process.
@@ -115,7 +130,7 @@ int reserve_page(int device) {
 
 int make_device(int folder, const char* name) {
   const TemporaryName temporary;
-  const Descriptor device(openat(folder, temporary.text, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const Descriptor device(make_file(folder, temporary, O_RDWR));
   if (!device.open()) {
     return -1;
   }
@@ -129,39 +144,44 @@ int make_device(int folder, const char* name) {
   return error == 0 ? 0 : refuse(error);
 }
 
-int open_device(int folder, const char* name) {
-  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  int number = openat(folder, name, kFlags);
-  if (number < 0 && errno == ENOENT && make_device(folder, name) == 0) {
-    number = openat(folder, name, kFlags);
+int open_device(int folder, const char* name, Access access) {
+  const int flags = (access == Access::kMake ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  int number = openat(folder, name, flags);
+  if (number < 0 && errno == ENOENT && access == Access::kMake && make_device(folder, name) == 0) {
+    number = openat(folder, name, flags);
   }
   Descriptor device(number);
   struct stat status;
-  if (!device.open() || fstat(device.get(), &status) != 0) {
+  if (!is_private(device, &status)) {
     return -1;
   }
   if (!S_ISREG(status.st_mode)) {
     return refuse(ENXIO);
   }
-  return reserve_page(device.get()) == 0 ? device.release() : -1;
+  // One that was cut short has no page to map.
+  const bool whole = status.st_size >= kDeviceBytes && status.st_blocks * 512 >= kDeviceBytes;
+  if (!whole && (access == Access::kRead ? refuse(ENXIO) : reserve_page(device.get())) != 0) {
+    return -1;
+  }
+  return device.release();
 }
 
 }  // namespace
 
-int open_device_folder(const char* root) {
-  const Descriptor folder(open_folder(AT_FDCWD, root));
-  if (!folder.open()) {
+int open_device_folder(const char* root, Access access) {
+  const Descriptor folder(open_folder(AT_FDCWD, root, access));
+  const auto below = [access](const Descriptor& parent, const char* name) {
+    return Descriptor(parent.open() ? open_folder(parent.get(), name, access) : -1);
+  };
+  const Descriptor sysfs = below(folder, "sysfs");
+  const Descriptor uio = below(sysfs, "uio0");
+  const Descriptor maps = below(uio, "maps");
+  const Descriptor map = below(maps, "map0");
+  if (!map.open() || place_maps(map.get(), access) != 0) {
     return -1;
   }
-  const Descriptor sysfs(open_folder(folder.get(), "sysfs"));
-  const Descriptor uio(sysfs.open() ? open_folder(sysfs.get(), "uio0") : -1);
-  const Descriptor maps(uio.open() ? open_folder(uio.get(), "maps") : -1);
-  const Descriptor map(maps.open() ? open_folder(maps.get(), "map0") : -1);
-  if (!map.open() || place_maps(map.get()) != 0) {
-    return -1;
-  }
-  const Descriptor dev(open_folder(folder.get(), "dev"));
-  return dev.open() ? open_device(dev.get(), "uio0") : -1;
+  const Descriptor dev = below(folder, "dev");
+  return dev.open() ? open_device(dev.get(), "uio0", access) : -1;
 }
 
 }  // namespace zut

@@ -1,5 +1,4 @@
 // Console, frequency and idle settings: kept, without an effect on the machine.
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -22,7 +21,12 @@ constinit std::atomic<uint32_t> idle_settings[kMostCpus]{};
 
 }  // namespace
 
-uint32_t cpu_count() { return static_cast<uint32_t>(std::clamp<long>(sysconf(_SC_NPROCESSORS_CONF), 1, kMostCpus)); }
+// A list such as "0-3,8-11". Not by sysconf, which may allocate. A machine that does not tell has all of them.
+uint32_t cpu_count() {
+  char list[1024];
+  const size_t length = read_text("/sys/devices/system/cpu/possible", list, sizeof(list));
+  return length != 0 ? std::min(last_number(list, list + length) + 1, kMostCpus) : kMostCpus;
+}
 
 long switch_console(const Call& call) {
   const uint32_t which = call.command() & 0xF;

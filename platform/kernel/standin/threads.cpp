@@ -1,10 +1,11 @@
-// What user space can tell of threads and of the CPUs that they run on.
+// What user space can tell of threads and of the CPUs that they run on. Called in signal handlers too: nothing here locks or
+// allocates, as streams and the C library's scans do.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 #include "commands.h"
 
@@ -16,20 +17,23 @@ template <size_t kSize>
 bool read_task_file(const char* thread, const char* file, char (&text)[kSize]) {
   char path[64];
   snprintf(path, sizeof(path), "/proc/self/task/%.20s/%s", thread, file);
-  const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return false;
-  }
-  const ssize_t length = read(descriptor, text, kSize - 1);
-  close(descriptor);
-  text[length > 0 ? length : 0] = '\0';
-  return length > 0;
+  return read_text(path, text, kSize) > 0;
 }
 
 struct Status {
-  char name[64] = "";
-  char state[32] = "";
+  char name[64];
+  char state[32];
 };
+
+// What stands behind the label, up to the end of its line; nothing where there is no such label.
+template <size_t kSize>
+void copy_field(const char* text, const char* label, char (&field)[kSize]) {
+  const char* start = strstr(text, label);
+  start = start != nullptr ? start + strlen(label) : "";
+  const size_t length = std::min(strcspn(start, "\n"), kSize - 1);
+  memcpy(field, start, length);
+  field[length] = '\0';
+}
 
 bool read_status(uint32_t thread, Status* status) {
   char number[16];
@@ -38,25 +42,23 @@ bool read_status(uint32_t thread, Status* status) {
   if (!read_task_file(number, "status", text)) {
     return false;
   }
-  sscanf(text, "Name:\t%63[^\n]", status->name);
-  if (const char* state = strstr(text, "\nState:\t")) {
-    sscanf(state, "\nState:\t%31[^\n]", status->state);
-  }
+  copy_field(text, "Name:\t", status->name);
+  copy_field(text, "\nState:\t", status->state);
   return true;
 }
 
 // The CPU that a thread ran on last: the 39th field of its line, of which the second, the name, may hold anything.
-long cpu_of(const char* thread) {
+bool ran_on(const char* thread, uint32_t cpu) {
   constexpr int kFieldsBehindName = 37;
   char line[1024];
   if (!read_task_file(thread, "stat", line)) {
-    return -1;
+    return false;
   }
   const char* field = strrchr(line, ')');
   for (int i = 0; i < kFieldsBehindName && field != nullptr; ++i) {
     field = strchr(field + 1, ' ');
   }
-  return field != nullptr ? strtol(field, nullptr, 10) : -1;
+  return field != nullptr && last_number(field + 1, field + 1 + strcspn(field + 1, " ")) == cpu;
 }
 
 // As the kernel stores them.
@@ -68,7 +70,6 @@ struct Entry {
   char name[];
 };
 
-// Called in signal handlers too: the folder is read without the C library's stream, which allocates.
 uint32_t threads_of_cpu(uint32_t cpu) {
   uint32_t count = 0;
   const int tasks = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -79,7 +80,7 @@ uint32_t threads_of_cpu(uint32_t cpu) {
   for (long length; (length = syscall(SYS_getdents64, tasks, bytes, sizeof(bytes))) > 0;) {
     for (long at = 0; at < length;) {
       const auto* entry = reinterpret_cast<const Entry*>(bytes + at);
-      count += entry->name[0] != '.' && cpu_of(entry->name) == static_cast<long>(cpu);
+      count += entry->name[0] != '.' && ran_on(entry->name, cpu);
       at += entry->size;
     }
   }
