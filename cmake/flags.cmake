@@ -48,10 +48,10 @@ add_library(tirn_strict INTERFACE)
 target_compile_options(tirn_strict INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_link_libraries(tirn_strict INTERFACE tirn_flags)
-# The distribution's hardening. The sanitizers, in debug builds, do the same and more.
+# The distribution's hardening. Checked calls need optimisation; the sanitizers, in debug builds, do the same and more.
 if(TIRN_HARDENING)
   target_compile_options(tirn_strict INTERFACE
-    $<$<CONFIG:RelWithDebInfo>:-D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection ${TIRN_BRANCHES}>)
+    "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2;-fstack-protector-strong;-fstack-clash-protection;${TIRN_BRANCHES}>")
 endif()
 
 # Turns SOURCES of one folder into a list: folders are rooms, so a new file joins by being there.

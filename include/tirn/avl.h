@@ -12,7 +12,8 @@
  *   }
  *
  * Nothing is locked: functions that change the tree want it alone, the others may run side by side. Nothing tests
- * whether an object is in the tree; removing one that is not ruins the count and the links.
+ * whether an object is in the tree; removing one that is not ruins the count and the links. A NULL tree, object or
+ * function is logged, except by kesa_walk_avl_node.
  */
 #ifndef TIRN_AVL_H
 #define TIRN_AVL_H
@@ -100,8 +101,8 @@ TIRN_API int kesa_insert_avl_node_specified(struct kesa_avl_tree* tree, void* ob
  * @safety MT-Unsafe race:tree, AS-Safe */
 TIRN_API void kesa_remove_avl_node(struct kesa_avl_tree* tree, void* object);
 
-/* The next object in that direction, without a comparison; NULL at the end, for a NULL tree or object, and where the
- * direction is neither 0 nor 1.
+/* The next object in that direction, without a comparison; NULL, silently, at the end, for a NULL tree or object, and
+ * where the direction is neither 0 nor 1.
  * @safety MT-Safe race:tree, AS-Safe */
 TIRN_API void* kesa_walk_avl_node(const struct kesa_avl_tree* tree, const void* object, uint32_t direction);
 

@@ -2,8 +2,8 @@
  * Files: the system's calls with a check of their pointers, a reader of lines that leaves the descriptor exactly behind
  * what it returned, commands on files, a copy, record locks, a walk through a folder, and the dynamic loader.
  *
- * The checked calls of the system are cancellation points where the system's are. A thread that is cancelled there has
- * opened, read, written, locked or closed nothing; its descriptors stay open. Nothing else but kesa_readline is one.
+ * The checked calls of the system, but for kesa_close, are cancellation points where the system's are; descriptors of a
+ * thread that is cancelled there stay open. Nothing else but kesa_readline is one.
  */
 #ifndef TIRN_FILEOPS_H
 #define TIRN_FILEOPS_H
@@ -38,7 +38,7 @@ TIRN_API off_t kesa_lseek(int fd, off_t offset, int whence);
 /* fsync, a cancellation point. @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_sync(int fd);
 
-/* close, a cancellation point: the descriptor is still open then. @safety MT-Safe, AS-Safe */
+/* close, which is no cancellation point here: the descriptor is closed for sure. @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_close(int fd);
 
 /* stat; -1 for a NULL path, which is logged.

@@ -63,7 +63,7 @@ class TicketSpinLock {
   kesa_tspinlock* native() { return &record_; }
 
  private:
-  kesa_tspinlock record_ = {0, 0, KESA_TSPINLOCK_MAGIC, UINT32_MAX, KESA_TSPINLOCK_NO_OWNER};
+  kesa_tspinlock record_ = {{{0, 0}}, KESA_TSPINLOCK_MAGIC, UINT32_MAX, KESA_TSPINLOCK_NO_OWNER};
 };
 
 class TicketRwLock {

@@ -70,12 +70,12 @@ TIRN_API FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white
  * As kesa_popen, but the caller gets the child's process id, closes the stream with fclose and waits for the child.
  * The mode is not checked: any that does not begin with 'r' makes a pipe to the command's input, and it goes on to
  * fdopen as it stands. A child that was left on the same descriptor is forgotten: kesa_pclose refuses the stream.
- * @safety MT-Safe, AS-Unsafe heap
+ * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API FILE* kesa_popen_with_pid(const char* cmd, const char* mode, int* pid);
 
 /* kesa_popen_with_pid behind the screen; NULL for a NULL or refused command, a NULL `pid` and a bad mode too.
- * @safety MT-Safe, AS-Unsafe heap */
+ * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API FILE* kesa_popen_s_with_pid(const char* cmd, const char* mode, const char* white, int* pid);
 
 /*

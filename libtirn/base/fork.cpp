@@ -8,35 +8,46 @@
 namespace tirn {
 namespace {
 
-pthread_once_t g_registered = PTHREAD_ONCE_INIT;  // the C library itself renews these in a child
+pthread_once_t g_registered = PTHREAD_ONCE_INIT;           // the C library itself renews these in a child
+pthread_mutex_t g_fork_mutex = PTHREAD_MUTEX_INITIALIZER;  // one fork at a time
 pthread_mutex_t g_mutex =
-    PTHREAD_MUTEX_INITIALIZER;  // held during a fork, so that nobody is half joined in the child
+    PTHREAD_MUTEX_INITIALIZER;  // of the list; held while the process splits, so that nobody is half joined in the child
 constinit ForkSteps* g_first = nullptr;
 
 }  // namespace
 
 struct ForkStepsOfAll {
-  // Both run with the mutex held.
-  static void run(const ForkSteps::Step ForkSteps::*step) {
+  static void run(const ForkSteps::Step ForkSteps::*step, ForkSteps* first, const ForkSteps* end = nullptr) {
     const int error = errno;
-    for (ForkSteps* at = g_first; at != nullptr; at = at->next_) {
+    for (ForkSteps* at = first; at != end; at = at->next_) {
       if (at->*step != nullptr) {
         (at->*step)(*at);
       }
     }
     errno = error;
   }
+  // A step may wait for a thread that is about to join, so it runs without the list's mutex, and those who joined
+  // meanwhile follow.
   static void prepare() {
+    pthread_mutex_lock(&g_fork_mutex);
     pthread_mutex_lock(&g_mutex);
-    run(&ForkSteps::prepare_);
+    for (const ForkSteps* done = nullptr; done != g_first;) {
+      ForkSteps* const first = g_first;
+      pthread_mutex_unlock(&g_mutex);
+      run(&ForkSteps::prepare_, first, done);
+      pthread_mutex_lock(&g_mutex);
+      done = first;
+    }
   }
   static void in_parent() {
-    run(&ForkSteps::parent_);
+    run(&ForkSteps::parent_, g_first);
     pthread_mutex_unlock(&g_mutex);
+    pthread_mutex_unlock(&g_fork_mutex);
   }
   static void in_child() {
-    run(&ForkSteps::child_);
+    run(&ForkSteps::child_, g_first);
     pthread_mutex_unlock(&g_mutex);
+    pthread_mutex_unlock(&g_fork_mutex);
   }
 };
 

@@ -225,5 +225,11 @@ kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn c
     TIRN_DEBUG("Open file (%s) failed, fd %d errno %d", file, fd.get(), errno);
     return nullptr;
   }
-  return kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == tirn::kOk ? node.release() : nullptr;
+  if (kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == tirn::kOk) {
+    return node.release();
+  }
+  if (callback == tirn::cfg::kesa_cfg_file_proc) {  // what another callback has linked is its own
+    tirn::cfg::kesa_cfg_destory_section(node.get());
+  }
+  return nullptr;
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 
@@ -42,7 +43,10 @@ off_t kesa_lseek(int fd, off_t offset, int whence) { return lseek(fd, offset, wh
 
 int kesa_sync(int fd) { return fsync(fd); }
 
-int kesa_close(int fd) { return close(fd); }
+int kesa_close(int fd) {
+  const tirn::NoCancellation guard;
+  return close(fd);
+}
 
 int kesa_stat(const char* path, struct stat* buffer) {
   if (path == nullptr) {

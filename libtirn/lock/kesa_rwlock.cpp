@@ -1,6 +1,7 @@
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
+#include "libtirn/base/cancellation.h"
 #include "tirn/lock.h"
 #include "tirn/sched.h"
 
@@ -39,6 +40,7 @@ inline void take_in_bursts(Attempt attempt) {
         return;
       }
     }
+    const tirn::NoCancellation guard;  // the caller may hold other locks
     kesa_usleep(kSleep);
   }
 }

@@ -1,6 +1,7 @@
 #include <atomic>
 
 #include "libtirn/arch/arch.h"
+#include "libtirn/base/cancellation.h"
 #include "libtirn/base/result.h"
 #include "libtirn/base/spinlock.h"
 #include "tirn/jiffies.h"
@@ -43,6 +44,7 @@ __attribute__((noinline)) void do_kesa_spinlock_lock(kesa_spinlock* spinlock, co
       if ((g_flags.load(std::memory_order_relaxed) & KESA_SPINLOCK_FLAG_DUMP) != 0) {
         debug_dump_stack(kFramesOfTheWaiter);
       }
+      const tirn::NoCancellation guard;  // the caller may hold other locks
       kesa_schedule();
     }
 }

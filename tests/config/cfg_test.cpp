@@ -13,6 +13,7 @@
 
 #include "fuzz/cfg_fuzz.cpp"
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "support/temp_folder.h"
 #include "tirn/mem.h"
 
@@ -69,9 +70,7 @@ TEST(CfgParser, LongestLines) {
 }
 
 TEST(CfgParser, AgreesWithThePlainOne) {
-  const unsigned seed = std::random_device{}();
-  std::fprintf(stderr, "seed %u\n", seed);  // a difference aborts
-  std::mt19937 random(seed);
+  std::mt19937 random(random_seed());
   const char* const pieces[] = {"a",  "b_1", "=",  "=",  "[",    "]", "[s]\n", " ",
                                 "\t", "\r",  "\n", "\n", "\r\n", ";", "#",     "x=1\n"};
   for (int i = 0; i < 300; ++i) {

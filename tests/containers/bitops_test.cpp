@@ -44,8 +44,7 @@ uint64_t plain_search(GuardedMap& map, uint64_t size, uint64_t offset, bool want
 // Against a search bit by bit, at every alignment of the map's end, for sparse, dense and mixed maps.
 TEST(BitSearch, AgreesWithAPlainSearch) {
   std::mt19937_64 random(tirn::test::random_seed());
-  for (const uint64_t size :
-       {0, 1, 7, 8, 9, 63, 64, 65, 70, 127, 128, 129, 511, 512, 513, 1024, 1025, 2047, 4096, 9001}) {
+  for (const uint64_t size : {0, 1, 7, 8, 9, 63, 64, 65, 70, 127, 128, 129, 511, 512, 513, 1024, 1025, 4096, 9001}) {
     GuardedMap map((size + 7) / 8);
     for (int round = 0; round < 60; ++round) {
       map.fill(round % 2 != 0 ? 0xFF : 0);
@@ -55,42 +54,56 @@ TEST(BitSearch, AgreesWithAPlainSearch) {
       }
       const uint64_t offset = size == 0 ? 0 : random() % (size + 2);
       SCOPED_TRACE(testing::Message() << "size " << size << " offset " << offset);
-      ASSERT_EQ(find_first_bit(map.map(), size), plain_search(map, size, 0, true));
-      ASSERT_EQ(find_first_zero_bit(map.map(), size), plain_search(map, size, 0, false));
-      ASSERT_EQ(find_next_bit(map.map(), size, offset), plain_search(map, size, offset, true));
-      ASSERT_EQ(kesa_find_next_zero_bit(map.map(), size, offset), plain_search(map, size, offset, false));
+      for (const bool wanted : {true, false}) {
+        const uint64_t hit = plain_search(map, size, 0, wanted), later = plain_search(map, size, offset, wanted);
+        ASSERT_EQ((wanted ? find_first_bit : find_first_zero_bit)(map.map(), size), hit);
+        ASSERT_EQ((wanted ? find_next_bit : kesa_find_next_zero_bit)(map.map(), size, offset), later);
+        int32_t at = -7, at_later = -7;
+        const auto checked = wanted ? kesa_bitop_findfirstsetbit : kesa_bitop_findfirstclrbit;
+        ASSERT_EQ(checked(map.map(), static_cast<uint32_t>(size), &at), hit < size);
+        ASSERT_EQ(at, hit < size ? static_cast<int32_t>(hit) : -7);
+        const int result = kesa_bitop_findnextsetbit(map.map(), static_cast<uint32_t>(size),
+                                                     static_cast<uint32_t>(offset), &at_later);
+        ASSERT_TRUE(!wanted ||
+                    (result == (later < size) && at_later == (result != 0 ? static_cast<int>(later) : -7)));
+      }
     }
   }
 }
 
-TEST(BitSearch, NothingIsReadForAnEmptyRange) {
+// From the front and from the hit itself on; the search for long maps looks at many words at a time.
+TEST(BitSearch, FindsTheOnlyHitWhereverItIs) {
+  for (const uint64_t size : {2048, 2059, 9001}) {
+    GuardedMap map((size + 7) / 8);
+    for (const bool wanted : {true, false}) {
+      const auto first = wanted ? find_first_bit : find_first_zero_bit;
+      const auto next = wanted ? find_next_bit : kesa_find_next_zero_bit;
+      map.fill(wanted ? 0 : 0xFF);
+      for (uint64_t n = 0; n < size; ++n) {
+        const auto flip = static_cast<uint8_t>(1 << n % 8);
+        map.map()[n / 8] ^= flip;
+        ASSERT_TRUE(first(map.map(), size) == n && next(map.map(), size, n) == n &&
+                    next(map.map(), size, n + 1) == size);
+        ASSERT_EQ(first(map.map(), n), n);
+        map.map()[n / 8] ^= flip;
+      }
+    }
+  }
+}
+
+TEST(BitSearch, NothingIsReadForAnEmptyRangeOrWithoutAPointer) {
   EXPECT_EQ(find_first_bit(nullptr, 0), 0u);
   EXPECT_EQ(find_first_zero_bit(nullptr, 0), 0u);
   EXPECT_EQ(find_next_bit(nullptr, 0, 0), 0u);
   EXPECT_EQ(kesa_find_next_zero_bit(nullptr, 64, 64), 64u);
   EXPECT_EQ(find_next_bit(nullptr, 64, ~0ull), 64u);
-}
-
-TEST(BitSearch, CheckedForms) {
-  const uint8_t map[] = {0x10, 0x02};
+  const uint8_t map[] = {1, 0};
   int32_t at = -7;
-  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 16, &at), 1);
-  EXPECT_EQ(at, 4);
-  EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 16, &at), 1);
-  EXPECT_EQ(at, 0);
-  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 5, &at), 1);
-  EXPECT_EQ(at, 9);
-  at = -7;
-  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 4, &at), 0);
-  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 10, &at), 0);
-  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 16, &at), 0);
-  EXPECT_EQ(kesa_bitop_findfirstsetbit(nullptr, 16, &at), 0);
-  EXPECT_EQ(kesa_bitop_findfirstclrbit(nullptr, 16, &at), 0);
-  EXPECT_EQ(kesa_bitop_findnextsetbit(nullptr, 16, 0, &at), 0);
+  EXPECT_TRUE(kesa_bitop_findfirstsetbit(map, 8, nullptr) == 0 && kesa_bitop_findfirstsetbit(nullptr, 8, &at) == 0);
+  EXPECT_TRUE(kesa_bitop_findfirstclrbit(map, 8, nullptr) == 0 && kesa_bitop_findfirstclrbit(nullptr, 8, &at) == 0);
+  EXPECT_TRUE(kesa_bitop_findnextsetbit(map, 8, 0, nullptr) == 0 &&
+              kesa_bitop_findnextsetbit(nullptr, 8, 0, &at) == 0);
   EXPECT_EQ(at, -7);
-  EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 16, nullptr), 0);
-  EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 16, nullptr), 0);
-  EXPECT_EQ(kesa_bitop_findnextsetbit(map, 16, 0, nullptr), 0);
 }
 
 TEST(BitRead, FirstBitsOfAMap) {
@@ -139,24 +152,27 @@ TEST(BitChange, IsAtomicOnItsByte) {
 }
 
 TEST(BitCount, Weights) {
-  EXPECT_EQ(kesa_hweight32(0), 0u);
-  EXPECT_EQ(kesa_hweight32(0xFFFFFFFF), 32u);
+  EXPECT_TRUE(kesa_hweight32(0) == 0 && kesa_hweight32(0xFFFFFFFF) == 32);
   EXPECT_EQ(kesa_hweight32(0x80010101), 4u);
   EXPECT_EQ(kesa_hweight64(~0ull), 64u);
   EXPECT_EQ(kesa_hweight64(0x8000000100000001), 3u);
 }
 
+template <typename Value>
+void check_order(Value value, Value reversed, std::vector<Value (*)(Value)> little,
+                 std::vector<Value (*)(Value)> big) {
+  for (size_t way : {0, 1}) {
+    EXPECT_EQ(little[way](value), value);
+    EXPECT_EQ(big[way](value), reversed);
+  }
+}
+
 TEST(Endian, LittleStaysAndBigIsReversed) {
-  EXPECT_EQ(kesa_endian_cputolittle16(0x1234), 0x1234);
-  EXPECT_EQ(kesa_endian_cputolittle32(0x12345678), 0x12345678u);
-  EXPECT_EQ(kesa_endian_cputolittle64(0x123456789ABCDEF0), 0x123456789ABCDEF0u);
-  EXPECT_EQ(kesa_endian_littletocpu16(0x1234), 0x1234);
-  EXPECT_EQ(kesa_endian_littletocpu32(0x12345678), 0x12345678u);
-  EXPECT_EQ(kesa_endian_littletocpu64(0x123456789ABCDEF0), 0x123456789ABCDEF0u);
-  EXPECT_EQ(kesa_endian_cputobig16(0x1234), 0x3412);
-  EXPECT_EQ(kesa_endian_cputobig32(0x12345678), 0x78563412u);
-  EXPECT_EQ(kesa_endian_cputobig64(0x123456789ABCDEF0), 0xF0DEBC9A78563412u);
-  EXPECT_EQ(kesa_endian_bigtocpu16(0x1234), 0x3412);
-  EXPECT_EQ(kesa_endian_bigtocpu32(0x12345678), 0x78563412u);
-  EXPECT_EQ(kesa_endian_bigtocpu64(0x123456789ABCDEF0), 0xF0DEBC9A78563412u);
+  check_order<uint16_t>(0x1234, 0x3412, {kesa_endian_cputolittle16, kesa_endian_littletocpu16},
+                        {kesa_endian_cputobig16, kesa_endian_bigtocpu16});
+  check_order<uint32_t>(0x12345678, 0x78563412, {kesa_endian_cputolittle32, kesa_endian_littletocpu32},
+                        {kesa_endian_cputobig32, kesa_endian_bigtocpu32});
+  check_order<uint64_t>(0x123456789ABCDEF0, 0xF0DEBC9A78563412,
+                        {kesa_endian_cputolittle64, kesa_endian_littletocpu64},
+                        {kesa_endian_cputobig64, kesa_endian_bigtocpu64});
 }

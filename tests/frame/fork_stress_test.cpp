@@ -1,5 +1,5 @@
 // A child of a threaded process can use the library: while threads go through each family without pause, the process
-// forks, and each child calls each family once.
+// forks, and each child calls each family once. The emulator loses locks of its own in such a child.
 #include <gtest/gtest.h>
 #include <semaphore.h>
 #include <sys/wait.h>
@@ -154,7 +154,7 @@ void fork_under_load(int forks) {
   kesa_thrd_clearcurthreadinfo();
 }
 
-TEST(Fork, ChildrenUseEachFamily) {
+TEST(ForkNative, ChildrenUseEachFamily) {
   TIRN_NEEDS_FORKS();
   TIRN_NEEDS_SERVER(server);
   const TempFolder folder;
@@ -165,7 +165,7 @@ TEST(Fork, ChildrenUseEachFamily) {
 }
 
 // Each allocation asks for the counters then.
-TEST(Fork, ChildrenAllocateWithoutCounters) {
+TEST(ForkNative, ChildrenAllocateWithoutCounters) {
   TIRN_NEEDS_FORKS();
   KernelSide kernel;
   kernel.failing(0x401, ENOSYS);

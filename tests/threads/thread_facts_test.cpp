@@ -110,7 +110,8 @@ TEST(ThreadFacts, KernelSideQueries) {
 }
 
 // Each way of starting a thread: detached, its stack without the guard area, strategy 0 where the way takes it.
-TEST(ThreadFacts, StackAttributesAndStrategy) {
+// The emulator refuses CPU sets of less than a word, which the kernel takes.
+TEST(ThreadFactsNative, StackAttributesAndStrategy) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 2), "0-1023"};
   ASSERT_EQ(kesa_initThreadStrategy(0, &row), 0);
@@ -192,8 +193,9 @@ TEST(ThreadFacts, InterruptedSleepKeepsErrno) {
   }
 }
 
-// A job that is given in a forked child runs there, on a thread or on the child's own pool.
-TEST(ThreadFacts, PoolOfAForkedChild) {
+// A job that is given in a forked child runs there, on a thread or on the child's own pool. The emulator loses locks of its
+// own in a child of a threaded process.
+TEST(ThreadFactsNative, PoolOfAForkedChild) {
   ASSERT_GE(kesa_thread_pool_create(4), 1u);
   ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
   const ChildOutcome outcome = run_child([] {
