@@ -49,14 +49,10 @@ long store(uint64_t address, T value) {
 
 #define ZUT_PRINT(...) hurn(zut::kModule, HURN_INFO, "standin", __LINE__, __func__, 0, __VA_ARGS__)
 
-// CPUs that a command may name.
+inline constexpr uint32_t kMostCpus = 1024;
+
+// CPUs that a command may name; at most kMostCpus.
 uint32_t cpu_count();
-
-// Reads a small file into a text. Its length, 0 where it cannot be read.
-size_t read_text(const char* path, char* text, size_t size);
-
-// The number that the text from `begin` to `end` ends in, whatever stands behind its digits; 0 where there is none.
-uint32_t last_number(const char* begin, const char* end);
 
 // takedown.cpp
 long refuse_takedown(const Call&);

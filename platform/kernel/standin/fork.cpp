@@ -14,7 +14,7 @@ namespace {
 constexpr unsigned kIdBits = 22;  // no process id needs more
 
 constinit std::atomic<uint32_t> generation{0};  // forks between the process that began to follow them and this one
-constinit std::atomic<bool> followed{false};
+constinit pthread_once_t followed = PTHREAD_ONCE_INIT;
 
 void renew_in_child() {
   const int kept = errno;
@@ -30,9 +30,7 @@ uint32_t this_process() {
 }
 
 void follow_forks() {
-  if (!followed.load(std::memory_order_relaxed)) {
-    followed.store(pthread_atfork(nullptr, nullptr, renew_in_child) == 0, std::memory_order_relaxed);
-  }
+  pthread_once(&followed, [] { pthread_atfork(nullptr, nullptr, renew_in_child); });
 }
 
 }  // namespace zut

@@ -13,18 +13,16 @@ inline constexpr int kCounterOffset = 0x80;
 
 inline uint64_t jiffies_now() { return static_cast<uint64_t>(monotonic_now() / kJiffy); }
 
-enum class Access { kMake, kRead };
-
-// Opens the device of the folder at `root`. kMake: read-write, and what is missing is made. kRead: read-only, as it
-// stands. -1 with errno.
-int open_device_folder(const char* root, Access access);
+// Opens the device of the folder at `root`, and makes what is missing. `access`: O_RDWR, or O_RDONLY where the folder
+// cannot be written. -1 with errno.
+int open_device_folder(const char* root, int access);
 
 // Keeps the counter current from now on, in this process and in its forked children. A counter may be given again.
 // 0 or -1 with errno. One caller at a time.
 int keep_current(uint64_t* counter);
 
-// Starts the thread in a forked child if there is a counter to keep. A failure is made good when the child looks for the
-// device.
+// Starts the thread in a forked child if there is a counter to keep. A failure is made good when the child looks for
+// the device.
 void restart_thread();
 
 }  // namespace zut

@@ -1,12 +1,13 @@
 // The offer of the jiffies device.
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <iterator>
 #include <mutex>
+#include <span>
 
 #include "commands.h"
 #include "futex.h"
@@ -17,135 +18,121 @@
 namespace zut {
 namespace {
 
-constexpr size_t kRootBytes = 48;
-using Root = char[kRootBytes];
+constexpr size_t kMostDevices = 8;
+constexpr size_t kPathBytes = 64;
+
+// A device that was mapped once. Neither its paths nor its mapping change: readers hold the paths, and the thread
+// stores into the mapping.
+struct Device {
+  char sysfs[kPathBytes];
+  char dev[kPathBytes];
+  int access;
+  dev_t system;
+  ino_t file;
+  uint64_t* counter;
+};
 
 // All of it under the lock.
 constinit ProcessLock lock;
 constinit bool withdrawn = false;
 constinit const char* foreign_sysfs = nullptr;  // a test's own place
 constinit const char* foreign_dev = nullptr;
-constinit char sysfs_path[64] = "";
-constinit char dev_path[64] = "";
-constinit Root private_root = "";       // the folder of random name, once it is made
-constinit uint64_t* counter = nullptr;  // that of the device mapped last
-constinit dev_t mapped_system = 0;
-constinit ino_t mapped_file = 0;
+constinit Device devices[kMostDevices]{};
+constinit std::atomic<size_t> device_count{0};  // raised once a device is whole: a child is forked at any moment
+constinit char private_suffix[24] = "";         // chosen at first need; forked children share its folder
 
-// Maps the device, unless it is the one mapped already. A mapping is never removed: the thread stores into it.
-int map_device(int device) {
-  struct stat status;
-  if (fstat(device, &status) != 0) {
-    return -1;
-  }
-  if (counter != nullptr && status.st_dev == mapped_system && status.st_ino == mapped_file) {
-    return 0;
-  }
-  void* page = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, device, 0);
-  if (page == MAP_FAILED) {
-    return -1;
-  }
-  counter = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
-  mapped_system = status.st_dev;
-  mapped_file = status.st_ino;
-  return 0;
-}
+// The places that were refused, for one log line.
+struct Refusals {
+  char text[kPathBytes * 4] = "";
+  int error = 0;  // of the first
 
-// Only where it differs, after a change of the user: others may be reading it.
-void set_path(char (&path)[64], const char* root, const char* folder) {
-  char present[64] = "";
-  snprintf(present, sizeof(present), "%s/%s/", root, folder);
-  if (strcmp(path, present) != 0) {
-    memcpy(path, present, sizeof(path));
-  }
-}
-
-// The places that were refused, told when the lock is free: a log callback may end the thread, or look for the device.
-class Refusals {
- public:
   void add(const char* root) {
-    snprintf(rows_[count_].root, kRootBytes, "%s", root);
-    rows_[count_++].error = errno;
+    const int present = errno;
+    const size_t length = strlen(text);
+    snprintf(text + length, sizeof(text) - length, "%s%s errno=%d", length != 0 ? ", " : "", root, present);
+    error = error != 0 ? error : present;
   }
-  int first_error() const { return rows_[0].error; }
-  void tell() const {
-    for (int i = 0; i < count_ && hurn_level_check(kModule, HURN_WARNING) == 0; ++i) {
-      hurn(kModule, HURN_WARNING, "standin", __LINE__, __func__, 0, "Jiffies device below %s refused, errno=%d.",
-           rows_[i].root, rows_[i].error);
-    }
-  }
-
- private:
-  static constexpr int kMost = 4;  // the known places and the private one
-  struct {
-    Root root;
-    int error;
-  } rows_[kMost];
-  int count_ = 0;
 };
 
-// Whether another process keeps the counter of a device that this one can only read.
-bool is_current(int device) {
-  constexpr uint64_t kRecent = kSecond / kJiffy;
-  void* page = mmap(nullptr, kDeviceBytes, PROT_READ, MAP_SHARED, device, 0);
+// The device behind the descriptor, mapped if it is a new one. NULL with errno.
+const Device* map_device(int descriptor, const char* root, int access) {
+  Device fresh{};
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) {
+    return nullptr;
+  }
+  snprintf(fresh.sysfs, kPathBytes, "%s/sysfs/", root);
+  snprintf(fresh.dev, kPathBytes, "%s/dev/", root);
+  const size_t count = device_count.load(std::memory_order_relaxed);
+  for (const Device& known : std::span(devices).first(count)) {
+    if (known.access == access && known.system == status.st_dev && known.file == status.st_ino &&
+        strcmp(known.sysfs, fresh.sysfs) == 0) {
+      return &known;
+    }
+  }
+  if (count == kMostDevices) {
+    errno = ENOSPC;
+    return nullptr;
+  }
+  const int protection = access == O_RDWR ? PROT_READ | PROT_WRITE : PROT_READ;
+  void* page = mmap(nullptr, kDeviceBytes, protection, MAP_SHARED, descriptor, 0);
   if (page == MAP_FAILED) {
-    return false;
+    return nullptr;
   }
-  auto* word = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
-  const uint64_t seen = std::atomic_ref(*word).load(std::memory_order_relaxed);
-  munmap(page, kDeviceBytes);
-  errno = ESTALE;
-  const uint64_t now = jiffies_now();
-  return seen <= now && now - seen < kRecent;
+  fresh.access = access;
+  fresh.system = status.st_dev;
+  fresh.file = status.st_ino;
+  fresh.counter = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
+  devices[count] = fresh;
+  device_count.store(count + 1, std::memory_order_release);
+  return &devices[count];
 }
 
-bool offer(const char* root, Access access) {
-  const int device = open_device_folder(root, access);
-  if (device < 0) {
-    return false;
+// Whether another process keeps a counter that this one can only read.
+int expect_current(uint64_t* counter) {
+  constexpr uint64_t kRecent = kSecond / kJiffy;
+  const uint64_t seen = std::atomic_ref(*counter).load(std::memory_order_relaxed);
+  return jiffies_now() - seen < kRecent ? 0 : static_cast<int>(fail(ESTALE));
+}
+
+// NULL with errno.
+const Device* offer(const char* root, int access) {
+  const int descriptor = open_device_folder(root, access);
+  if (descriptor < 0) {
+    return nullptr;
   }
-  const bool good = access == Access::kRead ? is_current(device) : map_device(device) == 0;
+  const Device* device = map_device(descriptor, root, access);
   const int error = errno;
-  close(device);
+  close(descriptor);
   errno = error;
-  if (!good || (access == Access::kMake && keep_current(counter) != 0)) {
-    return false;
+  if (device == nullptr || (access == O_RDWR ? keep_current : expect_current)(device->counter) != 0) {
+    return nullptr;
   }
-  set_path(sysfs_path, root, "sysfs");
-  set_path(dev_path, root, "dev");
-  return true;
+  return device;
 }
 
-// Root's place is one that only root can make. `refusals` may be NULL.
-bool offer_known(Access access, Refusals* refusals) {
-  constexpr const char* kPlaces[] = {"/run/zut", "/dev/shm/zut", "/tmp/zut"};
+// What can only be read comes last: its counter stops with the process that keeps it.
+const Device* offer_any(Refusals* refusals) {
+  // Only root can make the first. Nobody stands in the way of the last, as nobody knows its name beforehand.
+  constexpr const char* kFolders[] = {"/run", "/dev/shm", "/tmp", "/tmp"};
+  constexpr size_t kPrivate = std::size(kFolders) - 1;
+  if (private_suffix[0] == '\0') {
+    snprintf(private_suffix, sizeof(private_suffix), "-%llx", static_cast<unsigned long long>(monotonic_now()));
+  }
   const uid_t user = geteuid();
-  for (size_t i = user == 0 ? 0 : 1; i < std::size(kPlaces); ++i) {
-    Root root;
-    snprintf(root, sizeof(root), "%s-%u", kPlaces[i], user);
-    if (offer(root, access)) {
-      return true;
+  for (const int access : {O_RDWR, O_RDONLY}) {
+    for (size_t i = user == 0 ? 0 : 1; i <= kPrivate; ++i) {
+      char root[kPathBytes / 2 + sizeof(private_suffix)];
+      snprintf(root, sizeof(root), "%s/zut-%u%s", kFolders[i], user, i == kPrivate ? private_suffix : "");
+      if (const Device* device = offer(root, access)) {
+        return device;
+      }
+      if (access == O_RDWR) {
+        refusals->add(root);
+      }
     }
-    if (refusals != nullptr) {
-      refusals->add(root);
-    }
   }
-  return false;
-}
-
-// Nobody can stand in the way of a name that nobody knows beforehand. The folder stays when the process is gone; forked
-// children share it.
-bool offer_private(Refusals* refusals) {
-  if (private_root[0] != '\0' && offer(private_root, Access::kMake)) {
-    return true;
-  }
-  snprintf(private_root, sizeof(private_root), "/tmp/zut-%u-XXXXXX", geteuid());
-  if (mkdtemp(private_root) != nullptr && offer(private_root, Access::kMake)) {
-    return true;
-  }
-  refusals->add(private_root);
-  private_root[0] = '\0';
-  return false;
+  return nullptr;
 }
 
 int offer_device(const char** sysfs, const char** dev, Refusals* refusals) {
@@ -153,14 +140,17 @@ int offer_device(const char** sysfs, const char** dev, Refusals* refusals) {
   if (withdrawn) {
     return static_cast<int>(fail(ENODEV));
   }
-  const bool foreign = foreign_sysfs != nullptr && foreign_dev != nullptr;
-  // What can only be read comes last: its counter stops with the process that keeps it.
-  if (!foreign && !offer_known(Access::kMake, refusals) && !offer_private(refusals) &&
-      !offer_known(Access::kRead, nullptr)) {
-    return static_cast<int>(fail(refusals->first_error()));
+  if (foreign_sysfs != nullptr && foreign_dev != nullptr) {
+    *sysfs = foreign_sysfs;
+    *dev = foreign_dev;
+    return 0;
   }
-  *sysfs = foreign ? foreign_sysfs : sysfs_path;
-  *dev = foreign ? foreign_dev : dev_path;
+  const Device* device = offer_any(refusals);
+  if (device == nullptr) {
+    return static_cast<int>(fail(refusals->error));
+  }
+  *sysfs = device->sysfs;
+  *dev = device->dev;
   return 0;
 }
 
@@ -172,7 +162,10 @@ int zut_jiffies_device(const char** sysfs, const char** dev) {
   zut::Refusals refusals;
   const int result = zut::offer_device(sysfs, dev, &refusals);
   const int error = errno;
-  refusals.tell();
+  // The lock is free again: a log callback may end the thread, or look for the device itself.
+  if (refusals.error != 0 && hurn_level_check(zut::kModule, HURN_WARNING) == 0) {
+    hurn(zut::kModule, HURN_WARNING, "standin", __LINE__, __func__, 0, "Jiffies device refused: %s.", refusals.text);
+  }
   errno = error;
   return result;
 }

@@ -58,15 +58,15 @@ bool is_private(const Descriptor& file, struct stat* status) {
   return status->st_uid == geteuid() && (status->st_mode & 077) == 0;
 }
 
-int open_folder(int parent, const char* name, Access access) {
+int open_folder(int parent, const char* name) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   int number = openat(parent, name, kFlags);
-  if (number < 0 && access == Access::kMake && (errno == ENOENT || errno == EACCES)) {
-    // The mode whatever the umask, also where another maker is at it.
-    if ((mkdirat(parent, name, 0700) != 0 && errno != EEXIST) ||
-        fchmodat(parent, name, 0700, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (number < 0 && (errno == ENOENT || errno == EACCES)) {
+    if (mkdirat(parent, name, 0700) != 0 && errno != EEXIST) {
       return -1;
     }
+    // Whatever the umask, also where another maker is at it. Where that fails, the look at the folder decides.
+    [[maybe_unused]] const int changed = fchmodat(parent, name, 0700, AT_SYMLINK_NOFOLLOW);
     number = openat(parent, name, kFlags);
   }
   Descriptor folder(number);
@@ -88,6 +88,9 @@ int make_file(int folder, const TemporaryName& name, int access) {
 }
 
 int place_text(int folder, const char* name, const char* text) {
+  if (holds(folder, name, text)) {
+    return 0;
+  }
   const TemporaryName temporary;
   const Descriptor file(make_file(folder, temporary, O_WRONLY));
   if (!file.open()) {
@@ -104,19 +107,15 @@ int place_text(int folder, const char* name, const char* text) {
   return refuse(error);
 }
 
-int place_maps(int folder, Access access) {
+int place_maps(int folder) {
   char size[32];
   char offset[32];
   snprintf(size, sizeof(size), "0x%x\n", kDeviceBytes);
   snprintf(offset, sizeof(offset), "0x%x\n", kCounterOffset);
-  const struct { const char *name, *text; } files[] = {{"addr", "0x0\n"}, {"size", size}, {"offset", offset}};
-  for (const auto& [name, text] : files) {
-    if (!holds(folder, name, text) &&
-        (access == Access::kRead ? refuse(ENXIO) : place_text(folder, name, text)) != 0) {
-      return -1;
-    }
-  }
-  return 0;
+  return place_text(folder, "addr", "0x0\n") == 0 && place_text(folder, "size", size) == 0 &&
+                 place_text(folder, "offset", offset) == 0
+             ? 0
+             : -1;
 }
 
 // Gives the device its page now: a store into a mapped page that cannot be had any more would kill the process.
@@ -144,10 +143,10 @@ int make_device(int folder, const char* name) {
   return error == 0 ? 0 : refuse(error);
 }
 
-int open_device(int folder, const char* name, Access access) {
-  const int flags = (access == Access::kMake ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+int open_device(int folder, const char* name, int access) {
+  const int flags = access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   int number = openat(folder, name, flags);
-  if (number < 0 && errno == ENOENT && access == Access::kMake && make_device(folder, name) == 0) {
+  if (number < 0 && errno == ENOENT && make_device(folder, name) == 0) {
     number = openat(folder, name, flags);
   }
   Descriptor device(number);
@@ -155,29 +154,25 @@ int open_device(int folder, const char* name, Access access) {
   if (!is_private(device, &status)) {
     return -1;
   }
-  if (!S_ISREG(status.st_mode)) {
+  // One that was cut short has no page to map.
+  if (!S_ISREG(status.st_mode) || (access == O_RDONLY && status.st_size < kDeviceBytes)) {
     return refuse(ENXIO);
   }
-  // One that was cut short has no page to map.
-  const bool whole = status.st_size >= kDeviceBytes && status.st_blocks * 512 >= kDeviceBytes;
-  if (!whole && (access == Access::kRead ? refuse(ENXIO) : reserve_page(device.get())) != 0) {
-    return -1;
-  }
-  return device.release();
+  return access == O_RDONLY || reserve_page(device.get()) == 0 ? device.release() : -1;
 }
 
 }  // namespace
 
-int open_device_folder(const char* root, Access access) {
-  const Descriptor folder(open_folder(AT_FDCWD, root, access));
-  const auto below = [access](const Descriptor& parent, const char* name) {
-    return Descriptor(parent.open() ? open_folder(parent.get(), name, access) : -1);
+int open_device_folder(const char* root, int access) {
+  const Descriptor folder(open_folder(AT_FDCWD, root));
+  const auto below = [](const Descriptor& parent, const char* name) {
+    return Descriptor(parent.open() ? open_folder(parent.get(), name) : -1);
   };
   const Descriptor sysfs = below(folder, "sysfs");
   const Descriptor uio = below(sysfs, "uio0");
   const Descriptor maps = below(uio, "maps");
   const Descriptor map = below(maps, "map0");
-  if (!map.open() || place_maps(map.get(), access) != 0) {
+  if (!map.open() || place_maps(map.get()) != 0) {
     return -1;
   }
   const Descriptor dev = below(folder, "dev");

@@ -1,5 +1,4 @@
 // Console, frequency and idle settings: kept, without an effect on the machine.
-
 #include <algorithm>
 #include <atomic>
 #include <iterator>
@@ -12,7 +11,6 @@ namespace {
 
 constexpr uint32_t kFrequencies[] = {1'200'000, 1'600'000, 2'000'000, 2'400'000, 2'600'000};  // kHz
 constexpr uint32_t kHighest = std::size(kFrequencies) - 1;
-constexpr uint32_t kMostCpus = 1024;
 
 constinit std::atomic<bool> getty_query{false};
 constinit std::atomic<bool> printing{true};
@@ -20,13 +18,6 @@ constinit std::atomic<uint32_t> frequency_step{kHighest};
 constinit std::atomic<uint32_t> idle_settings[kMostCpus]{};
 
 }  // namespace
-
-// A list such as "0-3,8-11". Not by sysconf, which may allocate. A machine that does not tell has all of them.
-uint32_t cpu_count() {
-  char list[1024];
-  const size_t length = read_text("/sys/devices/system/cpu/possible", list, sizeof(list));
-  return length != 0 ? std::min(last_number(list, list + length) + 1, kMostCpus) : kMostCpus;
-}
 
 long switch_console(const Call& call) {
   const uint32_t which = call.command() & 0xF;

@@ -1,10 +1,11 @@
-// What user space can tell of threads and of the CPUs that they run on. Called in signal handlers too: nothing here locks or
-// allocates, as streams and the C library's scans do.
+// What user space can tell of threads and of the CPUs that they run on. Called in signal handlers too: nothing here
+// locks or allocates, as streams and the C library's scans do.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 
 #include "commands.h"
@@ -12,12 +13,30 @@
 namespace zut {
 namespace {
 
-// Reads a file of one thread of this process into a text. False where there is no such thread.
+// Reads a small file into a text, empty where it cannot be read. False then.
+template <size_t kSize>
+bool read_text(const char* path, char (&text)[kSize]) {
+  const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
+  const ssize_t length = descriptor >= 0 ? read(descriptor, text, kSize - 1) : -1;
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
+  text[std::max<ssize_t>(length, 0)] = '\0';
+  return length > 0;
+}
+
+// Likewise a file of one thread of this process.
 template <size_t kSize>
 bool read_task_file(const char* thread, const char* file, char (&text)[kSize]) {
   char path[64];
   snprintf(path, sizeof(path), "/proc/self/task/%.20s/%s", thread, file);
-  return read_text(path, text, kSize) > 0;
+  return read_text(path, text);
+}
+
+// The number that the text begins with; `none` where it begins with no digit.
+uint32_t number_at(const char* text, uint32_t none) {
+  std::from_chars(text, text + strlen(text), none);
+  return none;
 }
 
 struct Status {
@@ -58,7 +77,7 @@ bool ran_on(const char* thread, uint32_t cpu) {
   for (int i = 0; i < kFieldsBehindName && field != nullptr; ++i) {
     field = strchr(field + 1, ' ');
   }
-  return field != nullptr && last_number(field + 1, field + 1 + strcspn(field + 1, " ")) == cpu;
+  return field != nullptr && number_at(field + 1, kMostCpus) == cpu;
 }
 
 // As the kernel stores them.
@@ -89,6 +108,19 @@ uint32_t threads_of_cpu(uint32_t cpu) {
 }
 
 }  // namespace
+
+// A list such as "0-3,8-11". Not by sysconf, which may allocate. A machine that does not tell has all of them.
+uint32_t cpu_count() {
+  char list[1024];
+  if (!read_text("/sys/devices/system/cpu/present", list)) {
+    return kMostCpus;
+  }
+  const char* last = list;
+  for (const char* at = list; *at != '\0'; ++at) {
+    last = *at == '-' || *at == ',' ? at + 1 : last;
+  }
+  return std::min(number_at(last, kMostCpus - 1), kMostCpus - 1) + 1;
+}
 
 long count_cpu_threads(const Call& call) {
   if (call.a >= cpu_count()) {

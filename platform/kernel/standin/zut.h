@@ -39,13 +39,13 @@ extern "C" {
 ZUT_API long zut_private_call(uint64_t word, uint64_t a, uint64_t b, uint64_t c, uint64_t d);
 
 /*
- * The jiffies device: the two base paths, each ending in a slash, kept for ever. Its folder is the first of these that can
- * be had: /run/zut-0 (for root only), /dev/shm/zut-UID, /tmp/zut-UID, or one of random name below /tmp. It is made by the
- * first process that needs it and shared by all processes of that user; the counter is current on return, and goes on as
- * long as one of them lives. Where nothing can be written, a device of the known places that another process keeps
- * current is offered as it is. A place that is refused, as it is not the user's alone, cannot be written or has no room,
- * is told by a warning with its path and errno. 0; -1 where no device can be offered, with errno of the first place, or
- * ENODEV where it was withdrawn. No cancellation point.
+ * The jiffies device: the two base paths, each ending in a slash, kept for ever. Its folder is the first of these that
+ * can be had: /run/zut-0 (for root only), /dev/shm/zut-UID, /tmp/zut-UID, or one below /tmp whose name nobody can know
+ * beforehand, for this process and its children. It is made by the first process that needs it, and all processes of
+ * that user share it; the counter is current on return, and goes on as long as one of them lives. Where nothing can be
+ * written, a device that another process keeps current is offered as it is. One warning tells the places that were
+ * refused, as they are not the user's alone, cannot be written or have no room, each with its errno. 0; -1 where no
+ * device can be offered, with errno of the first place, or ENODEV where it was withdrawn. No cancellation point.
  * @safety MT-Safe, AS-Unsafe lock
  */
 ZUT_API int zut_jiffies_device(const char** sysfs, const char** dev);
