@@ -58,8 +58,8 @@ constinit std::atomic<uint64_t> limit{kDefaultLimit};
 // The process that changes or rotates the sink; 0: none. A child does not wait for its parent's thread.
 constinit std::atomic<pid_t> owner{0};
 
-// Owned: touched only by the owner. The path is one of the names, so that a child that is forked while it changes has the
-// former one or the next, and whole.
+// Owned: touched only by the owner. The path is one of the names, so that a child that is forked while it changes has
+// the former one or the next, and whole.
 constinit Name* names = nullptr;
 constinit unsigned keep = kDefaultKeep;
 constinit const char* path = "";
@@ -81,21 +81,19 @@ class Ownership {
   Ownership& operator=(const Ownership&) = delete;
 };
 
+// Process ids come back, so that a child's may be that of an ancestor whose thread owned the sink.
+void follow_forks() {
+  static constinit pthread_once_t followed = PTHREAD_ONCE_INIT;
+  pthread_once(&followed,
+               [] { pthread_atfork(nullptr, nullptr, [] { owner.store(0, std::memory_order_relaxed); }); });
+}
+
 // By sleeps: a thread of real-time priority that only yields keeps an owner of lower priority from its processor.
 void wait_to_own() {
+  follow_forks();
   const timespec pause{0, 1'000'000};
   while (!try_own())
     nanosleep(&pause, nullptr);
-}
-
-// Process ids come back, so that a child's may be that of an ancestor whose thread owned the sink. To be called before the
-// sink can first be owned.
-bool follow_forks() {
-  static constinit std::atomic<bool> followed{false};
-  if (!followed.load(std::memory_order_relaxed))
-    followed.store(pthread_atfork(nullptr, nullptr, [] { owner.store(0, std::memory_order_relaxed); }) == 0,
-                   std::memory_order_relaxed);
-  return followed.load(std::memory_order_relaxed);
 }
 
 // The bytes written; a failure after the first write loses the rest.
@@ -342,7 +340,7 @@ void write_line(const Line& line, unsigned priority) {
 
 bool open_sink(const char* name, const char* description) {
   Plan plan;
-  if (!parse(description, plan) || !follow_forks())
+  if (!parse(description, plan))
     return false;
   wait_to_own();
   const Ownership ownership;
@@ -355,8 +353,6 @@ bool open_sink(const char* name, const char* description) {
 }
 
 void reset_sink() {
-  if (!follow_forks())
-    return;  // nor was it ever set
   wait_to_own();
   const Ownership ownership;
   program.store(nullptr, std::memory_order_relaxed);
