@@ -2,6 +2,7 @@
 #ifndef ZUT_JIFFIES_H
 #define ZUT_JIFFIES_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "futex.h"
@@ -10,6 +11,9 @@ namespace zut {
 
 inline constexpr int kDeviceBytes = 4096;
 inline constexpr int kCounterOffset = 0x80;
+
+// More than one only where a folder was removed and made anew: whoever mapped the old device reads on.
+inline constexpr size_t kMostDevices = 8;
 
 inline uint64_t jiffies_now() { return static_cast<uint64_t>(monotonic_now() / kJiffy); }
 

@@ -18,7 +18,6 @@
 namespace zut {
 namespace {
 
-constexpr size_t kMostDevices = 8;
 constexpr size_t kPathBytes = 64;
 
 // A device that was mapped once. Neither its paths nor its mapping change: readers hold the paths, and the thread

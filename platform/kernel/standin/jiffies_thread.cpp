@@ -11,9 +11,7 @@
 namespace zut {
 namespace {
 
-// More than one counter only where the folder was removed and made anew: whoever mapped the old device reads on.
-constexpr int kMostCounters = 8;
-constinit std::atomic<uint64_t*> counters[kMostCounters]{};
+constinit std::atomic<uint64_t*> counters[kMostDevices]{};
 constinit std::atomic<uint32_t> thread_process{0};  // the process in which the thread runs
 
 // Not back to what the clock showed a moment ago: other processes store into the same word. A counter that is ahead of
