@@ -92,8 +92,8 @@ HURN_API void hurn(uint32_t module, uint32_t level, const char* file, uint32_t l
                    uint32_t reserved, const char* format, ...) __attribute__((format(printf, 7, 8)));
 
 /* Writes the text alone, unconditionally: no level, no group limit, no prefix, no allocation and no lock, so it
- * may be called in a signal handler (with formats other than floating ones and widths up to a few hundred). In a
- * system log it has the error level. Returns the text's length as cut, or -1 for a NULL or bad format.
+ * may be called in a signal handler (with formats other than floating ones and widths up to a few hundred) that has
+ * 8 KiB of stack. In a system log it has the error level. Returns the text's length as cut, or -1 for a NULL or bad format.
  * @safety MT-Safe, AS-Safe */
 HURN_API int hurn_original(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -19,7 +19,6 @@
 #include <functional>
 #include <thread>
 #include <tuple>
-#include <vector>
 
 #include "support/child_process.h"
 #include "support/imports.h"

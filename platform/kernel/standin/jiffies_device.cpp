@@ -20,15 +20,14 @@ namespace {
 
 constexpr size_t kPathBytes = 64;
 
-// A device that was mapped once. Neither its paths nor its mapping change: readers hold the paths, and the thread
+// A device that was offered once. Neither its paths nor its mapping change: readers hold the paths, and the thread
 // stores into the mapping.
 struct Device {
   char sysfs[kPathBytes];
   char dev[kPathBytes];
-  int access;
   dev_t system;
   ino_t file;
-  uint64_t* counter;
+  uint64_t* counter;  // NULL where another process keeps it
 };
 
 // All of it under the lock.
@@ -53,8 +52,8 @@ struct Refusals {
   }
 };
 
-// The device behind the descriptor, mapped if it is a new one. NULL with errno.
-const Device* map_device(int descriptor, const char* root, int access) {
+// The device behind the descriptor, entered if it is a new one. NULL with errno.
+const Device* enter_device(int descriptor, const char* root, int access) {
   Device fresh{};
   struct stat status;
   if (fstat(descriptor, &status) != 0) {
@@ -64,8 +63,8 @@ const Device* map_device(int descriptor, const char* root, int access) {
   snprintf(fresh.dev, kPathBytes, "%s/dev/", root);
   const size_t count = device_count.load(std::memory_order_relaxed);
   for (const Device& known : std::span(devices).first(count)) {
-    if (known.access == access && known.system == status.st_dev && known.file == status.st_ino &&
-        strcmp(known.sysfs, fresh.sysfs) == 0) {
+    if (known.system == status.st_dev && known.file == status.st_ino && strcmp(known.sysfs, fresh.sysfs) == 0 &&
+        (known.counter != nullptr) == (access == O_RDWR)) {
       return &known;
     }
   }
@@ -73,25 +72,27 @@ const Device* map_device(int descriptor, const char* root, int access) {
     errno = ENOSPC;
     return nullptr;
   }
-  const int protection = access == O_RDWR ? PROT_READ | PROT_WRITE : PROT_READ;
-  void* page = mmap(nullptr, kDeviceBytes, protection, MAP_SHARED, descriptor, 0);
-  if (page == MAP_FAILED) {
-    return nullptr;
+  if (access == O_RDWR) {
+    void* page = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (page == MAP_FAILED) {
+      return nullptr;
+    }
+    fresh.counter = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
   }
-  fresh.access = access;
   fresh.system = status.st_dev;
   fresh.file = status.st_ino;
-  fresh.counter = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
   devices[count] = fresh;
   device_count.store(count + 1, std::memory_order_release);
   return &devices[count];
 }
 
-// Whether another process keeps a counter that this one can only read.
-int expect_current(uint64_t* counter) {
+// Whether another process keeps the counter. Read, not mapped: the device may have been cut short.
+bool is_current(int descriptor) {
   constexpr uint64_t kRecent = kSecond / kJiffy;
-  const uint64_t seen = std::atomic_ref(*counter).load(std::memory_order_relaxed);
-  return jiffies_now() - seen < kRecent ? 0 : static_cast<int>(fail(ESTALE));
+  uint64_t seen = 0;
+  const bool whole = pread(descriptor, &seen, sizeof(seen), kCounterOffset) == sizeof(seen);
+  errno = ESTALE;
+  return whole && jiffies_now() - seen < kRecent;
 }
 
 // NULL with errno.
@@ -100,14 +101,13 @@ const Device* offer(const char* root, int access) {
   if (descriptor < 0) {
     return nullptr;
   }
-  const Device* device = map_device(descriptor, root, access);
+  const bool good = access == O_RDWR || is_current(descriptor);
+  const Device* device = good ? enter_device(descriptor, root, access) : nullptr;
   const int error = errno;
   close(descriptor);
   errno = error;
-  if (device == nullptr || (access == O_RDWR ? keep_current : expect_current)(device->counter) != 0) {
-    return nullptr;
-  }
-  return device;
+  const bool kept = device != nullptr && (access == O_RDONLY || keep_current(device->counter) == 0);
+  return kept ? device : nullptr;
 }
 
 // What can only be read comes last: its counter stops with the process that keeps it.

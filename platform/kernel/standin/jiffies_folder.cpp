@@ -154,8 +154,7 @@ int open_device(int folder, const char* name, int access) {
   if (!is_private(device, &status)) {
     return -1;
   }
-  // One that was cut short has no page to map.
-  if (!S_ISREG(status.st_mode) || (access == O_RDONLY && status.st_size < kDeviceBytes)) {
+  if (!S_ISREG(status.st_mode)) {
     return refuse(ENXIO);
   }
   return access == O_RDONLY || reserve_page(device.get()) == 0 ? device.release() : -1;
