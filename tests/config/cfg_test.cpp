@@ -73,8 +73,8 @@ TEST(CfgParser, AgreesWithThePlainOne) {
   std::mt19937 random(random_seed());
   const char* const pieces[] = {"a",  "b_1", "=",  "=",  "[",    "]", "[s]\n", " ",
                                 "\t", "\r",  "\n", "\n", "\r\n", ";", "#",     "x=1\n"};
-  for (int i = 0; i < 300; ++i) {
-    std::string text(1, static_cast<char>(random() % 4));
+  for (int i = 0; i < 1000; ++i) {
+    std::string text(1, static_cast<char>(random() % 256));
     for (unsigned length = random() % 60; length > 0; --length) {
       text += pieces[random() % std::size(pieces)];
       text.append(random() % 100 == 0 ? random() % 1200 : 0, "yz= \r\0"[random() % 6]);
