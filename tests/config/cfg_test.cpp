@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,9 +14,12 @@
 #include <thread>
 
 #include "fuzz/cfg_fuzz.cpp"
+#include "support/child_process.h"
+#include "support/faults.h"
 #include "support/log_capture.h"
 #include "support/random_seed.h"
 #include "support/temp_folder.h"
+#include "tirn/lock.h"
 #include "tirn/mem.h"
 
 using namespace tirn::test;
@@ -83,6 +88,32 @@ TEST(CfgParser, AgreesWithThePlainOne) {
   }
 }
 
+// A thread may end in its callback, by itself or cancelled: file, buffer and node are given back.
+TEST(CfgParser, CallbackEndsItsThread) {
+  static const Source source("a=1\nb=2\n", false);
+  static const std::string file = "/proc/self/fd/" + std::to_string(source.fd);
+  const auto parse_fd = [](kesa_cfg_item_fn end) { kesa_cfg_ini_fd_parse(source.fd, nullptr, end, nullptr); };
+  const auto parse_file = [](kesa_cfg_item_fn end) { kesa_cfg_ini_file_parse(file.c_str(), end, nullptr); };
+  const kesa_cfg_item_fn exits = [](auto...) -> int32_t { pthread_exit(nullptr); };
+  const kesa_cfg_item_fn is_cancelled = [](auto...) {
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pthread_cancel(pthread_self());
+    return pthread_testcancel(), int32_t{0};
+  };
+  for (void (*const parse)(kesa_cfg_item_fn) : {+parse_fd, +parse_file}) {
+    for (const kesa_cfg_item_fn end : {exits, is_cancelled}) {
+      sweep({.prepare = [] { lseek(source.fd, 0, SEEK_SET); },
+             .run = [=] { return parse(end), 1L; },
+             .check =
+                 [=](long result, auto&&...) {
+                   EXPECT_NE(result, 1);  // it did not come back
+                   EXPECT_EQ(lseek(source.fd, 0, SEEK_CUR), parse == +parse_fd ? 4 : 0);
+                 },
+             .kinds = kCancellations});
+    }
+  }
+}
+
 // Native: the emulator's own faults are counted, too.
 TEST(CfgParserNative, SmallFileTouchesLittleMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -133,6 +164,61 @@ TEST(CfgStore, SearchOrderReferencesAndReload) {
   ASSERT_EQ(kesa_cfg_init(folder.write_file("empty", "").c_str()), 0);
   EXPECT_EQ(kesa_cfg_destroy(), 0);
   EXPECT_EQ(value_of("s", "a"), "(none)");
+}
+
+// The program itself holds the list, and still does in the child.
+TEST(CfgStore, ForkWithTheListHeld) {
+  const TempFolder folder;
+  ASSERT_EQ(kesa_cfg_init(folder.write_file("a", "[s]\na=1\n").c_str()), 0);
+  for (auto* const lock : {kesa_rwlock_read_lock, kesa_rwlock_write_lock}) {
+    lock(&g_stCfgRwlock);
+    const auto unlock = lock == kesa_rwlock_read_lock ? kesa_rwlock_read_unlock : kesa_rwlock_write_unlock;
+    const auto go_on = [&] {
+      return unlock(&g_stCfgRwlock), value_of("s", "a") == "1" && g_stCfgRwlock == 0 ? 0 : 1;
+    };
+    EXPECT_TRUE(run_child(go_on).exited());
+    EXPECT_EQ(go_on(), 0);
+  }
+}
+
+// A thread forks from inside the store, while another one stays there. Native: the emulator loses locks of its own in
+// the child of a threaded process.
+TEST(CfgStoreNative, ForkInsideBesideAReader) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizers lose locks of their own in a threaded process's child";
+#endif
+  const TempFolder folder;
+  static const std::string file = folder.write_file("a", "[s]\na=1\n");
+  ASSERT_EQ(kesa_cfg_init(file.c_str()), 0);
+  static sem_t is_inside, may_leave;
+  static pid_t child;
+  static thread_local bool forks;
+  sem_init(&is_inside, 0, 0);
+  sem_init(&may_leave, 0, 0);
+  const hurn_content_record callback{HURN_CALLBACK_ONLY, [](const hurn_line*) {
+                                       forks ? child = fork() : (sem_post(&is_inside), sem_wait(&may_leave));
+                                     }};
+  hurn_register_content_callback(&callback);
+  for (const char* const path : {static_cast<const char*>(nullptr), file.c_str()}) {
+    const auto read = [path] {  // too little room: an error is logged inside
+      char value[1];
+      path == nullptr ? kesa_cfg_getItemValue("s", "a", value, 1)
+                      : kesa_cfg_getItemValue_ex(path, "s", "a", value, 1);
+    };
+    const std::jthread reader(read);
+    sem_wait(&is_inside);
+    forks = true;
+    read();
+    if (child == 0) {
+      alarm(20);
+      _exit(kesa_cfg_setItemValue("s", "a", "2") + kesa_cfg_setItemValue_ex(file.c_str(), "s", "a", "2"));
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    forks = false;
+    sem_post(&may_leave);
+  }
 }
 
 TEST(CfgStore, ReadsSetsAndRefusals) {
