@@ -74,7 +74,8 @@ bool kesa_cfg_is_section(Text line) {
     TIRN_DEBUG("The input string (%s) is not a section string.", line.begin);
     return false;
   }
-  sprintf_s(line.begin, line.length + 1, "[%s]", name.begin);
+  std::memcpy(line.begin + 1, name.begin, name.length);
+  std::memcpy(line.begin + 1 + name.length, "]", sizeof "]");
   return true;
 }
 
