@@ -22,8 +22,9 @@ struct ControlFile {
 };
 ControlFile control;
 
-int open_control(const char* path, int, ...) {
+int open_control(const char* path, int flags, ...) {
   EXPECT_STREQ(path, "/proc/zut/syscall");
+  EXPECT_EQ(flags, O_RDWR | O_CLOEXEC);
   ++control.opened;
   return open(control.error == ENOENT ? "/nowhere/a" : "/dev/null", O_RDWR);
 }
@@ -78,16 +79,13 @@ TEST_F(KernelItems, RecordsOnTheWire) {
 
 TEST_F(KernelItems, RefusedAndFailing) {
   char value[300];
-  const std::string s35(35, 's'), n33(33, 'n'), v257(257, 'v');
   const auto expect = [this](int result, const std::string& text) {
     EXPECT_EQ(result, -1) << text;
     EXPECT_EQ(log_.count(HURN_ERROR, text), 1u) << text << log_;
   };
-  expect(kesa_cst_getItem(s35.c_str(), "n", value, 300), "Copy section name fail, " + s35);
-  expect(kesa_cst_setItem("s", n33.c_str(), "v"), "Copy item name fail, " + n33);
-  expect(kesa_cst_setItem("s", "n", v257.c_str()), "Copy item value fail, " + v257);
-  expect(kesa_cst_getItem("s", "n", nullptr, 9), "Null pointer found, section = 0x*, itemname = 0x*, item = (nil).");
-  expect(kesa_cst_setItem("s", "n", nullptr), "Null pointer found, section = 0x*, item name = 0x*, value = (nil).");
+  expect(kesa_cst_getItem(std::string(35, 's').c_str(), "n", value, 300), "Copy section name fail, s*");
+  expect(kesa_cst_setItem("s", std::string(33, 'n').c_str(), "v"), "Copy item name fail, n*");
+  expect(kesa_cst_setItem("s", "n", std::string(257, 'v').c_str()), "Copy item value fail, v*");
   EXPECT_EQ(control.opened, 0);
   const std::pair<int, const char*> errors[] = {{EIO, "Ioctl *, errno 5"}, {EPERM, ""}, {ENOENT, "Open *, errno 2"}};
   for (const auto& [error, told] : errors) {
@@ -97,6 +95,5 @@ TEST_F(KernelItems, RefusedAndFailing) {
     expect(kesa_cst_setItem("s", "n", "v"), "Set item failed, section(s) itemName(n) itemValue(v)");
     expect(kesa_cst_reloadConfig(), "Reload config fail");
     EXPECT_EQ(log_.count(told), error == EPERM ? 0u : 3u) << log_;
-    EXPECT_EQ(log_.texts().size(), error == EPERM ? 3u : 6u) << log_;
   }
 }
