@@ -1,18 +1,21 @@
 #include "tirn/cfg.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <semaphore.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <map>
 #include <random>
+#include <semaphore>
 #include <thread>
 
 #include "fuzz/cfg_fuzz.cpp"
 #include "support/child_process.h"
 #include "support/faults.h"
+#include "support/imports.h"
 #include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/random_seed.h"
@@ -83,26 +86,23 @@ TEST(CfgParser, AgreesWithThePlainOne) {
 // A thread may end in its callback, by itself or cancelled: file, buffer and node are given back.
 TEST(CfgParser, CallbackEndsItsThread) {
   static const Source source("a=1\nb=2\n", false);
-  static const std::string file = "/proc/self/fd/" + std::to_string(source.fd);
-  const auto parse_fd = [](kesa_cfg_item_fn end) { kesa_cfg_ini_fd_parse(source.fd, nullptr, end, nullptr); };
-  const auto parse_file = [](kesa_cfg_item_fn end) { kesa_cfg_ini_file_parse(file.c_str(), end, nullptr); };
   const kesa_cfg_item_fn exits = [](auto...) -> int32_t { pthread_exit(nullptr); };
   const kesa_cfg_item_fn is_cancelled = [](auto...) {
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-    pthread_cancel(pthread_self());
-    return pthread_testcancel(), int32_t{0};
+    return pthread_cancel(pthread_self()), pthread_testcancel(), int32_t{0};
   };
-  for (void (*const parse)(kesa_cfg_item_fn) : {+parse_fd, +parse_file}) {
-    for (const kesa_cfg_item_fn end : {exits, is_cancelled}) {
-      sweep({.prepare = [] { lseek(source.fd, 0, SEEK_SET); },
-             .run = [=] { return parse(end), 1L; },
-             .check =
-                 [=](long result, auto&&...) {
-                   EXPECT_NE(result, 1);  // it did not come back
-                   EXPECT_EQ(lseek(source.fd, 0, SEEK_CUR), parse == +parse_fd ? 4 : 0);
-                 },
-             .kinds = kCancellations});
-    }
+  for (const kesa_cfg_item_fn end : {exits, is_cancelled}) {
+    sweep({.prepare = [] { lseek(source.fd, 0, SEEK_SET); },
+           .run = [end] { return kesa_cfg_ini_fd_parse(source.fd, nullptr, end, nullptr), 1L; },
+           .check =
+               [](long result, auto&&...) {
+                 EXPECT_NE(result, 1);  // it did not come back
+                 EXPECT_EQ(lseek(source.fd, 0, SEEK_CUR), 4);
+               },
+           .kinds = kCancellations});
+    const std::string path = "/proc/self/fd/" + std::to_string(source.fd);
+    sweep({.run = [=] { return kesa_cfg_ini_file_parse(path.c_str(), end, nullptr) != nullptr; },
+           .kinds = kCancellations});
   }
 }
 
@@ -179,25 +179,23 @@ TEST(CfgStoreNative, ForkInsideBesideAReader) {
   GTEST_SKIP() << "the sanitizers lose locks of their own in a threaded process's child";
 #endif
   const TempFolder folder;
-  static const std::string file = folder.write_file("a", "[s]\na=1\n");
+  const std::string file = folder.write_file("a", "[s]\na=1\n");
   ASSERT_EQ(kesa_cfg_init(file.c_str()), 0);
-  static sem_t is_inside, may_leave;
+  static std::binary_semaphore is_inside{0}, may_leave{0};
   static pid_t child;
   static thread_local bool forks;
-  sem_init(&is_inside, 0, 0);
-  sem_init(&may_leave, 0, 0);
   const hurn_content_record callback{HURN_CALLBACK_ONLY, [](const hurn_line*) {
-                                       forks ? child = fork() : (sem_post(&is_inside), sem_wait(&may_leave));
+                                       forks ? child = fork() : (is_inside.release(), may_leave.acquire(), 0);
                                      }};
   hurn_register_content_callback(&callback);
-  for (const char* const path : {static_cast<const char*>(nullptr), file.c_str()}) {
-    const auto read = [path] {  // too little room: an error is logged inside
+  for (const bool is_by_name : {false, true}) {
+    const auto read = [&] {  // too little room: an error is logged inside
       char value[1];
-      path == nullptr ? kesa_cfg_getItemValue("s", "a", value, 1)
-                      : kesa_cfg_getItemValue_ex(path, "s", "a", value, 1);
+      is_by_name ? kesa_cfg_getItemValue_ex(file.c_str(), "s", "a", value, 1)
+                 : kesa_cfg_getItemValue("s", "a", value, 1);
     };
     const std::jthread reader(read);
-    sem_wait(&is_inside);
+    is_inside.acquire();
     forks = true;
     read();
     if (child == 0) {
@@ -208,39 +206,39 @@ TEST(CfgStoreNative, ForkInsideBesideAReader) {
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
     forks = false;
-    sem_post(&may_leave);
+    may_leave.release();
   }
 }
 
 TEST(CfgStore, ReadsSetsAndRefusals) {
   LogCapture log;
   const TempFolder folder;
-  const std::string b256(256, 'b'), c255(255, 'c');
+  const std::string before = printed(kesa_mem_show), b256(256, 'b'), c255(255, 'c');
   const std::string file = folder.write_file("a", "[s]\na=12345\nb=" + b256 + "\na=6\nc=" + c255 + "\n");
   const char* const path = file.c_str();
-  const std::string before = printed(kesa_mem_show);
-  ASSERT_EQ(kesa_cfg_init(path), 0);
-  EXPECT_EQ(kesa_cfg_setItemValue("s", "a", "54321"), 0);
+  ASSERT_EQ(kesa_cfg_init(path) + kesa_cfg_setItemValue("s", "a", "54321"), 0);
   char value[8] = "before";
   KesaCfgItemRecord record;
-  const auto expect = [&](int result, uint32_t level, const std::string& text, int expected = -1) {
-    EXPECT_EQ(result, expected) << text;
-    EXPECT_EQ(log.count(level, text), 1u) << text << log;
-    log.clear();
+  const struct {
+    int result;
+    const char* text;
+    int expected = -1;
+  } rows[] = {
+      {kesa_cfg_init("/x/a"), "Open file (/x/a) failed, fd -1 errno 2"},
+      {kesa_cfg_init(b256.substr(1).c_str()), "Open file (bbb*) failed, fd -1 errno 2"},
+      {kesa_cfg_init(b256.c_str()), "File name length too long."},
+      {kesa_cfg_getItemFromFile(path, "s", "b", &record), "Copy item (b=bb*) fail."},
+      {kesa_cfg_getItemValue("s", "a", value, 0), "Invalid * or size in getItemValue."},
+      {kesa_cfg_getItemValue("s", "a", value, 5), "Invalid Buffer size, inputSize(5), actualSize(6).", -10000},
+      {kesa_cfg_getItemValue_ex(path, "s", "a", value, 2), "Invalid Buffer size, inputSize(2), *(6).", -10000},
+      {kesa_cfg_setItemValue("s", "a", nullptr), "Null pointer found, section:*:(nil)"},
+      {kesa_cfg_setItemValue_ex("no", "s", "a", "1"), "Config file (no) is no exist."},
+      {kesa_cfg_setItemValue_ex(path, "s", "z", "1"), "Can not find item (z) in file (/*)."},
   };
-  expect(kesa_cfg_init("/x/a"), HURN_DEBUG, "Open file (/x/a) failed, fd -1 errno 2");
-  expect(kesa_cfg_init(b256.substr(1).c_str()), HURN_DEBUG, "Parse config file bbb* failed.");
-  expect(kesa_cfg_init(b256.c_str()), HURN_ERROR, "File name length too long.");
-  expect(kesa_cfg_getItemFromFile(path, "s", "b", &record), HURN_ERROR, "Copy item (b=bb*) fail.");
-  expect(kesa_cfg_getItemFromFile(path, "s", "z", &record), HURN_DEBUG, "Parse config file /* sucess.");
-  expect(kesa_cfg_getItemValue("s", "a", value, 0), HURN_INFO, "Invalid * or size in getItemValue.");
-  expect(kesa_cfg_getItemValue("s", "a", value, 5), HURN_ERROR, "Invalid Buffer *(5), actualSize(6).", -10000);
-  expect(kesa_cfg_getItemValue_ex(path, "s", "a", value, 5), HURN_ERROR, "Invalid Buffer *(5), *(6).", -10000);
-  expect(kesa_cfg_getItemValue_ex("no", "s", "a", value, 6), HURN_ERROR, "Can not find file no.");
-  expect(kesa_cfg_setItemValue("t", "a", "1"), HURN_DEBUG, "Can't find section=t");
-  expect(kesa_cfg_setItemValue("s", "a", nullptr), HURN_ERROR, "Null pointer found, section:*:(nil)");
-  expect(kesa_cfg_setItemValue_ex("no", "s", "a", "1"), HURN_ERROR, "Config file (no) is no exist.");
-  expect(kesa_cfg_setItemValue_ex(path, "s", "z", "1"), HURN_ERROR, "Can not find item (z) in file (/*).");
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.result, row.expected) << row.text;
+    EXPECT_EQ(log.count(row.text), 1u) << row.text << log;
+  }
   EXPECT_STREQ(value, "before");
   EXPECT_EQ(kesa_cfg_getItemValue("s", "a", nullptr, 6), -1);
   EXPECT_EQ(kesa_cfg_getItemValue_ex(path, "s", "a", value, 6), 0);
@@ -256,14 +254,12 @@ TEST(CfgStore, ReadsSetsAndRefusals) {
 }
 
 TEST(CfgTree, Editors) {
-  LogCapture log;
-  const std::string before = printed(kesa_mem_show);
+  const std::string before = printed(kesa_mem_show), n64(64, 'n');
   kesa_cfg_file_node* const file = kesa_cfg_ini_file_parse("/dev/null", collect, nullptr);
   ASSERT_NE(file, nullptr);
   // `first`: the tree's first item afterwards.
-  const auto expect = [&](int result, const std::string& first, const char* error = nullptr) {
-    EXPECT_EQ(result, error == nullptr ? 0 : -1) << first;
-    EXPECT_TRUE(error == nullptr || log.count(HURN_ERROR, error) == 1) << error << log;
+  const auto expect = [&](int result, const std::string& first, int expected = 0) {
+    EXPECT_EQ(result, expected) << first;
     const auto* const section = reinterpret_cast<kesa_cfg_section_node*>(file->sections.next);
     const auto* const item = reinterpret_cast<kesa_cfg_item_node*>(section->items.next);
     EXPECT_EQ(std::string(section->sectionName) + "." + item->itemName + "=" + item->itemValue, first);
@@ -271,18 +267,106 @@ TEST(CfgTree, Editors) {
   expect(kesa_cfg_add_item_func(file, "t", "x", "1"), "t.x=1");
   expect(kesa_cfg_add_item_func(file, "t", "y", "2"), "t.x=1");
   expect(kesa_cfg_add_item_func(file, "u", "x", "3"), "t.x=1");
-  expect(kesa_cfg_add_item_func(file, "t", "x", "4"), "t.x=1", "add item fail, item(x) is already exist");
-  expect(kesa_cfg_add_item_func(file, "t", "w", nullptr), "t.x=1", "new item node(w,) fail.");
-  expect(kesa_cfg_add_item_func(file, "t", std::string(64, 'n').c_str(), "1"), "t.x=1", "new item node(n*,1) fail.");
+  expect(kesa_cfg_add_item_func(file, "t", "x", "4"), "t.x=1", -1);
+  expect(kesa_cfg_add_item_func(file, "t", "w", nullptr), "t.x=1", -1);
+  expect(kesa_cfg_add_item_func(file, "t", n64.c_str(), "1"), "t.x=1", -1);
   expect(kesa_cfg_set_item_func(file, "t", "x", "5"), "t.x=5");
-  expect(kesa_cfg_set_item_func(file, "t", "z", "5"), "t.x=5", "Set item failed.item(z) is not exist in file(/*).");
-  expect(kesa_cfg_del_item_func(file, "t", "z", ""), "t.x=5", "Delete item failed.item(z) is not exist in file(/*).");
+  expect(kesa_cfg_set_item_func(file, "t", "z", "5") + kesa_cfg_del_item_func(file, "t", "z", ""), "t.x=5", -2);
   expect(kesa_cfg_del_item_func(file, "t", "x", ""), "t.y=2");
   expect(kesa_cfg_del_item_func(file, "t", "y", ""), "u.x=3");  // the section went with its last item
-  expect(kesa_cfg_del_section_func(file, "t", "", ""), "u.x=3", "Delete section(t) is not exist in file(/*).");
+  expect(kesa_cfg_del_section_func(file, "t", "", ""), "u.x=3", -1);
   EXPECT_EQ(kesa_cfg_del_section_func(file, "u", "", ""), 0);
   EXPECT_EQ(file->sections.next, &file->sections);
   EXPECT_EQ(file->rwlock, 0u);
   kesa_free(file);
   EXPECT_EQ(printed(kesa_mem_show), before);
+}
+
+namespace {
+
+// The control file: what the library asked of it, and what it answers.
+struct ControlFile {
+  int opened = 0;
+  unsigned long request = 0;
+  uint32_t lengths[4]{};
+  uint64_t records[2]{};
+  std::string input, value;
+  int error = 0;  // ENOENT: there is no such file
+};
+ControlFile control;
+
+int open_control(const char* path, int flags, ...) {
+  EXPECT_STREQ(path, "/proc/zut/syscall");
+  EXPECT_EQ(flags, O_RDWR | O_CLOEXEC);
+  ++control.opened;
+  return open(control.error == ENOENT ? "/nowhere/a" : "/dev/null", O_RDWR);
+}
+
+int answer(int, unsigned long request, const char* argument) {
+  control.request = request;
+  if (argument != nullptr) {
+    std::memcpy(control.lengths, argument, 16);
+    std::memcpy(control.records, argument + 16, 16);
+    control.input.assign(reinterpret_cast<const char*>(control.records[0]), control.lengths[0]);
+    control.value.copy(reinterpret_cast<char*>(control.records[1]) + 33, control.records[1] == 0 ? 0 : 257);
+  }
+  errno = control.error;
+  return control.error == 0 ? 0 : -1;
+}
+
+class KernelItems : public testing::Test {
+ protected:
+  KernelItems() {
+    control = {};
+    imports_.redirect("open", reinterpret_cast<void*>(open_control));
+    imports_.redirect("ioctl", reinterpret_cast<void*>(answer));
+  }
+  Imports imports_{Object::library};
+  LogCapture log_;
+};
+
+std::string padded(std::string text, size_t size) { return text.append(size - text.size(), '\0'); }
+
+}  // namespace
+
+TEST_F(KernelItems, RecordsOnTheWire) {
+  const std::string section(34, 's'), name(32, 'n'), longest(256, 'v');
+  control.value = longest + '\0';
+  char value[300];
+  EXPECT_EQ(kesa_cst_getItem(section.c_str(), name.c_str(), value, 257), 0);
+  EXPECT_EQ(value, longest);
+  EXPECT_EQ(std::pair(control.request, control.lengths[1]), std::pair(256ul, 290u));
+  EXPECT_EQ(control.input, padded(section, 35) + padded(name, 33) + padded("", 257));
+  EXPECT_EQ(kesa_cst_getItem("s", "n", value, 256), -1);  // a byte too small
+  EXPECT_STREQ(value, "");
+  control.value = std::string(257, 'v');  // without an end
+  EXPECT_EQ(kesa_cst_getItem("s", "n", value, 258), 0);
+  EXPECT_EQ(value, control.value);
+  EXPECT_EQ(kesa_cst_setItem("s", "n", longest.c_str()), 0);
+  EXPECT_EQ(std::pair(control.request, control.lengths[1] + control.records[1]), std::pair(257ul, 0ul));
+  EXPECT_EQ(control.input, padded("s", 35) + padded("n", 33) + padded(longest, 257));
+  EXPECT_EQ(kesa_cst_reloadConfig(), 0);
+  EXPECT_EQ(control.request, 258u);
+  EXPECT_TRUE(log_.texts().empty()) << log_;
+}
+
+TEST_F(KernelItems, RefusedAndFailing) {
+  char value[300];
+  const auto expect = [this](int result, const std::string& text) {
+    EXPECT_EQ(result, -1) << text;
+    EXPECT_EQ(log_.count(HURN_ERROR, text), 1u) << text << log_;
+  };
+  expect(kesa_cst_getItem(std::string(35, 's').c_str(), "n", value, 300), "Copy section name fail, s*");
+  expect(kesa_cst_setItem("s", std::string(33, 'n').c_str(), "v"), "Copy item name fail, n*");
+  expect(kesa_cst_setItem("s", "n", std::string(257, 'v').c_str()), "Copy item value fail, v*");
+  EXPECT_EQ(control.opened, 0);
+  const std::pair<int, const char*> errors[] = {{EIO, "Ioctl *, errno 5"}, {EPERM, ""}, {ENOENT, "Open *, errno 2"}};
+  for (const auto& [error, told] : errors) {
+    log_.clear();
+    control.error = error;
+    expect(kesa_cst_getItem("s", "n", value, 300), "Get item failed, section(s) item name(n), cmd(256).");
+    expect(kesa_cst_setItem("s", "n", "v"), "Set item failed, section(s) itemName(n) itemValue(v)");
+    expect(kesa_cst_reloadConfig(), "Reload config fail");
+    EXPECT_EQ(log_.count(told), error == EPERM ? 0u : 3u) << log_;
+  }
 }
