@@ -17,6 +17,8 @@ using namespace tirn::test;
 
 namespace {
 
+constexpr char kNodes[] = "[NUMA_PARTITION]\ncpu_num=40\nnuma_num=2\nnuma_0=0-3,16\nnuma_1=4-7,1023-1030\n";
+
 struct Mask {
   uint64_t words[16]{};
   int result = 1;
@@ -108,13 +110,10 @@ TEST(Partitions, ScriptMakesTheDefaultFileAndItsAbsenceIsMetOnce) {
   TIRN_NEEDS_PRIVATE_ROOT(root);
   LogCapture log;
   root.mkdir("/ZEK");
-  EXPECT_TRUE(run_child([&] {
-                EXPECT_EQ(kesa_cpum_get_partition("GROUP_0", "ALL"), nullptr);
-                EXPECT_EQ(kesa_cpum_init(nullptr), 0) << "only the first call is told";
-                EXPECT_EQ(log.count(HURN_INFO, "Generate default cpu group cfg ret:*"), 1u) << log;
-                EXPECT_EQ(log.count(HURN_INFO, "Invalid cpu group cfg *product.ini"), 1u) << log;
-                return 0;
-              }).exited());
+  const auto init_twice = [] { return kesa_cpum_init(nullptr) == -1 && kesa_cpum_init(nullptr) == 0 ? 0 : 1; };
+  EXPECT_TRUE(run_child(init_twice).exited());
+  EXPECT_EQ(log.count(HURN_INFO, "Generate default cpu group cfg ret:*"), 1u) << log;
+  EXPECT_EQ(log.count(HURN_INFO, "Invalid cpu group cfg *product.ini"), 1u) << log;
   constexpr char kScript[] = "/ZEK/component/vek/script/gen_product_ini.sh";
   root.bind(std::string(TIRN_SOURCE_DIR) + "/platform/node" + kScript, kScript);
   EXPECT_EQ(kesa_cpum_init(nullptr), 0) << log;
@@ -129,20 +128,13 @@ TEST(CpuIdle, AsksTheKernelSide) {
   EXPECT_EQ(kesa_set_idle_no_cstates(0, 1) + kesa_get_idle_no_cstates(0, &value), 0);
   EXPECT_EQ(value, 1u);
   EXPECT_EQ(KernelSide::last_word(0x305), 0x17D00000305u);
-  EXPECT_EQ(kesa_get_idle_no_cstates(0, nullptr), -1);
-  EXPECT_EQ(kesa_get_cpu_task_info(0, nullptr), -1);
+  EXPECT_EQ(kesa_get_idle_no_cstates(0, nullptr) + kesa_get_cpu_task_info(0, nullptr), -2);
   kernel.failing(0x306, EIO);
   kernel.replace(0x307, [](uint64_t, uint64_t, uint64_t, uint64_t, uint64_t) -> long { return 5; });
   EXPECT_EQ(kesa_set_idle_no_cstates(0, 1), -1);
   EXPECT_EQ(kesa_get_cpu_task_info(0, &value), -1) << "any result but 0";
   EXPECT_EQ(log.count(HURN_ERROR, "Syscall for kesa_set_idle_no_cstates failed."), 1u);
 }
-
-namespace {
-
-constexpr char kNodes[] = "[NUMA_PARTITION]\ncpu_num=40\nnuma_num=2\nnuma_0=0-3,16\nnuma_1=4-7,1023-1030\n";
-
-}  // namespace
 
 TEST(Numa, WithoutAFileThereAreNoNodes) {
   LogCapture log;
@@ -152,8 +144,7 @@ TEST(Numa, WithoutAFileThereAreNoNodes) {
   EXPECT_EQ(kesa_numam_status_set(2), -1);
   EXPECT_EQ(kesa_numam_status_get(), 0u);
   cpu_set_t set;
-  EXPECT_EQ(kesa_numam_cpuset_get(7, &set), 0);
-  EXPECT_EQ(CPU_COUNT(&set), 0);
+  EXPECT_EQ(kesa_numam_cpuset_get(7, &set) + CPU_COUNT(&set), 0);
   EXPECT_EQ(log.count(HURN_ERROR, "NumaId(7) not configured, numa_num(0)."), 1u) << log;
   EXPECT_EQ(kesa_numam_module_init(nullptr), 0) << "the flag is looked at first";
 }
@@ -168,14 +159,12 @@ TEST(Numa, FailedLoadCanBeTriedAgain) {
   EXPECT_EQ(load(kNodes + std::string("[PROC_PARTITION]\nnuma_enable=0\n")), -1);
   EXPECT_EQ(log.count(HURN_ERROR, "Get proc_numa_info fail, itemValue:0"), 1u) << log;
   EXPECT_EQ(load(kNodes + std::string("[PROC_PARTITION]\nnuma_enable=false\nproc_numa_info=1\n")), 0);
-  EXPECT_EQ(kesa_numam_status_get(), 0u);
-  EXPECT_EQ(kesa_numam_num_get(), 2);
+  EXPECT_EQ(std::pair(kesa_numam_status_get(), kesa_numam_num_get()), std::pair(0u, 2));
   uint64_t nodes = uint64_t{1} << 9;
   EXPECT_EQ(kesa_numam_proc_numamask_get(&nodes), 0);
   EXPECT_EQ(nodes, 0x203u) << "an earlier load marked node 0, and nothing takes that back";
   cpu_set_t set;
-  EXPECT_EQ(kesa_numam_cpuset_get(1, &set), 0);
-  EXPECT_EQ(CPU_COUNT(&set), 5) << "numbers from 1024 on are passed over";
+  EXPECT_EQ(kesa_numam_cpuset_get(1, &set) + CPU_COUNT(&set), 5) << "numbers from 1024 on are passed over";
   uint64_t mask[20] = {~uint64_t{0}, 0, 0, ~uint64_t{0}, 1};
   EXPECT_EQ(kesa_numam_cpumask_get(1, mask), 0);
   EXPECT_EQ(std::pair(mask[0], mask[3]), std::pair(uint64_t{0xF0}, uint64_t{0}));
