@@ -11,7 +11,7 @@ TIRN_API extern uint32_t g_onlineCpuNum;
 TIRN_API extern uint32_t g_configCpuNum;
 
 /* Fills both counts, once; tried again while one of them is 0. The result means nothing.
- * @safety MT-Safe, AS-Unsafe lock */
+ * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int globalCpuNum_init(void);
 
 /* CPUs online, kept after the first answer that is not 0; 0 where the system does not tell.
