@@ -1,8 +1,10 @@
 // Parsing configuration files, looking items up, and reading text lines.
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -21,10 +23,10 @@ const std::string& path() {
 }
 
 // Writes the group's file. Does not register it. Returns the reason if it cannot be written.
-std::string write_text(const std::string& text) {
-  FILE* const file = std::fopen(path().c_str(), "w");
+std::string write_text(const std::string& text, const std::string& name = path()) {
+  FILE* const file = std::fopen(name.c_str(), "w");
   if (file == nullptr || std::fwrite(text.data(), 1, text.size(), file) != text.size()) {
-    return "cannot write " + path();
+    return "cannot write " + name;
   }
   std::fclose(file);
   return {};
@@ -75,6 +77,43 @@ Group parse_group(const char* name, int sections, int items, double repetition, 
     add_parse_rows(group.shown, {"iniparser"});
   }
   return group;
+}
+
+// The time of an item in one section of 200 000, against one of half as many: a name's search does not grow with them.
+Group items_group() {
+  constexpr int kItems = 200000;
+  const auto row = [](int items) {
+    const std::string file = path() + std::to_string(items);
+    return Row{std::to_string(items) + " items",
+               [file](uint64_t) {
+                 return timed([&file] {
+                   kesa_cfg_init(file.c_str());
+                   kesa_cfg_destroy_ex(file.c_str());
+                 });
+               },
+               static_cast<uint64_t>(items)};
+  };
+  return {.name = "cfg/parse_item_of_200000",
+          .target = 1.5,
+          .set_up =
+              [] {
+                // The heap keeps its pages, or the larger file alone would pay for new ones.
+                mallopt(M_TRIM_THRESHOLD, INT_MAX);
+                mallopt(M_MMAP_THRESHOLD, 32 << 20);
+                std::string reason;
+                for (const int items : {kItems / 2, kItems}) {
+                  reason += write_text(ini_text(1, items), path() + std::to_string(items));
+                }
+                return reason;
+              },
+          .tear_down =
+              [] {
+                for (const int items : {kItems / 2, kItems}) {
+                  unlink((path() + std::to_string(items)).c_str());
+                }
+              },
+          .ours = row(kItems),
+          .peers = {row(kItems / 2)}};
 }
 
 Row find_row(const char* name, const std::string& section, const std::string& item) {
@@ -174,6 +213,7 @@ Group line_group(const char* name, size_t length) {
 const Family configuration{[] {
   return std::vector<Group>{parse_group("cfg/parse_200x10", 200, 10, 6, true),
                             parse_group("cfg/parse_4MiB", 9600, 10, 100, false),
+                            items_group(),
                             lookup_group("cfg/lookup_last", 199),
                             lookup_group("cfg/lookup_middle", 99),
                             line_group("cfg/readline_40", 40),

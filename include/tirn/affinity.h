@@ -38,7 +38,7 @@ TIRN_API int kesa_parse_affinity_level(const char* level, struct kesa_affinity_l
 
 /* Adds the CPUs of a comma-separated list of decimal numbers, which is taken apart in place; numbers from 1024 on, and
  * what is no number, are passed over. Nothing for NULL. Always 0.
- * @safety MT-Safe race:text race:record, AS-Safe */
+ * @safety MT-Safe race:text race:record, AS-Unsafe heap */
 TIRN_API int kesa_parse_affinity_value(char* text, struct kesa_affinity_level* record);
 
 /* The level of this name, or NULL. An empty name finds a level that was not read.

@@ -20,8 +20,10 @@
  * kesa_cfg_getItemValue not beside kesa_cfg_setItemValue_ex, kesa_cfg_setItemValue not beside that and
  * kesa_cfg_getItemValue_ex, and kesa_cfg_destroy not beside either of the two, since they hold a file's lock alone.
  *
- * While a function here parses or holds a lock, cancellations wait; a callback of a parse may not end its thread. A
- * forked child finds the store as it was between two changes, and unlocked.
+ * While a function here parses or holds a lock, cancellations wait. A parse's callback may end its thread
+ * (pthread_exit): the parse gives back all that it holds. A forked child finds the store as it was between two changes,
+ * and unlocked. A program that forks while it holds g_stCfgRwlock itself still holds it in the child; the fork waits
+ * for it for a second or so then.
  */
 #ifndef TIRN_CFG_H
 #define TIRN_CFG_H

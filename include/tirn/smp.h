@@ -12,7 +12,7 @@ TIRN_API extern uint32_t g_configCpuNum;
 
 /* Fills both counts, once. While one of them is 0, a later call tries again.
  * @returns a value without meaning.
- * @safety MT-Safe, AS-Unsafe lock */
+ * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int globalCpuNum_init(void);
 
 /* Counts the CPUs online. The first count that is not 0 is kept.

@@ -13,7 +13,14 @@ void mark_unlinked(kesa_list_head& link) { link = {KESA_LIST_POISON_NEXT, KESA_L
 
 bool equal(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
 
-bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item) {
+// What is to be added; all have terminators.
+struct Texts {
+  const char* section;
+  std::string_view name;
+  std::string_view value;
+};
+
+bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item, Texts& texts) {
   if (section == nullptr || item == nullptr) {
     TIRN_ERROR("Null pointer found, section or item.");
     return false;
@@ -22,18 +29,18 @@ bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item) {
     TIRN_ERROR("Section name length too long.");
     return false;
   }
-  if (std::strlen(item->itemName) >= KESA_CFG_NAME_SIZE) {
+  texts = {section, item->itemName, item->itemValue};
+  if (texts.name.size() >= KESA_CFG_NAME_SIZE) {
     TIRN_ERROR("Item name length too long.");
     return false;
   }
-  if (std::strlen(item->itemValue) >= KESA_CFG_VALUE_SIZE) {
+  if (texts.value.size() >= KESA_CFG_VALUE_SIZE) {
     TIRN_ERROR("Item value length too long.");
     return false;
   }
   return true;
 }
 
-// Both texts have terminators.
 kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_view value) {
   TaggedBlock<kesa_cfg_item_node> item = tagged_block<kesa_cfg_item_node>();
   if (!item) {
@@ -57,31 +64,37 @@ kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_vi
 }
 
 // An item of the same name goes; the new one stands last.
-void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item, NameIndex* index) {
-  kesa_list_head** const place =
-      index == nullptr ? nullptr : index->place(section, item->itemName, offsetof(kesa_cfg_item_node, itemName));
-  kesa_cfg_item_node* const former =
-      place == nullptr ? find_item_in(section, item->itemName) : node_of<kesa_cfg_item_node>(*place);
+void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item, std::string_view name,
+                            NameIndex* index) {
+  const NameIndex::Spot spot = index == nullptr ? NameIndex::Spot{} : index->spot_of_item(*section, name);
+  kesa_cfg_item_node* former = nullptr;
+  if (spot.place != nullptr) {
+    former = node_of<kesa_cfg_item_node>(*spot.place);
+  } else if (!spot.is_new) {
+    former = find_item_in(section, item->itemName);
+  }
   if (former != nullptr) {
     list::remove(&former->link);
     free_item(former);
+  } else if (index != nullptr) {
+    index->count_item();
   }
-  if (place != nullptr) {
-    *place = &item->link;
+  if (spot.place != nullptr) {
+    *spot.place = &item->link;
   }
   list::push_back(&section->items, &item->link);
 }
 
-bool add_item(kesa_cfg_file_node* file, const char* section_name, const kesa_cfg_item_node& item, NameIndex* index) {
-  kesa_cfg_section_node* const section = find_or_add_section(file, section_name, index);
+bool add_item(kesa_cfg_file_node* file, const Texts& texts, NameIndex* index) {
+  kesa_cfg_section_node* const section = find_or_add_section(file, texts.section, index);
   if (section == nullptr) {
     return false;
   }
-  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(item.itemName, item.itemValue);
+  kesa_cfg_item_node* const node = kesa_cfg_new_item_node(texts.name, texts.value);
   if (node == nullptr) {
     return false;
   }
-  kesa_cfg_add_item_node(section, node, index);
+  kesa_cfg_add_item_node(section, node, texts.name, index);
   return true;
 }
 
@@ -201,7 +214,8 @@ int kesa_cfg_destory_section(kesa_cfg_file_node* file) {
 
 int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item,
                            void* index) {
-  if (!kesa_cfg_check_param(section, item) || !add_item(file, section, *item, static_cast<NameIndex*>(index))) {
+  Texts texts{};
+  if (!kesa_cfg_check_param(section, item, texts) || !add_item(file, texts, static_cast<NameIndex*>(index))) {
     TIRN_ERROR("Set config [%s] : %s = %s fail.", section == nullptr ? "" : section,
                item == nullptr ? "" : item->itemName, item == nullptr ? "" : item->itemValue);
   }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/fork.h"
@@ -11,6 +12,7 @@
 #include "libtirn/base/result.h"
 #include "libtirn/base/rwlock_guard.h"
 #include "libtirn/cfg/cfg_tree.h"
+#include "tirn/sched.h"
 
 uint64_t g_stCfgRwlock = 0;
 
@@ -54,51 +56,87 @@ class Files {
 };
 constinit Files g_files;
 
-// A fork waits until nobody is between two states of the store, so that the child finds it whole and unlocked. A thread
-// that forks inside of the store (a log line's callback may) does not wait for itself: it goes on with what it holds.
-__thread uint32_t t_inside = 0;
-
-class Inside {
- public:
-  Inside() {
-    g_fork_steps.follow();
-    ++t_inside;
-  }
-  Inside(const Inside&) = delete;
-  Inside& operator=(const Inside&) = delete;
-  ~Inside() { --t_inside; }
-
- private:
-  static void lock_all(tirn::ForkSteps&) {
-    if (t_inside == 0) {
-      kesa_rwlock_write_lock_mayblock(&g_stCfgRwlock);
-      for (kesa_cfg_file_node& file : g_files.all()) {
-        kesa_rwlock_write_lock_mayblock(&file.rwlock);
-      }
-    }
-  }
-  static void unlock_all(tirn::ForkSteps&) {
-    if (t_inside == 0) {
-      for (kesa_cfg_file_node& file : g_files.all()) {
-        kesa_rwlock_write_unlock(&file.rwlock);
-      }
-      kesa_rwlock_write_unlock(&g_stCfgRwlock);
-    }
-  }
-  static tirn::ForkSteps g_fork_steps;
-};
-constinit tirn::ForkSteps Inside::g_fork_steps(unlock_all, lock_all, unlock_all);
-
 // A hold of the store's list or of a file in it.
 class StoreHold {
  public:
-  StoreHold(uint64_t& rwlock, RwlockHold::Kind kind) : hold_(rwlock, kind) {}
-  void release() { hold_.release(); }
+  StoreHold(uint64_t& rwlock, RwlockHold::Kind kind) : rwlock_(rwlock), kind_(kind), hold_(followed(rwlock), kind) {
+    next_ = t_first;
+    t_first = this;
+  }
+  StoreHold(const StoreHold&) = delete;
+  StoreHold& operator=(const StoreHold&) = delete;
+  ~StoreHold() { release(); }
+
+  void release() {
+    StoreHold** at = &t_first;
+    while (*at != nullptr && *at != this) {
+      at = &(*at)->next_;
+    }
+    if (*at == this) {
+      *at = next_;
+    }
+    hold_.release();
+  }
 
  private:
-  const Inside inside_;  // before the lock is waited for
+  static uint64_t& followed(uint64_t& rwlock) {
+    g_fork_steps.follow();
+    return rwlock;
+  }
+
+  // Nobody is between two states of the list during a fork. A thread that forks while it holds the list (a log line's
+  // callback may) has that already. It is waited for a second or so at most: the program may hold the exported lock
+  // itself, and then it keeps that in the child.
+  static void lock_list(tirn::ForkSteps&) {
+    for (const StoreHold* hold = t_first; hold != nullptr; hold = hold->next_) {
+      if (&hold->rwlock_ == &g_stCfgRwlock) {
+        return;
+      }
+    }
+    const tirn::NoCancellation guard;
+    for (int i = 0; i < 4000 && !g_is_list_locked; ++i) {
+      uint64_t free = 0;
+      g_is_list_locked = std::atomic_ref(g_stCfgRwlock).compare_exchange_strong(free, KESA_RWLOCK_WRITER);
+      if (!g_is_list_locked) {
+        kesa_usleep(50);
+      }
+    }
+  }
+
+  static void unlock_list(tirn::ForkSteps&) {
+    if (std::exchange(g_is_list_locked, false)) {
+      kesa_rwlock_write_unlock(&g_stCfgRwlock);
+    }
+  }
+
+  // In the child only the forking thread's holds are left. Nothing changes a tree under its file's lock alone but the
+  // exchange of a value, which is one store.
+  static void renew(tirn::ForkSteps& self) {
+    unlock_list(self);
+    for (kesa_cfg_file_node& file : g_files.all()) {
+      file.rwlock = 0;
+    }
+    for (const StoreHold* hold = t_first; hold != nullptr; hold = hold->next_) {
+      hold->rwlock_ = 0;
+    }
+    for (const StoreHold* hold = t_first; hold != nullptr; hold = hold->next_) {
+      const bool is_reader = hold->kind_ == RwlockHold::kRead || hold->kind_ == RwlockHold::kReadMayblock;
+      hold->rwlock_ += is_reader ? 1 : KESA_RWLOCK_WRITER;
+    }
+  }
+
+  static tirn::ForkSteps g_fork_steps;
+  static bool g_is_list_locked;  // by a fork
+  static __thread StoreHold* t_first;
+
+  uint64_t& rwlock_;
+  const RwlockHold::Kind kind_;
   RwlockHold hold_;
+  StoreHold* next_;
 };
+constinit tirn::ForkSteps StoreHold::g_fork_steps(renew, lock_list, unlock_list);
+bool StoreHold::g_is_list_locked = false;
+__thread StoreHold* StoreHold::t_first = nullptr;
 
 // Frees a file that nobody can find any more, as soon as those who found it before are done.
 void destroy_file(kesa_cfg_file_node* file) {

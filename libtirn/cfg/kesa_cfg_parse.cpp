@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "libtirn/base/bounds.h"
 #include "libtirn/base/guard.h"
@@ -19,7 +20,6 @@ namespace {
 using tirn::RwlockHold;
 using tirn::cfg::Text;
 
-constexpr char kDefaultSection[] = "NULL";
 constexpr size_t kShortestSectionLine = 2;
 constexpr size_t kLongestSectionLine = KESA_CFG_NAME_SIZE - 1 + 2;
 constexpr size_t kLongestTrimmed = KESA_CFG_LINE_SIZE - 2;
@@ -74,7 +74,8 @@ bool kesa_cfg_is_section(Text line) {
     TIRN_DEBUG("The input string (%s) is not a section string.", line.begin);
     return false;
   }
-  sprintf_s(line.begin, line.length + 1, "[%s]", name.begin);
+  std::memcpy(line.begin + 1, name.begin, name.length);
+  std::memcpy(line.begin + 1 + name.length, "]", sizeof "]");
   return true;
 }
 
@@ -172,38 +173,50 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
   return true;
 }
 
+// What a parse holds, and where it is.
+class Parse {
+ public:
+  explicit Parse(int fd) : lines_(fd) {}
+
+  int32_t run(kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
+    kesa_cfg_item_node item{};
+    for (Text line = lines_ ? lines_.next() : Text{}; line.begin != nullptr; line = lines_.next()) {
+      const Text trimmed = kesa_cfg_trim_string(line);
+      if (trimmed.begin == nullptr) {
+        continue;
+      }
+      // Blanks in front stay: "[" and ";" count in the first column only.
+      line.length = static_cast<size_t>(trimmed.begin - line.begin) + trimmed.length;
+      if (kesa_cfg_is_section(line)) {
+        copy_section(line.begin, section_);
+        continue;
+      }
+      if (!kesa_cfg_parse_item(line, scratch_, item)) {
+        continue;
+      }
+      const int32_t result = callback(context, section_, &item, argument);
+      if (result != KESA_CFG_GO_ON) {
+        return result;
+      }
+    }
+    return lines_ ? tirn::kOk : tirn::kFail;
+  }
+
+ private:
+  tirn::cfg::LineReader lines_;
+  Scratch scratch_;
+  char section_[KESA_CFG_NAME_SIZE] = "NULL";  // of the items in front of the first section
+};
+
 }  // namespace
 
 int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
   const tirn::NoCancellation guard;
-  tirn::cfg::LineReader lines(fd);
-  if (!lines) {
-    return tirn::kFail;
-  }
-  Scratch scratch;
-  char section[KESA_CFG_NAME_SIZE] = {};
-  std::memcpy(section, kDefaultSection, sizeof kDefaultSection);
-  kesa_cfg_item_node item{};
-  for (Text line = lines.next(); line.begin != nullptr; line = lines.next()) {
-    const Text trimmed = kesa_cfg_trim_string(line);
-    if (trimmed.begin == nullptr) {
-      continue;
-    }
-    // Blanks in front stay: "[" and ";" count in the first column only.
-    line.length = static_cast<size_t>(trimmed.begin - line.begin) + trimmed.length;
-    if (kesa_cfg_is_section(line)) {
-      copy_section(line.begin, section);
-      continue;
-    }
-    if (!kesa_cfg_parse_item(line, scratch, item)) {
-      continue;
-    }
-    const int32_t result = callback(context, section, &item, argument);
-    if (result != KESA_CFG_GO_ON) {
-      return result;
-    }
-  }
-  return lines ? tirn::kOk : tirn::kFail;
+  std::optional<Parse> parse(std::in_place, fd);
+  int32_t result = tirn::kFail;
+  // The callback may end the thread.
+  tirn::run_with_cleanup([&] { result = parse->run(context, callback, argument); }, [&parse] { parse.reset(); });
+  return result;
 }
 
 kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn callback, void* argument) {
@@ -220,16 +233,24 @@ kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn c
     return nullptr;
   }
   RwlockHold hold(node->rwlock, RwlockHold::kWriteMayblock);
-  const tirn::Fd fd(kesa_open(file, O_RDONLY | O_CLOEXEC, 0));
+  tirn::Fd fd(kesa_open(file, O_RDONLY | O_CLOEXEC, 0));
   if (!fd) {
     TIRN_DEBUG("Open file (%s) failed, fd %d errno %d", file, fd.get(), errno);
     return nullptr;
   }
-  if (kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == tirn::kOk) {
-    return node.release();
-  }
-  if (callback == tirn::cfg::kesa_cfg_file_proc) {  // what another callback has linked is its own
-    tirn::cfg::kesa_cfg_destory_section(node.get());
-  }
-  return nullptr;
+  bool is_parsed = false;
+  tirn::run_with_cleanup(
+      [&] { is_parsed = kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == tirn::kOk; },
+      [&] {
+        fd = {};
+        hold.release();
+        if (is_parsed) {
+          return;
+        }
+        if (callback == tirn::cfg::kesa_cfg_file_proc) {  // what another callback has linked is its own
+          tirn::cfg::kesa_cfg_destory_section(node.get());
+        }
+        node = nullptr;
+      });
+  return node.release();
 }

@@ -44,6 +44,8 @@ bool LineReader::fill() {
   if (count <= 0) {
     return false;
   }
+  has_return_ = std::memchr(text_ + filled_, '\r', static_cast<size_t>(count)) != nullptr;
+  has_nul_ = (has_nul_ && filled_ != 0) || std::memchr(text_ + filled_, '\0', static_cast<size_t>(count)) != nullptr;
   filled_ += static_cast<size_t>(count);
   return true;
 }
@@ -72,9 +74,8 @@ void LineReader::take(size_t count) {
     std::memmove(text_ + end_, text_ + raw_, count);
   }
   raw_ += count;
-  char* const end = text_ + end_ + count;
-  auto* const first_return = static_cast<char*>(std::memchr(text_ + end_, '\r', count));
-  end_ = static_cast<size_t>((first_return == nullptr ? end : std::remove(first_return, end, '\r')) - text_);
+  char* const begin = text_ + end_;
+  end_ = has_return_ ? static_cast<size_t>(std::remove(begin, begin + count, '\r') - text_) : end_ + count;
 }
 
 Text LineReader::next() {
@@ -99,7 +100,7 @@ Text LineReader::next() {
     is_covered_ = true;
   }
   // Looked for before the terminator is written: a search right behind a write waits for it.
-  const size_t length = strnlen(text_ + begin_, end_ - begin_);
+  const size_t length = has_nul_ ? strnlen(text_ + begin_, end_ - begin_) : end_ - begin_;
   text_[end_] = '\0';
   return {text_ + begin_, length};
 }

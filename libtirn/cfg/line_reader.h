@@ -48,6 +48,9 @@ class LineReader {
   size_t end_ = 0;
   size_t raw_ = 0;
   size_t filled_ = 0;
+  // Of what was read last, and for a NUL also of the line so far: most files have neither.
+  bool has_return_ = false;
+  bool has_nul_ = false;
   // The byte that the last line's terminator stands on, if that one is not the line's own.
   bool is_covered_ = false;
   char covered_ = '\0';

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "libtirn/cfg/cfg_tree.h"
+
 namespace tirn::cfg {
 namespace {
 
@@ -71,6 +73,31 @@ kesa_list_head** NameIndex::place(const void* list, std::string_view name, size_
   entries_[at] = {hash, list, nullptr};
   ++used_;
   return &entries_[at].link;
+}
+
+NameIndex::Spot NameIndex::spot_of_item(kesa_cfg_section_node& section, std::string_view name) {
+  constexpr size_t kNamesAt = offsetof(kesa_cfg_item_node, itemName);
+  if (section_ != &section) {
+    section_ = &section;
+    items_ = 0;
+    for (const kesa_list_head* link = section.items.next; link != &section.items && items_ <= kSearched;
+         link = link->next) {
+      ++items_;
+    }
+    seen_ = items_ == 0 ? 0 : UINT64_MAX;
+  }
+  if (items_ < kSearched) {
+    const uint64_t bit = uint64_t{1} << hash_of(nullptr, name) % 64;
+    return {nullptr, (std::exchange(seen_, seen_ | bit) & bit) == 0};
+  }
+  if (items_ == kSearched) {
+    for (kesa_cfg_item_node& item : NodesOf<kesa_cfg_item_node>(section.items)) {
+      if (kesa_list_head** const place_of_one = place(&section, item.itemName, kNamesAt)) {
+        *place_of_one = &item.link;
+      }
+    }
+  }
+  return {place(&section, name, kNamesAt)};
 }
 
 }  // namespace tirn::cfg

@@ -19,6 +19,15 @@ class NameIndex {
   // once the index has given up. `names_at`: the name's offset in its node.
   kesa_list_head** place(const void* list, std::string_view name, size_t names_at);
 
+  // Where an item's name stands: no place as long as the section is small, or once the index has given up.
+  struct Spot {
+    kesa_list_head** place = nullptr;
+    bool is_new = false;  // without a place: the section surely has no such item
+  };
+  Spot spot_of_item(kesa_cfg_section_node& section, std::string_view name);
+  // One more in the section that was asked for last.
+  void count_item() { ++items_; }
+
  private:
   struct Entry {
     uint64_t hash;
@@ -27,6 +36,10 @@ class NameIndex {
   };
   static constexpr size_t kFirst = 64;  // a power of two, as each size
 
+  // The items of a section of more than that stand here. Of fewer only the bits of their hashes are kept, which tell
+  // mostly that a name is new.
+  static constexpr size_t kSearched = 16;
+
   bool grow();
 
   Entry first_[kFirst]{};
@@ -34,6 +47,9 @@ class NameIndex {
   Entry* entries_ = first_;
   size_t size_ = kFirst;
   size_t used_ = 0;
+  const kesa_cfg_section_node* section_ = nullptr;  // that was asked for last
+  size_t items_ = 0;                                // which it has, as far as that matters
+  uint64_t seen_ = 0;                               // bits of their hashes
 };
 
 }  // namespace tirn::cfg

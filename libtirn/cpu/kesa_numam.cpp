@@ -174,6 +174,7 @@ int kesa_numam_cfg_parse() {
 }
 
 int kesa_numam_init_inner(const char* path) {
+  const tirn::NoCancellation guard;  // the file would stay registered
   const char* const file = path != nullptr ? path : kDefaultPath;
   if (kesa_access(file, F_OK) != 0) {
     TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
@@ -208,6 +209,7 @@ int kesa_numam_cfg_check(const kesa_numa_cfg* record) {
 }
 
 int kesa_numam_cfg_init(const kesa_numa_cfg* record) {
+  const tirn::NoCancellation guard;  // the files would stay registered
   if (kesa_numam_cfg_check(record) != tirn::kOk || !load_file(record->numa_info, __func__)) {
     return tirn::kFail;
   }

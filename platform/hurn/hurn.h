@@ -3,12 +3,14 @@
  * defaults: level info for each module, lines to standard error.
  *
  * A line is formatted on the caller's stack, cut at HURN_LINE_MAX bytes with the mark "...[cut]", and put out
- * by one write, so lines of several threads never mix; a line feed is added where the text ends without one:
+ * by one write, so lines of several threads never mix:
  *
  *   2026-10-01T12:34:56.789012Z program[PID/TID] error MODULE FILE:LINE FUNCTION: text
  *
- * Control characters within the text, tabs apart, are written as \n, \r or \x1b: an argument cannot forge a line, nor
- * steer a terminal. The time is universal time. No operation changes errno, and none is a cancellation point.
+ * Each call gives one line, of a raw text too. Line feeds at the beginning and at the end of a text would only make
+ * empty lines and are left out. Control characters within it, tabs apart, are written as \n, \r or \x1b: an argument
+ * cannot forge a line, nor steer a terminal. The time is universal time. No operation changes errno, and none is a
+ * cancellation point.
  */
 #ifndef HURN_H
 #define HURN_H
@@ -37,8 +39,8 @@ extern "C" {
 #define HURN_NO_GROUP 0xFFFFFFFFu
 
 /* One line as a content callback sees it. `file` and `function` are NULL, module, level and line are all
- * ones where the line came by hurn_original or hurn_vraw. The text is the message as cut, with a zero behind
- * it and no line feed added. */
+ * ones where the line came by hurn_original or hurn_vraw. The text is the message as cut, with its line feeds and
+ * control characters as they came and a zero behind it. */
 struct hurn_line {
   uint32_t module;
   uint32_t level;
@@ -90,8 +92,8 @@ HURN_API void hurn(uint32_t module, uint32_t level, const char* file, uint32_t l
                    uint32_t reserved, const char* format, ...) __attribute__((format(printf, 7, 8)));
 
 /* Writes the text alone, unconditionally: no level, no group limit, no prefix, no allocation and no lock, so it
- * may be called in a signal handler (with formats other than floating ones and widths up to a few hundred). In a
- * system log it has the error level. Returns the text's length as cut, or -1 for a NULL or bad format.
+ * may be called in a signal handler (with formats other than floating ones and widths up to a few hundred) that has
+ * 8 KiB of stack. In a system log it has the error level. Returns the text's length as cut, or -1 for a NULL or bad format.
  * @safety MT-Safe, AS-Safe */
 HURN_API int hurn_original(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -17,6 +17,22 @@ constexpr size_t kCutMarkLength = sizeof(kCutMark) - 1;
 
 bool is_control(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; }
 
+size_t shown_length(char c) { return !is_control(c) ? 1 : c == '\n' || c == '\r' ? 2 : 4; }
+
+void show(char c, char* shown) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  if (!is_control(c)) {
+    *shown = c;
+    return;
+  }
+  shown[0] = '\\';
+  shown[1] = c == '\n' ? 'n' : c == '\r' ? 'r' : 'x';
+  if (shown[1] == 'x') {
+    shown[2] = kDigits[c >> 4];  // no control character has its top bit
+    shown[3] = kDigits[c & 15];
+  }
+}
+
 const char* or_unknown(const char* name) { return name ? name : "?"; }
 
 }  // namespace
@@ -58,37 +74,45 @@ bool Line::put_text(const char* format, va_list arguments) {
 }
 
 void Line::close() {
-  if (end == text || bytes[end - 1] != '\n')
-    bytes[end++] = '\n';
-  if (std::any_of(bytes + text, bytes + end - 1, is_control))
+  size_t begin = text;
+  while (begin < end && bytes[begin] == '\n')
+    begin++;
+  while (end > begin && bytes[end - 1] == '\n')
+    end--;
+  memmove(bytes + text, bytes + begin, end - begin);
+  end -= begin - text;
+  if (std::any_of(bytes + text, bytes + end, is_control))
     escape();
+  bytes[end++] = '\n';
 }
 
-// Each character that could begin another line or steer a terminal is shown as C writes it.
-[[gnu::noinline]] void Line::escape() {
-  char plain[HURN_LINE_MAX];
-  const size_t length = end - 1 - text;
-  memcpy(plain, bytes + text, length);
-  size_t at = text;
-  for (size_t i = 0; i < length; i++) {
-    char shown[8] = {plain[i]};
-    if (is_control(plain[i]))
-      snprintf(shown, sizeof shown,
-               plain[i] == '\n'   ? "\\n"
-               : plain[i] == '\r' ? "\\r"
-                                  : "\\x%02x",
-               static_cast<unsigned char>(plain[i]));
-    const size_t size = strlen(shown);
-    if (at + size > HURN_LINE_MAX - 1 - (i + 1 < length ? kCutMarkLength : 0)) {
-      memcpy(bytes + at, kCutMark, kCutMarkLength);
-      at += kCutMarkLength;
-      break;
+// Each character that could begin another line or steer a terminal is shown as C writes it. In place and from the
+// back, as handlers have little stack.
+void Line::escape() {
+  constexpr size_t kMost = HURN_LINE_MAX - 1;  // the line feed follows
+  size_t from = text, to = text;               // behind as many characters as fit, and behind what is shown of them
+  size_t cut_from = text, cut_to = text;       // likewise where the mark fits behind them
+  for (; from < end && to <= kMost; to += shown_length(bytes[from++])) {
+    if (to + kCutMarkLength <= kMost) {
+      cut_from = from;
+      cut_to = to;
     }
-    memcpy(bytes + at, shown, size);
-    at += size;
   }
-  bytes[at] = '\n';
-  end = at + 1;
+  const bool is_cut = to > kMost;
+  if (is_cut) {
+    from = cut_from;
+    to = cut_to;
+  }
+  end = to;
+  while (from > text) {
+    const char c = bytes[--from];
+    to -= shown_length(c);
+    show(c, bytes + to);
+  }
+  if (is_cut) {
+    memcpy(bytes + end, kCutMark, kCutMarkLength);
+    end += kCutMarkLength;
+  }
 }
 
 }  // namespace tirn::logging

@@ -40,8 +40,8 @@ struct Line {
   // False on a format that the C library refuses.
   bool put_text(const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
 
-  // Puts a line feed behind a message that has none of its own, and shows other control characters escaped, so that an
-  // argument cannot forge a line. The message is no text with an end mark then.
+  // Takes off the line feeds around the message, shows the control characters within it escaped, so that an argument
+  // cannot forge a line, and puts one line feed behind it. The message is no text with an end mark then.
   void close();
 
  private:

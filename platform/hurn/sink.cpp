@@ -3,13 +3,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <sched.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -54,13 +55,14 @@ constinit std::atomic<int> file{-1};
 constinit std::atomic<uint64_t> size{0};
 constinit std::atomic<uint64_t> limit{kDefaultLimit};
 
-// The process that changes or rotates the sink; 0: none. A child of fork does not wait for its parent's thread.
+// The process that changes or rotates the sink; 0: none. A child does not wait for its parent's thread.
 constinit std::atomic<pid_t> owner{0};
 
-// Owned: touched only by the owner.
+// Owned: touched only by the owner. The path is one of the names, so that a child that is forked while it changes has
+// the former one or the next, and whole.
 constinit Name* names = nullptr;
 constinit unsigned keep = kDefaultKeep;
-char path[PATH_MAX];
+constinit const char* path = "";
 char older_path[PATH_MAX];
 char newer_path[PATH_MAX];
 
@@ -79,9 +81,19 @@ class Ownership {
   Ownership& operator=(const Ownership&) = delete;
 };
 
+// Process ids come back, so that a child's may be that of an ancestor whose thread owned the sink.
+void follow_forks() {
+  static constinit pthread_once_t followed = PTHREAD_ONCE_INIT;
+  pthread_once(&followed,
+               [] { pthread_atfork(nullptr, nullptr, [] { owner.store(0, std::memory_order_relaxed); }); });
+}
+
+// By sleeps: a thread of real-time priority that only yields keeps an owner of lower priority from its processor.
 void wait_to_own() {
+  follow_forks();
+  const timespec pause{0, 1'000'000};
   while (!try_own())
-    sched_yield();
+    nanosleep(&pause, nullptr);
 }
 
 // The bytes written; a failure after the first write loses the rest.
@@ -275,7 +287,8 @@ const char* intern(const char* text) {
 }
 
 bool use_file(const Plan& plan) {
-  int fresh = open_log(plan.path);
+  const char* kept = intern(plan.path);
+  const int fresh = kept ? open_log(kept) : -1;
   if (fresh < 0)
     return false;
   int known = file.load(std::memory_order_relaxed);
@@ -286,7 +299,7 @@ bool use_file(const Plan& plan) {
   close(fresh);
   if (known < 0)
     return false;
-  memcpy(path, plan.path, strlen(plan.path) + 1);
+  path = kept;
   keep = plan.keep;
   limit.store(plan.limit, std::memory_order_relaxed);
   remember_size(known);

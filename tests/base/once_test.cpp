@@ -1,13 +1,17 @@
 #include "libtirn/base/once.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <latch>
 #include <thread>
-#include <vector>
 
+#include "support/child_process.h"
 #include "support/faults.h"
+#include "sync/together.h"
 
 using namespace tirn::test;
 using tirn::Once;
@@ -16,118 +20,86 @@ using LockFailure = Once::LockFailure;
 
 namespace {
 
-struct Step {
-  int result;
-  int runs = 0;
-  auto operator()() {
-    return [this] {
-      ++runs;
-      return result;
-    };
-  }
-};
-
 // Not freed: the fork handler goes through all that ever ran.
 Once& fresh() { return *new Once; }
 
-TEST(Once, WhatCountsAsDone) {
-  constexpr int kFailure = -22;
-  const struct {
-    const char* name;
-    Done done;
-    int result;
-    int runs_of_three;
-    int last_result;
-  } kRows[] = {
-      {"success", Done::kOnSuccess, tirn::kOk, 1, tirn::kOk},
-      {"failure is tried again", Done::kOnSuccess, kFailure, 3, kFailure},
-      {"success, done whatever the result", Done::kAlways, tirn::kOk, 1, tirn::kOk},
-      {"failure, done whatever the result", Done::kAlways, kFailure, 1, tirn::kOk},
-      {"never done", Done::kNever, tirn::kOk, 3, tirn::kOk},
-      {"never done, failing", Done::kNever, kFailure, 3, kFailure},
-  };
-  for (const auto& row : kRows) {
-    Once& once = fresh();
-    Step step{row.result};
-    EXPECT_EQ(once.run(step(), row.done), row.result) << row.name;
-    once.run(step(), row.done);
-    EXPECT_EQ(once.run(step(), row.done), row.last_result) << row.name;
-    EXPECT_EQ(step.runs, row.runs_of_three) << row.name;
-    EXPECT_EQ(once.is_done(), row.runs_of_three == 1) << row.name;
-  }
-}
+}  // namespace
 
-TEST(Once, UndoneOnceAndDoneAgain) {
-  Once& once = fresh();
-  Step set_up{tirn::kOk};
-  int undone = 0;
-  const auto tear_down = [&] { ++undone; };
-  EXPECT_EQ(once.undo(tear_down), tirn::kOk);
-  EXPECT_EQ(undone, 0);
-  once.run(set_up());
-  EXPECT_EQ(once.undo(tear_down), 0);
-  EXPECT_FALSE(once.is_done());
-  EXPECT_EQ(once.undo(tear_down), tirn::kOk);
-  EXPECT_EQ(undone, 1);
-  once.run(set_up());
-  EXPECT_EQ(set_up.runs, 2);
+// Each row runs three times, is undone twice, and runs once more.
+TEST(Once, WhatCountsAsDone) {
+  const struct {
+    Done done;
+    int result, runs_of_three, last_result;
+  } kRows[] = {{Done::kOnSuccess, 0, 1, 0}, {Done::kOnSuccess, -22, 3, -22}, {Done::kAlways, 0, 1, 0},
+               {Done::kAlways, -22, 1, 0},  {Done::kNever, 0, 3, 0},         {Done::kNever, -22, 3, -22}};
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(testing::Message() << "row " << &row - kRows);
+    Once& once = fresh();
+    int runs = 0, undone = 0;
+    const auto run = [&] { return once.run([&] { return ++runs, row.result; }, row.done); };
+    EXPECT_TRUE(run() == row.result && (run(), run() == row.last_result));
+    const bool is_done = row.runs_of_three == 1;
+    EXPECT_TRUE(runs == row.runs_of_three && once.is_done() == is_done) << runs;
+    EXPECT_TRUE(once.undo([&] { ++undone; }) == 0 && once.undo([&] { ++undone; }) == 0);
+    EXPECT_TRUE(undone == is_done && !once.is_done()) << undone;
+    EXPECT_EQ(run(), row.result);
+    EXPECT_EQ(runs, row.runs_of_three + 1);
+  }
 }
 
 TEST(Once, MutexThatCannotBeLocked) {
   Once& once = fresh();
-  Step step{-5};
+  const auto step = [] { return -5; };
+  const FaultPlan plan{.number = 1, .function = "pthread_mutex_lock", .and_later = true, .object = Object::program};
   {
-    const Faults faults(
-        {.number = 1, .function = "pthread_mutex_lock", .and_later = true, .object = Object::program});
-    EXPECT_EQ(once.run(step()), tirn::kOk);
-    EXPECT_EQ(once.run(step(), Done::kAlways, LockFailure::kIsResult), EINVAL);
+    const Faults faults(plan);
+    EXPECT_EQ(once.run(step), 0);
+    EXPECT_EQ(once.run(step, Done::kAlways, LockFailure::kIsResult), EINVAL);
+    EXPECT_FALSE(once.is_done());  // only the caller was told so
   }
-  EXPECT_EQ(step.runs, 0);
-  EXPECT_FALSE(once.is_done());  // only the caller was told so
-  EXPECT_EQ(once.run(step(), Done::kAlways), -5);
-  {
-    const Faults faults({.number = 1, .function = "pthread_mutex_lock", .object = Object::program});
-    EXPECT_EQ(once.undo([] { FAIL() << "without the mutex"; }), EINVAL);
-  }
+  EXPECT_EQ(once.run(step, Done::kAlways), -5);
+  const Faults faults(plan);
+  EXPECT_EQ(once.undo([] { FAIL() << "without the mutex"; }), EINVAL);
   EXPECT_TRUE(once.is_done());
 }
 
 TEST(Once, ComesBackFromInside) {
   Once& once = fresh();
-  Step inner{-3};
-  EXPECT_EQ(once.run([&] { return once.run(inner()) + once.undo([] {}); }), tirn::kOk);
-  EXPECT_EQ(inner.runs, 0);
+  EXPECT_EQ(once.run([&] { return once.run([] { return -3; }); }), 0);
+  EXPECT_EQ(once.undo([&] { EXPECT_EQ(once.undo([] { FAIL() << "twice"; }), 0); }), 0);
 }
 
+// The first attempt fails, so that another thread has to take over; whoever is told that it is done sees a plain word.
 TEST(Once, ThreadsRaceForOneRun) {
-  constexpr int kThreads = 4;
   for (int round = 0; round < 200; ++round) {
     Once& once = fresh();
     std::atomic<int> runs{0};
-    int set_up = 0;  // plain: whoever is told that it is done must see it
-    std::atomic<int> waiting{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&] {
-        ++waiting;
-        while (waiting.load() < kThreads) {
-          std::this_thread::yield();
-        }
-        once.run([&] {
-          // The first attempt fails, so that another thread has to take over.
-          set_up = round + 1;
-          return runs.fetch_add(1) == 0 ? -1 : tirn::kOk;
-        });
-        if (once.is_done()) {
-          EXPECT_EQ(set_up, round + 1);
-        }
-      });
-    }
-    for (std::thread& thread : threads) {
-      thread.join();
-    }
-    EXPECT_EQ(runs.load(), 2);
+    int set_up = 0;
+    together(4, [&](unsigned) {
+      once.run([&] { return set_up = 1, runs.fetch_add(1) == 0 ? -1 : 0; });
+      EXPECT_TRUE(!once.is_done() || set_up == 1);
+    });
+    EXPECT_EQ(runs, 2);
   }
 }
 
-}  // namespace
+// The emulator loses locks of its own in a threaded process's child. The set-up that another thread is in begins anew there,
+// others join, and the child forks in turn.
+TEST(OnceNative, BeginsAnewInAForkedChild) {
+  Once& once = fresh();
+  std::latch inside(1), over(1);
+  const std::jthread other([&] { once.run([&] { return inside.count_down(), over.wait(), 0; }); });
+  inside.wait();
+  const ChildOutcome outcome = run_child([&] {
+    int runs = 0;
+    once.run([&] { return ++runs, 0; }), fresh().run([&] { return ++runs, 0; });
+    const pid_t grandchild = fork();
+    if (grandchild == 0) {
+      _exit(0);
+    }
+    return runs == 2 && waitpid(grandchild, nullptr, 0) == grandchild ? 0 : 1;
+  });
+  over.count_down();
+  EXPECT_TRUE(outcome.exited()) << outcome;
+  EXPECT_EQ(fresh().run([] { return -1; }), -1) << "the parent goes on";
+}

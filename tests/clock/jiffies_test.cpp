@@ -1,10 +1,10 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "support/child_process.h"
 #include "support/kernel_side.h"
@@ -23,35 +23,21 @@ uint64_t monotonic_milliseconds() {
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
-int open_descriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 256; ++fd) {
-    count += fcntl(fd, F_GETFD) >= 0;
-  }
-  return count;
-}
-
 // A device folder of the test's own. The page holds the words 0x1111, 0x2222, ... at 8-byte steps.
 struct Device {
-  explicit Device(KernelSide& kernel, const std::string& child = "uio0") : child_(child) {
-    std::string page(4096, '\0');
+  Device(KernelSide& kernel, const char* size, const char* offset) {
+    std::vector<uint64_t> page(512);
     for (uint64_t i = 0; i < 512; ++i) {
-      const uint64_t word = 0x1111 * (i + 1);
-      page.replace(i * 8, 8, reinterpret_cast<const char*>(&word), 8);
+      page[i] = 0x1111 * (i + 1);
     }
-    folder.write_file("dev/" + child, page);
-    set("addr", "0xfee00000\n");
-    set("size", "0x1000\n");
-    set("offset", "0x0\n");
+    folder.write_file("dev/uio3", {reinterpret_cast<const char*>(page.data()), 4096});
+    folder.write_file("sysfs/uio3/maps/map0/addr", "0xfee00000\n");
+    folder.write_file("sysfs/uio3/maps/map0/size", size);
+    folder.write_file("sysfs/uio3/maps/map0/offset", offset);
     kernel.jiffies_at(folder.path("sysfs/"), folder.path("dev/"));
   }
-  void set(const std::string& file, const std::string& text) {
-    folder.write_file("sysfs/" + child_ + "/maps/map0/" + file, text);
-  }
-  void remove(const std::string& path) { unlink(folder.path(path).c_str()); }
 
   TempFolder folder;
-  std::string child_;
 };
 
 }  // namespace
@@ -59,18 +45,13 @@ struct Device {
 TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   KernelSide kernel;
   LogCapture log;
-  Device device(kernel, "uio3");
-  device.set("size", "4096\n");
-  device.set("offset", "0x10\n");
-  const int before = open_descriptors();
+  const Device device(kernel, "4096\n", "0x10\n");
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x3333u);
   EXPECT_EQ(jiffies_uio_get(), &g_jiffies_uio);
   EXPECT_EQ(g_jiffies_uio.addr, 0xfee00000u);
   EXPECT_EQ(g_jiffies_uio.size, 4096u);
-  EXPECT_GT(g_jiffies_uio.dev_fd, 2);
-  EXPECT_GT(g_jiffies_uio.offset_fd, 2);
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_TRUE(g_jiffies_uio.dev_fd > 2 && g_jiffies_uio.offset_fd > 2);
   EXPECT_EQ(mprotect(const_cast<uint64_t*>(g_jiffies_uio.jiffies - 2), 4096, PROT_READ), 0);
   // Once mapped it stays, whatever becomes of the folder.
   kernel.no_jiffies();
@@ -81,70 +62,43 @@ TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   EXPECT_TRUE(log.texts().empty()) << log;
 }
 
-TEST(JiffiesDevice, FailuresAreToldAndLeaveNothingOpen) {
-  struct Case {
-    const char* name;
-    void (*spoil)(Device&);
-    const char* text;  // empty: nothing is logged
-  };
-  const Case cases[] = {
-      {"no device file", [](Device& d) { d.remove("dev/uio0"); }, ""},
-      {"no addr", [](Device& d) { d.remove("sysfs/uio0/maps/map0/addr"); },
-       "Kesa jiffies open addr_fd map failed, errno=2."},
-      {"no size", [](Device& d) { d.remove("sysfs/uio0/maps/map0/size"); },
-       "Kesa jiffies open size_fd map failed, errno=2."},
-      {"no offset", [](Device& d) { d.remove("sysfs/uio0/maps/map0/offset"); },
-       "Kesa jiffies open map failed, errno=2."},
-      {"size 0", [](Device& d) { d.set("size", "0x0\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"size without digits", [](Device& d) { d.set("size", "page\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"size empty", [](Device& d) { d.set("size", ""); }, "Kesa jiffies mmap2, errno=22."},
-      {"size negative", [](Device& d) { d.set("size", "-4096\n"); }, "Kesa jiffies mmap2, errno=*."},
-      {"size too small for the counter", [](Device& d) { d.set("size", "7\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"size beyond the file, the counter too",
-       [](Device& d) {
-         d.set("size", "0x10000\n");
-         d.set("offset", "0x2000\n");
-       },
-       "Kesa jiffies mmap2, errno=22."},
-      {"offset not aligned", [](Device& d) { d.set("offset", "0x4\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset beyond the size", [](Device& d) { d.set("offset", "0x1000\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset half beyond", [](Device& d) { d.set("offset", "0xffc\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset negative", [](Device& d) { d.set("offset", "-8\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"offset huge", [](Device& d) { d.set("offset", "0x7fffffffffffffff\n"); }, "Kesa jiffies mmap2, errno=22."},
-      {"device file of no byte", [](Device& d) { d.folder.write_file("dev/uio0", ""); },
-       "Kesa jiffies mmap2, errno=22."},
-  };
-  for (const Case& c : cases) {
-    KernelSide kernel;
-    LogCapture log;
-    Device device(kernel);
-    c.spoil(device);
-    const int before = open_descriptors();
-    EXPECT_EQ(jiffies_usr_main(), -1) << c.name;
-    EXPECT_EQ(open_descriptors(), before) << c.name;
-    EXPECT_EQ(g_jiffies_uio.jiffies, nullptr) << c.name;
-    if (*c.text == '\0') {
-      EXPECT_TRUE(log.texts().empty()) << c.name << log;
-    } else {
-      EXPECT_TRUE(log.has(HURN_ERROR, "jiffies_uio_adp_open", c.text)) << c.name << log;
-      EXPECT_EQ(log.texts().size(), 1u) << c.name << log;
-    }
+TEST(JiffiesDevice, CounterLiesWholeAndAlignedInMappingAndFile) {
+  constexpr char kBad[] = "Kesa jiffies mmap2, errno=22.";
+  const struct {
+    const char* missing;
+    const char *size, *offset;
+    uint64_t counter;  // 0: refused, with this line in the log
+    const char* line;
+  } kRows[] = {{"dev/uio3", "4096", "0", 0, nullptr},
+               {"sysfs/uio3/maps/map0/addr", "4096", "0", 0, "Kesa jiffies open addr_fd map failed, errno=2."},
+               {"sysfs/uio3/maps/map0/size", "4096", "0", 0, "Kesa jiffies open size_fd map failed, errno=2."},
+               {"sysfs/uio3/maps/map0/offset", "4096", "0", 0, "Kesa jiffies open map failed, errno=2."},
+               {"", "", "0", 0, kBad},
+               {"", "-4096", "0", 0, "Kesa jiffies mmap2, errno=*."},
+               {"", "7", "0", 0, kBad},
+               {"", "8", "", 0x1111, nullptr},
+               {"", "4096", "0x4", 0, kBad},
+               {"", "4096", "0xff8", 0x1111 * 512, nullptr},
+               {"", "4096", "0x1000", 0, kBad},
+               {"", "4096", "-8", 0, kBad},
+               {"", "4096", "0x7ffffffffffffff8", 0, kBad},
+               {"", "0x10000", "0xff8", 0x1111 * 512, nullptr},  // beyond the file, but the counter lies in it
+               {"", "0x10000", "0x1000", 0, kBad}};
+  KernelSide kernel;
+  for (const auto& row : kRows) {
+    const ChildOutcome outcome = run_child([&] {
+      LogCapture log;
+      const Device device(kernel, row.size, row.offset);
+      unlink(device.folder.path(row.missing).c_str());
+      EXPECT_EQ(jiffies_usr_main(), row.counter != 0 ? 0 : -1);
+      EXPECT_EQ(row.counter,
+                row.counter != 0 ? kesa_get_jiffies() : reinterpret_cast<uint64_t>(g_jiffies_uio.jiffies));
+      EXPECT_TRUE(row.line == nullptr || log.has(HURN_ERROR, "jiffies_uio_adp_open", row.line)) << log;
+      EXPECT_EQ(log.texts().size(), row.line == nullptr ? 0u : 1u) << log;
+      return 0;
+    });
+    EXPECT_TRUE(outcome.exited()) << row.missing << ' ' << row.size << ' ' << row.offset << outcome;
   }
-  // A later call tries again.
-  KernelSide kernel;
-  Device device(kernel);
-  device.set("offset", "");         // an empty offset is 0
-  device.set("size", "0x10000\n");  // beyond the file, but the counter lies in it
-  EXPECT_EQ(jiffies_usr_main(), 0);
-  EXPECT_EQ(kesa_get_jiffies(), 0x1111u);
-}
-
-TEST(JiffiesDevice, LastWordOfThePageMayBeTheCounter) {
-  KernelSide kernel;
-  Device device(kernel);
-  device.set("offset", "0xff8\n");
-  EXPECT_EQ(jiffies_usr_main(), 0);
-  EXPECT_EQ(kesa_get_jiffies(), 0x1111u * 512);
 }
 
 TEST(JiffiesDevice, MissingFolderAndMissingChild) {
@@ -156,7 +110,7 @@ TEST(JiffiesDevice, MissingFolderAndMissingChild) {
   EXPECT_TRUE(log.has(HURN_ERROR, "jiffies_uio_adp_open", "Kesa jiffies get child dir () failed, errno=2.")) << log;
   log.clear();
   folder.write_file("sysfs/ui0/maps", "");
-  folder.write_file("sysfs/" + std::string("uio") + std::string(200, 'x') + "/maps", "");
+  folder.write_file("sysfs/uio" + std::string(200, 'x') + "/maps", "");
   kernel.jiffies_at(folder.path("sysfs/"), folder.path("dev/"));
   EXPECT_EQ(jiffies_uio_adp_open(), -1);
   EXPECT_EQ(log.count(HURN_ERROR, "strcpy_s failed."), 1u) << log;  // the long name; the walk goes on
@@ -166,12 +120,12 @@ TEST(JiffiesDevice, MissingFolderAndMissingChild) {
 TEST(JiffiesDevice, TheTruePathIsLookedAtFirst) {
   PrivateRoot root;
   TIRN_NEEDS_PRIVATE_ROOT(root);
-  const std::string base = "/sys/devices/platform/jiffies_uio/uio/uio77/maps/map0/";
-  root.write_file(base + "addr", "0x1000");
-  root.write_file(base + "size", "0x1000");
-  root.write_file(base + "offset", "0x8");
-  std::string page(4096, '\x01');
-  root.write_file("/dev/uio77", page);
+  for (const char* const file : {"addr", "size", "offset"}) {
+    root.write_file("/sys/devices/platform/jiffies_uio/uio/uio77/maps/map0/" + std::string(file), "0x1000");
+  }
+  root.write_file("/dev/uio77", std::string(8192, '\x01'));
+  EXPECT_EQ(jiffies_usr_main(), -1) << "the offset is beyond the size";
+  root.write_file("/sys/devices/platform/jiffies_uio/uio/uio77/maps/map0/offset", "0x8");
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x0101010101010101u);
 }

@@ -4,9 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <random>
-#include <set>
 #include <vector>
 
 #include "support/log_capture.h"
@@ -16,8 +14,8 @@
 namespace {
 
 struct Item {
-  uint32_t number;
-  kesa_hash_node node;
+  int since = 0;  // when it was entered; 0 while it is out
+  kesa_hash_node node = {};
 };
 using Table = tirn::HashTable<&Item::node>;
 
@@ -28,130 +26,122 @@ int budget = 0, balance = 0;
 void* give(uint64_t size) { return budget-- > 0 ? (++balance, std::malloc(size)) : nullptr; }
 void take(void* memory) { std::free((--balance, memory)); }
 
+size_t visits = 0;
+int visit(kesa_hash_node*) { return ++visits < 7 ? 0 : -5; }
+int visit_with(kesa_hash_node* node, void*) { return visit(node); }
+
 }  // namespace
 
 TEST(HashTable, AgreesWithAModel) {
   std::mt19937 random(tirn::test::random_seed());
   std::vector<Item> items(200);
   Table table;
-  ASSERT_EQ(table.create(8, 0), 0);  // long chains
-  std::set<Item*> model, seen;
+  ASSERT_EQ(table.create(8, TIRN_MODULE_COUNT - 1), 0);  // long chains
   for (uint32_t i = 0; i < items.size(); ++i) {
     // Equal in either part to others; above 32 bits too, where buckets do not tell keys apart.
     items[i].node.key = uint64_t{i / 4 % 2} << 40 | i / 8;
     items[i].node.keyType = i % 4;
   }
-  for (int step = 0; step < 20000; ++step) {
+  for (int step = 1; step <= 20000; ++step) {
     Item& item = items[random() % items.size()];
-    const bool is_in = model.count(&item) != 0;
+    const bool is_in = item.since != 0;
     ASSERT_EQ(table.find(item.node.keyType, item.node.key), is_in ? &item : nullptr);
     if (random() % 2 == 0) {
       Item twin = item;
       ASSERT_EQ(table.insert(is_in ? twin : item), !is_in);
-      model.insert(&item);
+      item.since = is_in ? item.since : step;
     } else {
       ASSERT_EQ(table.erase(item.node.keyType, item.node.key), is_in ? &item : nullptr);
       ASSERT_TRUE(!is_in || is_alone(item.node));
-      model.erase(&item);
+      item.since = 0;
     }
   }
-  EXPECT_EQ(table.for_each([&](Item& item) { return seen.insert(&item), 0; }), 0);
+  std::vector<Item*> model, seen;
+  for (Item& item : items) {
+    if (item.since != 0) {
+      model.push_back(&item);
+    }
+  }
+  std::ranges::sort(model, {}, [](const Item* item) {  // by bucket, the newest first
+    return std::pair(hash_func(item->node.keyType, item->node.key, 3), -item->since);
+  });
+  EXPECT_EQ(table.for_each([&](Item& item) { return seen.push_back(&item), 0; }), 0);
   EXPECT_EQ(seen, model);
-  int left = 7;
-  EXPECT_EQ(table.for_each([&](Item&) { return --left == 0 ? 42 : 0; }), 42);
-  EXPECT_EQ(left, 0) << "the walk ends there";
+  for (const int8_t stop : {0, 1}) {
+    visits = 0;
+    EXPECT_EQ(kesa_hash_for_each(table.native(), visit, stop), -5 * stop);
+    EXPECT_EQ(kesa_hash_for_each_ex(table.native(), visit_with, nullptr, stop), -5 * stop);
+    EXPECT_EQ(visits, stop != 0 ? 7 + 1 : 2 * model.size());
+  }
   // Each visited node goes away, memory and all, while the walk is at it.
   EXPECT_EQ(table.for_each([&](Item& item) {
-    return table.erase(item.node.keyType, item.node.key), std::memset(&item, 0xA5, sizeof item), 0;
+    return table.erase(item.node.keyType, item.node.key), std::memset(&item.node, 0xA5, sizeof item.node), 0;
   }),
             0);
   EXPECT_EQ(table.for_each([](Item&) { return 1; }), 0);
 }
 
-TEST(HashTable, OrderOfTheWalkStopFlagAndEnd) {
+TEST(HashTable, MemoryComesFromTheAllocatorAndGoesBack) {
+  tirn::test::LogCapture log;
   kesa_hash_table* table = nullptr;
-  ASSERT_EQ(kesa_hash_create(16, &table, TIRN_MODULE_COUNT - 1), 0);
-  static std::vector<uint64_t> seen;
-  seen.clear();
-  std::vector<kesa_hash_node> nodes(40);
+  kesa_hash_attr attr{};
+  for (const kesa_hash_attr& half : {kesa_hash_attr{give, nullptr}, {nullptr, take}}) {
+    attr = half;
+    EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM);
+  }
+  EXPECT_EQ(log.count(HURN_INFO, "attr malloc(*) and free(*) must be matched"), 2u);
+  attr = {give, take};
+  for (const int pieces : {0, 1, 2}) {
+    budget = pieces;
+    table = reinterpret_cast<kesa_hash_table*>(&attr);
+    EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), pieces < 2 ? -ENOMEM : 0);
+    EXPECT_TRUE((table == nullptr) == (pieces < 2) && balance == (pieces < 2 ? 0 : 2)) << pieces << " " << balance;
+  }
+  std::vector<kesa_hash_node> nodes(9);
   for (uint64_t i = 0; i < nodes.size(); ++i) {
     nodes[i].key = i;
-    ASSERT_EQ(kesa_hash_insert(table, &nodes[i]), 0);
+    EXPECT_EQ(kesa_hash_insert(table, &nodes[i]), 0);
   }
-  const auto note = [](kesa_hash_node* node) { return seen.push_back(node->key), -5; };
-  EXPECT_EQ(kesa_hash_for_each(table, note, 0), 0);
-  ASSERT_EQ(seen.size(), nodes.size());
-  const auto is_before = [](uint64_t a, uint64_t b) {  // by bucket, the newest first
-    return std::pair(hash_func(0, a, 4), b) < std::pair(hash_func(0, b, 4), a);
-  };
-  EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end(), is_before));
-  EXPECT_EQ(kesa_hash_for_each(table, note, 1), -5);
-  EXPECT_EQ(seen.size(), nodes.size() + 1) << "the walk ends there";
   EXPECT_TRUE(kesa_hash_delete(table, 0, 3, nullptr) == 0 && kesa_hash_delete(table, 0, 3, nullptr) == -1);
-  seen.clear();
-  const auto release = [](kesa_hash_node* node) {
-    seen.push_back(is_alone(*node));
-    std::memset(node, 0xA5, sizeof *node);
+  kesa_hash_node* node = nodes.data();
+  EXPECT_TRUE(kesa_hash_search(table, 0, 3, &node) == -1 && node == nullptr);
+  visits = 0;
+  const auto release = [](kesa_hash_node* released) {
+    visits += is_alone(*released);
+    std::memset(released, 0xA5, sizeof *released);
   };
   EXPECT_EQ(kesa_hash_destory(table, release), 0);
-  EXPECT_EQ(seen, std::vector<uint64_t>(nodes.size() - 1, 1));
+  EXPECT_TRUE(visits == nodes.size() - 1 && balance == 0) << visits << ' ' << balance;
+  EXPECT_TRUE(kesa_hash_attr_init(nullptr) == -1 && kesa_hash_attr_init(&attr) == 0);
+  EXPECT_TRUE(attr.malloc == nullptr && attr.free == nullptr);
 }
 
-TEST(HashTable, SizesAndBuckets) {
-  for (const auto& [requested, count] : std::map<uint32_t, uint32_t>{{1, 1}, {2, 2}, {1000, 512}, {1024, 1024}}) {
-    kesa_hash_table* table = nullptr;
+TEST(HashTable, SizesAndWrongArguments) {
+  kesa_hash_table* table = nullptr;
+  kesa_hash_node node{{}, ~0ull, ~0u};
+  for (const auto& [requested, count] : {std::pair{1u, 1u}, {2, 2}, {1000, 512}, {1024, 1024}}) {
     ASSERT_EQ(kesa_hash_create(requested, &table, 0), 0);
     EXPECT_TRUE(table->bucketCount == count && hash_pow(table->bits) == count) << requested;
-    kesa_hash_node node{{}, ~0ull, ~0u};
     EXPECT_EQ(kesa_hash_insert(table, &node), 0);
     EXPECT_EQ(node.link.next, &table->buckets[hash_func(~0u, ~0ull, table->bits)]);
     kesa_hash_destory(table, nullptr);
   }
-  EXPECT_EQ(hash_func(0, 1, 16), 0x9E37u);
-  EXPECT_EQ(hash_func(1, 0xFFFFFFFF00000000, 64), 0xFFFC000100000000u);
+  EXPECT_TRUE(hash_func(0, 1, 16) == 0x9E37 && hash_func(1, 0xFFFFFFFF00000000, 64) == 0xFFFC000100000000);
   EXPECT_TRUE(hash_pow(30) == 1u << 30 && hash_pow(31) == 0 && hash_pow(255) == 0);
   EXPECT_TRUE(hash_get_pow(0) == 0 && hash_get_pow(1) == 0 && hash_get_pow(UINT32_MAX) == 31);
-}
-
-TEST(HashTable, AllocatorAndWrongArguments) {
-  tirn::test::LogCapture log;
-  kesa_hash_attr attr{give, nullptr};
-  kesa_hash_table* table = nullptr;
-  EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM);
-  EXPECT_EQ(log.count(HURN_INFO, "attr malloc(0x*) and free((nil)) must be matched"), 1u);
-  attr = {nullptr, take};
-  EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM);
-  attr = {give, take};
-  for (const int pieces : {0, 1}) {
-    budget = pieces;
-    table = reinterpret_cast<kesa_hash_table*>(&attr);
-    EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), -ENOMEM) << pieces;
-    EXPECT_TRUE(table == nullptr && balance == 0) << pieces << " " << balance;
+  Table some;
+  EXPECT_EQ(some.for_each([](Item&) { return 0; }), -EINVAL);
+  ASSERT_EQ(some.create(4, 0), 0);
+  kesa_hash_node* found = nullptr;
+  kesa_hash_table* const none = nullptr;
+  kesa_hash_table* const made = some.native();
+  for (const int result :
+       {kesa_hash_create(0, &table, 1), kesa_hash_create(4, &table, TIRN_MODULE_COUNT),
+        kesa_hash_create(4, nullptr, 0), kesa_hash_create(1u << 31, &table, 0), kesa_hash_destory(none, nullptr),
+        kesa_hash_insert(none, &node), kesa_hash_insert(made, nullptr), kesa_hash_delete(none, 0, 1, &found),
+        kesa_hash_search(none, 0, 1, &found), kesa_hash_search(made, 0, 1, nullptr),
+        kesa_hash_for_each(none, visit, 1), kesa_hash_for_each(made, nullptr, 1),
+        kesa_hash_for_each_ex(made, nullptr, nullptr, 1)}) {
+    EXPECT_EQ(result, -EINVAL);
   }
-  budget = 2;
-  EXPECT_TRUE(kesa_hash_create_ex(4, &table, 0, &attr) == 0 && balance == 2);
-  kesa_hash_node* node = reinterpret_cast<kesa_hash_node*>(&attr);
-  EXPECT_TRUE(kesa_hash_search(table, 0, 1, &node) == -1 && node == nullptr);
-  kesa_hash_node free{};
-  const auto visit = [](kesa_hash_node*) { return 0; };
-  const auto visit_with = [](kesa_hash_node*, void*) { return 0; };
-  const std::vector<int> refused = {kesa_hash_create(4, nullptr, 0),
-                                    kesa_hash_destory(nullptr, nullptr),
-                                    kesa_hash_insert(nullptr, &free),
-                                    kesa_hash_insert(table, nullptr),
-                                    kesa_hash_delete(nullptr, 0, 1, &node),
-                                    kesa_hash_search(nullptr, 0, 1, &node),
-                                    kesa_hash_search(table, 0, 1, nullptr),
-                                    kesa_hash_for_each(nullptr, visit, 1),
-                                    kesa_hash_for_each(table, nullptr, 1),
-                                    kesa_hash_for_each_ex(nullptr, visit_with, nullptr, 1),
-                                    kesa_hash_for_each_ex(table, nullptr, nullptr, 1),
-                                    Table().for_each([](Item&) { return 0; })};
-  EXPECT_EQ(refused, std::vector<int>(12, -EINVAL));
-  EXPECT_TRUE(kesa_hash_destory(table, nullptr) == 0 && balance == 0);
-  for (const auto& [requested, pid] : std::map<uint32_t, uint32_t>{{0, 1}, {4, 1024}, {1u << 31, 0}}) {
-    EXPECT_EQ(kesa_hash_create(requested, &table, pid), -EINVAL);
-  }
-  EXPECT_TRUE(kesa_hash_attr_init(nullptr) == -1 && kesa_hash_attr_init(&attr) == 0);
-  EXPECT_TRUE(attr.malloc == nullptr && attr.free == nullptr);
 }

@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <thread>
-#include <vector>
+#include <numeric>
 
 #include "support/ring.h"
+#include "sync/together.h"
 
 namespace {
 
@@ -19,20 +19,18 @@ constexpr uint32_t kStart = UINT32_MAX - 100;
 constexpr uint32_t kValues = 20000000;           // in all; producers stop there, or
 constexpr auto kTime = std::chrono::seconds(6);  // then: the sanitizers and the emulator are that slow
 
-// By one of the three forms in turn, now and then for no values. How many went.
+// By one of the three forms in turn, now and then for no values. How many went. Threads yield after a call that could do
+// nothing, and now and then after another: else they would lose their processor only in the midst of calls, where others
+// wait for them in the order of their claims, and each value would take a time slice.
 uint32_t move(kesa_ring* ring, bool puts, uint64_t* values, unsigned turn) {
   const auto form = static_cast<tirn::test::Form>(turn % tirn::test::kForms);
   const uint32_t n = form == tirn::test::kOne ? 1 : turn % 4 == 3 ? 0 : kAtOnce;
   const int result = tirn::test::call(ring, puts, form, values, n);
-  return form == tirn::test::kBurst ? static_cast<uint32_t>(result) : result == 0 ? n : 0;
-}
-
-// After a call that could do nothing, and now and then after another. Else threads would lose their processor only in the
-// midst of calls, where others wait for them in the order of their claims, and each value would take a time slice.
-void rest(uint32_t moved, unsigned turn) {
+  const uint32_t moved = form == tirn::test::kBurst ? static_cast<uint32_t>(result) : result == 0 ? n : 0;
   if (moved == 0 || turn % 8 == 0) {
     sched_yield();
   }
+  return moved;
 }
 
 }  // namespace
@@ -44,60 +42,45 @@ INSTANTIATE_TEST_SUITE_P(All, RingStress, testing::Range(0u, 4u));
 TEST_P(RingStress, HandsEachValueOverOnce) {
   const unsigned producers = (GetParam() & KESA_RING_SINGLE_PRODUCER) != 0 ? 1 : kMany;
   const unsigned consumers = (GetParam() & KESA_RING_SINGLE_CONSUMER) != 0 ? 1 : kMany;
-  const uint32_t each = kValues / producers;
   const auto end = std::chrono::steady_clock::now() + kTime;
   const tirn::test::Ring ring = tirn::test::ring_from(kStart, 64, GetParam());
-  std::vector<uint64_t> sent(producers);
-  std::vector<std::vector<uint64_t>> sums(consumers, std::vector<uint64_t>(producers));
-  std::atomic<unsigned> at_work{producers};
+  uint64_t sent[kMany] = {};
+  uint64_t sums[2 * kMany][kMany] = {};  // of each thread, by producer
   std::atomic<uint64_t> wrong{0};
-  std::vector<std::thread> threads;
-  for (unsigned p = 0; p < producers; ++p) {
-    threads.emplace_back([&, p] {
-      uint64_t values[kAtOnce];
-      for (unsigned turn = p; sent[p] < each && std::chrono::steady_clock::now() < end; ++turn) {
+  std::atomic<unsigned> at_work{producers};
+  tirn::test::together(producers + consumers, [&](unsigned thread) {
+    uint64_t values[kAtOnce];
+    unsigned turn = thread;
+    if (thread < producers) {
+      for (uint64_t& mine = sent[thread]; mine < kValues / producers && std::chrono::steady_clock::now() < end;) {
         for (uint32_t i = 0; i < kAtOnce; ++i) {
-          values[i] = uint64_t{p} << 32 | (sent[p] + 1 + i);
+          values[i] = uint64_t{thread} << 32 | (mine + 1 + i);
         }
-        const uint32_t moved = move(ring.get(), true, values, turn);
-        sent[p] += moved;
-        rest(moved, turn);
+        mine += move(ring.get(), true, values, turn++);
       }
       at_work.fetch_sub(1, std::memory_order_release);
-    });
-  }
-  for (unsigned c = 0; c < consumers; ++c) {
-    threads.emplace_back([&, c] {
-      std::vector<uint64_t> last(producers);
-      uint64_t values[kAtOnce];
-      bool is_last = false;
-      for (unsigned turn = c; !is_last; ++turn) {
-        const bool is_over = at_work.load(std::memory_order_acquire) == 0;
-        const uint32_t taken = move(ring.get(), false, values, turn);
-        for (uint32_t i = 0; i < taken; ++i) {
-          const uint64_t producer = values[i] >> 32;
-          const uint64_t number = values[i] & UINT32_MAX;
-          ASSERT_LT(producer, producers);
-          wrong += number <= last[producer];
-          last[producer] = number;
-          sums[c][producer] += number;
-        }
-        is_last = is_over && kesa_ring_empty(ring.get()) == 1;
-        rest(taken, turn);
+      return;
+    }
+    uint64_t last[kMany] = {};
+    for (bool is_last = false; !is_last;) {
+      const bool is_over = at_work.load(std::memory_order_acquire) == 0;
+      const uint32_t taken = move(ring.get(), false, values, turn++);
+      for (uint32_t i = 0; i < taken; ++i) {
+        const uint64_t producer = values[i] >> 32, number = values[i] & UINT32_MAX;
+        ASSERT_LT(producer, producers);
+        wrong += number <= last[producer];
+        last[producer] = number;
+        sums[thread][producer] += number;
       }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+      is_last = is_over && kesa_ring_empty(ring.get()) == 1;
+    }
+  });
   EXPECT_EQ(wrong, 0u);
   EXPECT_LT(ring->producer.head, kStart) << "not as far as the wrap";
   // Each consumer saw rising numbers of each producer, and all of them together have the right sum.
   for (unsigned p = 0; p < producers; ++p) {
-    uint64_t sum = 0;
-    for (const auto& of_consumer : sums) {
-      sum += of_consumer[p];
-    }
+    const uint64_t sum = std::accumulate(std::begin(sums), std::end(sums), uint64_t{0},
+                                         [p](uint64_t so_far, const auto& one) { return so_far + one[p]; });
     EXPECT_EQ(sum, sent[p] * (sent[p] + 1) / 2);
   }
 }

@@ -1,13 +1,23 @@
-#include <gtest/gtest.h>
+#include "tirn/cpumask.h"
 
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <numeric>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
+#include "support/imports.h"
 #include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
-#include "tirn/cpumask.h"
+#include "tirn/affinity.h"
+#include "tirn/smp.h"
 
 using namespace tirn::test;
 
@@ -21,80 +31,76 @@ std::vector<uint32_t> cpus_of(const kesa_cpumask* mask) {
   return cpus;
 }
 
-// A mask between two words that must stay as they are.
-struct FencedMask {
-  uint64_t before = 0x5555555555555555;
-  kesa_cpumask mask{};
-  uint64_t after = 0x5555555555555555;
-  bool is_fenced() const { return before == after && after == 0x5555555555555555; }
-};
-
 using Cpus = std::vector<uint32_t>;
+
+long g_online = 0, g_configured = 0;
+
+// The library's way to sysconf alone is changed: the sanitizers call it too, before they are ready for a test's code.
+class CpuCounts : public testing::Test {
+ protected:
+  CpuCounts() {
+    imports_.redirect("sysconf", reinterpret_cast<void*>(+[](int name) {
+                        errno = ENOSYS;
+                        return name == _SC_NPROCESSORS_ONLN   ? g_online
+                               : name == _SC_NPROCESSORS_CONF ? g_configured
+                                                              : sysconf(name);
+                      }));
+  }
+  Imports imports_{Object::library};
+  LogCapture log_;
+};
 
 }  // namespace
 
 TEST(CpuList, FilesOfTheKernelAndOfNobody) {
+  LogCapture log;
+  const TempFolder folder;
   std::string long_list;
-  for (int i = 0; i < 100; ++i) {
+  while (long_list.size() < 254) {
     long_list += "1,";
   }
   Cpus every_cpu(KESA_CPU_MAX);
   std::iota(every_cpu.begin(), every_cpu.end(), 0u);
-  struct Case {
-    const char* name;
+  const struct {
     std::string text;
     int32_t result;
     Cpus cpus;
-    const char* logged;
+  } rows[] = {
+      {"0", 0, {0}},
+      {"8,0-3,10-11\n", 11, {0, 1, 2, 3, 8, 10, 11}},
+      {"\n", 0, {}},
+      {"255\n", 255, {255}},
+      {"5-3\n", 3, {}},
+      {"254-300\n", 300, {254, 255}},
+      {"256,99999999999999999999\n", 2147483647, {}},
+      {"0-2147483647\n", 2147483647, every_cpu},
+      {"online\n", 0, {}},
+      {"4-\n", 0, {}},
+      {"-5\n", 0, {}},
+      {long_list + "1234", 1, {1}},  // cut at 255 bytes
+      {"", -1, {}},
+      {"1,,2", 2, {1, 2}},
   };
-  const Case cases[] = {
-      {"one", "0", 0, {0}, nullptr},
-      {"a range and one, with line end", "0-3,8\n", 8, {0, 1, 2, 3, 8}, nullptr},
-      {"unordered", "8,10-11,2\n", 11, {2, 8, 10, 11}, nullptr},
-      {"empty list", "\n", 0, {}, nullptr},
-      {"last CPU", "255\n", 255, {255}, nullptr},
-      {"reversed range", "5-3\n", 3, {}, nullptr},
-      {"beyond the mask", "254-300\n", 300, {254, 255}, nullptr},
-      {"far beyond", "256,2147483647\n", 2147483647, {}, nullptr},
-      {"overflow", "99999999999999999999\n", 2147483647, {}, nullptr},
-      {"whole of everything", "0-2147483647\n", 2147483647, every_cpu, nullptr},
-      {"empty token", "1,,2", 2, {1, 2}, "sscanf_s failed.ret is -1."},
-      {"text", "online\n", 0, {}, nullptr},
-      {"no upper end", "4-\n", 0, {}, nullptr},
-      {"negative", "-5\n", 0, {}, nullptr},
-      {"cut at 255 bytes", long_list + long_list.substr(0, 54) + "1234", 1, {1}, nullptr},
-  };
-  for (const Case& c : cases) {
-    LogCapture log;
-    TempFolder folder;
-    FencedMask fenced;
-    const std::string path = folder.write_file("list", c.text);
-    EXPECT_EQ(load_cpumask(&fenced.mask, path.c_str(), 0), c.result) << c.name;
-    EXPECT_EQ(cpus_of(&fenced.mask), c.cpus) << c.name;
-    EXPECT_TRUE(fenced.is_fenced()) << c.name;
-    if (c.logged != nullptr) {
-      EXPECT_TRUE(log.has(HURN_ERROR, "kesa_set_cpumask_bit", c.logged)) << c.name << log;
-    } else {
-      EXPECT_TRUE(log.texts().empty()) << c.name << log;
-    }
+  for (const auto& row : rows) {
+    EXPECT_TRUE(log.texts().empty()) << log;
+    kesa_cpumask masks[3]{};  // between two that must stay as they are
+    EXPECT_EQ(load_cpumask(&masks[1], folder.write_file("list", row.text).c_str(), 0), row.result) << row.text;
+    EXPECT_EQ(cpus_of(&masks[1]), row.cpus) << row.text;
+    EXPECT_EQ(cpus_of(&masks[0]).size() + cpus_of(&masks[2]).size(), 0u) << row.text;
   }
-  kesa_cpumask mask{};
-  TempFolder folder;
-  EXPECT_EQ(load_cpumask(&mask, folder.write_file("empty", "").c_str(), 0), -1);
-  EXPECT_EQ(load_cpumask(&mask, folder.path("missing").c_str(), 0), -1);
+  EXPECT_TRUE(log.has(HURN_ERROR, "kesa_set_cpumask_bit", "sscanf_s failed.ret is -1.")) << log;
 }
 
 TEST(CpuMask, IterationEndsAt256) {
   kesa_cpumask mask{};
   EXPECT_EQ(kesa_first_cpu(&mask), 256u);
   kesa_set_cpumask_bit(reinterpret_cast<uint8_t*>(&mask), "255");
-  EXPECT_EQ(kesa_first_cpu(&mask), 255u);
   EXPECT_EQ(kesa_next_cpu(255, &mask), 256u);
   EXPECT_EQ(kesa_next_cpu(0xFFFFFFFF, &mask), 256u);
-  init_cpumask_bit(&mask, 0);
-  init_cpumask_bit(&mask, -4);
-  init_cpumask_bit(&mask, 3);
-  EXPECT_EQ(kesa_first_cpu(&mask), 255u);
+  for (const int32_t words : {0, -4, 3}) {
+    init_cpumask_bit(&mask, words);
+    EXPECT_EQ(kesa_first_cpu(&mask), 255u);
+  }
   init_cpumask_bit(&mask, 4);
   EXPECT_EQ(kesa_first_cpu(&mask), 256u);
 }
@@ -104,23 +110,57 @@ TEST(CpuMask, ReadsTheThreeListsOnce) {
   TIRN_NEEDS_PRIVATE_ROOT(root);
   LogCapture log;
   const std::string base = "/sys/devices/system/cpu/";
+  const auto expect = [](int32_t result, size_t possible, size_t online, size_t present) {
+    EXPECT_EQ(cpumask_init(), result);
+    const auto count = [](const kesa_cpumask* mask) { return cpus_of(mask).size(); };
+    EXPECT_EQ(std::tuple(count(cpu_possible_mask), count(cpu_online_mask), count(cpu_present_mask)),
+              std::tuple(possible, online, present));
+  };
   root.write_file(base + "online", "0-2\n");
   root.write_file(base + "present", "0-3\n");
   root.remove(base + "possible");
-  EXPECT_EQ(cpumask_init(), -1);
-  EXPECT_TRUE(
-      log.has(HURN_ERROR, "cpumask_init", "Load_cpumask failed. possible_cpu = -1, online_cpu = 2, max_cpu=3\n"))
-      << log;
-  EXPECT_EQ(cpus_of(cpu_online_mask), (Cpus{0, 1, 2}));
-  EXPECT_EQ(cpus_of(cpu_present_mask), (Cpus{0, 1, 2, 3}));
-
-  root.write_file(base + "possible", "0-7\n");
+  expect(-1, 0, 3, 4);
+  EXPECT_EQ(log.count("Load_cpumask failed. possible_cpu = -1, online_cpu = 2, max_cpu=3\n"), 1u) << log;
+  root.write_file(base + "possible", "0-4\n");
   root.write_file(base + "online", "1\n");
-  EXPECT_EQ(cpumask_init(), 0);
-  EXPECT_EQ(cpus_of(cpu_possible_mask), (Cpus{0, 1, 2, 3, 4, 5, 6, 7}));
-  EXPECT_EQ(cpus_of(cpu_online_mask), (Cpus{1}));
+  expect(0, 5, 1, 4);
+  root.write_file(base + "online", "5-6\n");
+  expect(0, 5, 1, 4);
+}
 
-  root.write_file(base + "online", "5\n");
-  EXPECT_EQ(cpumask_init(), 0);
-  EXPECT_EQ(cpus_of(cpu_online_mask), (Cpus{1}));
+TEST(Affinity, BindsTheThreadThatIsNamed) {
+  Imports imports(Object::library);
+  static std::pair<pthread_t, int> bound;
+  imports.redirect("pthread_setaffinity_np", reinterpret_cast<void*>(+[](pthread_t thread, size_t, cpu_set_t* set) {
+                     bound = {thread, CPU_COUNT(set)};
+                     return 0;
+                   }));
+  CPU_SET(0, &g_affinityLevel_1.cpus);
+  std::snprintf(g_affinityLevel_1.affinityLevelName, sizeof g_affinityLevel_1.affinityLevelName, "level");
+  std::jthread other([] {});
+  EXPECT_EQ(kesa_set_thread_affinity(other.native_handle(), "level"), 0);
+  EXPECT_EQ(bound, std::pair(other.native_handle(), 1));
+}
+
+TEST_F(CpuCounts, InitIsTriedAgainUntilBothAreKnown) {
+  const struct {
+    long online, configured;
+    uint32_t online_then, configured_then;
+  } rows[] = {{-1, -1, 0, 0}, {0, 4, 0, 4}, {3, -1, 3, 4}, {5, 6, 3, 4}};
+  for (const auto& row : rows) {
+    g_online = row.online, g_configured = row.configured;
+    globalCpuNum_init();
+    EXPECT_EQ(std::pair(g_onlineCpuNum, g_configCpuNum), std::pair(row.online_then, row.configured_then));
+  }
+  EXPECT_EQ(std::pair(num_online_cpus(), num_config_cpus()), std::pair(3u, 4u));
+  EXPECT_EQ(log_.count(HURN_ERROR, "Kesa_smp getting cpu num failed errno=38."), 2u) << log_;
+}
+
+TEST_F(CpuCounts, ConfiguredCountIsCheckedAndKept) {
+  const std::pair<long, uint32_t> rows[] = {{257, 0}, {0, 0}, {-1, 0}, {256, 256}, {8, 256}};
+  for (const auto& [told, expected] : rows) {
+    g_configured = told;
+    EXPECT_EQ(num_config_cpus(), expected) << told;
+  }
+  EXPECT_EQ(log_.count(HURN_ERROR, "Kesa_smp getting cpu num failed ret * errno=38."), 3u) << log_;
 }

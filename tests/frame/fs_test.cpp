@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "support/child_process.h"
+#include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/private_root.h"
@@ -62,21 +63,29 @@ TEST(FsEvents, ChecksInTheirOrder) {
   const int closed = dup(0);
   close(closed);
   EXPECT_EQ(MORU_Netlink_ext3_listen(closed, 1, take_report), MORU_NETLINK_BIND);
-  MORU_Netlink_ext3_release(-1);
-  EXPECT_TRUE(run_child([] { return MORU_Netlink_ext3_release(0), fcntl(0, F_GETFD) == -1 ? 0 : 1; }).exited());
 }
 
-TEST(FsEvents, CreateGivesASocketOrTellsWhy) {
+// The kernel may have nobody behind the protocol. Descriptor 0 is one like the others where it is free.
+TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
   LogCapture log;
-  const int fd = MORU_Netlink_ext3_create();
-  if (fd < 0) {  // this kernel has nobody behind protocol 28
-    EXPECT_TRUE(
-        log.has(HURN_ERROR, "MORU_Netlink_ext3_create", "MORU_Netlink_ext3_create failed, sockfd:-1, errno:*,*."))
-        << log;
-  } else {
-    MORU_Netlink_ext3_release(fd);
-    EXPECT_EQ(close(fd), -1);
-  }
+  Imports imports(Object::library);
+  imports.redirect("socket", reinterpret_cast<void*>(+[](int, int, int) { return errno = EPROTONOSUPPORT, -1; }));
+  EXPECT_EQ(MORU_Netlink_ext3_create(), -1);
+  EXPECT_TRUE(log.has(HURN_ERROR, "MORU_Netlink_ext3_create",
+                      "MORU_Netlink_ext3_create failed, sockfd:-1, errno:93,Protocol not supported."))
+      << log;
+  MORU_Netlink_ext3_release(-1);
+  imports.redirect("socket", reinterpret_cast<void*>(+[](int domain, int type, int protocol) {
+                     EXPECT_TRUE(domain == AF_NETLINK && type == (SOCK_RAW | SOCK_CLOEXEC) &&
+                                 protocol == MORU_NETLINK_EXT3_PROTOCOL);
+                     return dup(1);
+                   }));
+  EXPECT_TRUE(run_child([] {
+                close(0);
+                EXPECT_EQ(MORU_Netlink_ext3_create(), 0);
+                MORU_Netlink_ext3_release(0);
+                return fcntl(0, F_GETFD) == -1 ? 0 : 1;
+              }).exited());
 }
 
 // Another netlink protocol, between two sockets of this process, carries the reports. Native: the emulator has no such
@@ -117,15 +126,14 @@ TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
     *reinterpret_cast<uint64_t*>(out) = 1700000000;
     return 0L;
   });
-  for (const int length : {-1, 0, 1, 3, 4, 5, 8, 63}) {
+  for (const int length : {-1, 0, 3, 8}) {
     std::string bytes(80, '\x7e');
     get_random_bytes(bytes.data(), length);
     EXPECT_EQ(bytes.substr(static_cast<size_t>(std::max(length, 0))),
               std::string(static_cast<size_t>(80 - std::max(length, 0)), '\x7e'))
         << length;
   }
-  std::string first(64, '\0');
-  std::string second(64, '\0');
+  std::string first(64, '\0'), second(64, '\0');
   get_random_bytes(first.data(), 64);
   get_random_bytes(second.data(), 64);
   EXPECT_EQ(first, second);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <time.h>
 
 #include <atomic>
 #include <cerrno>
@@ -10,6 +11,7 @@
 
 #include "hurn.h"
 #include "support/child_process.h"
+#include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "tirn/cpumask.h"
@@ -19,6 +21,7 @@
 #include "tirn/process.h"
 #include "tirn/smp.h"
 
+using tirn::test::Imports;
 using tirn::test::KernelSide;
 using tirn::test::LogCapture;
 
@@ -34,21 +37,16 @@ TEST(Init, StartsOnceAndAgainAfterTearDown) {
   EXPECT_TRUE(log.texts().empty()) << log;
   EXPECT_EQ(kesa_Init(), 0u);
   EXPECT_EQ(log.texts(), kStarted) << log;
-  EXPECT_TRUE(log.has(HURN_INFO, "kesa_Init", "Kesa init start.")) << log;
   EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
   EXPECT_NE(kesa_first_cpu(cpu_online_mask), KESA_CPU_MAX);
   EXPECT_NE(g_onlineCpuNum, 0u);
   EXPECT_NE(g_configCpuNum, 0u);
-  EXPECT_STREQ(kesa_pid_get_name(381), "TIRN");
   EXPECT_EQ(kesa_crc32c("123456789", 9), 0xE3069283u);
 
   log.clear();
   EXPECT_EQ(kesa_Init(), 0u);
-  EXPECT_TRUE(log.texts().empty()) << log;
-
   EXPECT_EQ(kesa_destory(), 0);
   EXPECT_EQ(log.texts(), (std::vector<std::string>{"Kesa destroy start.", "Kesa destroy end."})) << log;
-  EXPECT_TRUE(log.has(HURN_INFO, "kesa_destory", "Kesa destroy end.")) << log;
   EXPECT_STREQ(kesa_pid_get_name(381), "TIRN");
   EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
 
@@ -63,9 +61,8 @@ TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
   kernel.no_jiffies();
   EXPECT_EQ(kesa_Init(), 0xFFFFFFFFu);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Get jiffies usr addr failed.")) << log;
-  EXPECT_TRUE(log.has(HURN_INFO, "kesa_Init", "Kesa init end ret -1.")) << log;
   EXPECT_EQ(kesa_destory(), 0);
-  EXPECT_EQ(log.count("Kesa destroy start."), 0u);
+  EXPECT_EQ(log.texts().back(), "Kesa init end ret -1.") << log;
   // The steps behind the failed one have not run.
   EXPECT_EQ(g_onlineCpuNum, 0u);
 
@@ -96,13 +93,12 @@ TEST(Init, LogCallbackMayCallTheLibrary) {
 
 TEST(Init, ThreadsThatStartTogetherStartOnce) {
   LogCapture log;
-  std::vector<std::thread> threads;
   std::atomic<int> failed{0};
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] { failed += kesa_Init() != 0 || jiffies_uio_get()->jiffies == nullptr; });
-  }
-  for (auto& thread : threads) {
-    thread.join();
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 8; ++i) {
+      threads.emplace_back([&] { failed += kesa_Init() != 0 || jiffies_uio_get()->jiffies == nullptr; });
+    }
   }
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(log.texts(), kStarted) << log;
@@ -118,47 +114,35 @@ TEST(ModuleNames, TableIsBuiltOnDemandAndSurvives) {
   kesa_pid_set_name(5, "FIVE");
   kesa_pid_set_name(5, nullptr);
   kesa_pid_set_name(1024, "beyond");
-  EXPECT_STREQ(kesa_pid_get_name(5), "FIVE");
   EXPECT_EQ(pid_destroy_names(), 0);  // changes nothing once names are built
   EXPECT_STREQ(kesa_pid_get_name(5), "FIVE");
   EXPECT_STREQ(kesa_pid_get_name(1024), "<1024>");
   EXPECT_STREQ(kesa_pid_get_name(0x12345), "<9029>");
-  EXPECT_STREQ(kesa_pid_get_name(0xFFFFFFFF), "<65535>");
 }
 
 TEST(LogFacade, ReachesTheLogLibrary) {
   EXPECT_EQ(kesa_log_level_get(381), static_cast<int>(HURN_INFO));
   EXPECT_EQ(kesa_log_level_set(381, HURN_ERROR), 0);
   EXPECT_EQ(hurn_loglevel_get(381), static_cast<int>(HURN_ERROR));
-  EXPECT_NE(hurn_level_check(381, HURN_INFO), 0);
   EXPECT_EQ(kesa_log_level_set(381, 5), -1);
   EXPECT_EQ(kesa_log_init("frame", "nowhere:at all"), -1);
   EXPECT_EQ(kesa_log_init("frame", "stderr"), 0);
   kesa_log_destroy();
-}
-
-namespace {
-std::atomic<int> g_lines{0};
-void count_line(const hurn_line*) { ++g_lines; }
-}  // namespace
-
-TEST(LogFacade, CallbackAndGroupLimit) {
-  const hurn_content_record record{HURN_CALLBACK_ONLY, count_line};
+  static std::atomic<int> lines{0};
+  const hurn_content_record record{HURN_CALLBACK_ONLY, [](const hurn_line*) { ++lines; }};
   EXPECT_EQ(kesa_log_register_callback(&record), 0);
-  EXPECT_EQ(kesa_ratelimit_set("no such group", 1, 1), -1);
-  EXPECT_EQ(kesa_ratelimit_set(nullptr, 1, 1), -1);
+  EXPECT_EQ(kesa_ratelimit_set("no such group", 1, 1) + kesa_ratelimit_set(nullptr, 1, 1), -2);
   EXPECT_EQ(kesa_ratelimit_set("42", 2, 60000), 0);
   for (int i = 0; i < 10; ++i) {
     hurn(42, HURN_ERROR, "f", 1, "g", 0, "limited %d", i);
     hurn(43, HURN_ERROR, "f", 1, "g", 0, "free %d", i);
   }
-  EXPECT_EQ(g_lines, 12);
-  // A record of zeros ends the callback.
-  EXPECT_EQ(kesa_log_register_callback(nullptr), 0);
+  EXPECT_EQ(lines, 12);
+  EXPECT_EQ(kesa_log_register_callback(nullptr), 0);  // ends the callback
   testing::internal::CaptureStderr();
   hurn(43, HURN_ERROR, "f", 1, "g", 0, "to the sink");
   EXPECT_NE(testing::internal::GetCapturedStderr().find("to the sink"), std::string::npos);
-  EXPECT_EQ(g_lines, 12);
+  EXPECT_EQ(lines, 12);
 }
 
 TEST(Init, LevelThatCannotBeReadIsNotFatal) {
@@ -187,17 +171,25 @@ TEST(Process, KindsOfMutex) {
 }
 
 TEST(Process, StampIsTheSameForAllThreads) {
-  std::vector<std::thread> threads;
   std::vector<uint64_t> stamps(8);
-  for (uint64_t& stamp : stamps) {
-    threads.emplace_back([&stamp] { stamp = ps_get_version(); });
-  }
-  for (auto& thread : threads) {
-    thread.join();
+  {
+    std::vector<std::jthread> threads;
+    for (uint64_t& stamp : stamps) {
+      threads.emplace_back([&stamp] { stamp = ps_get_version(); });
+    }
   }
   EXPECT_NE(stamps[0], 0u);
-  for (const uint64_t stamp : stamps) {
-    EXPECT_EQ(stamp, stamps[0]);
+  EXPECT_EQ(stamps, std::vector<uint64_t>(8, ps_get_version()));
+}
+
+TEST(Process, ClockThatCannotBeReadKeepsTheStampAtZero) {
+  LogCapture log;
+  {
+    Imports imports(tirn::test::Object::library);
+    imports.redirect("clock_gettime",
+                     reinterpret_cast<void*>(+[](clockid_t, timespec*) { return errno = EPERM, -1; }));
+    EXPECT_EQ(ps_get_version(), 0u);
   }
-  EXPECT_EQ(ps_get_version(), stamps[0]);
+  EXPECT_EQ(ps_get_version(), 0u);
+  EXPECT_EQ(log.texts(), (std::vector<std::string>{"Clock_gettime fail ret:-1 errno:1"})) << log;
 }

@@ -1,12 +1,12 @@
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
+#include <set>
 
 #include "loopback.h"
 #include "support/imports.h"
-#include "tirn/fs.h"
 
 using namespace tirn::test;
 
@@ -24,9 +24,11 @@ bool exchange(int fd, moru_frame_header request, const std::string& payload, mor
          receive_exactly(fd, &reply, sizeof reply);
 }
 
+// Ends by the peer, not by the time limit of the socket.
 bool is_closed(int fd) {
   char byte;
-  return recv(fd, &byte, 1, 0) <= 0;
+  const ssize_t received = recv(fd, &byte, 1, 0);
+  return received == 0 || (received < 0 && errno == ECONNRESET);
 }
 
 }  // namespace
@@ -49,7 +51,7 @@ TEST(Service, CallsAndResults) {
 
 TEST(Service, ReplyThatDoesNotFitLeavesTheStreamInStep) {
   TIRN_NEEDS_SERVER(server);
-  for (const uint32_t excess : {1u, 16u, 17u, 4000u}) {
+  for (const uint32_t excess : {1u, 4000u}) {
     log.clear();
     EXPECT_EQ(call(kFill, u32_text(100 + excess), 100).first, 0xFFFFFFFFu);
     EXPECT_TRUE(log.has(
@@ -113,37 +115,24 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
   const std::string flood(1 << 20, 'b');
   EXPECT_EQ(send(fd, flood.data(), flood.size(), MSG_NOSIGNAL), static_cast<ssize_t>(flood.size()));
   close(fd);
-  // Clients that die in the middle of a header and of their input.
-  const int half = connect_bare();
-  EXPECT_EQ(send(half, &endless, 7, MSG_NOSIGNAL), 7);
-  shutdown(half, SHUT_WR);
-  EXPECT_TRUE(is_closed(half));
-  close(half);
-  const int cut = connect_bare();
-  const moru_frame_header short_input{kEcho, 200, 200, 0};
-  EXPECT_EQ(send(cut, &short_input, sizeof short_input, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof short_input));
-  shutdown(cut, SHUT_WR);
-  EXPECT_TRUE(is_closed(cut));
-  close(cut);
+  for (const size_t cut : {size_t{7}, sizeof endless}) {  // clients that die in their header and in their input
+    const int dying = connect_bare();
+    EXPECT_EQ(send(dying, &endless, cut, MSG_NOSIGNAL), static_cast<ssize_t>(cut));
+    shutdown(dying, SHUT_WR);
+    EXPECT_TRUE(is_closed(dying));
+    close(dying);
+  }
   EXPECT_EQ(call(kEcho, "alive", 8).second, "alive");
 }
 
 TEST(Service, ThreadsBearTheirNames) {
   TIRN_NEEDS_SERVER(server);
-  const int fd = connect_bare();
-  const auto names = [&] {
-    std::string all;
-    const std::string tasks = "/proc/" + std::to_string(server.pid()) + "/task";
-    DIR* const directory = opendir(tasks.c_str());
-    while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
-      all += read_file(tasks + "/" + entry->d_name + "/comm");
-    }
-    closedir(directory);
-    return all;
-  };
-  EXPECT_TRUE(wait_until([&] { return names().find("syscall_do_thr\n") != std::string::npos; })) << names();
-  EXPECT_NE(names().find("syscall_thr\n"), std::string::npos) << names();
-  close(fd);
+  EXPECT_EQ(call(kEcho, "x", 4).second, "x");  // the client's thread is there
+  std::set<std::string> names;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(server.pid()) + "/task")) {
+    names.insert(read_file(task.path() / "comm"));
+  }
+  EXPECT_TRUE(names.contains("syscall_do_thr\n") && names.contains("syscall_thr\n"));
 }
 
 // The answer that a cancelled call did not wait for is not taken for that of the next one.
@@ -178,6 +167,8 @@ TEST(Service, HandlerThatEndsItsThreadEndsItsClient) {
 TEST(ServiceNative, ForkedWorkerHoldsNoSocket) {
   TIRN_NEEDS_SERVER(server);
   const int idle = connect_bare();
+  moru_frame_header reply;
+  ASSERT_TRUE(exchange(idle, {kNegative, 0, 0, 0}, "", reply));  // the server has taken it over
   EXPECT_EQ(call(kFork, "x", 4).first, 0u);
   server.end();
   EXPECT_TRUE(is_closed(idle));
@@ -224,5 +215,4 @@ TEST(Service, HowSocketsAreMadeAndUsed) {
   EXPECT_TRUE(wait_until([] { return call(kEcho, "x", 4).second == "x"; }));
   EXPECT_TRUE(g_reuses);
   EXPECT_LT(g_interruptions, 0);
-  MORU_Netlink_ext3_release(MORU_Netlink_ext3_create());
 }

@@ -52,10 +52,8 @@ ChildProcess::ChildProcess(const std::function<int()>& piece, std::chrono::milli
   if (pid_ == 0) {
     run_piece(piece, out_, err_);
   }
-  if (pid_ < 0) {
-    ADD_FAILURE() << "fork failed, errno " << errno;
-    is_over_ = true;
-  }
+  is_over_ = pid_ < 0;
+  EXPECT_FALSE(is_over_) << "fork failed, errno " << errno;
 }
 
 ChildProcess::~ChildProcess() {
@@ -103,15 +101,10 @@ ChildOutcome run_child(const std::function<int()>& piece, std::chrono::milliseco
 }
 
 std::ostream& operator<<(std::ostream& stream, const ChildOutcome& outcome) {
-  stream << "child: ";
-  if (outcome.timed_out) {
-    stream << "killed at its time limit";
-  } else if (outcome.signal != 0) {
-    stream << "killed by signal " << outcome.signal;
-  } else {
-    stream << "status " << outcome.status;
-  }
-  return stream << "\nstdout:\n" << outcome.out << "\nstderr:\n" << outcome.err << '\n';
+  return stream << "child: status " << outcome.status << ", signal " << outcome.signal
+                << (outcome.timed_out ? ", at its time limit" : "") << "\nstdout:\n"
+                << outcome.out << "\nstderr:\n"
+                << outcome.err << '\n';
 }
 
 }  // namespace tirn::test

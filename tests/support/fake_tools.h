@@ -2,8 +2,9 @@
 #ifndef TIRN_TEST_FAKE_TOOLS_H
 #define TIRN_TEST_FAKE_TOOLS_H
 
+#include <cstdlib>
+#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "temp_folder.h"
@@ -13,22 +14,31 @@ namespace tirn::test {
 // PATH is put back, and the programs removed, at the end.
 class FakeTools {
  public:
-  FakeTools();
+  FakeTools() { setenv("PATH", (folder_.path() + ":" + former_path_).c_str(), 1); }
   FakeTools(const FakeTools&) = delete;
   FakeTools& operator=(const FakeTools&) = delete;
-  ~FakeTools();
+  ~FakeTools() { setenv("PATH", former_path_.c_str(), 1); }
 
-  // A program that writes `out` and exits with `status`. Adding a name again changes it.
-  void add(std::string_view name, int status = 0, std::string_view out = {});
-  // The script of such a program, for one that has to lie at an absolute path.
-  std::string script(std::string_view name, int status = 0, std::string_view out = {}) const;
+  // A program that writes `out`, a shell word, and exits with `status`.
+  void add(const std::string& name, int status = 0, const std::string& out = "''") const {
+    folder_.write_file(name,
+                       "#!/bin/sh\necho " + name + " \"$@\" >>" + folder_.path(".calls") + "\nprintf %s " + out +
+                           "\nexit " + std::to_string(status) + "\n",
+                       0755);
+  }
   // The calls so far, in order: name and arguments, with a space between each.
-  std::vector<std::string> calls() const;
-  void forget_calls();
+  std::vector<std::string> calls() const {
+    std::istringstream lines(read_file(folder_.path(".calls")));
+    std::vector<std::string> calls;
+    for (std::string line; std::getline(lines, line);) {
+      calls.push_back(line);
+    }
+    return calls;
+  }
 
  private:
   TempFolder folder_;
-  std::string former_path_;
+  std::string former_path_ = getenv("PATH") != nullptr ? getenv("PATH") : "/usr/bin:/bin";
 };
 
 }  // namespace tirn::test

@@ -4,7 +4,6 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/mman.h>
@@ -106,8 +105,7 @@ void note_descriptor(FILE* file) { note_descriptor(file != nullptr ? fileno(file
 
 // Of the calls that open, those whose result is closed again by whoever made the call, or kept by the library.
 constexpr bool opens(std::string_view name) {
-  return name == "open" || name == "open64" || name == "fopen" || name == "fopen64" || name == "socket" ||
-         name == "accept4";
+  return name == "open" || name == "fopen" || name == "socket" || name == "accept4";
 }
 
 template <typename Result>
@@ -147,30 +145,11 @@ struct Fallible<kName, Result(Arguments...) noexcept(kNoexcept), kKinds, kError,
   }
 };
 
-// Stands in for a function that gives a block back.
-template <Name kName, typename... Arguments>
-struct Releasing {
-  static inline void (*real)(void*, Arguments...) = nullptr;
+void (*g_real_free)(void*) = nullptr;
 
-  static void call(void* block, Arguments... arguments) {
-    forget_block(block);
-    real(block, arguments...);
-  }
-};
-
-void* (*g_real_realloc)(void*, size_t) = nullptr;
-
-void* reallocate(void* block, size_t size) {
-  if (is_to_fail("realloc", kHeapFaults, reinterpret_cast<uintptr_t>(__builtin_return_address(0)))) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* const result = g_real_realloc(block, size);
-  if (result != nullptr || size == 0) {
-    forget_block(block);
-    keep_block(result);
-  }
-  return result;
+void release(void* block) {
+  forget_block(block);
+  g_real_free(block);
 }
 
 // A log library that writes is a cancellation point; the one that lines are captured from is none.
@@ -214,42 +193,23 @@ Row point_row() {
   return row<kName, Function, kCancellations, 0, 0>();
 }
 
-template <Name kName, typename... Arguments>
-Row releasing_row() {
-  using Stand = Releasing<kName, Arguments...>;
-  return {kName.text, reinterpret_cast<void*>(Stand::call),
-          [](void* real) { Stand::real = reinterpret_cast<decltype(Stand::real)>(real); }};
-}
-
 using Open = int(const char*, int, mode_t);
 using OpenAt = int(int, const char*, int, mode_t);
 using Control = int(int, int, long);
-using NewNothrow = void*(size_t, const std::nothrow_t&);
 
 const Row kLogRow = {"hurn", reinterpret_cast<void*>(write_log),
                      [](void* real) { g_real_hurn = reinterpret_cast<decltype(g_real_hurn)>(real); }};
 
-// vfork is not here: its child may not return through a frame that the parent still needs.
+// What the libraries call; a function that one of them begins to call needs a row. vfork is not here: its child may not
+// return through a frame that the parent still needs.
 const Row kRows[] = {
     row<"malloc", decltype(malloc), kHeapFaults, ENOMEM, 0>(),
     row<"calloc", decltype(calloc), kHeapFaults, ENOMEM, 0>(),
-    row<"aligned_alloc", decltype(aligned_alloc), kHeapFaults, ENOMEM, 0>(),
-    row<"strdup", decltype(strdup), kHeapFaults, ENOMEM, 0>(),
-    row<"strndup", decltype(strndup), kHeapFaults, ENOMEM, 0>(),
-    row<"_ZnwmRKSt9nothrow_t", NewNothrow, kHeapFaults, ENOMEM, 0>(),
-    row<"_ZnamRKSt9nothrow_t", NewNothrow, kHeapFaults, ENOMEM, 0>(),
-    {"realloc", reinterpret_cast<void*>(reallocate),
-     [](void* real) { g_real_realloc = reinterpret_cast<decltype(g_real_realloc)>(real); }},
-    releasing_row<"free">(),
-    releasing_row<"_ZdlPv">(),
-    releasing_row<"_ZdaPv">(),
-    releasing_row<"_ZdlPvm", size_t>(),
-    releasing_row<"_ZdaPvm", size_t>(),
+    {"free", reinterpret_cast<void*>(release),
+     [](void* real) { g_real_free = reinterpret_cast<decltype(g_real_free)>(real); }},
     row<"open", Open, kFileFaults | kCancellations, EMFILE, -1>(),
-    row<"open64", Open, kFileFaults | kCancellations, EMFILE, -1>(),
     row<"openat", OpenAt, kFileFaults | kCancellations, EMFILE, -1>(),
     row<"fopen", decltype(fopen), kFileFaults | kCancellations, EMFILE, 0>(),
-    row<"fopen64", decltype(fopen), kFileFaults | kCancellations, EMFILE, 0>(),
     row<"fdopen", decltype(fdopen), kFileFaults, ENOMEM, 0>(),
     row<"popen", decltype(popen), kFileFaults | kCancellations, EMFILE, 0>(),
     row<"opendir", decltype(opendir), kFileFaults | kCancellations, EMFILE, 0>(),
@@ -258,55 +218,39 @@ const Row kRows[] = {
     row<"listen", decltype(listen), kFileFaults, EADDRINUSE, -1>(),
     row<"connect", int(int, const sockaddr*, socklen_t), kFileFaults | kCancellations, ECONNREFUSED, -1>(),
     row<"pipe", decltype(pipe), kFileFaults, EMFILE, -1>(),
-    row<"pipe2", decltype(pipe2), kFileFaults, EMFILE, -1>(),
     row<"fcntl", Control, kFileFaults | kCancellations, EBADF, -1>(),
     row<"read", decltype(read), kFileFaults | kCancellations, EIO, -1>(),
     row<"__read_chk", ssize_t(int, void*, size_t, size_t), kFileFaults | kCancellations, EIO, -1>(),
     row<"write", decltype(write), kFileFaults | kCancellations, ENOSPC, -1>(),
     row<"fgets", decltype(fgets), kFileFaults | kCancellations, EIO, 0>(),
     row<"getc", decltype(getc), kFileFaults | kCancellations, EIO, EOF>(),
-    row<"fwrite", decltype(fwrite), kFileFaults | kCancellations, ENOSPC, 0>(),
-    row<"fflush", decltype(fflush), kFileFaults | kCancellations, ENOSPC, -1>(),
     row<"fsync", decltype(fsync), kFileFaults | kCancellations, EIO, -1>(),
     row<"fstat", int(int, struct stat*), kFileFaults, EIO, -1>(),
     row<"stat", int(const char*, struct stat*), kFileFaults, EACCES, -1>(),
     row<"rename", decltype(rename), kFileFaults, EROFS, -1>(),
-    row<"unlink", decltype(unlink), kFileFaults, EROFS, -1>(),
     row<"ftruncate", decltype(ftruncate), kFileFaults, EFBIG, -1>(),
     row<"fallocate", decltype(fallocate), kFileFaults, ENOSPC, -1>(),
     error_row<"posix_fallocate", decltype(posix_fallocate), kFileFaults, ENOSPC>(),
     row<"mmap", decltype(mmap), kFileFaults, ENOMEM, -1>(),
-    row<"mmap64", decltype(mmap), kFileFaults, ENOMEM, -1>(),
     row<"shm_open", decltype(shm_open), kFileFaults | kCancellations, ENFILE, -1>(),
     row<"shmget", decltype(shmget), kFileFaults, ENOSPC, -1>(),
     row<"shmat", decltype(shmat), kFileFaults, ENOMEM, -1>(),
-    row<"sem_open", sem_t*(const char*, int, mode_t, unsigned), kFileFaults, ENFILE, 0>(),
     row<"sem_init", decltype(sem_init), kThreadFaults, ENOSPC, -1>(),
-    row<"fork", decltype(fork), kThreadFaults, EAGAIN, -1>(),
-    row<"timer_create", decltype(timer_create), kThreadFaults, EAGAIN, -1>(),
     error_row<"pthread_create", decltype(pthread_create), kThreadFaults, EAGAIN>(),
     error_row<"pthread_attr_init", decltype(pthread_attr_init), kThreadFaults, ENOMEM>(),
     error_row<"pthread_attr_setstacksize", decltype(pthread_attr_setstacksize), kThreadFaults, EINVAL>(),
     error_row<"pthread_attr_setdetachstate", decltype(pthread_attr_setdetachstate), kThreadFaults, EINVAL>(),
-    error_row<"pthread_attr_setschedpolicy", decltype(pthread_attr_setschedpolicy), kThreadFaults, EINVAL>(),
-    error_row<"pthread_attr_setschedparam", decltype(pthread_attr_setschedparam), kThreadFaults, EINVAL>(),
-    error_row<"pthread_attr_setinheritsched", decltype(pthread_attr_setinheritsched), kThreadFaults, EINVAL>(),
     error_row<"pthread_getattr_np", decltype(pthread_getattr_np), kThreadFaults, ENOMEM>(),
     error_row<"pthread_key_create", decltype(pthread_key_create), kThreadFaults, EAGAIN>(),
     error_row<"pthread_setspecific", decltype(pthread_setspecific), kThreadFaults, ENOMEM>(),
     error_row<"pthread_mutex_init", decltype(pthread_mutex_init), kThreadFaults, EAGAIN>(),
     error_row<"pthread_mutexattr_init", decltype(pthread_mutexattr_init), kThreadFaults, ENOMEM>(),
-    error_row<"pthread_cond_init", decltype(pthread_cond_init), kThreadFaults, EAGAIN>(),
-    error_row<"pthread_condattr_init", decltype(pthread_condattr_init), kThreadFaults, ENOMEM>(),
     error_row<"pthread_sigmask", decltype(pthread_sigmask), kThreadFaults, EINVAL>(),
     point_row<"close", decltype(close)>(),
     point_row<"fclose", decltype(fclose)>(),
-    point_row<"pclose", decltype(pclose)>(),
     point_row<"readdir", decltype(readdir)>(),
-    point_row<"readdir64", decltype(readdir)>(),
     point_row<"closedir", decltype(closedir)>(),
     point_row<"select", decltype(select)>(),
-    point_row<"poll", decltype(poll)>(),
     point_row<"nanosleep", decltype(nanosleep)>(),
     point_row<"sem_wait", decltype(sem_wait)>(),
     point_row<"waitpid", decltype(waitpid)>(),

@@ -1,10 +1,12 @@
 #include "imports.h"
 
+#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -17,50 +19,29 @@ constexpr uint32_t kFunctionRelocations[] = {R_X86_64_JUMP_SLOT, R_X86_64_GLOB_D
 constexpr uint32_t kFunctionRelocations[] = {R_AARCH64_JUMP_SLOT, R_AARCH64_GLOB_DAT, R_AARCH64_ABS64};
 #endif
 
-struct Wanted {
-  Object object;
-  dl_phdr_info found;
-};
-
-int match_object(dl_phdr_info* info, size_t, void* argument) {
-  auto* const wanted = static_cast<Wanted*>(argument);
-  static constexpr const char* kNames[] = {"/libtirn.so", "/libhurn.so", "/libzut.so"};
-  const bool is_wanted = wanted->object == Object::program
-                             ? info->dlpi_name[0] == '\0'
-                             : std::strstr(info->dlpi_name, kNames[static_cast<int>(wanted->object)]) != nullptr;
-  if (is_wanted) {
-    wanted->found = *info;
-    return 1;
-  }
-  return 0;
-}
-
 bool is_function_address(uint32_t type) {
-  for (const uint32_t relocation : kFunctionRelocations) {
-    if (type == relocation) {
-      return true;
-    }
-  }
-  return false;
+  return std::find(std::begin(kFunctionRelocations), std::end(kFunctionRelocations), type) !=
+         std::end(kFunctionRelocations);
 }
 
 }  // namespace
 
 Imports::Imports(Object object) {
-  Wanted wanted{object, {}};
-  if (dl_iterate_phdr(match_object, &wanted) == 0) {
+  static constexpr const char* kNames[] = {"/libtirn.so", "/libhurn.so", "/libzut.so",
+                                           ""};  // the program comes first
+  const link_map* map = nullptr;
+  dlinfo(dlopen(nullptr, RTLD_LAZY), RTLD_DI_LINKMAP, &map);
+  while (map != nullptr && std::strstr(map->l_name, kNames[static_cast<int>(object)]) == nullptr) {
+    map = map->l_next;
+  }
+  if (map == nullptr) {
     std::abort();
   }
-  base_ = wanted.found.dlpi_addr;
+  base_ = map->l_addr;
   uintptr_t entry[DT_NUM]{};
-  for (int i = 0; i < wanted.found.dlpi_phnum; ++i) {
-    const ElfW(Phdr)& segment = wanted.found.dlpi_phdr[i];
-    if (segment.p_type == PT_DYNAMIC) {
-      for (auto* at = reinterpret_cast<const ElfW(Dyn)*>(base_ + segment.p_vaddr); at->d_tag != DT_NULL; ++at) {
-        if (at->d_tag < DT_NUM) {
-          entry[at->d_tag] = at->d_un.d_ptr;
-        }
-      }
+  for (const ElfW(Dyn)* at = map->l_ld; at->d_tag != DT_NULL; ++at) {
+    if (at->d_tag < DT_NUM) {
+      entry[at->d_tag] = at->d_un.d_ptr;
     }
   }
   const auto* const symbols = reinterpret_cast<const ElfW(Sym)*>(entry[DT_SYMTAB]);

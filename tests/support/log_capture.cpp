@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 
 #include "wait_until.h"
@@ -16,86 +15,57 @@ namespace {
 constexpr size_t kLines = 32768;
 constexpr size_t kBytes = 8 * 1024 * 1024;
 
-// A line's names and text stand one behind the other in the pool, each with its terminator.
 struct Slot {
   std::atomic<bool> ready;
   pid_t process;
-  uint32_t module, level, line;
-  size_t at;
+  hurn_line line;  // the name of the file is a constant, the other texts lie in the pool
 };
 
 struct Store {
   std::atomic<size_t> lines;
   std::atomic<size_t> bytes;
-  std::atomic<size_t> lost;
   Slot slots[kLines];
-  char pool[kBytes];
+  char pool[kBytes];  // zeros, so each text is terminated
 };
 
-constinit std::atomic<Store*> g_store{nullptr};
-
-Store* map_store() {
-  void* const memory = mmap(nullptr, sizeof(Store), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) {
-    std::abort();
-  }
-  return static_cast<Store*>(memory);  // zero bytes are its first state
+Store& store() {
+  static void* const memory = mmap(nullptr, sizeof(Store), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  return *static_cast<Store*>(memory);
 }
 
 // Runs wherever a line is written, in signal handlers too: takes no lock and allocates nothing.
 void keep_line(const hurn_line* line) {
-  Store& store = *g_store.load(std::memory_order_acquire);
-  const char* const names[] = {line->file != nullptr ? line->file : "",
-                               line->function != nullptr ? line->function : ""};
-  const size_t sizes[] = {std::strlen(names[0]) + 1, std::strlen(names[1]) + 1};
-  const size_t wanted = sizes[0] + sizes[1] + line->length + 1;
-  const size_t at = store.bytes.fetch_add(wanted, std::memory_order_relaxed);
-  if (at + wanted > kBytes) {
-    store.lost.fetch_add(1, std::memory_order_relaxed);
-    return;
+  const char* const function = line->function != nullptr ? line->function : "";
+  const size_t name_size = std::strlen(function) + 1;
+  const size_t number = store().lines.fetch_add(1, std::memory_order_relaxed);
+  const size_t at = store().bytes.fetch_add(name_size + line->length + 1, std::memory_order_relaxed);
+  if (number >= kLines || at + name_size + line->length >= kBytes) {
+    return;  // shown as lost
   }
-  const size_t number = store.lines.fetch_add(1, std::memory_order_relaxed);
-  if (number >= kLines) {
-    store.lost.fetch_add(1, std::memory_order_relaxed);
-    return;
-  }
-  char* const text = store.pool + at;
-  std::memcpy(text, names[0], sizes[0]);
-  std::memcpy(text + sizes[0], names[1], sizes[1]);
-  std::memcpy(text + sizes[0] + sizes[1], line->text, line->length);  // the pool is zeros: it is terminated
-  Slot& slot = store.slots[number];
+  Slot& slot = store().slots[number];
   slot.process = getpid();
-  slot.module = line->module;
-  slot.level = line->level;
-  slot.line = line->line;
-  slot.at = at;
-  slot.ready.store(true, std::memory_order_release);  // with lines()
+  slot.line = *line;
+  slot.line.function = static_cast<const char*>(std::memcpy(store().pool + at, function, name_size));
+  slot.line.text = static_cast<const char*>(std::memcpy(store().pool + at + name_size, line->text, line->length));
+  slot.ready.store(true, std::memory_order_release);  // pairs with lines()
 }
 
 }  // namespace
 
 bool matches(std::string_view text, std::string_view pattern) {
-  size_t at = 0;
-  for (bool is_first = true;; is_first = false) {
-    const size_t star = pattern.find('*');
-    const std::string_view piece = pattern.substr(0, star);
-    if (star == std::string_view::npos) {
-      return is_first ? text == piece : text.size() - at >= piece.size() && text.ends_with(piece);
-    }
-    const size_t found = is_first ? (text.starts_with(piece) ? 0 : std::string_view::npos) : text.find(piece, at);
-    if (found == std::string_view::npos) {
-      return false;
-    }
-    at = found + piece.size();
-    pattern.remove_prefix(star + 1);
+  const size_t star = pattern.find('*');
+  if (star == std::string_view::npos) {
+    return text == pattern;
   }
+  bool is_match = false;
+  for (size_t at = star; text.starts_with(pattern.substr(0, star)) && at <= text.size() && !is_match; ++at) {
+    is_match = matches(text.substr(at), pattern.substr(star + 1));
+  }
+  return is_match;
 }
 
 LogCapture::LogCapture(uint32_t level) : former_level_(static_cast<uint32_t>(hurn_loglevel_get(TIRN_MODULE_ID))) {
-  if (g_store.load(std::memory_order_relaxed) == nullptr) {
-    g_store.store(map_store(), std::memory_order_release);
-  }
-  clear();
+  clear();  // maps the store, too, which a signal handler could not
   hurn_loglevel_set(TIRN_MODULE_ID, level);
   const hurn_content_record record{HURN_CALLBACK_ONLY, keep_line};
   hurn_register_content_callback(&record);
@@ -107,24 +77,18 @@ LogCapture::~LogCapture() {
   hurn_loglevel_set(TIRN_MODULE_ID, former_level_);
 }
 
-void LogCapture::clear() {
-  first_ = std::min(g_store.load(std::memory_order_relaxed)->lines.load(std::memory_order_relaxed), kLines);
-}
+void LogCapture::clear() { first_ = store().lines.load(std::memory_order_relaxed); }
 
 std::vector<LogLine> LogCapture::lines() const {
-  const Store& store = *g_store.load(std::memory_order_relaxed);
-  const size_t end = std::min(store.lines.load(std::memory_order_relaxed), kLines);
+  const size_t end = std::min(store().lines.load(std::memory_order_relaxed), kLines);
   std::vector<LogLine> lines;
   for (size_t i = first_; i < end; ++i) {
-    const Slot& slot = store.slots[i];
-    if (!slot.ready.load(std::memory_order_acquire)) {
-      continue;  // its writer is at it, or died there
+    const Slot& slot = store().slots[i];
+    if (slot.ready.load(std::memory_order_acquire)) {  // else its writer is at it, or died there
+      const hurn_line& line = slot.line;
+      lines.push_back({line.module, line.level, slot.process, line.line, line.file != nullptr ? line.file : "",
+                       line.function, line.text});
     }
-    LogLine line{slot.module, slot.level, slot.process, slot.line, {}, {}, {}};
-    line.file = store.pool + slot.at;
-    line.function = store.pool + slot.at + line.file.size() + 1;
-    line.text = store.pool + slot.at + line.file.size() + line.function.size() + 2;
-    lines.push_back(std::move(line));
   }
   return lines;
 }
@@ -137,23 +101,24 @@ std::vector<std::string> LogCapture::texts() const {
   return texts;
 }
 
-size_t LogCapture::count(std::string_view text) const {
+template <typename Condition>
+size_t LogCapture::count_if(Condition condition) const {
   const auto all = lines();
-  return static_cast<size_t>(
-      std::count_if(all.begin(), all.end(), [&](const LogLine& line) { return matches(line.text, text); }));
+  return static_cast<size_t>(std::count_if(all.begin(), all.end(), condition));
+}
+
+size_t LogCapture::count(std::string_view text) const {
+  return count_if([&](const LogLine& line) { return matches(line.text, text); });
 }
 
 size_t LogCapture::count(uint32_t level, std::string_view text) const {
-  const auto all = lines();
-  return static_cast<size_t>(std::count_if(
-      all.begin(), all.end(), [&](const LogLine& line) { return line.level == level && matches(line.text, text); }));
+  return count_if([&](const LogLine& line) { return line.level == level && matches(line.text, text); });
 }
 
 bool LogCapture::has(uint32_t level, std::string_view function, std::string_view text) const {
-  const auto all = lines();
-  return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
-    return line.level == level && line.function == function && matches(line.text, text);
-  });
+  return count_if([&](const LogLine& line) {
+           return line.level == level && line.function == function && matches(line.text, text);
+         }) != 0;
 }
 
 bool LogCapture::wait_for(std::string_view text, std::chrono::milliseconds limit) const {
@@ -166,10 +131,7 @@ std::ostream& operator<<(std::ostream& out, const LogCapture& capture) {
     out << "  [" << line.process << "] module " << line.module << " level " << line.level << ' ' << line.file << ':'
         << line.line << ' ' << line.function << ": \"" << line.text << "\"\n";
   }
-  if (const size_t lost = g_store.load(std::memory_order_relaxed)->lost.load(std::memory_order_relaxed); lost != 0) {
-    out << "  and " << lost << " lines that found no room\n";
-  }
-  return out;
+  return out << (store().lines >= kLines || store().bytes >= kBytes ? "  and lines that found no room\n" : "");
 }
 
 }  // namespace tirn::test

@@ -50,6 +50,9 @@ class LogCapture {
   void clear();
 
  private:
+  template <typename Condition>
+  size_t count_if(Condition condition) const;
+
   uint32_t former_level_;
   size_t first_ = 0;
 };

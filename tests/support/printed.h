@@ -2,6 +2,8 @@
 #ifndef TIRN_TEST_PRINTED_H
 #define TIRN_TEST_PRINTED_H
 
+#include <cstdarg>
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -9,8 +11,24 @@
 
 namespace tirn::test {
 
+inline std::string g_printed;
+
+__attribute__((format(printf, 1, 2))) inline int keep_printed(const char* format, ...) {
+  char text[256];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  g_printed += text;
+  return length;
+}
+
 // The text that `show` prints through its argument. One at a time.
-std::string printed(const std::function<void(kesa_print_fn)>& show);
+inline std::string printed(const std::function<void(kesa_print_fn)>& show) {
+  g_printed.clear();
+  show(keep_printed);
+  return g_printed;
+}
 
 }  // namespace tirn::test
 

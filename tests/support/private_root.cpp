@@ -1,6 +1,5 @@
 #include "private_root.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -9,12 +8,9 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -43,44 +39,36 @@ void expect_done(bool done, const char* what, const std::string& path) {
   EXPECT_TRUE(done) << what << ' ' << path << ": " << std::strerror(errno);
 }
 
+bool is_there(const std::string& path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
 // Shows `source` at `target`, which is made as its kind wants it.
 void show(const std::string& source, const std::string& target) {
-  struct stat status;
-  if (lstat(source.c_str(), &status) != 0) {
-    return;  // gone meanwhile
-  }
-  if (S_ISLNK(status.st_mode)) {
-    char link[PATH_MAX]{};
-    if (readlink(source.c_str(), link, sizeof link - 1) >= 0) {
-      expect_done(::symlink(link, target.c_str()) == 0, "symlink", target);
-    }
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(source, error);
+  if (fs::is_symlink(status)) {
+    fs::copy_symlink(source, target, error);
+    EXPECT_FALSE(error) << target << ": " << error.message();
     return;
   }
-  if (S_ISDIR(status.st_mode)) {
-    ::mkdir(target.c_str(), status.st_mode & 07777);
+  if (fs::is_directory(status)) {
+    fs::create_directory(target, source, error);
   } else {
-    close(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    std::ofstream(target).close();
   }
-  expect_done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind", target);
+  expect_done(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0 || !is_there(source),
+              "bind", target);
 }
 
 std::vector<std::string> entries(const std::string& folder) {
   std::vector<std::string> names;
-  DIR* const stream = opendir(folder.c_str());
-  while (const dirent* const entry = stream != nullptr ? readdir(stream) : nullptr) {
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-      names.emplace_back(entry->d_name);
-    }
-  }
-  if (stream != nullptr) {
-    closedir(stream);
+  std::error_code ignored;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored)) {
+    names.push_back(entry.path().filename());
   }
   return names;
-}
-
-bool is_there(const std::string& path) {
-  struct stat status;
-  return lstat(path.c_str(), &status) == 0;
 }
 
 }  // namespace
@@ -90,40 +78,15 @@ PrivateRoot::PrivateRoot() {
   if (!refusal_.empty()) {
     return;
   }
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    refusal_ = std::string("mounts cannot be made private here: ") + std::strerror(errno);
-    return;
+  std::error_code ignored;
+  const fs::path here = fs::current_path(ignored);
+  const bool is_private = mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  // The machine's root may be read-only or somebody's own, so that new entries cannot stand in it. What is mounted over
+  // the root is reached by its parent, and "/" leads to the machine's own until it becomes the root.
+  if (is_private) {
+    cover("/..");
   }
-  build_root();
-}
-
-// The machine's root may be read-only or somebody's own: a new root in memory shows each of its entries, so that
-// new ones can stand beside them.
-void PrivateRoot::build_root() {
-  const std::string place = fs::exists("/tmp") ? "/tmp" : "/mnt";
-  const int machine_place = open(place.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  char here[PATH_MAX];
-  const char* const folder = getcwd(here, sizeof here);
-  if (mount("tirn_test", place.c_str(), "tmpfs", 0, "mode=755") != 0) {
-    refusal_ = std::string("no memory file system here: ") + std::strerror(errno);
-    close(machine_place);
-    return;
-  }
-  struct stat status;
-  if (stat(place.c_str(), &status) == 0) {
-    ours_.insert(status.st_dev);
-  }
-  // Else the place's own showing would have the new root on it.
-  mount(nullptr, place.c_str(), nullptr, MS_UNBINDABLE, nullptr);
-  for (const std::string& name : entries("/")) {
-    const std::string path = "/" + name;
-    show(path == place ? "/proc/self/fd/" + std::to_string(machine_place) + "/." : path, place + path);
-  }
-  mount(nullptr, place.c_str(), nullptr, MS_PRIVATE, nullptr);
-  close(machine_place);
-  // With both arguments alike the old root comes to lie over the new one, and is taken off there.
-  if (chdir(place.c_str()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0 ||
-      chdir(folder != nullptr ? folder : "/") != 0) {
+  if (!is_private || chroot("/..") != 0 || chdir(here.c_str()) != 0) {
     refusal_ = std::string("the root cannot be changed here: ") + std::strerror(errno);
   }
 }
@@ -144,13 +107,13 @@ void PrivateRoot::mount_memory(const std::string& folder, const std::string& opt
 // Puts memory over a folder of the machine, with the folder's entries in it.
 void PrivateRoot::cover(const std::string& folder) {
   const int machine_folder = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const std::string machine_path = "/proc/self/fd/" + std::to_string(machine_folder) + "/.";
   struct stat status;
   fstat(machine_folder, &status);
-  char options[32];
-  snprintf(options, sizeof options, "mode=%o", status.st_mode & 07777);
-  mount_memory(folder, options);
-  const std::string machine_path = "/proc/self/fd/" + std::to_string(machine_folder);
-  for (const std::string& name : entries(machine_path + "/.")) {
+  char mode[32];
+  snprintf(mode, sizeof mode, "mode=%o", status.st_mode & 07777);
+  mount_memory(folder, mode);
+  for (const std::string& name : entries(machine_path)) {
     show(machine_path + "/" + name, folder + "/" + name);
   }
   close(machine_folder);
@@ -214,11 +177,6 @@ void PrivateRoot::write_file(const std::string& path, std::string_view text, uns
   chmod(path.c_str(), mode);
 }
 
-void PrivateRoot::symlink(const std::string& target, const std::string& path) {
-  make_room(path);
-  expect_done(::symlink(target.c_str(), path.c_str()) == 0, "symlink", path);
-}
-
 void PrivateRoot::mkdir(const std::string& path) {
   if (!fs::is_directory(path)) {
     make_room(path);
@@ -227,19 +185,8 @@ void PrivateRoot::mkdir(const std::string& path) {
 }
 
 void PrivateRoot::bind(const std::string& source, const std::string& path) {
-  const int fd = open(source.c_str(), O_PATH | O_CLOEXEC);
-  expect_done(fd >= 0, "bind", source);
   make_room(path);
-  struct stat status {};
-  fstat(fd, &status);
-  const std::string from = "/proc/self/fd/" + std::to_string(fd);
-  if (S_ISDIR(status.st_mode)) {
-    ::mkdir(path.c_str(), 0755);
-  } else {
-    close(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  }
-  expect_done(mount(from.c_str(), path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "bind", path);
-  close(fd);
+  show(fs::canonical(source), path);
 }
 
 void PrivateRoot::tmpfs(const std::string& path, const std::string& options) {

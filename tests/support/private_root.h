@@ -37,9 +37,8 @@ class PrivateRoot {
 
   // Folders on the way are made as needed. A path that was there before is replaced.
   void write_file(const std::string& path, std::string_view text, unsigned mode = 0644);
-  void symlink(const std::string& target, const std::string& path);
   void mkdir(const std::string& path);
-  // The path shows `source`, a file or folder as it stands outside of the layout.
+  // The path shows `source`, a file or folder which the layout does not cover.
   void bind(const std::string& source, const std::string& path);
   // An empty folder that hides what was there; `options` as mount takes them: "size=64k".
   void tmpfs(const std::string& path, const std::string& options = {});
@@ -52,7 +51,6 @@ class PrivateRoot {
   void cover(const std::string& folder);
   void clear(const std::string& path);
   void make_room(const std::string& path);
-  void build_root();
 
   std::string refusal_;
   int covers_ = 0;

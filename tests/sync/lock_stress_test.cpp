@@ -3,11 +3,13 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <numeric>
 #include <shared_mutex>
 #include <thread>
 #include <vector>
 
 #include "support/wait_until.h"
+#include "sync/together.h"
 #include "tirn/jiffies.h"
 #include "tirn/lock.hpp"
 
@@ -34,6 +36,26 @@ void set_near_wrap(auto& lock) {
   }
 }
 
+// Threads that come one after the other while the lock is held are served in that order.
+void check_order(auto& lock, uint32_t& next) {
+  std::vector<int> served, expected(8);
+  std::iota(expected.begin(), expected.end(), 0);
+  set_near_wrap(lock);
+  lock.lock();
+  std::vector<std::jthread> threads;
+  for (const int i : expected) {
+    const uint32_t before = std::atomic_ref(next).load();
+    threads.emplace_back([&lock, &served, i] {
+      const std::lock_guard hold(lock);
+      served.push_back(i);
+    });
+    EXPECT_TRUE(tirn::test::wait_until([&] { return std::atomic_ref(next).load() == before + 1; }));
+  }
+  lock.unlock();
+  threads.clear();
+  EXPECT_EQ(served, expected);
+}
+
 }  // namespace
 
 // Plain words that only the lock guards: a second writer, or a reader beside one, is seen or loses an update.
@@ -44,7 +66,7 @@ TYPED_TEST(LockStress, OneWriterOrReaders) {
   uint64_t first = 0, second = 0;
   std::atomic<uint64_t> written{0}, broken{0};
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
-  const auto work = [&] {
+  tirn::test::together(4, [&](unsigned) {
     for (unsigned i = 0; std::chrono::steady_clock::now() < end || written <= 8; ++i) {
       if constexpr (requires { lock.lock_shared(); }) {
         std::shared_lock hold(lock, std::try_to_lock);
@@ -61,42 +83,13 @@ TYPED_TEST(LockStress, OneWriterOrReaders) {
       ++second;
       ++written;
     }
-  };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back(work);
-  }
-  for (auto& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(broken, 0u);
-  EXPECT_GT(written, 8u);
-  EXPECT_EQ(second, written);
+  });
+  EXPECT_TRUE(broken == 0 && second == written) << broken << ' ' << second << ' ' << written;
 }
 
-// Eight threads that come one after the other while the lock is held are served in that order.
 TEST(TicketOrder, FirstComeFirstServed) {
   tirn::TicketSpinLock spin;
   tirn::TicketRwLock rw;
-  const auto order = [](auto& lock, uint32_t& next) {
-    set_near_wrap(lock);
-    std::vector<int> served;
-    std::vector<std::thread> threads;
-    lock.lock();
-    for (int i = 0; i < 8; ++i) {
-      const uint32_t before = std::atomic_ref(next).load();
-      threads.emplace_back([&lock, &served, i] {
-        const std::lock_guard hold(lock);
-        served.push_back(i);
-      });
-      EXPECT_TRUE(tirn::test::wait_until([&] { return std::atomic_ref(next).load() == before + 1; }));
-    }
-    lock.unlock();
-    for (auto& thread : threads) {
-      thread.join();
-    }
-    return served;
-  };
-  EXPECT_EQ(order(spin, spin.native()->next), (std::vector{0, 1, 2, 3, 4, 5, 6, 7}));
-  EXPECT_EQ(order(rw, rw.native()->tickets), (std::vector{0, 1, 2, 3, 4, 5, 6, 7}));
+  check_order(spin, spin.native()->next);
+  check_order(rw, rw.native()->tickets);
 }

@@ -13,16 +13,6 @@ struct GhostWaiter {
   uint32_t state;
 };
 
-inline size_t waiters_of(kesa_sem_enhance& sem) {
-  size_t count = 0;
-  kesa_spinlock_lock(&sem.lock);
-  for (const kesa_list_head* link = sem.waiters.next; link != &sem.waiters; link = link->next) {
-    ++count;
-  }
-  kesa_spinlock_unlock(&sem.lock);
-  return count;
-}
-
 // The thread that is served next; 0 where none waits.
 inline uint32_t oldest_waiter_of(kesa_sem_enhance& sem) {
   kesa_spinlock_lock(&sem.lock);

@@ -1,4 +1,4 @@
-// The thin functions of threads, one row each, and what a thread is left with.
+// The thin functions of threads, and what a thread is left with.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "support/child_process.h"
+#include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "thread_jobs.h"
@@ -20,70 +21,62 @@ namespace {
 int nice_value() { return getpriority(PRIO_PROCESS, 0); }
 void* nothing(void*) { return nullptr; }
 
-struct Row {
-  const char* name;
-  long (*call)();
-  long expected;
-};
-
-void expect_rows(const std::vector<Row>& rows) {
-  for (const Row& row : rows) {
-    EXPECT_EQ(row.call(), row.expected) << row.name;
-  }
-}
-
 uint32_t references() { return __atomic_load_n(&m_current_thread->slot->refs, __ATOMIC_ACQUIRE); }
 
 }  // namespace
 
 TEST(ThreadFacts, ThinFunctions) {
-  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+  {
+    static int destroyed;
+    Imports imports(Object::library);
+    imports.redirect("pthread_attr_destroy", reinterpret_cast<void*>(+[](pthread_attr_t* attributes) {
+                       return ++destroyed, pthread_attr_destroy(attributes);
+                     }));
+    ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+    EXPECT_EQ(destroyed, 1) << "they hold a set of CPUs";
+  }
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_EQ(kesa_thrd_gettid_accl(), pthread_self());
+  }
+  kesa_thrd_core_set(0);
+  g_siKesaThrdPID = 0;
+  EXPECT_EQ(smp_processor_id(), 0);
+  EXPECT_EQ(kesa_thrd_getpid_accl(), getpid());
+  kesa_thrd_numaId_set(3);
+  EXPECT_EQ(kesa_thrd_numaId_get(), 3);
+  EXPECT_EQ(kesa_thrd_yield(), 0);
+  kesa_thrd_setunknownstacksize(8192);
+  EXPECT_EQ(kesa_thrd_getunknownstacksize(), 8192u);
   const kesa_lwt_stack_ops ops{[](uint64_t) { return 0; }, [](uint64_t, uint64_t*, uint64_t*) { return 0; }};
   register_lwt_stack_ops(&ops);
-  expect_rows({
-      {"gettid", [] { return kesa_thrd_gettid_accl() == pthread_self() ? 1L : 0L; }, 1},
-      {"gettid again", [] { return kesa_thrd_gettid_accl() == pthread_self() ? 1L : 0L; }, 1},
-      {"core 0", [] { return kesa_thrd_core_set(0), g_siKesaThrdPID = 0, long{smp_processor_id()}; }, 0},
-      {"core 1023", [] { return kesa_thrd_core_set(1023), long{smp_processor_id()}; }, 1023},
-      {"pid", [] { return long{kesa_thrd_getpid_accl()} - getpid(); }, 0},
-      {"numa", [] { return kesa_thrd_numaId_set(3), long{kesa_thrd_numaId_get()}; }, 3},
-      {"yield", [] { return long{kesa_thrd_yield()}; }, 0},
-      {"unknown stack",
-       [] { return kesa_thrd_setunknownstacksize(8192), static_cast<long>(kesa_thrd_getunknownstacksize()); }, 8192},
-      {"lwt ops", [] { return long{kesa_thrd_islwtstack(1)}; }, 0},
-      {"no lwt ops", [] { return unregister_lwt_stack_ops(), long{kesa_thrd_islwtstack(1)}; }, -1},
-      {"attr NULL",
-       [] {
-         return long{kesa_thrd_attr_init(nullptr)} + kesa_thrd_attr_destroy(nullptr) +
-                kesa_thrd_setstacksize(nullptr, 1 << 20);
-       },
-       -3},
-      {"list NULL", [] { return kesa_thrd_list(nullptr, 0, 0, 0, 0), 0L; }, 0},
-      {"no function",
-       [] {
-         return long{kesa_thrd_create(nullptr, nullptr, nullptr)} + create_thread_raw(nullptr, nullptr, nullptr) +
+  EXPECT_EQ(kesa_thrd_islwtstack(1), 0);
+  unregister_lwt_stack_ops();
+  EXPECT_EQ(kesa_thrd_islwtstack(1), -1);
+  uint64_t start, end;
+  EXPECT_EQ(kesa_thread_get_specific_stack(static_cast<uint32_t>(gettid()), &start, &end), 0);
+  EXPECT_EQ(references(), 1u);
+  // Of another process, whose CPUs are not this thread's.
+  cpu_set_t own{}, theirs{}, told{};
+  CPU_SET(static_cast<unsigned>(sched_getcpu()), &own);
+  sched_setaffinity(0, sizeof own, &own);
+  sched_getaffinity(getppid(), sizeof theirs, &theirs);
+  EXPECT_EQ(kesa_thrd_getbindcpu_bypid(getppid(), &told), 0);
+  EXPECT_TRUE(CPU_EQUAL(&told, &theirs));
+  // Without what they cannot do without.
+  kesa_thrd_list(nullptr, 0, 0, 0, 0);
+  EXPECT_EQ(kesa_thrd_attr_init(nullptr) + kesa_thrd_attr_destroy(nullptr) +
+                kesa_thrd_setstacksize(nullptr, 1 << 20) + kesa_thrd_create(nullptr, nullptr, nullptr) +
+                create_thread_raw(nullptr, nullptr, nullptr) +
                 create_thread_nopreempt_raw(nullptr, nullptr, nullptr) +
                 kesa_thrd_create_attr(nullptr, nullptr, nullptr, nullptr) +
                 create_thread_raw_base(nullptr, nullptr, nothing, nullptr, nullptr) +
-                create_thread_from_thread_pool(nullptr, nullptr, nullptr);
-       },
-       -6},
-      {"in an irq",
-       [] {
-         uint32_t saved;
-         kesa_thread_run_in_irq_context_save(&saved);
-         return long{kesa_thread_run_in_irq_context_check()} * 10 + kesa_thread_run_in_iod_context_check();
-       },
-       10},
-      {"in an iod",
-       [] { return kesa_thread_run_in_iod_context_init(4), long{kesa_thread_run_in_iod_context_check()}; }, 1},
-      {"references",
-       [] {
-         uint64_t start, end;
-         return kesa_thread_get_specific_stack(static_cast<uint32_t>(gettid()), &start, &end) + long{references()};
-       },
-       1},
-  });
+                create_thread_from_thread_pool(nullptr, nullptr, nullptr),
+            -9);
+  uint32_t saved;
+  kesa_thread_run_in_irq_context_save(&saved);
+  EXPECT_EQ(kesa_thread_run_in_irq_context_check() * 10 + kesa_thread_run_in_iod_context_check(), 10);
+  kesa_thread_run_in_iod_context_init(4);
+  EXPECT_EQ(kesa_thread_run_in_iod_context_check(), 1);
   kesa_thrd_clearcurthreadinfo();
   stack_t signal_stack;
   sigaltstack(nullptr, &signal_stack);
@@ -193,21 +186,26 @@ TEST(ThreadFacts, InterruptedSleepKeepsErrno) {
   }
 }
 
-// A job that is given in a forked child runs there, on a thread or on the child's own pool. The emulator loses locks of its
-// own in a child of a threaded process.
+// A job that is given in a forked child runs there, on a thread or on the child's own pool, also where the parent's has
+// ended. The emulator loses locks of its own in a child of a threaded process.
 TEST(ThreadFactsNative, PoolOfAForkedChild) {
   ASSERT_GE(kesa_thread_pool_create(4), 1u);
   ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
-  const ChildOutcome outcome = run_child([] {
-    EXPECT_EQ(create_thread_from_thread_pool(nothing, nullptr, nullptr), -1);
-    EXPECT_TRUE(run_in_thread(kesa_thrd_create, [] {}));
-    EXPECT_EQ(m_current_thread->tid, static_cast<uint32_t>(gettid()));
-    EXPECT_EQ(m_current_thread->pid, getpid());
-    EXPECT_GE(kesa_thread_pool_create(2), 1u);
-    Job job([] { EXPECT_STREQ(kesa_thrd_getname(), "OSThrdPoolRun"); });
-    EXPECT_TRUE(wait_until([&] { return job.start(create_thread_from_thread_pool) == 0; }));
-    EXPECT_TRUE(job.wait());
-    return 0;
-  });
-  EXPECT_TRUE(outcome.exited()) << outcome;
+  for (const bool has_ended : {false, true}) {
+    if (has_ended) {
+      kesa_thread_pool_destroy();
+    }
+    const ChildOutcome outcome = run_child([] {
+      EXPECT_EQ(create_thread_from_thread_pool(nothing, nullptr, nullptr), -1);
+      EXPECT_TRUE(run_in_thread(kesa_thrd_create, [] {}));
+      EXPECT_EQ(m_current_thread->tid, static_cast<uint32_t>(gettid()));
+      EXPECT_EQ(m_current_thread->pid, getpid());
+      EXPECT_GE(kesa_thread_pool_create(2), 1u);
+      Job job([] { EXPECT_STREQ(kesa_thrd_getname(), "OSThrdPoolRun"); });
+      EXPECT_TRUE(wait_until([&] { return job.start(create_thread_from_thread_pool) == 0; }));
+      EXPECT_TRUE(job.wait());
+      return 0;
+    });
+    EXPECT_TRUE(outcome.exited()) << has_ended << outcome;
+  }
 }

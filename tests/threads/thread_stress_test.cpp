@@ -70,7 +70,7 @@ TEST(ThreadStress, FullTableRefusesThePoolAlone) {
 TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   constexpr uint32_t kStarters = 64;
   std::atomic<uint32_t> newest{0}, found{0}, starters{kStarters};
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   std::vector<std::thread> threads;
   for (int looker = 0; looker < 3; ++looker) {
     threads.emplace_back([&] {
@@ -108,45 +108,30 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
 
-// From four threads at once, to a pool of 12; each goes on until the job is taken.
-void give_jobs(std::vector<std::thread>& givers, Create create) {
-  ASSERT_EQ(kesa_thread_pool_create(12), kGivers);
-  for (uint32_t giver = 0; giver < kGivers; ++giver) {
-    givers.emplace_back([giver, create] {
-      const auto count = [](void* place) -> void* {
-        ++*static_cast<std::atomic<uint32_t>*>(place);
-        return nullptr;
-      };
-      for (uint32_t i = giver; i < kJobs; i += kGivers) {
-        while (create(count, &g_runs[i], nullptr) != 0) {
-          sched_yield();
+// Each job runs once that four threads give at once, by a worker or by a thread of its own where no worker is idle, and
+// one call ends all workers.
+TEST(ThreadStress, PoolEndsUnderLoad) {
+  ASSERT_EQ(kesa_thread_pool_create(12), 4u);
+  {
+    std::vector<std::jthread> givers;
+    for (uint32_t giver = 0; giver < kGivers; ++giver) {
+      givers.emplace_back([giver] {
+        const auto count = [](void* place) -> void* {
+          ++*static_cast<std::atomic<uint32_t>*>(place);
+          return nullptr;
+        };
+        for (uint32_t i = giver; i < kJobs; i += kGivers) {
+          while (kesa_thrd_create(count, &g_runs[i], nullptr) != 0) {
+            sched_yield();
+          }
         }
-      }
-    });
-  }
-}
-
-void expect_each_ran_once(std::vector<std::thread>& givers) {
-  for (std::thread& giver : givers) {
-    giver.join();
+      });
+    }
+    EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }));
+    kesa_thread_pool_destroy();
   }
   EXPECT_TRUE(wait_until([] { return std::find(std::begin(g_runs), std::end(g_runs), 0u) == std::end(g_runs); }));
   EXPECT_EQ(std::count(std::begin(g_runs), std::end(g_runs), 1u), kJobs);
-}
-
-TEST(ThreadStress, EachJobOfThePoolRunsOnce) {
-  std::vector<std::thread> givers;
-  give_jobs(givers, create_thread_from_thread_pool);
-  expect_each_ran_once(givers);
-}
-
-// No job is lost that a worker was given, and one call ends all workers.
-TEST(ThreadStress, PoolEndsUnderLoad) {
-  std::vector<std::thread> givers;
-  give_jobs(givers, kesa_thrd_create);
-  EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }));
-  kesa_thread_pool_destroy();
-  expect_each_ran_once(givers);
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
 
@@ -215,7 +200,7 @@ TEST(ThreadFaultsNative, Pool) {
          .run =
              [] {
                const uint32_t made = kesa_thread_pool_create(8);
-               wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(200));
+               wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(60));
                return run_in_thread(kesa_thrd_create, [] {}) ? static_cast<long>(made) : -1L;
              },
          .check = [](long made, const Fault& fault,

@@ -8,6 +8,7 @@
 #include <csignal>
 
 #include "support/child_process.h"
+#include "support/faults.h"
 #include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/wait_until.h"
@@ -161,6 +162,7 @@ TEST(Thread, StackOfAnAddressAndBacktrace) {
 // Under emulation the process runs the emulator's program.
 TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   LogCapture log;
+  const Faults counter({.number = 0});
   char name[64];
   EXPECT_EQ(kesa_get_process_exe_name(nullptr, 9) + kesa_get_process_exe_name(name, 0), -2);
   EXPECT_EQ(kesa_get_process_exe_name(name, sizeof name), 0);
@@ -171,6 +173,7 @@ TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   EXPECT_EQ(kesa_get_process_name(name, 7), 0);
   EXPECT_STREQ(name, "thread");
   EXPECT_EQ(log.count(HURN_ERROR, "*"), 3u) << log;
+  EXPECT_EQ(counter.inheritable(), 0u);
   const int parent = kesa_thrd_getpid_accl();
   EXPECT_EQ(kesa_thread_watch_add(42), 0);
   EXPECT_TRUE(run_child([parent] {
@@ -228,20 +231,19 @@ TEST(ThreadPool, CancellationOfAJobDoesNotReachTheNext) {
 
 // A function may give its thread's record back by itself, or end the thread: the record goes once, and comes back.
 TEST(Thread, EndsInItsFunctionGiveTheRecordBackOnce) {
-  static std::atomic<int> ended{0};
   constexpr kesa_thread_fn kEnds[] = {[](void* arg) {
                                         EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), 0);
                                         EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), -1);
-                                        ++ended;
                                         return arg;
                                       },
-                                      [](void*) -> void* {
-                                        ++ended;
-                                        pthread_exit(nullptr);
-                                      }};
-  for (int i = 0; i < 3000; ++i) {  // more than the table has slots
-    pthread_t thread;
-    ASSERT_EQ(kesa_thrd_create(kEnds[i % 2], nullptr, &thread), 0);
-    ASSERT_TRUE(wait_until([i] { return ended == i + 1; }));
+                                      [](void*) -> void* { pthread_exit(nullptr); }};
+  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+  const ThreadSlot& next = m_current_thread->slot[1];
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(kesa_thrd_create(kEnds[i % 2], nullptr, nullptr), 0);
   }
+  EXPECT_TRUE(wait_until([&next] {
+    bool is_next = false;
+    return run_in_thread(kesa_thrd_create, [&] { is_next = m_current_thread->slot == &next; }) && is_next;
+  }));
 }

@@ -49,7 +49,9 @@ long store(uint64_t address, T value) {
 
 #define ZUT_PRINT(...) hurn(zut::kModule, HURN_INFO, "standin", __LINE__, __func__, 0, __VA_ARGS__)
 
-// CPUs that a command may name.
+inline constexpr uint32_t kMostCpus = 1024;
+
+// CPUs that a command may name; at most kMostCpus.
 uint32_t cpu_count();
 
 // takedown.cpp

@@ -11,6 +11,8 @@
 #include <climits>
 #include <cstdint>
 
+#include "fork.h"
+
 namespace zut {
 
 inline constexpr int64_t kSecond = 1'000'000'000;
@@ -41,14 +43,15 @@ inline void futex_wake(const void* word) {
 class ProcessLock {
  public:
   bool try_lock() {
-    const uint32_t mine = static_cast<uint32_t>(getpid());
+    const uint32_t mine = this_process();
     uint32_t holder = holder_.load(std::memory_order_relaxed);
     // The acquire pairs with the release in unlock.
     return holder != mine && holder_.compare_exchange_strong(holder, mine, std::memory_order_acquire);
   }
   void lock() {
+    follow_forks();
     while (!try_lock()) {
-      futex_wait(&holder_, static_cast<uint32_t>(getpid()), monotonic_now() + kSecond);
+      futex_wait(&holder_, this_process(), monotonic_now() + kSecond);
     }
   }
   void unlock() {

@@ -1,10 +1,13 @@
 // The offer of the jiffies device.
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <iterator>
 #include <mutex>
+#include <span>
 
 #include "commands.h"
 #include "futex.h"
@@ -15,61 +18,138 @@
 namespace zut {
 namespace {
 
+constexpr size_t kPathBytes = 64;
+
+// A device that was offered once. Neither its paths nor its mapping change: readers hold the paths, and the thread
+// stores into the mapping.
+struct Device {
+  char sysfs[kPathBytes];
+  char dev[kPathBytes];
+  dev_t system;
+  ino_t file;
+  uint64_t* counter;  // NULL where another process keeps it
+};
+
 // All of it under the lock.
 constinit ProcessLock lock;
 constinit bool withdrawn = false;
 constinit const char* foreign_sysfs = nullptr;  // a test's own place
 constinit const char* foreign_dev = nullptr;
-constinit char sysfs_path[64] = "";
-constinit char dev_path[64] = "";
-constinit uint64_t* counter = nullptr;  // that of the device mapped last
-constinit dev_t mapped_system = 0;
-constinit ino_t mapped_file = 0;
+constinit Device devices[kMostDevices]{};
+constinit std::atomic<size_t> device_count{0};  // raised once a device is whole: a child is forked at any moment
+constinit char private_suffix[24] = "";         // chosen at first need; forked children share its folder
 
-// Maps the device, unless it is the one mapped already. A mapping is never removed: the thread stores into it.
-int map_device(int device) {
-  struct stat status;
-  if (fstat(device, &status) != 0) {
-    return -1;
+// The places that were refused, for one log line.
+struct Refusals {
+  char text[kPathBytes * 4] = "";
+  int error = 0;  // of the first
+
+  void add(const char* root) {
+    const int present = errno;
+    const size_t length = strlen(text);
+    snprintf(text + length, sizeof(text) - length, "%s%s errno=%d", length != 0 ? ", " : "", root, present);
+    error = error != 0 ? error : present;
   }
-  if (counter != nullptr && status.st_dev == mapped_system && status.st_ino == mapped_file) {
+};
+
+// The device behind the descriptor, entered if it is a new one. NULL with errno.
+const Device* enter_device(int descriptor, const char* root, int access) {
+  Device fresh{};
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) {
+    return nullptr;
+  }
+  snprintf(fresh.sysfs, kPathBytes, "%s/sysfs/", root);
+  snprintf(fresh.dev, kPathBytes, "%s/dev/", root);
+  const size_t count = device_count.load(std::memory_order_relaxed);
+  for (const Device& known : std::span(devices).first(count)) {
+    if (known.system == status.st_dev && known.file == status.st_ino && strcmp(known.sysfs, fresh.sysfs) == 0 &&
+        (known.counter != nullptr) == (access == O_RDWR)) {
+      return &known;
+    }
+  }
+  if (count == kMostDevices) {
+    errno = ENOSPC;
+    return nullptr;
+  }
+  if (access == O_RDWR) {
+    void* page = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (page == MAP_FAILED) {
+      return nullptr;
+    }
+    fresh.counter = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
+  }
+  fresh.system = status.st_dev;
+  fresh.file = status.st_ino;
+  devices[count] = fresh;
+  device_count.store(count + 1, std::memory_order_release);
+  return &devices[count];
+}
+
+// Whether another process keeps the counter. Read, not mapped: the device may have been cut short.
+bool is_current(int descriptor) {
+  constexpr uint64_t kRecent = kSecond / kJiffy;
+  uint64_t seen = 0;
+  const bool whole = pread(descriptor, &seen, sizeof(seen), kCounterOffset) == sizeof(seen);
+  errno = ESTALE;
+  return whole && jiffies_now() - seen < kRecent;
+}
+
+// NULL with errno.
+const Device* offer(const char* root, int access) {
+  const int descriptor = open_device_folder(root, access);
+  if (descriptor < 0) {
+    return nullptr;
+  }
+  const bool good = access == O_RDWR || is_current(descriptor);
+  const Device* device = good ? enter_device(descriptor, root, access) : nullptr;
+  const int error = errno;
+  close(descriptor);
+  errno = error;
+  const bool kept = device != nullptr && (access == O_RDONLY || keep_current(device->counter) == 0);
+  return kept ? device : nullptr;
+}
+
+// What can only be read comes last: its counter stops with the process that keeps it.
+const Device* offer_any(Refusals* refusals) {
+  // Only root can make the first. Nobody stands in the way of the last, as nobody knows its name beforehand.
+  constexpr const char* kFolders[] = {"/run", "/dev/shm", "/tmp", "/tmp"};
+  constexpr size_t kPrivate = std::size(kFolders) - 1;
+  if (private_suffix[0] == '\0') {
+    snprintf(private_suffix, sizeof(private_suffix), "-%llx", static_cast<unsigned long long>(monotonic_now()));
+  }
+  const uid_t user = geteuid();
+  for (const int access : {O_RDWR, O_RDONLY}) {
+    for (size_t i = user == 0 ? 0 : 1; i <= kPrivate; ++i) {
+      char root[kPathBytes / 2 + sizeof(private_suffix)];
+      snprintf(root, sizeof(root), "%s/zut-%u%s", kFolders[i], user, i == kPrivate ? private_suffix : "");
+      if (const Device* device = offer(root, access)) {
+        return device;
+      }
+      if (access == O_RDWR) {
+        refusals->add(root);
+      }
+    }
+  }
+  return nullptr;
+}
+
+int offer_device(const char** sysfs, const char** dev, Refusals* refusals) {
+  const std::lock_guard guard(lock);
+  if (withdrawn) {
+    return static_cast<int>(fail(ENODEV));
+  }
+  if (foreign_sysfs != nullptr && foreign_dev != nullptr) {
+    *sysfs = foreign_sysfs;
+    *dev = foreign_dev;
     return 0;
   }
-  void* page = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, device, 0);
-  if (page == MAP_FAILED) {
-    return -1;
+  const Device* device = offer_any(refusals);
+  if (device == nullptr) {
+    return static_cast<int>(fail(refusals->error));
   }
-  counter = reinterpret_cast<uint64_t*>(static_cast<char*>(page) + kCounterOffset);
-  mapped_system = status.st_dev;
-  mapped_file = status.st_ino;
-  return 0;
-}
-
-// Only where it differs, after a change of the user: others may be reading it.
-void set_path(char (&path)[64], const char* root, const char* folder) {
-  char present[64] = "";
-  snprintf(present, sizeof(present), "%s/%s/", root, folder);
-  if (strcmp(path, present) != 0) {
-    memcpy(path, present, sizeof(path));
-  }
-}
-
-int make_own_device() {
-  char root[32];
-  snprintf(root, sizeof(root), "/dev/shm/zut-%u", geteuid());
-  const int device = open_device_folder(root);
-  if (device < 0) {
-    return -1;
-  }
-  const int mapped = map_device(device);
-  const int error = errno;
-  close(device);
-  errno = error;
-  if (mapped != 0 || keep_current(counter) != 0) {
-    return -1;
-  }
-  set_path(sysfs_path, root, "sysfs");
-  set_path(dev_path, root, "dev");
+  *sysfs = device->sysfs;
+  *dev = device->dev;
   return 0;
 }
 
@@ -78,17 +158,15 @@ int make_own_device() {
 
 int zut_jiffies_device(const char** sysfs, const char** dev) {
   const zut::Uncancelled uncancelled;
-  const std::lock_guard guard(zut::lock);
-  if (zut::withdrawn) {
-    return static_cast<int>(zut::fail(ENODEV));
+  zut::Refusals refusals;
+  const int result = zut::offer_device(sysfs, dev, &refusals);
+  const int error = errno;
+  // The lock is free again: a log callback may end the thread, or look for the device itself.
+  if (refusals.error != 0 && hurn_level_check(zut::kModule, HURN_WARNING) == 0) {
+    hurn(zut::kModule, HURN_WARNING, "standin", __LINE__, __func__, 0, "Jiffies device refused: %s.", refusals.text);
   }
-  const bool foreign = zut::foreign_sysfs != nullptr && zut::foreign_dev != nullptr;
-  if (!foreign && zut::make_own_device() != 0) {
-    return -1;
-  }
-  *sysfs = foreign ? zut::foreign_sysfs : zut::sysfs_path;
-  *dev = foreign ? zut::foreign_dev : zut::dev_path;
-  return 0;
+  errno = error;
+  return result;
 }
 
 void zut_offer_jiffies(int offered) {

@@ -49,28 +49,42 @@ int refuse(int error) {
   return -1;
 }
 
-// A folder of ours alone, made where it is missing. Whatever else bears the name is refused, a link above all:
-// everybody may write beside the first one.
+// Ours alone. Whatever else bears the name is refused: everybody may write beside the first folder.
+bool is_private(const Descriptor& file, struct stat* status) {
+  if (!file.open() || fstat(file.get(), status) != 0) {
+    return false;
+  }
+  errno = EPERM;
+  return status->st_uid == geteuid() && (status->st_mode & 077) == 0;
+}
+
 int open_folder(int parent, const char* name) {
-  if (mkdirat(parent, name, 0700) != 0 && errno != EEXIST) {
-    return -1;
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  int number = openat(parent, name, kFlags);
+  if (number < 0 && (errno == ENOENT || errno == EACCES)) {
+    if (mkdirat(parent, name, 0700) != 0 && errno != EEXIST) {
+      return -1;
+    }
+    // Whatever the umask, also where another maker is at it. Where that fails, the look at the folder decides.
+    [[maybe_unused]] const int changed = fchmodat(parent, name, 0700, AT_SYMLINK_NOFOLLOW);
+    number = openat(parent, name, kFlags);
   }
-  Descriptor folder(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  Descriptor folder(number);
   struct stat status;
-  if (!folder.open() || fstat(folder.get(), &status) != 0) {
-    return -1;
-  }
-  if (status.st_uid != geteuid() || (status.st_mode & 077) != 0) {
-    return refuse(EPERM);
-  }
-  return folder.release();
+  return is_private(folder, &status) ? folder.release() : -1;
 }
 
 bool holds(int folder, const char* name, const char* text) {
-  const Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   char present[32];
   const ssize_t length = file.open() ? read(file.get(), present, sizeof(present)) : -1;
   return length == static_cast<ssize_t>(strlen(text)) && memcmp(present, text, static_cast<size_t>(length)) == 0;
+}
+
+// A new file under its temporary name, with its mode whatever the umask.
+int make_file(int folder, const TemporaryName& name, int access) {
+  Descriptor file(openat(folder, name.text, access | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  return file.open() && fchmod(file.get(), 0600) == 0 ? file.release() : -1;
 }
 
 int place_text(int folder, const char* name, const char* text) {
@@ -78,7 +92,7 @@ int place_text(int folder, const char* name, const char* text) {
     return 0;
   }
   const TemporaryName temporary;
-  const Descriptor file(openat(folder, temporary.text, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const Descriptor file(make_file(folder, temporary, O_WRONLY));
   if (!file.open()) {
     return -1;
   }
@@ -115,7 +129,7 @@ int reserve_page(int device) {
 
 int make_device(int folder, const char* name) {
   const TemporaryName temporary;
-  const Descriptor device(openat(folder, temporary.text, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const Descriptor device(make_file(folder, temporary, O_RDWR));
   if (!device.open()) {
     return -1;
   }
@@ -129,39 +143,39 @@ int make_device(int folder, const char* name) {
   return error == 0 ? 0 : refuse(error);
 }
 
-int open_device(int folder, const char* name) {
-  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  int number = openat(folder, name, kFlags);
+int open_device(int folder, const char* name, int access) {
+  const int flags = access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  int number = openat(folder, name, flags);
   if (number < 0 && errno == ENOENT && make_device(folder, name) == 0) {
-    number = openat(folder, name, kFlags);
+    number = openat(folder, name, flags);
   }
   Descriptor device(number);
   struct stat status;
-  if (!device.open() || fstat(device.get(), &status) != 0) {
+  if (!is_private(device, &status)) {
     return -1;
   }
   if (!S_ISREG(status.st_mode)) {
     return refuse(ENXIO);
   }
-  return reserve_page(device.get()) == 0 ? device.release() : -1;
+  return access == O_RDONLY || reserve_page(device.get()) == 0 ? device.release() : -1;
 }
 
 }  // namespace
 
-int open_device_folder(const char* root) {
+int open_device_folder(const char* root, int access) {
   const Descriptor folder(open_folder(AT_FDCWD, root));
-  if (!folder.open()) {
-    return -1;
-  }
-  const Descriptor sysfs(open_folder(folder.get(), "sysfs"));
-  const Descriptor uio(sysfs.open() ? open_folder(sysfs.get(), "uio0") : -1);
-  const Descriptor maps(uio.open() ? open_folder(uio.get(), "maps") : -1);
-  const Descriptor map(maps.open() ? open_folder(maps.get(), "map0") : -1);
+  const auto below = [](const Descriptor& parent, const char* name) {
+    return Descriptor(parent.open() ? open_folder(parent.get(), name) : -1);
+  };
+  const Descriptor sysfs = below(folder, "sysfs");
+  const Descriptor uio = below(sysfs, "uio0");
+  const Descriptor maps = below(uio, "maps");
+  const Descriptor map = below(maps, "map0");
   if (!map.open() || place_maps(map.get()) != 0) {
     return -1;
   }
-  const Descriptor dev(open_folder(folder.get(), "dev"));
-  return dev.open() ? open_device(dev.get(), "uio0") : -1;
+  const Descriptor dev = below(folder, "dev");
+  return dev.open() ? open_device(dev.get(), "uio0", access) : -1;
 }
 
 }  // namespace zut

@@ -11,38 +11,46 @@
 namespace zut {
 namespace {
 
-// More than one counter only where the folder was removed and made anew: whoever mapped the old device reads on.
-constexpr int kMostCounters = 8;
-constinit std::atomic<uint64_t*> counters[kMostCounters]{};
-constinit std::atomic<pid_t> thread_process{0};  // the process in which the thread runs
-constinit std::atomic<bool> forks_followed{false};
+constinit std::atomic<uint64_t*> counters[kMostDevices]{};
+constinit std::atomic<uint32_t> thread_process{0};  // the process in which the thread runs
 
-// Never back: other processes store into the same word, and may be ahead by a moment.
-void advance(uint64_t* counter, uint64_t now) {
+// Not back to what the clock showed a moment ago: other processes store into the same word. A counter that is ahead of
+// the clock itself is put right.
+void follow_clock(uint64_t* counter, uint64_t now) {
+  constexpr uint64_t kSlack = 1;  // two processors need not see a jiffy begin at once
   const std::atomic_ref word(*counter);
   uint64_t seen = word.load(std::memory_order_relaxed);
-  while (seen < now && !word.compare_exchange_weak(seen, now, std::memory_order_relaxed)) {
+  while (seen != now) {
+    if (seen > now) {
+      now = jiffies_now();  // another process may have stored it since
+      if (seen <= now + kSlack) {
+        return;
+      }
+    }
+    if (word.compare_exchange_weak(seen, now, std::memory_order_relaxed)) {
+      return;
+    }
   }
 }
 
 void* tick(void*) {
   pthread_setname_np(pthread_self(), "zut_jiffies");
   for (;;) {
-    const int64_t now = monotonic_now() / kJiffy;
+    const uint64_t now = jiffies_now();
     for (const auto& counter : counters) {
       // Pairs with the release in keep_current.
       if (uint64_t* word = counter.load(std::memory_order_acquire)) {
-        advance(word, static_cast<uint64_t>(now));
+        follow_clock(word, now);
       }
     }
-    const timespec next = to_timespec((now + 1) * kJiffy);
+    const timespec next = to_timespec(static_cast<int64_t>(now + 1) * kJiffy);
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
   }
   return nullptr;
 }
 
 int start_thread() {
-  if (thread_process == getpid()) {
+  if (thread_process == this_process()) {
     return 0;
   }
   constexpr size_t kStack = 256 * 1024;
@@ -62,17 +70,8 @@ int start_thread() {
     errno = error;
     return -1;
   }
-  thread_process = getpid();
+  thread_process = this_process();
   return 0;
-}
-
-// In a forked child: its counters go on when the parent is gone. A failure is made good by the next discovery.
-void restart_in_child() {
-  const int kept = errno;
-  if (thread_process != 0) {
-    start_thread();
-  }
-  errno = kept;
 }
 
 }  // namespace
@@ -83,15 +82,19 @@ int keep_current(uint64_t* counter) {
     if (held != nullptr && held != counter) {
       continue;
     }
-    advance(counter, static_cast<uint64_t>(monotonic_now() / kJiffy));
+    follow_clock(counter, jiffies_now());
     slot.store(counter, std::memory_order_release);
-    if (!forks_followed) {
-      forks_followed = pthread_atfork(nullptr, nullptr, restart_in_child) == 0;
-    }
     return start_thread();
   }
   errno = ENOSPC;
   return -1;
+}
+
+// The parent may have been about to start its thread: the counter tells that one is due.
+void restart_thread() {
+  if (counters[0] != nullptr) {
+    start_thread();
+  }
 }
 
 }  // namespace zut

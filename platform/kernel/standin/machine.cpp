@@ -1,6 +1,4 @@
 // Console, frequency and idle settings: kept, without an effect on the machine.
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <iterator>
@@ -13,7 +11,6 @@ namespace {
 
 constexpr uint32_t kFrequencies[] = {1'200'000, 1'600'000, 2'000'000, 2'400'000, 2'600'000};  // kHz
 constexpr uint32_t kHighest = std::size(kFrequencies) - 1;
-constexpr uint32_t kMostCpus = 1024;
 
 constinit std::atomic<bool> getty_query{false};
 constinit std::atomic<bool> printing{true};
@@ -21,8 +18,6 @@ constinit std::atomic<uint32_t> frequency_step{kHighest};
 constinit std::atomic<uint32_t> idle_settings[kMostCpus]{};
 
 }  // namespace
-
-uint32_t cpu_count() { return static_cast<uint32_t>(std::clamp<long>(sysconf(_SC_NPROCESSORS_CONF), 1, kMostCpus)); }
 
 long switch_console(const Call& call) {
   const uint32_t which = call.command() & 0xF;

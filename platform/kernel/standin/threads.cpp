@@ -1,35 +1,58 @@
-// What user space can tell of threads and of the CPUs that they run on.
+// What user space can tell of threads and of the CPUs that they run on. Called in signal handlers too: nothing here
+// locks or allocates, as streams and the C library's scans do.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 
 #include "commands.h"
 
 namespace zut {
 namespace {
 
-// Reads a file of one thread of this process into a text. False where there is no such thread.
+// Reads a small file into a text, empty where it cannot be read. False then.
+template <size_t kSize>
+bool read_text(const char* path, char (&text)[kSize]) {
+  const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
+  const ssize_t length = descriptor >= 0 ? read(descriptor, text, kSize - 1) : -1;
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
+  text[std::max<ssize_t>(length, 0)] = '\0';
+  return length > 0;
+}
+
+// Likewise a file of one thread of this process.
 template <size_t kSize>
 bool read_task_file(const char* thread, const char* file, char (&text)[kSize]) {
   char path[64];
   snprintf(path, sizeof(path), "/proc/self/task/%.20s/%s", thread, file);
-  const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return false;
-  }
-  const ssize_t length = read(descriptor, text, kSize - 1);
-  close(descriptor);
-  text[length > 0 ? length : 0] = '\0';
-  return length > 0;
+  return read_text(path, text);
+}
+
+// The number that the text begins with; `none` where it begins with no digit.
+uint32_t number_at(const char* text, uint32_t none) {
+  std::from_chars(text, text + strlen(text), none);
+  return none;
 }
 
 struct Status {
-  char name[64] = "";
-  char state[32] = "";
+  char name[64];
+  char state[32];
 };
+
+// What stands behind the label, up to the end of its line; nothing where there is no such label.
+template <size_t kSize>
+void copy_field(const char* text, const char* label, char (&field)[kSize]) {
+  const char* start = strstr(text, label);
+  start = start != nullptr ? start + strlen(label) : "";
+  const size_t length = std::min(strcspn(start, "\n"), kSize - 1);
+  memcpy(field, start, length);
+  field[length] = '\0';
+}
 
 bool read_status(uint32_t thread, Status* status) {
   char number[16];
@@ -38,25 +61,23 @@ bool read_status(uint32_t thread, Status* status) {
   if (!read_task_file(number, "status", text)) {
     return false;
   }
-  sscanf(text, "Name:\t%63[^\n]", status->name);
-  if (const char* state = strstr(text, "\nState:\t")) {
-    sscanf(state, "\nState:\t%31[^\n]", status->state);
-  }
+  copy_field(text, "Name:\t", status->name);
+  copy_field(text, "\nState:\t", status->state);
   return true;
 }
 
 // The CPU that a thread ran on last: the 39th field of its line, of which the second, the name, may hold anything.
-long cpu_of(const char* thread) {
+bool ran_on(const char* thread, uint32_t cpu) {
   constexpr int kFieldsBehindName = 37;
   char line[1024];
   if (!read_task_file(thread, "stat", line)) {
-    return -1;
+    return false;
   }
   const char* field = strrchr(line, ')');
   for (int i = 0; i < kFieldsBehindName && field != nullptr; ++i) {
     field = strchr(field + 1, ' ');
   }
-  return field != nullptr ? strtol(field, nullptr, 10) : -1;
+  return field != nullptr && number_at(field + 1, kMostCpus) == cpu;
 }
 
 // As the kernel stores them.
@@ -68,7 +89,6 @@ struct Entry {
   char name[];
 };
 
-// Called in signal handlers too: the folder is read without the C library's stream, which allocates.
 uint32_t threads_of_cpu(uint32_t cpu) {
   uint32_t count = 0;
   const int tasks = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -79,7 +99,7 @@ uint32_t threads_of_cpu(uint32_t cpu) {
   for (long length; (length = syscall(SYS_getdents64, tasks, bytes, sizeof(bytes))) > 0;) {
     for (long at = 0; at < length;) {
       const auto* entry = reinterpret_cast<const Entry*>(bytes + at);
-      count += entry->name[0] != '.' && cpu_of(entry->name) == static_cast<long>(cpu);
+      count += entry->name[0] != '.' && ran_on(entry->name, cpu);
       at += entry->size;
     }
   }
@@ -88,6 +108,19 @@ uint32_t threads_of_cpu(uint32_t cpu) {
 }
 
 }  // namespace
+
+// A list such as "0-3,8-11". Not by sysconf, which may allocate. A machine that does not tell has all of them.
+uint32_t cpu_count() {
+  char list[1024];
+  if (!read_text("/sys/devices/system/cpu/present", list)) {
+    return kMostCpus;
+  }
+  const char* last = list;
+  for (const char* at = list; *at != '\0'; ++at) {
+    last = *at == '-' || *at == ',' ? at + 1 : last;
+  }
+  return std::min(number_at(last, kMostCpus - 1), kMostCpus - 1) + 1;
+}
 
 long count_cpu_threads(const Call& call) {
   if (call.a >= cpu_count()) {

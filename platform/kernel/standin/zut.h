@@ -33,14 +33,19 @@ extern "C" {
  *  0x800             a: u32 word, b: i64 jiffies of 4 ms. 0 with a rest of 0 when the time ran out; -1 with a rest
  *                    above 0 when it did not: EINTR for a signal, EAGAIN for a word that is zero. The rest goes to
  *                    c and to b
- * @safety MT-Safe env locale, AS-Unsafe lock, except 0x800 and 0x000 to 0x003: AS-Safe
+ * No command is a cancellation point.
+ * @safety MT-Safe env locale, AS-Safe; 0x100, 0x101, 0x103, 0x104 and 0x500: AS-Unsafe lock
  */
 ZUT_API long zut_private_call(uint64_t word, uint64_t a, uint64_t b, uint64_t c, uint64_t d);
 
 /*
- * The jiffies device: the two base paths, each ending in a slash, kept for ever. Below /dev/shm/zut-UID, made by
- * the first that needs it and shared by all processes of that user; the counter is current on return, and goes
- * on as long as one of them lives. 0; -1 with errno where it cannot be offered, ENODEV where it was withdrawn.
+ * The jiffies device: the two base paths, each ending in a slash, kept for ever. Its folder is the first of these that
+ * can be had: /run/zut-0 (for root only), /dev/shm/zut-UID, /tmp/zut-UID, or one below /tmp whose name nobody can know
+ * beforehand, for this process and its children. It is made by the first process that needs it, and all processes of
+ * that user share it; the counter is current on return, and goes on as long as one of them lives. Where nothing can be
+ * written, a device that another process keeps current is offered as it is. One warning tells the places that were
+ * refused, as they are not the user's alone, cannot be written or have no room, each with its errno. 0; -1 where no
+ * device can be offered, with errno of the first place, or ENODEV where it was withdrawn. No cancellation point.
  * @safety MT-Safe, AS-Unsafe lock
  */
 ZUT_API int zut_jiffies_device(const char** sysfs, const char** dev);
