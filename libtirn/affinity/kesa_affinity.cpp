@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/cpu_list.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 #include "libtirn/base/result.h"
@@ -21,9 +22,7 @@ constinit tirn::Once g_initialised;
 int read_level_of_process() {
   char name[256];
   if (kesa_get_process_name(name, sizeof name) != tirn::kOk) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, "kesa_affinity_init",
-                "kesa_get_process_name failed, can't set affinity.");
-    return tirn::kFail;
+    return TIRN_INFO_AS("kesa_affinity_init", "kesa_get_process_name failed, can't set affinity."), tirn::kFail;
   }
   return std::strcmp(name, "app_data") == 0 ? kesa_parse_affinity_level("affinity_level_1", &g_affinityLevel_1)
                                             : tirn::kOk;
@@ -44,13 +43,11 @@ int kesa_parse_affinity_level(const char* level, kesa_affinity_level* record) {
   CPU_ZERO(&record->cpus);
   char value[256]{};
   if (kesa_cst_getItem(kSection, level, value, sizeof value) != tirn::kOk) {
-    TIRN_INFO("Can not find the item(%s) in section(%s).", level, kSection);
-    return tirn::kFail;
+    return TIRN_INFO("Can not find the item(%s) in section(%s).", level, kSection), tirn::kFail;
   }
   if (strncpy_s(record->affinityLevelName, sizeof record->affinityLevelName, level,
                 sizeof record->affinityLevelName - 1) != 0) {
-    TIRN_INFO("strncpy_s to affinitySet.affinityLevelName from %s failed.", level);
-    return tirn::kFail;
+    return TIRN_INFO("strncpy_s to affinitySet.affinityLevelName from %s failed.", level), tirn::kFail;
   }
   return kesa_parse_affinity_value(value, record);
 }
@@ -59,14 +56,15 @@ int kesa_parse_affinity_value(char* text, kesa_affinity_level* record) {
   if (text == nullptr || record == nullptr) {
     return tirn::kOk;
   }
-  char* rest = nullptr;
-  for (const char* item = strtok_r(text, ",", &rest); item != nullptr; item = strtok_r(nullptr, ",", &rest)) {
+  tirn::walk_items(text, [record](const char* item, char* end) {
+    *end = '\0';
     uint32_t cpu = CPU_SETSIZE;
-    char behind;
-    if (std::strchr(item, '-') == nullptr && sscanf_s(item, "%u %c", &cpu, &behind, 1u) == 1 && cpu < CPU_SETSIZE) {
+    char after;
+    if (std::strchr(item, '-') == nullptr && sscanf_s(item, "%u %c", &cpu, &after, 1u) == 1 && cpu < CPU_SETSIZE) {
       CPU_SET(cpu, &record->cpus);
     }
-  }
+    return true;
+  });
   return tirn::kOk;
 }
 
@@ -84,8 +82,7 @@ int kesa_set_thread_affinity(pthread_t thread, const char* level) {
     return tirn::kOk;
   }
   if (kesa_thrd_setbindcpu(thread, &found->cpus) != tirn::kOk) {
-    TIRN_INFO("kesa_thrd_setbindcpu for tid(%lu) with(%s) failed.", thread, level);
-    return tirn::kFail;
+    return TIRN_INFO("kesa_thrd_setbindcpu for tid(%lu) with(%s) failed.", thread, level), tirn::kFail;
   }
   return tirn::kOk;
 }

@@ -54,19 +54,20 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 // built on them are expressions, so that a function can log and return in one statement:
 //
 //   return TIRN_ERROR("Param is NULL."), kFail;
-#define TIRN_LOG_WRITE(level, function, ...)    \
-  (static_cast<void>(::tirn::NoCancellation()), \
-   static_cast<void>(hurn(::tirn::kModule, (level), ::tirn::kFile.text, __LINE__, (function), 0, __VA_ARGS__)))
+#define TIRN_LOG_WRITE(level, file, line, function, ...) \
+  (static_cast<void>(::tirn::NoCancellation()),          \
+   static_cast<void>(hurn(::tirn::kModule, (level), (file), (line), (function), 0, __VA_ARGS__)))
 
 // Writes the text alone, without a prefix, for places that may risk no level test, lock or allocation.
 #define TIRN_LOG_RAW(...) (static_cast<void>(::tirn::NoCancellation()), static_cast<void>(hurn_original(__VA_ARGS__)))
 
-// Writes an error without a level test.
-#define TIRN_ERROR_ALWAYS_AS(function, ...) TIRN_LOG_WRITE(::tirn::kError, function, __VA_ARGS__)
+// Writes a log line of this source file, without a level test.
+#define TIRN_LOG_HERE(level, function, ...) TIRN_LOG_WRITE(level, ::tirn::kFile.text, __LINE__, function, __VA_ARGS__)
+#define TIRN_ERROR_ALWAYS_AS(function, ...) TIRN_LOG_HERE(::tirn::kError, function, __VA_ARGS__)
 
 // Writes a log line if its level is on; otherwise it only costs the level test.
-#define TIRN_LOG_AS(level, function, ...)                                                         \
-  (hurn_level_check(::tirn::kModule, (level)) == 0 ? TIRN_LOG_WRITE(level, function, __VA_ARGS__) \
+#define TIRN_LOG_AS(level, function, ...)                                                        \
+  (hurn_level_check(::tirn::kModule, (level)) == 0 ? TIRN_LOG_HERE(level, function, __VA_ARGS__) \
                                                    : static_cast<void>(0))
 
 // The log line names the function that it stands in or, with _AS, the one that is given. A helper always gives the
@@ -82,11 +83,14 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 
 // Writes a log line at a site that may repeat at a high rate. Before anything else the info level is tested, and the
 // number of suppressed log lines is reported at that level. A log line whose own level is off still counts as printed.
-#define TIRN_LIMITED(level, ...) TIRN_LIMITED_AS(__func__, ::tirn::kInfo, level, ::tirn::kInfo, __VA_ARGS__)
+#define TIRN_LIMITED(level, ...) TIRN_LIMITED_AS(__func__, level, __VA_ARGS__)
 
-// Does the same under another function's name, with the level `first` that is tested first, and the level `report` of
-// the number of suppressed log lines.
-#define TIRN_LIMITED_AS(function, first, level, report, ...)                                    \
+// Does the same under another function's name.
+#define TIRN_LIMITED_AS(function, level, ...) \
+  TIRN_LIMITED_WITH(::tirn::kInfo, ::tirn::kInfo, function, level, __VA_ARGS__)
+
+// Does the same with the level `first` that is tested first, and the level `report` of the number of suppressed ones.
+#define TIRN_LIMITED_WITH(first, report, function, level, ...)                                  \
   do {                                                                                          \
     static constinit ::tirn::RateGuard tirn_rate_guard;                                         \
     if (tirn_rate_guard.admit((first), (report), {::tirn::kFile.text, (function), __LINE__})) { \

@@ -21,21 +21,17 @@ uint32_t size_of(const char* text) { return text == nullptr ? 1 : static_cast<ui
 kesa_cfg_item_node* kesa_cfg_new_item_node_ex(const char* item, const char* value) {
   TaggedBlock<kesa_cfg_item_node> node = tirn::tagged_block<kesa_cfg_item_node>();
   if (!node) {
-    TIRN_ERROR("Malloc item node failed.");
-    return nullptr;
+    return TIRN_ERROR("Malloc item node failed."), nullptr;
   }
   if (strcpy_s(node->itemName, sizeof node->itemName, item) != 0) {
-    TIRN_ERROR("Strcpy pItemName failed.");
-    return nullptr;
+    return TIRN_ERROR("Strcpy pItemName failed."), nullptr;
   }
   TaggedBlock<char> copy = tirn::tagged_block<char>(size_of(value));
   if (!copy) {
-    TIRN_ERROR("Malloc item memory failed.");
-    return nullptr;
+    return TIRN_ERROR("Malloc item memory failed."), nullptr;
   }
   if (strcpy_s(copy.get(), size_of(value), value) != 0) {
-    TIRN_ERROR("Strcpy_s pItemValue failed.");
-    return nullptr;
+    return TIRN_ERROR("Strcpy_s pItemValue failed."), nullptr;
   }
   list::init(&node->link);
   node->itemValue = copy.release();
@@ -49,13 +45,11 @@ int32_t kesa_cfg_add_item_func(kesa_cfg_file_node* file, const char* section, co
     return tirn::kFail;
   }
   if (find_item_in(node, item) != nullptr) {
-    TIRN_ERROR("add item fail, item(%s) is already exist", item);
-    return tirn::kFail;
+    return TIRN_ERROR("add item fail, item(%s) is already exist", item), tirn::kFail;
   }
   kesa_cfg_item_node* const added = kesa_cfg_new_item_node_ex(item, value);
   if (added == nullptr) {
-    TIRN_ERROR("new item node(%s,%s) fail.", item, value == nullptr ? "" : value);
-    return tirn::kFail;
+    return TIRN_ERROR("new item node(%s,%s) fail.", item, value == nullptr ? "" : value), tirn::kFail;
   }
   list::push_back(&node->items, &added->link);
   return tirn::kOk;
@@ -65,18 +59,15 @@ int32_t kesa_cfg_set_item_func(kesa_cfg_file_node* file, const char* section, co
   RwlockHold hold(file->rwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_item_node* const node = kesa_cfg_find_item_node(file, section, item);
   if (node == nullptr) {
-    TIRN_ERROR("Set item failed.item(%s) is not exist in file(%s).", item, file->fileName);
-    return tirn::kFail;
+    return TIRN_ERROR("Set item failed.item(%s) is not exist in file(%s).", item, file->fileName), tirn::kFail;
   }
   const uint32_t size = size_of(value);
   TaggedBlock<char> copy = tirn::tagged_block<char>(size);
   if (!copy) {
-    TIRN_ERROR("Set item failed,malloc size:%d memory fail.", static_cast<int>(size));
-    return tirn::kFail;
+    return TIRN_ERROR("Set item failed,malloc size:%d memory fail.", static_cast<int>(size)), tirn::kFail;
   }
   if (strcpy_s(copy.get(), size, value) != 0) {
-    TIRN_ERROR("Strcpy pItemValue fail.");
-    return tirn::kFail;
+    return TIRN_ERROR("Strcpy pItemValue fail."), tirn::kFail;
   }
   // In this order on purpose: the tree is its editor's own, and the old value is freed without the lock.
   hold.release();
@@ -94,8 +85,7 @@ int32_t kesa_cfg_del_item_func(kesa_cfg_file_node* file, const char* section, co
   }
   kesa_cfg_item_node* const deleted = find_item_in(node, item);
   if (deleted == nullptr) {
-    TIRN_ERROR("Delete item failed.item(%s) is not exist in file(%s).", item, file->fileName);
-    return tirn::kFail;
+    return TIRN_ERROR("Delete item failed.item(%s) is not exist in file(%s).", item, file->fileName), tirn::kFail;
   }
   list::remove(&deleted->link);
   if (list::is_empty(&node->items)) {
@@ -111,8 +101,7 @@ int32_t kesa_cfg_del_section_func(kesa_cfg_file_node* file, const char* section,
   RwlockHold hold(file->rwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_section_node* const node = kesa_cfg_find_section_node(file, section);
   if (node == nullptr) {
-    TIRN_ERROR("Delete section(%s) is not exist in file(%s).", section, file->fileName);
-    return tirn::kFail;
+    return TIRN_ERROR("Delete section(%s) is not exist in file(%s).", section, file->fileName), tirn::kFail;
   }
   list::remove(&node->link);
   hold.release();

@@ -22,21 +22,17 @@ struct Texts {
 
 bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item, Texts& texts) {
   if (section == nullptr || item == nullptr) {
-    TIRN_ERROR("Null pointer found, section or item.");
-    return false;
+    return TIRN_ERROR_AS("kesa_cfg_check_param", "Null pointer found, section or item."), false;
   }
   if (std::strlen(section) >= KESA_CFG_NAME_SIZE) {
-    TIRN_ERROR("Section name length too long.");
-    return false;
+    return TIRN_ERROR_AS("kesa_cfg_check_param", "Section name length too long."), false;
   }
   texts = {section, item->itemName, item->itemValue};
   if (texts.name.size() >= KESA_CFG_NAME_SIZE) {
-    TIRN_ERROR("Item name length too long.");
-    return false;
+    return TIRN_ERROR_AS("kesa_cfg_check_param", "Item name length too long."), false;
   }
   if (texts.value.size() >= KESA_CFG_VALUE_SIZE) {
-    TIRN_ERROR("Item value length too long.");
-    return false;
+    return TIRN_ERROR_AS("kesa_cfg_check_param", "Item value length too long."), false;
   }
   return true;
 }
@@ -44,19 +40,20 @@ bool kesa_cfg_check_param(const char* section, const kesa_cfg_item_node* item, T
 kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_view value) {
   TaggedBlock<kesa_cfg_item_node> item = tagged_block<kesa_cfg_item_node>();
   if (!item) {
-    TIRN_ERROR("Alloc needed item memory fail, item node size (%u).", static_cast<unsigned>(sizeof *item));
+    TIRN_ERROR_AS("kesa_cfg_new_item_node", "Alloc needed item memory fail, item node size (%u).",
+                  static_cast<unsigned>(sizeof *item));
     return nullptr;
   }
   const auto size = static_cast<uint32_t>(value.size()) + 1;
   TaggedBlock<char> copy = tagged_block<char>(size);
   if (!copy) {
-    TIRN_ERROR("Alloc needed item memory fail, size(%u).", size);
-    return nullptr;
+    return TIRN_ERROR_AS("kesa_cfg_new_item_node", "Alloc needed item memory fail, size(%u).", size), nullptr;
   }
   if (memcpy_s(item->itemName, sizeof item->itemName, name.data(), name.size() + 1) != 0 ||
       memcpy_s(copy.get(), size, value.data(), size) != 0) {
-    TIRN_ERROR("Copy item (%s=%s) fail in new item node.", name.data(), value.data());
-    return nullptr;
+    return TIRN_ERROR_AS("kesa_cfg_new_item_node", "Copy item (%s=%s) fail in new item node.", name.data(),
+                         value.data()),
+           nullptr;
   }
   mark_unlinked(item->link);
   item->itemValue = copy.release();
@@ -102,8 +99,7 @@ bool add_item(kesa_cfg_file_node* file, const Texts& texts, NameIndex* index) {
 
 kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, const char* section) {
   if (file == nullptr) {
-    TIRN_ERROR("File is NULL.");
-    return nullptr;
+    return TIRN_ERROR_AS("kesa_cfg_find_section_node", "File is NULL."), nullptr;
   }
   for (kesa_cfg_section_node& node : NodesOf<kesa_cfg_section_node>(file->sections)) {
     if (equal(node.sectionName, section)) {
@@ -125,8 +121,7 @@ kesa_cfg_item_node* find_item_in(kesa_cfg_section_node* section, const char* ite
 kesa_cfg_item_node* kesa_cfg_find_item_node(kesa_cfg_file_node* file, const char* section, const char* item) {
   kesa_cfg_section_node* const node = kesa_cfg_find_section_node(file, section);
   if (node == nullptr) {
-    TIRN_DEBUG("Can't find section=%s", section);
-    return nullptr;
+    return TIRN_DEBUG_AS("kesa_cfg_find_item_node", "Can't find section=%s", section), nullptr;
   }
   return find_item_in(node, item);
 }
@@ -134,12 +129,12 @@ kesa_cfg_item_node* kesa_cfg_find_item_node(kesa_cfg_file_node* file, const char
 kesa_cfg_file_node* kesa_cfg_new_file_node(const char* file) {
   TaggedBlock<kesa_cfg_file_node> node = tagged_block<kesa_cfg_file_node>();
   if (!node) {
-    TIRN_ERROR("Alloc needed filenode memory fail, filenode size (%u).", static_cast<unsigned>(sizeof *node));
+    TIRN_ERROR_AS("kesa_cfg_new_file_node", "Alloc needed filenode memory fail, filenode size (%u).",
+                  static_cast<unsigned>(sizeof *node));
     return nullptr;
   }
   if (strcpy_s(node->fileName, sizeof node->fileName, file) != 0) {
-    TIRN_ERROR("Copy file name (%s) fail in new filenode.", file);
-    return nullptr;
+    return TIRN_ERROR_AS("kesa_cfg_new_file_node", "Copy file name (%s) fail in new filenode.", file), nullptr;
   }
   mark_unlinked(node->link);
   list::init(&node->sections);
@@ -189,8 +184,7 @@ void free_item(kesa_cfg_item_node* item) {
 
 int kesa_cfg_destroy_item(kesa_cfg_section_node* section) {
   if (section == nullptr) {
-    TIRN_ERROR("Null pointer found pSection.");
-    return kFail;
+    return TIRN_ERROR_AS("kesa_cfg_destroy_item", "Null pointer found pSection."), kFail;
   }
   for (kesa_cfg_item_node& item : NodesOf<kesa_cfg_item_node>(section->items)) {
     list::remove(&item.link);
@@ -201,8 +195,7 @@ int kesa_cfg_destroy_item(kesa_cfg_section_node* section) {
 
 int kesa_cfg_destory_section(kesa_cfg_file_node* file) {
   if (file == nullptr) {
-    TIRN_ERROR("Null pointer found pFile.");
-    return kFail;
+    return TIRN_ERROR_AS("kesa_cfg_destory_section", "Null pointer found pFile."), kFail;
   }
   for (kesa_cfg_section_node& section : NodesOf<kesa_cfg_section_node>(file->sections)) {
     kesa_cfg_destroy_item(&section);
@@ -216,8 +209,8 @@ int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const 
                            void* index) {
   Texts texts{};
   if (!kesa_cfg_check_param(section, item, texts) || !add_item(file, texts, static_cast<NameIndex*>(index))) {
-    TIRN_ERROR("Set config [%s] : %s = %s fail.", section == nullptr ? "" : section,
-               item == nullptr ? "" : item->itemName, item == nullptr ? "" : item->itemValue);
+    TIRN_ERROR_AS("kesa_cfg_file_proc", "Set config [%s] : %s = %s fail.", section == nullptr ? "" : section,
+                  item == nullptr ? "" : item->itemName, item == nullptr ? "" : item->itemValue);
   }
   return KESA_CFG_GO_ON;
 }

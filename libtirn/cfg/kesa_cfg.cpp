@@ -151,7 +151,7 @@ void destroy_file(kesa_cfg_file_node* file) {
 TaggedBlock<char> allocate_value(uint32_t size, const char* function) {
   TaggedBlock<char> value = tirn::tagged_block<char>(size, function);
   if (!value) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Alloc needed item memory fail, size(%u).", size);
+    TIRN_ERROR_AS(function, "Alloc needed item memory fail, size(%u).", size);
   }
   return value;
 }
@@ -168,8 +168,7 @@ void swap_value(kesa_cfg_item_node& item, TaggedBlock<char>& value) {
 bool fits(const kesa_cfg_item_node& item, uint32_t size, const char* function) {
   const uint32_t needed = size_of(item.itemValue);
   if (size < needed) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Invalid Buffer size, inputSize(%u), actualSize(%u).", size,
-                needed);
+    TIRN_ERROR_AS(function, "Invalid Buffer size, inputSize(%u), actualSize(%u).", size, needed);
   }
   return size >= needed;
 }
@@ -190,8 +189,8 @@ int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, cons
   KesaCfgItemRecord& record = *wanted.record;
   if (strcpy_s(record.name, sizeof record.name, item->itemName) != 0 ||
       strcpy_s(record.value, sizeof record.value, item->itemValue) != 0) {
-    TIRN_ERROR("Copy item (%s=%s) fail.", item->itemName, item->itemValue);
-    return tirn::kFail;
+    return TIRN_ERROR_AS("kesa_cfg_getFromFile_proc", "Copy item (%s=%s) fail.", item->itemName, item->itemValue),
+           tirn::kFail;
   }
   wanted.status = tirn::kOk;
   return 0;
@@ -222,14 +221,12 @@ int32_t kesa_cfg_init(const char* file) { return kesa_cfg_init_ex(file); }
 
 int32_t kesa_cfg_init_ex(const char* file) {
   if (file == nullptr) {
-    TIRN_INFO("Input File is NULL pointer.");
-    return tirn::kFail;
+    return TIRN_INFO("Input File is NULL pointer."), tirn::kFail;
   }
   NameIndex index;
   kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, &index);
   if (node == nullptr) {
-    TIRN_DEBUG("Parse config file %s failed.", file);
-    return tirn::kFail;
+    return TIRN_DEBUG("Parse config file %s failed.", file), tirn::kFail;
   }
   StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_file_node* const former = g_files.find(file);
@@ -264,8 +261,7 @@ int32_t kesa_cfg_destroy_ex(const char* file) {
     return tirn::kOk;
   }
   if (file == nullptr) {
-    TIRN_ERROR("Param error, pFile is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("Param error, pFile is NULL."), tirn::kFail;
   }
   StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_file_node* const node = g_files.find(file);
@@ -280,8 +276,7 @@ int32_t kesa_cfg_destroy_ex(const char* file) {
 
 int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffer, uint32_t size) {
   if (section == nullptr || item == nullptr || size == 0) {
-    TIRN_INFO("Invalid SectionName or ItemName or size in getItemValue.");
-    return tirn::kFail;
+    return TIRN_INFO("Invalid SectionName or ItemName or size in getItemValue."), tirn::kFail;
   }
   {
     const StoreHold hold(g_stCfgRwlock, RwlockHold::kReadMayblock);
@@ -298,21 +293,18 @@ int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffe
       }
     }
   }
-  TIRN_LIMITED(tirn::kInfo, tirn::kWarning, tirn::kInfo, "Get ItemValue by pSection %s and pItemName %s failed.",
-               section, item);
+  TIRN_LIMITED(tirn::kWarning, "Get ItemValue by pSection %s and pItemName %s failed.", section, item);
   return tirn::kFail;
 }
 
 int32_t kesa_cfg_getItemValue_ex(const char* file, const char* section, const char* item, char* buffer,
                                  uint32_t size) {
   if (file == nullptr || section == nullptr || item == nullptr || buffer == nullptr || size == 0) {
-    TIRN_ERROR("Invalid SectionName or ItemName or size in getItemValue_ex.");
-    return tirn::kFail;
+    return TIRN_ERROR("Invalid SectionName or ItemName or size in getItemValue_ex."), tirn::kFail;
   }
   const HeldFile held(file, RwlockHold::kReadMayblock);
   if (held.node() == nullptr) {
-    TIRN_ERROR("Can not find file %s.", file);
-    return tirn::kFail;
+    return TIRN_ERROR("Can not find file %s.", file), tirn::kFail;
   }
   const kesa_cfg_item_node* const found = kesa_cfg_find_item_node(held.node(), section, item);
   if (found == nullptr) {
@@ -330,8 +322,7 @@ int32_t kesa_cfg_getItemValue_ex(const char* file, const char* section, const ch
 
 int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char* value) {
   if (section == nullptr || item == nullptr || value == nullptr) {
-    TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value);
-    return tirn::kFail;
+    return TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value), tirn::kFail;
   }
   const uint32_t size = size_of(value);
   TaggedBlock<char> copy = allocate_value(size, __func__);
@@ -356,8 +347,7 @@ int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char*
 
 int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section, const char* item, const char* value) {
   if (file == nullptr || section == nullptr || item == nullptr || value == nullptr) {
-    TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value);
-    return tirn::kFail;
+    return TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value), tirn::kFail;
   }
   const uint32_t size = size_of(value);
   TaggedBlock<char> copy = allocate_value(size, __func__);
@@ -365,18 +355,15 @@ int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section, const ch
     return tirn::kFail;
   }
   if (const int error = strncpy_s(copy.get(), size, value, std::strlen(value))) {
-    TIRN_ERROR("Can not do strncpy_s, errno (%d).", error);
-    return tirn::kFail;
+    return TIRN_ERROR("Can not do strncpy_s, errno (%d).", error), tirn::kFail;
   }
   const HeldFile held(file, RwlockHold::kWrite);
   if (held.node() == nullptr) {
-    TIRN_ERROR("Config file (%s) is no exist.", file);
-    return tirn::kFail;
+    return TIRN_ERROR("Config file (%s) is no exist.", file), tirn::kFail;
   }
   kesa_cfg_item_node* const found = kesa_cfg_find_item_node(held.node(), section, item);
   if (found == nullptr) {
-    TIRN_ERROR("Can not find item (%s) in file (%s).", item, file);
-    return tirn::kFail;
+    return TIRN_ERROR("Can not find item (%s) in file (%s).", item, file), tirn::kFail;
   }
   swap_value(*found, copy);
   return tirn::kOk;

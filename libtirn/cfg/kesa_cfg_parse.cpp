@@ -42,8 +42,9 @@ inline Text kesa_cfg_trim_string(Text text) {
     --text.length;
   }
   if (text.length > kLongestTrimmed) [[unlikely]] {
-    TIRN_DEBUG("The length (%d) of string (%s) is larger than limit (%d) when trim format of string.",
-               static_cast<int>(text.length), text.begin, static_cast<int>(kLongestTrimmed));
+    TIRN_DEBUG_AS("kesa_cfg_trim_string",
+                  "The length (%d) of string (%s) is larger than limit (%d) when trim format of string.",
+                  static_cast<int>(text.length), text.begin, static_cast<int>(kLongestTrimmed));
     return {nullptr, 0};
   }
   return text;
@@ -71,8 +72,7 @@ bool kesa_cfg_is_section(Text line) {
   scratch[line.length - 2] = '\0';
   const Text name = kesa_cfg_trim_string({scratch, line.length - 2});
   if (!is_name(name.begin)) {
-    TIRN_DEBUG("The input string (%s) is not a section string.", line.begin);
-    return false;
+    return TIRN_DEBUG_AS("kesa_cfg_is_section", "The input string (%s) is not a section string.", line.begin), false;
   }
   std::memcpy(line.begin + 1, name.begin, name.length);
   std::memcpy(line.begin + 1 + name.length, "]", sizeof "]");
@@ -84,9 +84,7 @@ void copy_section(const char* line, char (&section)[KESA_CFG_NAME_SIZE]) {
   char name[KESA_CFG_NAME_SIZE];
   const char* const begin = line + 1;
   if (strncpy_s(name, sizeof name, begin, std::strcspn(begin, "]")) != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, "kesa_cfg_ini_fd_parse", "copy section name (%s) fail in copy section.",
-                begin);
-    return;
+    return TIRN_ERROR_AS("kesa_cfg_ini_fd_parse", "copy section name (%s) fail in copy section.", begin);
   }
   std::memcpy(section, name, sizeof section);
 }
@@ -113,8 +111,8 @@ bool kesa_cfg_is_item(Text line, Item& item) {
     return false;
   }
   if (!is_name(item.name.begin)) {
-    TIRN_DEBUG("The input string (%s) is not a valid config item.", item.name.begin);
-    return false;
+    return TIRN_DEBUG_AS("kesa_cfg_is_item", "The input string (%s) is not a valid config item.", item.name.begin),
+           false;
   }
   return item.name.length < KESA_CFG_NAME_SIZE;
 }
@@ -151,8 +149,7 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
   const auto size = static_cast<uint32_t>(line.length) + 1;
   char* const copy = scratch.of_size(size);
   if (copy == nullptr) {
-    TIRN_ERROR("Alloc memory fail, size(%u).", size);
-    return false;
+    return TIRN_ERROR_AS("kesa_cfg_parse_item", "Alloc memory fail, size(%u).", size), false;
   }
   std::memcpy(copy, line.begin, size);
   Item parts{};
@@ -161,13 +158,15 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
   }
   join(line, parts);
   if (line.begin[parts.name.length] != '=') {  // not so, behind join
-    TIRN_DEBUG("Can't find '=' in the string (%s), it's not a valid config item.", line.begin);
-    return false;
+    return TIRN_DEBUG_AS("kesa_cfg_parse_item", "Can't find '=' in the string (%s), it's not a valid config item.",
+                         line.begin),
+           false;
   }
   if (memcpy_s(item.itemName, sizeof item.itemName, parts.name.begin, parts.name.length + 1) != 0 ||
       parts.value.length >= KESA_CFG_VALUE_SIZE) {
-    TIRN_ERROR("copy item (%s=%s) fail in parse item.", parts.name.begin, parts.value.begin);
-    return false;
+    return TIRN_ERROR_AS("kesa_cfg_parse_item", "copy item (%s=%s) fail in parse item.", parts.name.begin,
+                         parts.value.begin),
+           false;
   }
   item.itemValue = parts.value.begin;
   return true;
@@ -221,12 +220,10 @@ int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item
 
 kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn callback, void* argument) {
   if (file == nullptr) {
-    TIRN_ERROR("Filename null pointer");
-    return nullptr;
+    return TIRN_ERROR("Filename null pointer"), nullptr;
   }
   if (std::strlen(file) >= KESA_CFG_FILE_NAME_SIZE) {
-    TIRN_ERROR("File name length too long.");
-    return nullptr;
+    return TIRN_ERROR("File name length too long."), nullptr;
   }
   tirn::TaggedBlock<kesa_cfg_file_node> node(tirn::cfg::kesa_cfg_new_file_node(file), {__func__, __LINE__});
   if (!node) {
@@ -235,8 +232,7 @@ kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn c
   RwlockHold hold(node->rwlock, RwlockHold::kWriteMayblock);
   tirn::Fd fd(kesa_open(file, O_RDONLY | O_CLOEXEC, 0));
   if (!fd) {
-    TIRN_DEBUG("Open file (%s) failed, fd %d errno %d", file, fd.get(), errno);
-    return nullptr;
+    return TIRN_DEBUG("Open file (%s) failed, fd %d errno %d", file, fd.get(), errno), nullptr;
   }
   bool is_parsed = false;
   tirn::run_with_cleanup(

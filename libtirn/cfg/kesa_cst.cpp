@@ -49,25 +49,22 @@ int kesa_cst_syscall(Command command, Argument* argument) {
   const tirn::NoCancellation guard;
   const tirn::Fd file(kesa_open(kControlFile, O_RDWR | O_CLOEXEC, 0));
   if (!file) {
-    TIRN_ERROR("Open file failed, errno %d", errno);
-    return tirn::kFail;
+    return TIRN_ERROR_AS("kesa_cst_syscall", "Open file failed, errno %d", errno), tirn::kFail;
   }
   const int result = ioctl(file.get(), command, argument);
   // A caller without the right is expected to meet that one.
   if (result != 0 && errno != EPERM) {
-    TIRN_ERROR("Ioctl failed, errno %d", errno);
+    TIRN_ERROR_AS("kesa_cst_syscall", "Ioctl failed, errno %d", errno);
   }
   return result;
 }
 
 bool name_item(Input& input, const char* section, const char* item, const char* function) {
   if (strcpy_s(input.section, sizeof input.section, section) != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Copy section name fail, %s", section);
-    return false;
+    return TIRN_ERROR_AS(function, "Copy section name fail, %s", section), false;
   }
   if (strcpy_s(input.item, sizeof input.item, item) != 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Copy item name fail, %s", item);
-    return false;
+    return TIRN_ERROR_AS(function, "Copy item name fail, %s", item), false;
   }
   return true;
 }
@@ -102,21 +99,18 @@ int32_t kesa_cst_setItem(const char* section, const char* item, const char* valu
     return tirn::kFail;
   }
   if (strcpy_s(input.value, sizeof input.value, value) != 0) {
-    TIRN_ERROR("Copy item value fail, %s", value);
-    return tirn::kFail;
+    return TIRN_ERROR("Copy item value fail, %s", value), tirn::kFail;
   }
   Argument argument{sizeof input, 0, {}, address_of(&input), 0};
   if (kesa_cst_syscall(kSetItem, &argument) != 0) {
-    TIRN_ERROR("Set item failed, section(%s) itemName(%s) itemValue(%s)", section, item, value);
-    return tirn::kFail;
+    return TIRN_ERROR("Set item failed, section(%s) itemName(%s) itemValue(%s)", section, item, value), tirn::kFail;
   }
   return tirn::kOk;
 }
 
 int32_t kesa_cst_reloadConfig() {
   if (kesa_cst_syscall(kReload, nullptr) != 0) {
-    TIRN_ERROR("Reload config fail");
-    return tirn::kFail;
+    return TIRN_ERROR("Reload config fail"), tirn::kFail;
   }
   return tirn::kOk;
 }

@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/cpu_list.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
-#include "libtirn/cpu/cpu_list.h"
 #include "libtirn/cpu/cpum_groups.h"
 
 namespace {
@@ -55,9 +55,11 @@ bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read);
 bool parse_range(const char* item, uint64_t* mask) {
   uint32_t start = 0;
   uint32_t end = 0;
-  if (!scan_range(item, start, end, kFunction, [item] {
-        TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Parse cpu mask fail, invalid format:%s", item);
-      })) {
+  const tirn::RangeScan scan = tirn::scan_range(item, start, end, kFunction);
+  if (scan == tirn::RangeScan::kNoRange) {
+    TIRN_ERROR_AS(kFunction, "Parse cpu mask fail, invalid format:%s", item);
+  }
+  if (scan != tirn::RangeScan::kGood) {
     return false;
   }
   end = std::min(end, kLastCpu);
@@ -70,8 +72,7 @@ bool parse_range(const char* item, uint64_t* mask) {
 // Reads the lists of the partitions that an item names, where the item stands.
 bool read_named(const char* item, const char* group, const char* partition, uint64_t* mask, ReadPartitions& read) {
   if (!read.make_room() || !read.descend()) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, kFunction, "Parse cpu mask fail, invalid format:%s", item);
-    return false;
+    return TIRN_ERROR_AS(kFunction, "Parse cpu mask fail, invalid format:%s", item), false;
   }
   uint32_t index = 0;
   for_each_partition([&](const kesa_cpu_group& owner, const kesa_cpu_partition& candidate) {
@@ -88,7 +89,7 @@ bool read_named(const char* item, const char* group, const char* partition, uint
 // Whether an item was taken. A bad one does not end the walk.
 bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read) {
   bool is_taken = false;
-  walk_items(text, [&](const char* item) {
+  tirn::walk_items(text, [&](const char* item, const char*) {
     char group[sizeof kesa_cpu_group::name];
     char partition[sizeof kesa_cpu_partition::name];
     const bool is_reference = kesa_cpum_init(nullptr) == tirn::kOk &&

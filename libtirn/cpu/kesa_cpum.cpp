@@ -13,6 +13,7 @@
 #include "libtirn/base/once.h"
 #include "libtirn/base/private_call.h"
 #include "libtirn/base/result.h"
+#include "libtirn/cpu/cfg_value.h"
 #include "libtirn/cpu/cpum_groups.h"
 #include "tirn/cfg.h"
 #include "tirn/fileops.h"
@@ -33,17 +34,6 @@ constexpr char kDefaultPath[] = "/ZEK/conf/app_data/wtrc/product.ini";
 constexpr char kGenerate[] = "/ZEK/component/vek/script/gen_product_ini.sh \"/ZEK/conf/app_data/wtrc/\"";
 
 constinit tirn::Once g_initialised;
-
-#define INIT_INFO(...) TIRN_LOG_AS(::tirn::kModule, ::tirn::kInfo, kInit, __VA_ARGS__)
-#define INIT_INFO_LIMITED(...) TIRN_LIMITED_AS(kInit, ::tirn::kInfo, ::tirn::kInfo, ::tirn::kInfo, __VA_ARGS__)
-
-struct Value {
-  char text[256];
-};
-
-int read_value(const char* path, const char* section, const char* key, Value& value) {
-  return kesa_cfg_getItemValue_ex(path, section, key, value.text, sizeof value.text);
-}
 
 // A count, or 0 and below where there is none.
 int read_count(const char* path, const char* section, const char* key, int* read_result = nullptr) {
@@ -79,13 +69,11 @@ void add_group(const char* path, int number) {
   snprintf_s(section, sizeof section, sizeof section - 1, "GROUP_%d", number);
   const int count = read_count(path, section, "partition_num");
   if (count <= 0) {
-    INIT_INFO("Get cpu partition num fail, %s", section);
-    return;
+    return TIRN_INFO_AS(kInit, "Get cpu partition num fail, %s", section);
   }
   auto group = tirn::tagged_block<kesa_cpu_group>();
   if (group == nullptr) {
-    INIT_INFO("Malloc for group fail");
-    return;
+    return TIRN_INFO_AS(kInit, "Malloc for group fail");
   }
   *group = {};
   tirn::list::init(&group->partitions);
@@ -107,7 +95,7 @@ bool has_default_file() {
     return true;
   }
   if (const int result = kesa_system_s(kGenerate, nullptr); result != 0) {
-    INIT_INFO_LIMITED("Generate default cpu group cfg ret:%d", result);
+    TIRN_LIMITED_AS(kInit, tirn::kInfo, "Generate default cpu group cfg ret:%d", result);
   }
   return kesa_access(kDefaultPath, F_OK) == 0;
 }
@@ -116,7 +104,7 @@ bool has_file(const char* path) {
   if (kesa_access(path, F_OK) == 0) {
     return true;
   }
-  INIT_INFO_LIMITED("Cpu group cfg %s is not exist, errno:%d", path, errno);
+  TIRN_LIMITED_AS(kInit, tirn::kInfo, "Cpu group cfg %s is not exist, errno:%d", path, errno);
   return false;
 }
 
@@ -124,9 +112,8 @@ int read_groups(const char* path) {
   int read = tirn::kFail;
   const int count = read_count(path, "CPU_PARTITION", "group_num", &read);
   if (count <= 0) {
-    INIT_INFO("Get cpu num fail, ret:%d", read);
-    INIT_INFO("Parse cpu group cfg fail %s", path);
-    return tirn::kFail;
+    TIRN_INFO_AS(kInit, "Get cpu num fail, ret:%d", read);
+    return TIRN_INFO_AS(kInit, "Parse cpu group cfg fail %s", path), tirn::kFail;
   }
   for (int group = 0; group < count; ++group) {
     add_group(path, group);
@@ -137,12 +124,11 @@ int read_groups(const char* path) {
 int load(const char* given) {
   const char* const path = given != nullptr ? given : kDefaultPath;
   if (given != nullptr ? !has_file(given) : !has_default_file()) {
-    INIT_INFO_LIMITED("Invalid cpu group cfg %s", path);
+    TIRN_LIMITED_AS(kInit, tirn::kInfo, "Invalid cpu group cfg %s", path);
     return tirn::kFail;
   }
   if (kesa_cfg_init(path) != tirn::kOk) {
-    INIT_INFO("Load cpu cgroup cfg fail %s", path);
-    return tirn::kFail;
+    return TIRN_INFO_AS(kInit, "Load cpu cgroup cfg fail %s", path), tirn::kFail;
   }
   return read_groups(path);
 }
@@ -180,8 +166,7 @@ void kesa_cpum_dbg_show(kesa_print_fn print) {
 
 int kesa_get_idle_no_cstates(unsigned cpu, unsigned* value) {
   if (value == nullptr) {
-    TIRN_ERROR("idle_no_cstates_value is null.");
-    return tirn::kFail;
+    return TIRN_ERROR("idle_no_cstates_value is null."), tirn::kFail;
   }
   return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kGetIdleNoCstates, uint64_t{cpu}, value));
 }
@@ -197,8 +182,7 @@ int kesa_set_idle_no_cstates(unsigned cpu, unsigned value) {
 
 int kesa_get_cpu_task_info(unsigned cpu, void* info) {
   if (info == nullptr) {
-    TIRN_ERROR("pCpuTaskInfo is null.");
-    return tirn::kFail;
+    return TIRN_ERROR("pCpuTaskInfo is null."), tirn::kFail;
   }
   return tirn::private_call(tirn::PrivateCommand::kCpuTaskInfo, uint64_t{cpu}, info) == 0 ? tirn::kOk : tirn::kFail;
 }

@@ -6,12 +6,13 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/cpu_list.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/list.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 #include "libtirn/base/result.h"
-#include "libtirn/cpu/cpu_list.h"
+#include "libtirn/cpu/cfg_value.h"
 #include "libtirn/cpu/numam.h"
 #include "tirn/cfg.h"
 #include "tirn/fileops.h"
@@ -34,26 +35,22 @@ constexpr char kProcess[] = "PROC_PARTITION";
 constinit std::atomic<int32_t> g_cpu_count{0};
 constinit tirn::Once g_loaded;
 
-struct Value {
-  char text[256];
-};
-
+// The nodes' keys may stand in any registered file.
 bool read_value(const char* section, const char* key, Value& value) {
-  return kesa_cfg_getItemValue(section, key, value.text, sizeof value.text) == tirn::kOk;
+  return tirn::cpu::read_value(nullptr, section, key, value) == tirn::kOk;
 }
 
 // Logs for the exported function that loads.
 bool load_file(const char* path, const char* function) {
   if (kesa_cfg_init(path) != tirn::kOk) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kInfo, function, "Load Numa cfg fail %s", path);
-    return false;
+    return TIRN_INFO_AS(function, "Load Numa cfg fail %s", path), false;
   }
   return true;
 }
 
 void forget_file(const char* path, const char* function) {
   if (kesa_cfg_destroy_ex(path) != tirn::kOk) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Destroy numa cfg fail %s", path);
+    TIRN_ERROR_AS(function, "Destroy numa cfg fail %s", path);
   }
 }
 
@@ -78,37 +75,32 @@ int kesa_numam_parse_per_numa(int numa_id) {
   }
   auto node = tirn::tagged_block<kesa_numa_node>();
   if (node == nullptr) {
-    TIRN_ERROR("Malloc for numaInfo fail");
-    return tirn::kFail;
+    return TIRN_ERROR("Malloc for numaInfo fail"), tirn::kFail;
   }
   *node = {};
   node->numa_id = numa_id;
   strncpy_s(node->cores, sizeof node->cores, value.text, sizeof node->cores - 1);
   tirn::list::push_back(&g_nodes, &node.release()->link);
-  TIRN_INFO("Get cores(%s) by numaId(%u) success.", value.text, static_cast<unsigned>(numa_id));
-  return tirn::kOk;
+  return TIRN_INFO("Get cores(%s) by numaId(%u) success.", value.text, static_cast<unsigned>(numa_id)), tirn::kOk;
 }
 
 int kesa_numam_parse_numa_partition() {
   const int cpus = kesa_numam_parse_digit_item(kNodes, "cpu_num");
   g_cpu_count.store(cpus, std::memory_order_relaxed);
   if (cpus < 1) {
-    TIRN_ERROR("Get cpu num fail, ret:%d", cpus);
-    return tirn::kFail;
+    return TIRN_ERROR("Get cpu num fail, ret:%d", cpus), tirn::kFail;
   }
   const int nodes = kesa_numam_parse_digit_item(kNodes, "numa_num");
   g_node_count.store(nodes, std::memory_order_relaxed);
   if (nodes < 1) {
-    TIRN_ERROR("Get numa num fail, ret:%d", nodes);
-    return tirn::kFail;
+    return TIRN_ERROR("Get numa num fail, ret:%d", nodes), tirn::kFail;
   }
   for (int id = 0; id < nodes; ++id) {
     if (kesa_numam_parse_per_numa(id) != tirn::kOk) {
       return tirn::kFail;
     }
   }
-  TIRN_INFO("Get cpu_num(%u), numa_num(%d) success.", static_cast<unsigned>(cpus), nodes);
-  return tirn::kOk;
+  return TIRN_INFO("Get cpu_num(%u), numa_num(%d) success.", static_cast<unsigned>(cpus), nodes), tirn::kOk;
 }
 
 // Only so many characters count: "truth" is true.
@@ -119,12 +111,10 @@ int kesa_numam_parse_proc_numa_switch() {
   }
   const bool is_on = std::strncmp(value.text, "true", 3) == 0;
   if (!is_on && std::strncmp(value.text, "false", 4) != 0) {
-    TIRN_ERROR("Get proc_numa_info fail, itemValue:%s", value.text);
-    return tirn::kFail;
+    return TIRN_ERROR("Get proc_numa_info fail, itemValue:%s", value.text), tirn::kFail;
   }
   kesa_numam_status_set(is_on ? 1 : 0);
-  TIRN_INFO("Get numa_enable(%s) success.", value.text);
-  return tirn::kOk;
+  return TIRN_INFO("Get numa_enable(%s) success.", value.text), tirn::kOk;
 }
 
 void kesa_numam_parse_proc_numa_set(int numa_id) {
@@ -140,7 +130,7 @@ int kesa_numam_parse_proc_numa_info() {
   if (!read_value(kProcess, "proc_numa_info", value)) {
     return tirn::kOk;
   }
-  const bool are_nodes = walk_items(value.text, [](const char* item) {
+  const bool are_nodes = walk_items(value.text, [](const char* item, const char*) {
     const int id = static_cast<int>(std::strtol(item, nullptr, 10));
     if (static_cast<unsigned>(id) >= static_cast<unsigned>(kesa_numam_num_get())) {
       return false;
@@ -149,11 +139,9 @@ int kesa_numam_parse_proc_numa_info() {
     return true;
   });
   if (!are_nodes) {
-    TIRN_ERROR("Get proc_numa_info(%s) failed.", value.text);
-    return tirn::kFail;
+    return TIRN_ERROR("Get proc_numa_info(%s) failed.", value.text), tirn::kFail;
   }
-  TIRN_INFO("Get proc_numa_info(%s) success.", value.text);
-  return tirn::kOk;
+  return TIRN_INFO("Get proc_numa_info(%s) success.", value.text), tirn::kOk;
 }
 
 int kesa_numam_parse_proc_partition() {
@@ -163,12 +151,10 @@ int kesa_numam_parse_proc_partition() {
 // The first message names a section that no file has.
 int kesa_numam_cfg_parse() {
   if (kesa_numam_parse_numa_partition() != tirn::kOk) {
-    TIRN_ERROR("Parse numa cfg CPU_PARTITION fail.");
-    return tirn::kFail;
+    return TIRN_ERROR("Parse numa cfg CPU_PARTITION fail."), tirn::kFail;
   }
   if (kesa_numam_parse_proc_partition() != tirn::kOk) {
-    TIRN_ERROR("Parse numa cfg PROC_PARTITION fail.");
-    return tirn::kFail;
+    return TIRN_ERROR("Parse numa cfg PROC_PARTITION fail."), tirn::kFail;
   }
   return tirn::kOk;
 }
@@ -177,10 +163,10 @@ int kesa_numam_init_inner(const char* path) {
   const tirn::NoCancellation guard;  // the file would stay registered
   const char* const file = path != nullptr ? path : kDefaultPath;
   if (kesa_access(file, F_OK) != 0) {
-    TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
+    TIRN_LIMITED(tirn::kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
     return tirn::kOk;
   }
-  TIRN_LIMITED(tirn::kInfo, tirn::kInfo, tirn::kInfo, "Numa cfg %s.", file);
+  TIRN_LIMITED(tirn::kInfo, "Numa cfg %s.", file);
   if (!load_file(file, __func__) || kesa_numam_cfg_parse() != tirn::kOk) {
     return tirn::kFail;
   }
@@ -194,16 +180,13 @@ int kesa_numam_init(const char* path) {
 
 int kesa_numam_cfg_check(const kesa_numa_cfg* record) {
   if (record == nullptr) {
-    TIRN_ERROR("Numa cfg is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("Numa cfg is NULL."), tirn::kFail;
   }
   if (!is_path(record->numa_info)) {
-    TIRN_ERROR("Numa cfg numa_info error.");
-    return tirn::kFail;
+    return TIRN_ERROR("Numa cfg numa_info error."), tirn::kFail;
   }
   if (!is_path(record->node_numa)) {
-    TIRN_ERROR("Numa cfg node_numa error.");
-    return tirn::kFail;
+    return TIRN_ERROR("Numa cfg node_numa error."), tirn::kFail;
   }
   return tirn::kOk;
 }

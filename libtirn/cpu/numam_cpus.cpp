@@ -1,9 +1,9 @@
 // What was read of the NUMA nodes, and the lists of their CPUs.
 #include <algorithm>
 
+#include "libtirn/base/cpu_list.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
-#include "libtirn/cpu/cpu_list.h"
 #include "libtirn/cpu/numam.h"
 #include "tirn/bitops.h"
 #include "tirn/cpumask.h"
@@ -31,8 +31,9 @@ int set_range(const char* item, unsigned last, Set set) {
 // The first item that is not good ends the list.
 template <typename Sink>
 int parse_list(const char* text, int (*parse_item)(const char*, Sink*), Sink* sink) {
-  return walk_items(text, [=](const char* item) { return parse_item(item, sink) == tirn::kOk; }) ? tirn::kOk
-                                                                                                 : tirn::kFail;
+  return walk_items(text, [=](const char* item, const char*) { return parse_item(item, sink) == tirn::kOk; })
+             ? tirn::kOk
+             : tirn::kFail;
 }
 
 // The list of a node's CPUs; nullptr, after its line, for a node that there is not.
@@ -42,8 +43,8 @@ const char* cores_of(int numa_id, const char* function) {
       return node_of(link).cores;
     }
   }
-  TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "NumaId(%u) not configured, numa_num(%u).",
-              static_cast<unsigned>(numa_id), static_cast<unsigned>(kesa_numam_num_get()));
+  TIRN_ERROR_AS(function, "NumaId(%u) not configured, numa_num(%u).", static_cast<unsigned>(numa_id),
+                static_cast<unsigned>(kesa_numam_num_get()));
   return nullptr;
 }
 
@@ -63,8 +64,7 @@ int kesa_numam_num_get() { return g_node_count.load(std::memory_order_relaxed); 
 
 int kesa_numam_proc_numamask_get(uint64_t* mask) {
   if (mask == nullptr) {
-    TIRN_ERROR("Param error, munaMask is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("Param error, munaMask is NULL."), tirn::kFail;
   }
   for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
     if (const kesa_numa_node& node = node_of(link); node.proc_member == 1) {
@@ -76,8 +76,7 @@ int kesa_numam_proc_numamask_get(uint64_t* mask) {
 
 int kesa_numam_cpuset_get(int numa_id, cpu_set_t* set) {
   if (set == nullptr) {
-    TIRN_ERROR("Param error, cpuSet is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("Param error, cpuSet is NULL."), tirn::kFail;
   }
   CPU_ZERO(set);
   return kesa_numam_parse_cpuset(cores_of(numa_id, __func__), set);
@@ -85,19 +84,18 @@ int kesa_numam_cpuset_get(int numa_id, cpu_set_t* set) {
 
 int kesa_numam_cpumask_get(int numa_id, uint64_t* mask) {
   if (mask == nullptr) {
-    TIRN_ERROR("Param error, munaMask is NULL.");
-    return tirn::kFail;
+    return TIRN_ERROR("Param error, munaMask is NULL."), tirn::kFail;
   }
   init_cpumask_bit(mask, KESA_CPUMASK_WORDS);
   return kesa_numam_parse_cpumask(cores_of(numa_id, __func__), mask);
 }
 
 int kesa_numam_parse_cpustr(const char* item, unsigned* start, unsigned* end) {
-  const char* const function = __func__;
-  const bool is_range = scan_range(item, *start, *end, function, [item, function] {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, function, "Parse CpuSet fail, invalid format:%s", item);
-  });
-  return is_range ? tirn::kOk : tirn::kFail;
+  const tirn::RangeScan scan = tirn::scan_range(item, *start, *end, __func__);
+  if (scan == tirn::RangeScan::kNoRange) {
+    TIRN_ERROR("Parse CpuSet fail, invalid format:%s", item);
+  }
+  return scan == tirn::RangeScan::kGood ? tirn::kOk : tirn::kFail;
 }
 
 int kesa_numam_parse_cpuset_as_list(const char* item, cpu_set_t* set) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
+#include "libtirn/base/cpu_list.h"
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
@@ -30,8 +31,8 @@ int load_masks() {
   const int32_t online = load(cpu_online_mask, "/sys/devices/system/cpu/online");
   const int32_t present = load(cpu_present_mask, "/sys/devices/system/cpu/present");
   if (possible < 0 || online < 0 || present < 0) {
-    TIRN_LOG_AS(tirn::kModule, tirn::kError, "cpumask_init",
-                "Load_cpumask failed. possible_cpu = %d, online_cpu = %d, max_cpu=%d\n", possible, online, present);
+    TIRN_ERROR_AS("cpumask_init", "Load_cpumask failed. possible_cpu = %d, online_cpu = %d, max_cpu=%d\n", possible,
+                  online, present);
     return tirn::kFail;
   }
   return tirn::kOk;
@@ -60,14 +61,11 @@ int32_t load_cpumask(kesa_cpumask* mask, const char* path, uint32_t) {
     return 0;
   }
   int32_t highest = 0;
-  for (char* token = list; token != nullptr;) {
-    char* const comma = std::strchr(token, ',');
-    if (comma != nullptr) {
-      *comma = '\0';
-    }
+  tirn::walk_items(list, [&](const char* token, char* end) {
+    *end = '\0';
     highest = std::max(highest, kesa_set_cpumask_bit(reinterpret_cast<uint8_t*>(mask), token));
-    token = comma != nullptr ? comma + 1 : nullptr;
-  }
+    return true;
+  });
   return highest;
 }
 

@@ -72,7 +72,7 @@ int run(Command which, const char* first, const char* second = "") {
   const std::optional<int> status =
       tirn::run_command(line.get(), kLineSize, command.allowed, command.line, first, second);
   if (!status) {
-    TIRN_LIMITED_AS(command.function, tirn::kInfo, tirn::kError, tirn::kInfo,
+    TIRN_LIMITED_AS(command.function, tirn::kError,
                     "sprintf_s secure function failed, destMax<%lu>.", static_cast<unsigned long>(kLineSize));
     return -EINVAL;
   }

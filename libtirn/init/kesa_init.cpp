@@ -67,8 +67,7 @@ int run_start_steps() {
       break;
     }
   }
-  TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result);
-  return result == tirn::kOk ? tirn::kOk : tirn::kFail;
+  return TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result), result == tirn::kOk ? tirn::kOk : tirn::kFail;
 }
 
 }  // namespace

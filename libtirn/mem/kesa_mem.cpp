@@ -48,7 +48,7 @@ inline void* allocate(uint32_t size, uint32_t pid) {
 }
 
 [[gnu::cold, gnu::noinline]] void report_null(const char* function, uint32_t line) {
-  TIRN_LIMITED_AS("kesa_freesub", tirn::kError, tirn::kError, tirn::kError, "ptr  is null, function(%s) line(%u)",
+  TIRN_LIMITED_WITH(tirn::kError, tirn::kError, "kesa_freesub", tirn::kError, "ptr  is null, function(%s) line(%u)",
                   function, line);
 }
 

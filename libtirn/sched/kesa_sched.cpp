@@ -42,7 +42,8 @@ int install_wakeup_handler() {
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   if (sigaction(SIGWAKEUP, &action, nullptr) != 0) {
-    return TIRN_ERROR("signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno), tirn::kFail;
+    return TIRN_ERROR_AS("install_wakeup_handler", "signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno),
+           tirn::kFail;
   }
   // Pairs with the acquire above: a thread that sees 0 may send the signal.
   g_handler_missing.store(0, std::memory_order_release);

@@ -126,7 +126,9 @@ bool serve_request(Client& client) {
   }
   answer(client, header);
   if (header.len > MORU_SYSCALL_OUTPUT_MAX) {
-    return TIRN_ERROR("hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd), header.len), false;
+    return TIRN_ERROR_AS("serve_request", "hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd),
+                         header.len),
+           false;
   }
   return tirn::send_frame(client.connection.get(), header, client.output.get());
 }
@@ -154,18 +156,18 @@ void* serve_client(void* argument) {
 Fd open_service() {
   Fd service(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!service) {
-    TIRN_ERROR("Create socket %d fail!.\n", service.get());
+    TIRN_ERROR_AS("open_service", "Create socket %d fail!.\n", service.get());
     return {};
   }
   tirn::enable(service.get(), SOL_SOCKET, SO_REUSEADDR);
   const sockaddr_in address = tirn::service_address();
   if (bind(service.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    TIRN_ERROR("Bind socket %d fail!， error is %d.\n", service.get(), errno);
+    TIRN_ERROR_AS("open_service", "Bind socket %d fail!， error is %d.\n", service.get(), errno);
     return {};
   }
   constexpr int kBacklog = 10;
   if (listen(service.get(), kBacklog) != 0) {
-    TIRN_ERROR("Listen socket %d fail!, error is %d.\n", service.get(), errno);
+    TIRN_ERROR_AS("open_service", "Listen socket %d fail!, error is %d.\n", service.get(), errno);
     return {};
   }
   return service;

@@ -36,11 +36,11 @@ constinit tirn::ForkSteps g_fork_steps(connect_anew);
 void init_syscall_socket(tirn::Fd& socket_fd) {
   socket_fd = tirn::Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket_fd) {
-    return TIRN_ERROR("errno = %d\n", errno);
+    return TIRN_ERROR_AS("init_syscall_socket", "errno = %d\n", errno);
   }
   const sockaddr_in address = tirn::service_address();
   if (connect(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    return TIRN_ERROR("errno = %d\n", errno);
+    return TIRN_ERROR_AS("init_syscall_socket", "errno = %d\n", errno);
   }
   g_connection.store(socket_fd.release(), std::memory_order_release);  // pairs with the acquire in Call::take_turn
 }
@@ -115,7 +115,7 @@ class Call {
     if (tirn::send_frame(fd_, header, input)) {
       return true;
     }
-    TIRN_ERROR("errno = %d\n", errno);
+    TIRN_ERROR_AS("send_all", "errno = %d\n", errno);
     drop();
     return false;
   }

@@ -20,7 +20,7 @@ void record_os_stack(kesa_thread_s& record) {
   pthread_attr_t attributes;
   int result = pthread_getattr_np(pthread_self(), &attributes);
   if (result != 0) {
-    return TIRN_INFO("Get thread attr ret:%d.", result);
+    return TIRN_INFO_AS("record_os_stack", "Get thread attr ret:%d.", result);
   }
   size_t guard = 0;
   if (pthread_attr_getguardsize(&attributes, &guard) != 0) {
@@ -30,7 +30,7 @@ void record_os_stack(kesa_thread_s& record) {
   size_t size = 0;
   result = pthread_attr_getstack(&attributes, &address, &size);
   if (result != 0) {
-    TIRN_INFO("Get os stack ret:%d.", result);
+    TIRN_INFO_AS("record_os_stack", "Get os stack ret:%d.", result);
   } else {
     record.stack_low = reinterpret_cast<uintptr_t>(address) + guard;
     record.stack_high = reinterpret_cast<uintptr_t>(address) + size;
@@ -45,7 +45,7 @@ void set_signal_stack(kesa_thread_s& record) {
   stack.ss_size = KESA_THREAD_SIGNAL_STACK;
   stack.ss_flags = SS_ONSTACK;
   if (sigaltstack(&stack, nullptr) != 0) {
-    TIRN_WARNING("Set thrd tid:%d sigaltstack fail.", static_cast<int>(record.tid));
+    TIRN_WARNING_AS("set_signal_stack", "Set thrd tid:%d sigaltstack fail.", static_cast<int>(record.tid));
   }
 }
 

@@ -74,7 +74,7 @@ TEST_F(RateGuardTest, FirstLinesAtAnyMoment) {
 }
 
 void write_limited(uint32_t first, uint32_t level, uint32_t report) {
-  TIRN_LIMITED(first, level, report, "limited line");
+  TIRN_LIMITED_WITH(first, report, __func__, level, "limited line");
 }
 
 TEST_F(RateGuardTest, ThreeLevelsAreApart) {
