@@ -343,13 +343,13 @@ TEST_F(StandinJiffies, ChildrenStartAnew) {
       deaf.id = static_cast<uint64_t>(gettid());
       hurn_init(nullptr, "file:/tmp/pipe");
     }).detach();
-    wait_until([] { return threads_with("syscall", std::to_string(SYS_openat) + " ") != 0; });
+    wait_until([] { return deaf.id != 0 && threads_with("syscall", std::to_string(SYS_openat) + " ") != 0; });
     std::thread([] { deaf.ask(); }).detach();
-    wait_until([] { return zut_call_count(0x500) != 0; });
-    std::this_thread::sleep_for(milliseconds(20));
+    wait_until([] { return threads_with("syscall", std::to_string(SYS_futex) + " ") != 0; });
     run_as_first(inner);
   };
-  run_as_first(outer);
+  const auto child = tirn::test::run_child([&] { return run_as_first(outer), 0; });
+  EXPECT_TRUE(child.exited()) << child;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -34,9 +35,11 @@ TEST(Semaphore, UnitsAreCountedAndTimesRunOut) {
 }
 
 // Each letter is how one look of the kernel side ends: t by the time, s by a signal, x since there is no such call; T and S
-// if a unit came meanwhile. Signals end only the interruptible forms, the unit is taken, and nothing is left behind.
+// if units came meanwhile, the first of which is another's, who has waited longer. Signals end only the interruptible forms,
+// the unit is taken, and nothing is left behind.
 TEST(Semaphore, EndsOfAWait) {
   static kesa_sem_enhance sem;
+  static GhostWaiter earlier;
   static const char* looks;
   static int64_t jiffies;
   kesa_sem_enhance_init(&sem, 0);
@@ -48,7 +51,7 @@ TEST(Semaphore, EndsOfAWait) {
     EXPECT_EQ(state, PTHREAD_CANCEL_DISABLE) << "the record of a cancelled waiter would stay in the list";
     const char look = *looks++;
     if (look == 'T' || look == 'S') {
-      kesa_sem_enhance_up(&sem);
+      EXPECT_TRUE(kesa_sem_enhance_up(&sem) == 0 && earlier.state == 0 && kesa_sem_enhance_up(&sem) == 0);
     }
     *reinterpret_cast<int64_t*>(rest) = look == 's' || look == 'S' ? 5 : 0;
     return look == 't' || look == 'T' ? 0 : -1;
@@ -69,8 +72,11 @@ TEST(Semaphore, EndsOfAWait) {
                                            {plain, "x", 0}}) {
     jiffies = form == timed ? 10 : INT64_MAX;
     looks = ends;
+    earlier = {{&sem.waiters, &sem.waiters}, static_cast<uint32_t>(gettid()), 1};
+    sem.waiters.next = sem.waiters.prev = &earlier.link;
     EXPECT_EQ(form(&sem), result) << ends;
-    EXPECT_TRUE(*looks == '\0' && sem.waiters.next == &sem.waiters && sem.count == 0) << ends;
+    EXPECT_TRUE(*looks == '\0' && sem.count == 0) << ends;
+    EXPECT_EQ(sem.waiters.prev, earlier.state == 0 ? &sem.waiters : &earlier.link) << ends;
   }
 }
 
