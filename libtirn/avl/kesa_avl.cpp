@@ -5,9 +5,10 @@
 #include "libtirn/base/result.h"
 #include "tirn/avl.h"
 
+using namespace tirn;
+
 namespace {
 
-using namespace tirn;
 using Node = kesa_avl_node;
 using Tree = kesa_avl_tree;
 

@@ -6,6 +6,8 @@
 #include "libtirn/arch/arch.h"
 #include "tirn/bitops.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint64_t kWord = 64;
@@ -31,7 +33,7 @@ uint64_t first_in(uint64_t word) {
 template <Bit kBit>
 [[gnu::noinline]] uint64_t find_far(const uint8_t* map, uint64_t size, uint64_t at) {
   const uint64_t words = size / kWord;
-  at += tirn::arch::equal_words(map + at * 8, words - at, kSkip<kBit>);
+  at += arch::equal_words(map + at * 8, words - at, kSkip<kBit>);
   if (at < words) {
     return at * kWord + first_in<kBit>(word_at(map, at));
   }

@@ -14,14 +14,12 @@
 #include "libtirn/cfg/cfg_tree.h"
 #include "tirn/sched.h"
 
+using namespace tirn;
+using namespace tirn::cfg;
+
 uint64_t g_stCfgRwlock = 0;
 
 namespace {
-
-using tirn::RwlockHold;
-using tirn::TaggedBlock;
-using namespace tirn::cfg;
-namespace list = tirn::list;
 
 // What is registered, newest first.
 class Files {
@@ -87,13 +85,13 @@ class StoreHold {
   // Nobody is between two states of the list during a fork. A thread that forks while it holds the list (a log line's
   // callback may) has that already. It is waited for a second or so at most: the program may hold the exported lock
   // itself, and then it keeps that in the child.
-  static void lock_list(tirn::ForkSteps&) {
+  static void lock_list(ForkSteps&) {
     for (const StoreHold* hold = t_first; hold != nullptr; hold = hold->next_) {
       if (&hold->rwlock_ == &g_stCfgRwlock) {
         return;
       }
     }
-    const tirn::NoCancellation guard;
+    const NoCancellation guard;
     for (int i = 0; i < 4000 && !g_is_list_locked; ++i) {
       uint64_t free = 0;
       g_is_list_locked = std::atomic_ref(g_stCfgRwlock).compare_exchange_strong(free, KESA_RWLOCK_WRITER);
@@ -103,7 +101,7 @@ class StoreHold {
     }
   }
 
-  static void unlock_list(tirn::ForkSteps&) {
+  static void unlock_list(ForkSteps&) {
     if (std::exchange(g_is_list_locked, false)) {
       kesa_rwlock_write_unlock(&g_stCfgRwlock);
     }
@@ -111,7 +109,7 @@ class StoreHold {
 
   // In the child only the forking thread's holds are left. Nothing changes a tree under its file's lock alone but the
   // exchange of a value, which is one store.
-  static void renew(tirn::ForkSteps& self) {
+  static void renew(ForkSteps& self) {
     unlock_list(self);
     for (kesa_cfg_file_node& file : g_files.all()) {
       file.rwlock = 0;
@@ -125,7 +123,7 @@ class StoreHold {
     }
   }
 
-  static tirn::ForkSteps g_fork_steps;
+  static ForkSteps g_fork_steps;
   static bool g_is_list_locked;  // by a fork
   static __thread StoreHold* t_first;
 
@@ -134,7 +132,7 @@ class StoreHold {
   RwlockHold hold_;
   StoreHold* next_;
 };
-constinit tirn::ForkSteps StoreHold::g_fork_steps(renew, lock_list, unlock_list);
+constinit ForkSteps StoreHold::g_fork_steps(renew, lock_list, unlock_list);
 bool StoreHold::g_is_list_locked = false;
 __thread StoreHold* StoreHold::t_first = nullptr;
 
@@ -149,7 +147,7 @@ void destroy_file(kesa_cfg_file_node* file) {
 
 // A copy for a set function, under whose name a failure is told.
 TaggedBlock<char> allocate_value(uint32_t size, const char* function) {
-  TaggedBlock<char> value = tirn::tagged_block<char>(size, function);
+  TaggedBlock<char> value = tagged_block<char>(size, function);
   if (!value) {
     TIRN_ERROR_AS(function, "Alloc needed item memory fail, size(%u).", size);
   }
@@ -190,9 +188,9 @@ int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, cons
   if (strcpy_s(record.name, sizeof record.name, item->itemName) != 0 ||
       strcpy_s(record.value, sizeof record.value, item->itemValue) != 0) {
     return TIRN_ERROR_AS("kesa_cfg_getFromFile_proc", "Copy item (%s=%s) fail.", item->itemName, item->itemValue),
-           tirn::kFail;
+           kFail;
   }
-  wanted.status = tirn::kOk;
+  wanted.status = kOk;
   return 0;
 }
 
@@ -210,7 +208,7 @@ class HeldFile {
   kesa_cfg_file_node* node() const { return node_; }
 
  private:
-  const tirn::NoCancellation guard_;  // around the holds' own, which end in another order than they began
+  const NoCancellation guard_;  // around the holds' own, which end in another order than they began
   kesa_cfg_file_node* node_;
   std::optional<StoreHold> hold_;
 };
@@ -221,12 +219,12 @@ int32_t kesa_cfg_init(const char* file) { return kesa_cfg_init_ex(file); }
 
 int32_t kesa_cfg_init_ex(const char* file) {
   if (file == nullptr) {
-    return TIRN_INFO("Input File is NULL pointer."), tirn::kFail;
+    return TIRN_INFO("Input File is NULL pointer."), kFail;
   }
   NameIndex index;
   kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_file_proc, &index);
   if (node == nullptr) {
-    return TIRN_DEBUG("Parse config file %s failed.", file), tirn::kFail;
+    return TIRN_DEBUG("Parse config file %s failed.", file), kFail;
   }
   StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_file_node* const former = g_files.find(file);
@@ -240,12 +238,12 @@ int32_t kesa_cfg_init_ex(const char* file) {
   if (former != nullptr) {
     destroy_file(former);
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int32_t kesa_cfg_destroy() {
   if (g_files.is_empty()) {
-    return tirn::kOk;
+    return kOk;
   }
   const StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   for (kesa_cfg_file_node& file : g_files.all()) {
@@ -253,30 +251,30 @@ int32_t kesa_cfg_destroy() {
     g_files.remove(&file);
     kesa_free(&file);
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int32_t kesa_cfg_destroy_ex(const char* file) {
   if (g_files.is_empty()) {
-    return tirn::kOk;
+    return kOk;
   }
   if (file == nullptr) {
-    return TIRN_ERROR("Param error, pFile is NULL."), tirn::kFail;
+    return TIRN_ERROR("Param error, pFile is NULL."), kFail;
   }
   StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   kesa_cfg_file_node* const node = g_files.find(file);
   if (node == nullptr || --node->refCount != 0) {
-    return tirn::kOk;
+    return kOk;
   }
   g_files.remove(node);
   hold.release();
   destroy_file(node);
-  return tirn::kOk;
+  return kOk;
 }
 
 int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffer, uint32_t size) {
   if (section == nullptr || item == nullptr || size == 0) {
-    return TIRN_INFO("Invalid SectionName or ItemName or size in getItemValue."), tirn::kFail;
+    return TIRN_INFO("Invalid SectionName or ItemName or size in getItemValue."), kFail;
   }
   {
     const StoreHold hold(g_stCfgRwlock, RwlockHold::kReadMayblock);
@@ -289,93 +287,93 @@ int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffe
         return KESA_CFG_BUFFER_TOO_SMALL;
       }
       if (strcpy_s(buffer, size, node->itemValue) == 0) {
-        return tirn::kOk;
+        return kOk;
       }
     }
   }
-  TIRN_LIMITED(tirn::kWarning, "Get ItemValue by pSection %s and pItemName %s failed.", section, item);
-  return tirn::kFail;
+  TIRN_LIMITED(kWarning, "Get ItemValue by pSection %s and pItemName %s failed.", section, item);
+  return kFail;
 }
 
 int32_t kesa_cfg_getItemValue_ex(const char* file, const char* section, const char* item, char* buffer,
                                  uint32_t size) {
   if (file == nullptr || section == nullptr || item == nullptr || buffer == nullptr || size == 0) {
-    return TIRN_ERROR("Invalid SectionName or ItemName or size in getItemValue_ex."), tirn::kFail;
+    return TIRN_ERROR("Invalid SectionName or ItemName or size in getItemValue_ex."), kFail;
   }
   const HeldFile held(file, RwlockHold::kReadMayblock);
   if (held.node() == nullptr) {
-    return TIRN_ERROR("Can not find file %s.", file), tirn::kFail;
+    return TIRN_ERROR("Can not find file %s.", file), kFail;
   }
   const kesa_cfg_item_node* const found = kesa_cfg_find_item_node(held.node(), section, item);
   if (found == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   if (!fits(*found, size, __func__)) {
     return KESA_CFG_BUFFER_TOO_SMALL;
   }
   if (const int error = strcpy_s(buffer, size, found->itemValue)) {
     TIRN_ERROR("Copy fail:%d, item size:%u, item value:%s.", error, size_of(found->itemValue), found->itemValue);
-    return tirn::kFail;
+    return kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char* value) {
   if (section == nullptr || item == nullptr || value == nullptr) {
-    return TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value), tirn::kFail;
+    return TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value), kFail;
   }
   const uint32_t size = size_of(value);
   TaggedBlock<char> copy = allocate_value(size, __func__);
   if (!copy) {
-    return tirn::kFail;
+    return kFail;
   }
   if (const int error = strncpy_s(copy.get(), size, value, std::strlen(value))) {
     TIRN_ERROR("strncpy_s failed, errno:%d", error);
     (void)copy.release();  // not freed here, unlike in the twin
-    return tirn::kFail;
+    return kFail;
   }
   // `copy` is declared before: what it then holds is freed without the lock.
   const StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   for (kesa_cfg_file_node& file : g_files.all()) {
     if (kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item)) {
       swap_value(*node, copy);
-      return tirn::kOk;
+      return kOk;
     }
   }
-  return tirn::kFail;
+  return kFail;
 }
 
 int32_t kesa_cfg_setItemValue_ex(const char* file, const char* section, const char* item, const char* value) {
   if (file == nullptr || section == nullptr || item == nullptr || value == nullptr) {
-    return TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value), tirn::kFail;
+    return TIRN_ERROR("Null pointer found, section:%p itemname:%p itemValue:%p", section, item, value), kFail;
   }
   const uint32_t size = size_of(value);
   TaggedBlock<char> copy = allocate_value(size, __func__);
   if (!copy) {
-    return tirn::kFail;
+    return kFail;
   }
   if (const int error = strncpy_s(copy.get(), size, value, std::strlen(value))) {
-    return TIRN_ERROR("Can not do strncpy_s, errno (%d).", error), tirn::kFail;
+    return TIRN_ERROR("Can not do strncpy_s, errno (%d).", error), kFail;
   }
   const HeldFile held(file, RwlockHold::kWrite);
   if (held.node() == nullptr) {
-    return TIRN_ERROR("Config file (%s) is no exist.", file), tirn::kFail;
+    return TIRN_ERROR("Config file (%s) is no exist.", file), kFail;
   }
   kesa_cfg_item_node* const found = kesa_cfg_find_item_node(held.node(), section, item);
   if (found == nullptr) {
-    return TIRN_ERROR("Can not find item (%s) in file (%s).", item, file), tirn::kFail;
+    return TIRN_ERROR("Can not find item (%s) in file (%s).", item, file), kFail;
   }
   swap_value(*found, copy);
-  return tirn::kOk;
+  return kOk;
 }
 
 int32_t kesa_cfg_getItemFromFile(const char* file, const char* section, const char* item, KesaCfgItemRecord* record) {
   if (file == nullptr || section == nullptr || item == nullptr || record == nullptr) {
     TIRN_ERROR("Null pointer found, pFile:%p, pSection:%p, pItemName:%p, pItemValue:%p.", file, section, item,
                static_cast<void*>(record));
-    return tirn::kFail;
+    return kFail;
   }
-  Wanted wanted{section, item, tirn::kFail, record};
+  Wanted wanted{section, item, kFail, record};
   kesa_cfg_file_node* const node = kesa_cfg_ini_file_parse(file, kesa_cfg_getFromFile_proc, &wanted);
   if (node != nullptr) {
     kesa_free(node);

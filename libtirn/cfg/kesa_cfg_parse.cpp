@@ -15,10 +15,11 @@
 #include "libtirn/cfg/line_reader.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+
 namespace {
 
-using tirn::RwlockHold;
-using tirn::cfg::Text;
+using cfg::Text;
 
 constexpr size_t kShortestSectionLine = 2;
 constexpr size_t kLongestSectionLine = KESA_CFG_NAME_SIZE - 1 + 2;
@@ -130,7 +131,7 @@ class Scratch {
   char* of_size(uint32_t size) {
     if (size > size_) {
       size_ = std::max(size, kLeast);
-      block_ = tirn::tagged_block<char>(size_);
+      block_ = tagged_block<char>(size_);
     }
     if (!block_) {
       size_ = 0;
@@ -140,7 +141,7 @@ class Scratch {
 
  private:
   static constexpr uint32_t kLeast = 512;
-  tirn::TaggedBlock<char> block_;
+  TaggedBlock<char> block_;
   uint32_t size_ = 0;
 };
 
@@ -198,11 +199,11 @@ class Parse {
         return result;
       }
     }
-    return lines_ ? tirn::kOk : tirn::kFail;
+    return lines_ ? kOk : kFail;
   }
 
  private:
-  tirn::cfg::LineReader lines_;
+  cfg::LineReader lines_;
   Scratch scratch_;
   char section_[KESA_CFG_NAME_SIZE] = "NULL";  // of the items in front of the first section
 };
@@ -210,11 +211,11 @@ class Parse {
 }  // namespace
 
 int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item_fn callback, void* argument) {
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   std::optional<Parse> parse(std::in_place, fd);
-  int32_t result = tirn::kFail;
+  int32_t result = kFail;
   // The callback may end the thread.
-  tirn::run_with_cleanup([&] { result = parse->run(context, callback, argument); }, [&parse] { parse.reset(); });
+  run_with_cleanup([&] { result = parse->run(context, callback, argument); }, [&parse] { parse.reset(); });
   return result;
 }
 
@@ -225,28 +226,27 @@ kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn c
   if (std::strlen(file) >= KESA_CFG_FILE_NAME_SIZE) {
     return TIRN_ERROR("File name length too long."), nullptr;
   }
-  tirn::TaggedBlock<kesa_cfg_file_node> node(tirn::cfg::kesa_cfg_new_file_node(file), {__func__, __LINE__});
+  TaggedBlock<kesa_cfg_file_node> node(cfg::kesa_cfg_new_file_node(file), {__func__, __LINE__});
   if (!node) {
     return nullptr;
   }
   RwlockHold hold(node->rwlock, RwlockHold::kWriteMayblock);
-  tirn::Fd fd(kesa_open(file, O_RDONLY | O_CLOEXEC, 0));
+  Fd fd(kesa_open(file, O_RDONLY | O_CLOEXEC, 0));
   if (!fd) {
     return TIRN_DEBUG("Open file (%s) failed, fd %d errno %d", file, fd.get(), errno), nullptr;
   }
   bool is_parsed = false;
-  tirn::run_with_cleanup(
-      [&] { is_parsed = kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == tirn::kOk; },
-      [&] {
-        fd = {};
-        hold.release();
-        if (is_parsed) {
-          return;
-        }
-        if (callback == tirn::cfg::kesa_cfg_file_proc) {  // what another callback has linked is its own
-          tirn::cfg::kesa_cfg_destory_section(node.get());
-        }
-        node = nullptr;
-      });
+  run_with_cleanup([&] { is_parsed = kesa_cfg_ini_fd_parse(fd.get(), node.get(), callback, argument) == kOk; },
+                   [&] {
+                     fd = {};
+                     hold.release();
+                     if (is_parsed) {
+                       return;
+                     }
+                     if (callback == cfg::kesa_cfg_file_proc) {  // what another callback has linked is its own
+                       cfg::kesa_cfg_destory_section(node.get());
+                     }
+                     node = nullptr;
+                   });
   return node.release();
 }

@@ -11,6 +11,8 @@
 #include "tirn/cfg.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr char kControlFile[] = "/proc/zut/syscall";
@@ -46,10 +48,10 @@ static_assert(sizeof(Output) == 290);
 uint64_t address_of(const void* record) { return reinterpret_cast<uintptr_t>(record); }
 
 int kesa_cst_syscall(Command command, Argument* argument) {
-  const tirn::NoCancellation guard;
-  const tirn::Fd file(kesa_open(kControlFile, O_RDWR | O_CLOEXEC, 0));
+  const NoCancellation guard;
+  const Fd file(kesa_open(kControlFile, O_RDWR | O_CLOEXEC, 0));
   if (!file) {
-    return TIRN_ERROR_AS("kesa_cst_syscall", "Open file failed, errno %d", errno), tirn::kFail;
+    return TIRN_ERROR_AS("kesa_cst_syscall", "Open file failed, errno %d", errno), kFail;
   }
   const int result = ioctl(file.get(), command, argument);
   // A caller without the right is expected to meet that one.
@@ -74,43 +76,43 @@ bool name_item(Input& input, const char* section, const char* item, const char* 
 int32_t kesa_cst_getItem(const char* section, const char* item, char* buffer, uint64_t size) {
   if (section == nullptr || item == nullptr || buffer == nullptr) {
     TIRN_ERROR("Null pointer found, section = %p, itemname = %p, item = %p.", section, item, buffer);
-    return tirn::kFail;
+    return kFail;
   }
   Input input{};
   if (!name_item(input, section, item, __func__)) {
-    return tirn::kFail;
+    return kFail;
   }
   Output output{};
   Argument argument{sizeof input, sizeof output, {}, address_of(&input), address_of(&output)};
   if (kesa_cst_syscall(kGetItem, &argument) != 0) {
     TIRN_ERROR("Get item failed, section(%s) item name(%s), cmd(%d).", section, item, static_cast<int>(kGetItem));
-    return tirn::kFail;
+    return kFail;
   }
-  return strncpy_s(buffer, size, output.value, sizeof output.value) == 0 ? tirn::kOk : tirn::kFail;
+  return strncpy_s(buffer, size, output.value, sizeof output.value) == 0 ? kOk : kFail;
 }
 
 int32_t kesa_cst_setItem(const char* section, const char* item, const char* value) {
   if (section == nullptr || item == nullptr || value == nullptr) {
     TIRN_ERROR("Null pointer found, section = %p, item name = %p, value = %p.", section, item, value);
-    return tirn::kFail;
+    return kFail;
   }
   Input input{};
   if (!name_item(input, section, item, __func__)) {
-    return tirn::kFail;
+    return kFail;
   }
   if (strcpy_s(input.value, sizeof input.value, value) != 0) {
-    return TIRN_ERROR("Copy item value fail, %s", value), tirn::kFail;
+    return TIRN_ERROR("Copy item value fail, %s", value), kFail;
   }
   Argument argument{sizeof input, 0, {}, address_of(&input), 0};
   if (kesa_cst_syscall(kSetItem, &argument) != 0) {
-    return TIRN_ERROR("Set item failed, section(%s) itemName(%s) itemValue(%s)", section, item, value), tirn::kFail;
+    return TIRN_ERROR("Set item failed, section(%s) itemName(%s) itemValue(%s)", section, item, value), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int32_t kesa_cst_reloadConfig() {
   if (kesa_cst_syscall(kReload, nullptr) != 0) {
-    return TIRN_ERROR("Reload config fail"), tirn::kFail;
+    return TIRN_ERROR("Reload config fail"), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }

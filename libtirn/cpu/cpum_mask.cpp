@@ -10,9 +10,10 @@
 #include "libtirn/base/result.h"
 #include "libtirn/cpu/cpum_groups.h"
 
-namespace {
-
+using namespace tirn;
 using namespace tirn::cpu;
+
+namespace {
 
 constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // whose work an item's lines tell of
 
@@ -28,7 +29,7 @@ class ReadPartitions {
     uint32_t count = 0;
     for_each_partition([&count](const kesa_cpu_group&, const kesa_cpu_partition&) { ++count; });
     if (count > sizeof own_) {
-      block_ = tirn::tagged_block<bool>(count);
+      block_ = tagged_block<bool>(count);
       std::fill_n(block_.get(), block_ != nullptr ? count : 0, false);
     }
     seen_ = count > sizeof own_ ? block_.get() : own_;
@@ -46,7 +47,7 @@ class ReadPartitions {
   static constexpr uint32_t kDeepest = 128;
   uint32_t depth_ = 0;
   bool own_[256]{};  // more than a node has
-  tirn::TaggedBlock<bool> block_;
+  TaggedBlock<bool> block_;
   bool* seen_ = nullptr;
 };
 
@@ -55,11 +56,11 @@ bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read);
 bool parse_range(const char* item, uint64_t* mask) {
   uint32_t start = 0;
   uint32_t end = 0;
-  const tirn::RangeScan scan = tirn::scan_range(item, start, end, kFunction);
-  if (scan == tirn::RangeScan::kNoRange) {
+  const RangeScan scan = scan_range(item, start, end, kFunction);
+  if (scan == RangeScan::kNoRange) {
     TIRN_ERROR_AS(kFunction, "Parse cpu mask fail, invalid format:%s", item);
   }
-  if (scan != tirn::RangeScan::kGood) {
+  if (scan != RangeScan::kGood) {
     return false;
   }
   end = std::min(end, kLastCpu);
@@ -89,12 +90,12 @@ bool read_named(const char* item, const char* group, const char* partition, uint
 // Whether an item was taken. A bad one does not end the walk.
 bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read) {
   bool is_taken = false;
-  tirn::walk_items(text, [&](const char* item, const char*) {
+  walk_items(text, [&](const char* item, const char*) {
     char group[sizeof kesa_cpu_group::name];
     char partition[sizeof kesa_cpu_partition::name];
-    const bool is_reference = kesa_cpum_init(nullptr) == tirn::kOk &&
-                              sscanf_s(item, "%[^/,]/%[^,]", group, static_cast<unsigned>(sizeof group), partition,
-                                       static_cast<unsigned>(sizeof partition)) == 2;
+    const bool is_reference =
+        kesa_cpum_init(nullptr) == kOk && sscanf_s(item, "%[^/,]/%[^,]", group, static_cast<unsigned>(sizeof group),
+                                                   partition, static_cast<unsigned>(sizeof partition)) == 2;
     is_taken |= is_reference ? read_named(item, group, partition, mask, read) : parse_range(item, mask);
     return true;
   });
@@ -104,15 +105,15 @@ bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read) {
 }  // namespace
 
 int kesa_cpum_parse_cpumask(const char* text, uint64_t* mask) {
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   ReadPartitions read;
-  return parse_list(text, mask, read) ? tirn::kOk : tirn::kFail;
+  return parse_list(text, mask, read) ? kOk : kFail;
 }
 
 int kesa_cpum_clear_cpumask_of_iod_poll(uint64_t* mask) {
   constexpr uint64_t kPolling = 2;  // the first CPUs of a range poll
-  if (kesa_cpum_init(nullptr) != tirn::kOk) {
-    return tirn::kFail;
+  if (kesa_cpum_init(nullptr) != kOk) {
+    return kFail;
   }
   for_each_partition([mask](const kesa_cpu_group&, const kesa_cpu_partition& partition) {
     uint32_t start = 0;
@@ -125,5 +126,5 @@ int kesa_cpum_clear_cpumask_of_iod_poll(uint64_t* mask) {
       mask[cpu / 64] &= ~(uint64_t{1} << cpu % 64);
     }
   });
-  return tirn::kOk;
+  return kOk;
 }

@@ -19,6 +19,9 @@
 #include "tirn/fileops.h"
 #include "tirn/str.h"
 
+using namespace tirn;
+using namespace tirn::cpu;
+
 namespace tirn::cpu {
 
 constinit kesa_list_head g_groups{&g_groups, &g_groups};
@@ -27,13 +30,11 @@ constinit kesa_list_head g_groups{&g_groups, &g_groups};
 
 namespace {
 
-using namespace tirn::cpu;
-
 constexpr char kInit[] = "kesa_cpum_init";  // whose work the lines tell of
 constexpr char kDefaultPath[] = "/ZEK/conf/app_data/wtrc/product.ini";
 constexpr char kGenerate[] = "/ZEK/component/vek/script/gen_product_ini.sh \"/ZEK/conf/app_data/wtrc/\"";
 
-constinit tirn::Once g_initialised;
+constinit Once g_initialised;
 
 // A count, or 0 and below where there is none.
 int read_count(const char* path, const char* section, const char* key, int* read_result = nullptr) {
@@ -42,7 +43,7 @@ int read_count(const char* path, const char* section, const char* key, int* read
   if (read_result != nullptr) {
     *read_result = result;
   }
-  return result == tirn::kOk ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : 0;
+  return result == kOk ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : 0;
 }
 
 // From "name:type:list"; anything else is passed over.
@@ -52,7 +53,7 @@ void add_partition(kesa_cpu_group& group, const char* value) {
   if (list == nullptr) {
     return;
   }
-  auto partition = tirn::tagged_block<kesa_cpu_partition>();
+  auto partition = tagged_block<kesa_cpu_partition>();
   if (partition == nullptr) {
     return;
   }
@@ -61,7 +62,7 @@ void add_partition(kesa_cpu_group& group, const char* value) {
   const auto name_length = std::min<size_t>(static_cast<size_t>(type - value), sizeof partition->name - 1);
   strncpy_s(partition->name, sizeof partition->name, value, name_length);
   strncpy_s(partition->cpumask, sizeof partition->cpumask, list + 1, sizeof partition->cpumask - 1);
-  tirn::list::push_back(&group.partitions, &partition.release()->link);
+  list::push_back(&group.partitions, &partition.release()->link);
 }
 
 void add_group(const char* path, int number) {
@@ -71,22 +72,22 @@ void add_group(const char* path, int number) {
   if (count <= 0) {
     return TIRN_INFO_AS(kInit, "Get cpu partition num fail, %s", section);
   }
-  auto group = tirn::tagged_block<kesa_cpu_group>();
+  auto group = tagged_block<kesa_cpu_group>();
   if (group == nullptr) {
     return TIRN_INFO_AS(kInit, "Malloc for group fail");
   }
   *group = {};
-  tirn::list::init(&group->partitions);
+  list::init(&group->partitions);
   strcpy_s(group->name, sizeof group->name, section);
   for (int i = 0; i < count; ++i) {
     char key[32];
     snprintf_s(key, sizeof key, sizeof key - 1, "partition_%d", i);
     Value value;
-    if (read_value(path, section, key, value) == tirn::kOk) {
+    if (read_value(path, section, key, value) == kOk) {
       add_partition(*group, value.text);
     }
   }
-  tirn::list::push_back(&g_groups, &group.release()->link);
+  list::push_back(&g_groups, &group.release()->link);
 }
 
 // Makes the default file where it is missing: whether it is there then.
@@ -95,7 +96,7 @@ bool has_default_file() {
     return true;
   }
   if (const int result = kesa_system_s(kGenerate, nullptr); result != 0) {
-    TIRN_LIMITED_AS(kInit, tirn::kInfo, "Generate default cpu group cfg ret:%d", result);
+    TIRN_LIMITED_AS(kInit, kInfo, "Generate default cpu group cfg ret:%d", result);
   }
   return kesa_access(kDefaultPath, F_OK) == 0;
 }
@@ -104,31 +105,31 @@ bool has_file(const char* path) {
   if (kesa_access(path, F_OK) == 0) {
     return true;
   }
-  TIRN_LIMITED_AS(kInit, tirn::kInfo, "Cpu group cfg %s is not exist, errno:%d", path, errno);
+  TIRN_LIMITED_AS(kInit, kInfo, "Cpu group cfg %s is not exist, errno:%d", path, errno);
   return false;
 }
 
 int read_groups(const char* path) {
-  int read = tirn::kFail;
+  int read = kFail;
   const int count = read_count(path, "CPU_PARTITION", "group_num", &read);
   if (count <= 0) {
     TIRN_INFO_AS(kInit, "Get cpu num fail, ret:%d", read);
-    return TIRN_INFO_AS(kInit, "Parse cpu group cfg fail %s", path), tirn::kFail;
+    return TIRN_INFO_AS(kInit, "Parse cpu group cfg fail %s", path), kFail;
   }
   for (int group = 0; group < count; ++group) {
     add_group(path, group);
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int load(const char* given) {
   const char* const path = given != nullptr ? given : kDefaultPath;
   if (given != nullptr ? !has_file(given) : !has_default_file()) {
-    TIRN_LIMITED_AS(kInit, tirn::kInfo, "Invalid cpu group cfg %s", path);
-    return tirn::kFail;
+    TIRN_LIMITED_AS(kInit, kInfo, "Invalid cpu group cfg %s", path);
+    return kFail;
   }
-  if (kesa_cfg_init(path) != tirn::kOk) {
-    return TIRN_INFO_AS(kInit, "Load cpu cgroup cfg fail %s", path), tirn::kFail;
+  if (kesa_cfg_init(path) != kOk) {
+    return TIRN_INFO_AS(kInit, "Load cpu cgroup cfg fail %s", path), kFail;
   }
   return read_groups(path);
 }
@@ -136,12 +137,12 @@ int load(const char* given) {
 }  // namespace
 
 int kesa_cpum_init(const char* path) {
-  return g_initialised.run([path] { return load(path); }, tirn::Once::Done::kAlways);
+  return g_initialised.run([path] { return load(path); }, Once::Done::kAlways);
 }
 
 kesa_cpu_partition* kesa_cpum_get_partition(const char* group, const char* partition) {
   kesa_cpu_partition* found = nullptr;
-  if (kesa_cpum_init(nullptr) != tirn::kOk || group == nullptr || partition == nullptr) {
+  if (kesa_cpum_init(nullptr) != kOk || group == nullptr || partition == nullptr) {
     return nullptr;
   }
   for_each_partition([&](const kesa_cpu_group& owner, kesa_cpu_partition& candidate) {
@@ -166,15 +167,14 @@ void kesa_cpum_dbg_show(kesa_print_fn print) {
 
 int kesa_get_idle_no_cstates(unsigned cpu, unsigned* value) {
   if (value == nullptr) {
-    return TIRN_ERROR("idle_no_cstates_value is null."), tirn::kFail;
+    return TIRN_ERROR("idle_no_cstates_value is null."), kFail;
   }
-  return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kGetIdleNoCstates, uint64_t{cpu}, value));
+  return static_cast<int>(private_call(PrivateCommand::kGetIdleNoCstates, uint64_t{cpu}, value));
 }
 
 int kesa_set_idle_no_cstates(unsigned cpu, unsigned value) {
-  const auto result =
-      static_cast<int>(tirn::private_call(tirn::PrivateCommand::kSetIdleNoCstates, uint64_t{cpu}, &value));
-  if (result == tirn::kFail) {
+  const auto result = static_cast<int>(private_call(PrivateCommand::kSetIdleNoCstates, uint64_t{cpu}, &value));
+  if (result == kFail) {
     TIRN_ERROR("Syscall for kesa_set_idle_no_cstates failed.");
   }
   return result;
@@ -182,7 +182,7 @@ int kesa_set_idle_no_cstates(unsigned cpu, unsigned value) {
 
 int kesa_get_cpu_task_info(unsigned cpu, void* info) {
   if (info == nullptr) {
-    return TIRN_ERROR("pCpuTaskInfo is null."), tirn::kFail;
+    return TIRN_ERROR("pCpuTaskInfo is null."), kFail;
   }
-  return tirn::private_call(tirn::PrivateCommand::kCpuTaskInfo, uint64_t{cpu}, info) == 0 ? tirn::kOk : tirn::kFail;
+  return private_call(PrivateCommand::kCpuTaskInfo, uint64_t{cpu}, info) == 0 ? kOk : kFail;
 }

@@ -17,6 +17,9 @@
 #include "tirn/cfg.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+using namespace tirn::cpu;
+
 namespace tirn::cpu {
 
 constinit kesa_list_head g_nodes{&g_nodes, &g_nodes};
@@ -26,30 +29,28 @@ constinit std::atomic<int32_t> g_node_count{0};
 
 namespace {
 
-using namespace tirn::cpu;
-
 constexpr char kDefaultPath[] = "/opt/brinemark/QuillonNumaConfiguration.ini";
 constexpr char kNodes[] = "NUMA_PARTITION";
 constexpr char kProcess[] = "PROC_PARTITION";
 
 constinit std::atomic<int32_t> g_cpu_count{0};
-constinit tirn::Once g_loaded;
+constinit Once g_loaded;
 
 // The nodes' keys may stand in any registered file.
 bool read_value(const char* section, const char* key, Value& value) {
-  return tirn::cpu::read_value(nullptr, section, key, value) == tirn::kOk;
+  return cpu::read_value(nullptr, section, key, value) == kOk;
 }
 
 // Logs for the exported function that loads.
 bool load_file(const char* path, const char* function) {
-  if (kesa_cfg_init(path) != tirn::kOk) {
+  if (kesa_cfg_init(path) != kOk) {
     return TIRN_INFO_AS(function, "Load Numa cfg fail %s", path), false;
   }
   return true;
 }
 
 void forget_file(const char* path, const char* function) {
-  if (kesa_cfg_destroy_ex(path) != tirn::kOk) {
+  if (kesa_cfg_destroy_ex(path) != kOk) {
     TIRN_ERROR_AS(function, "Destroy numa cfg fail %s", path);
   }
 }
@@ -63,7 +64,7 @@ bool is_path(const char (&path)[256]) {
 
 int kesa_numam_parse_digit_item(const char* section, const char* item) {
   Value value;
-  return read_value(section, item, value) ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : tirn::kFail;
+  return read_value(section, item, value) ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : kFail;
 }
 
 int kesa_numam_parse_per_numa(int numa_id) {
@@ -71,50 +72,50 @@ int kesa_numam_parse_per_numa(int numa_id) {
   snprintf_s(key, sizeof key, sizeof key - 1, "numa_%d", numa_id);
   Value value;
   if (!read_value(kNodes, key, value)) {
-    return tirn::kFail;
+    return kFail;
   }
-  auto node = tirn::tagged_block<kesa_numa_node>();
+  auto node = tagged_block<kesa_numa_node>();
   if (node == nullptr) {
-    return TIRN_ERROR("Malloc for numaInfo fail"), tirn::kFail;
+    return TIRN_ERROR("Malloc for numaInfo fail"), kFail;
   }
   *node = {};
   node->numa_id = numa_id;
   strncpy_s(node->cores, sizeof node->cores, value.text, sizeof node->cores - 1);
-  tirn::list::push_back(&g_nodes, &node.release()->link);
-  return TIRN_INFO("Get cores(%s) by numaId(%u) success.", value.text, static_cast<unsigned>(numa_id)), tirn::kOk;
+  list::push_back(&g_nodes, &node.release()->link);
+  return TIRN_INFO("Get cores(%s) by numaId(%u) success.", value.text, static_cast<unsigned>(numa_id)), kOk;
 }
 
 int kesa_numam_parse_numa_partition() {
   const int cpus = kesa_numam_parse_digit_item(kNodes, "cpu_num");
   g_cpu_count.store(cpus, std::memory_order_relaxed);
   if (cpus < 1) {
-    return TIRN_ERROR("Get cpu num fail, ret:%d", cpus), tirn::kFail;
+    return TIRN_ERROR("Get cpu num fail, ret:%d", cpus), kFail;
   }
   const int nodes = kesa_numam_parse_digit_item(kNodes, "numa_num");
   g_node_count.store(nodes, std::memory_order_relaxed);
   if (nodes < 1) {
-    return TIRN_ERROR("Get numa num fail, ret:%d", nodes), tirn::kFail;
+    return TIRN_ERROR("Get numa num fail, ret:%d", nodes), kFail;
   }
   for (int id = 0; id < nodes; ++id) {
-    if (kesa_numam_parse_per_numa(id) != tirn::kOk) {
-      return tirn::kFail;
+    if (kesa_numam_parse_per_numa(id) != kOk) {
+      return kFail;
     }
   }
-  return TIRN_INFO("Get cpu_num(%u), numa_num(%d) success.", static_cast<unsigned>(cpus), nodes), tirn::kOk;
+  return TIRN_INFO("Get cpu_num(%u), numa_num(%d) success.", static_cast<unsigned>(cpus), nodes), kOk;
 }
 
 // Only so many characters count: "truth" is true.
 int kesa_numam_parse_proc_numa_switch() {
   Value value;
   if (!read_value(kProcess, "numa_enable", value)) {
-    return tirn::kFail;
+    return kFail;
   }
   const bool is_on = std::strncmp(value.text, "true", 3) == 0;
   if (!is_on && std::strncmp(value.text, "false", 4) != 0) {
-    return TIRN_ERROR("Get proc_numa_info fail, itemValue:%s", value.text), tirn::kFail;
+    return TIRN_ERROR("Get proc_numa_info fail, itemValue:%s", value.text), kFail;
   }
   kesa_numam_status_set(is_on ? 1 : 0);
-  return TIRN_INFO("Get numa_enable(%s) success.", value.text), tirn::kOk;
+  return TIRN_INFO("Get numa_enable(%s) success.", value.text), kOk;
 }
 
 void kesa_numam_parse_proc_numa_set(int numa_id) {
@@ -128,7 +129,7 @@ void kesa_numam_parse_proc_numa_set(int numa_id) {
 int kesa_numam_parse_proc_numa_info() {
   Value value;
   if (!read_value(kProcess, "proc_numa_info", value)) {
-    return tirn::kOk;
+    return kOk;
   }
   const bool are_nodes = walk_items(value.text, [](const char* item, const char*) {
     const int id = static_cast<int>(std::strtol(item, nullptr, 10));
@@ -139,39 +140,39 @@ int kesa_numam_parse_proc_numa_info() {
     return true;
   });
   if (!are_nodes) {
-    return TIRN_ERROR("Get proc_numa_info(%s) failed.", value.text), tirn::kFail;
+    return TIRN_ERROR("Get proc_numa_info(%s) failed.", value.text), kFail;
   }
-  return TIRN_INFO("Get proc_numa_info(%s) success.", value.text), tirn::kOk;
+  return TIRN_INFO("Get proc_numa_info(%s) success.", value.text), kOk;
 }
 
 int kesa_numam_parse_proc_partition() {
-  return kesa_numam_parse_proc_numa_switch() == tirn::kOk ? kesa_numam_parse_proc_numa_info() : tirn::kFail;
+  return kesa_numam_parse_proc_numa_switch() == kOk ? kesa_numam_parse_proc_numa_info() : kFail;
 }
 
 // The first message names a section that no file has.
 int kesa_numam_cfg_parse() {
-  if (kesa_numam_parse_numa_partition() != tirn::kOk) {
-    return TIRN_ERROR("Parse numa cfg CPU_PARTITION fail."), tirn::kFail;
+  if (kesa_numam_parse_numa_partition() != kOk) {
+    return TIRN_ERROR("Parse numa cfg CPU_PARTITION fail."), kFail;
   }
-  if (kesa_numam_parse_proc_partition() != tirn::kOk) {
-    return TIRN_ERROR("Parse numa cfg PROC_PARTITION fail."), tirn::kFail;
+  if (kesa_numam_parse_proc_partition() != kOk) {
+    return TIRN_ERROR("Parse numa cfg PROC_PARTITION fail."), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_numam_init_inner(const char* path) {
-  const tirn::NoCancellation guard;  // the file would stay registered
+  const NoCancellation guard;  // the file would stay registered
   const char* const file = path != nullptr ? path : kDefaultPath;
   if (kesa_access(file, F_OK) != 0) {
-    TIRN_LIMITED(tirn::kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
-    return tirn::kOk;
+    TIRN_LIMITED(kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
+    return kOk;
   }
-  TIRN_LIMITED(tirn::kInfo, "Numa cfg %s.", file);
-  if (!load_file(file, __func__) || kesa_numam_cfg_parse() != tirn::kOk) {
-    return tirn::kFail;
+  TIRN_LIMITED(kInfo, "Numa cfg %s.", file);
+  if (!load_file(file, __func__) || kesa_numam_cfg_parse() != kOk) {
+    return kFail;
   }
   forget_file(file, __func__);
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_numam_init(const char* path) {
@@ -180,23 +181,23 @@ int kesa_numam_init(const char* path) {
 
 int kesa_numam_cfg_check(const kesa_numa_cfg* record) {
   if (record == nullptr) {
-    return TIRN_ERROR("Numa cfg is NULL."), tirn::kFail;
+    return TIRN_ERROR("Numa cfg is NULL."), kFail;
   }
   if (!is_path(record->numa_info)) {
-    return TIRN_ERROR("Numa cfg numa_info error."), tirn::kFail;
+    return TIRN_ERROR("Numa cfg numa_info error."), kFail;
   }
   if (!is_path(record->node_numa)) {
-    return TIRN_ERROR("Numa cfg node_numa error."), tirn::kFail;
+    return TIRN_ERROR("Numa cfg node_numa error."), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_numam_cfg_init(const kesa_numa_cfg* record) {
-  const tirn::NoCancellation guard;  // the files would stay registered
-  if (kesa_numam_cfg_check(record) != tirn::kOk || !load_file(record->numa_info, __func__)) {
-    return tirn::kFail;
+  const NoCancellation guard;  // the files would stay registered
+  if (kesa_numam_cfg_check(record) != kOk || !load_file(record->numa_info, __func__)) {
+    return kFail;
   }
-  int result = tirn::kFail;
+  int result = kFail;
   if (load_file(record->node_numa, __func__)) {
     result = kesa_numam_cfg_parse();
     forget_file(record->node_numa, __func__);

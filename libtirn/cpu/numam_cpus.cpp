@@ -8,9 +8,10 @@
 #include "tirn/bitops.h"
 #include "tirn/cpumask.h"
 
-namespace {
-
+using namespace tirn;
 using namespace tirn::cpu;
+
+namespace {
 
 constinit std::atomic<unsigned> g_status{0};
 
@@ -19,21 +20,19 @@ template <typename Set>
 int set_range(const char* item, unsigned last, Set set) {
   unsigned start = 0;
   unsigned end = 0;
-  if (kesa_numam_parse_cpustr(item, &start, &end) != tirn::kOk) {
-    return tirn::kFail;
+  if (kesa_numam_parse_cpustr(item, &start, &end) != kOk) {
+    return kFail;
   }
   for (uint64_t cpu = start; cpu <= std::min(end, last); ++cpu) {
     set(static_cast<unsigned>(cpu));
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 // The first item that is not good ends the list.
 template <typename Sink>
 int parse_list(const char* text, int (*parse_item)(const char*, Sink*), Sink* sink) {
-  return walk_items(text, [=](const char* item, const char*) { return parse_item(item, sink) == tirn::kOk; })
-             ? tirn::kOk
-             : tirn::kFail;
+  return walk_items(text, [=](const char* item, const char*) { return parse_item(item, sink) == kOk; }) ? kOk : kFail;
 }
 
 // The list of a node's CPUs; nullptr, after its line, for a node that there is not.
@@ -54,29 +53,29 @@ unsigned kesa_numam_status_get() { return g_status.load(std::memory_order_relaxe
 
 int kesa_numam_status_set(unsigned status) {
   if (status > 1) {
-    return tirn::kFail;
+    return kFail;
   }
   g_status.store(status, std::memory_order_relaxed);
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_numam_num_get() { return g_node_count.load(std::memory_order_relaxed); }
 
 int kesa_numam_proc_numamask_get(uint64_t* mask) {
   if (mask == nullptr) {
-    return TIRN_ERROR("Param error, munaMask is NULL."), tirn::kFail;
+    return TIRN_ERROR("Param error, munaMask is NULL."), kFail;
   }
   for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
     if (const kesa_numa_node& node = node_of(link); node.proc_member == 1) {
       *mask |= uint64_t{1} << (static_cast<unsigned>(node.numa_id) % 64);
     }
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_numam_cpuset_get(int numa_id, cpu_set_t* set) {
   if (set == nullptr) {
-    return TIRN_ERROR("Param error, cpuSet is NULL."), tirn::kFail;
+    return TIRN_ERROR("Param error, cpuSet is NULL."), kFail;
   }
   CPU_ZERO(set);
   return kesa_numam_parse_cpuset(cores_of(numa_id, __func__), set);
@@ -84,18 +83,18 @@ int kesa_numam_cpuset_get(int numa_id, cpu_set_t* set) {
 
 int kesa_numam_cpumask_get(int numa_id, uint64_t* mask) {
   if (mask == nullptr) {
-    return TIRN_ERROR("Param error, munaMask is NULL."), tirn::kFail;
+    return TIRN_ERROR("Param error, munaMask is NULL."), kFail;
   }
   init_cpumask_bit(mask, KESA_CPUMASK_WORDS);
   return kesa_numam_parse_cpumask(cores_of(numa_id, __func__), mask);
 }
 
 int kesa_numam_parse_cpustr(const char* item, unsigned* start, unsigned* end) {
-  const tirn::RangeScan scan = tirn::scan_range(item, *start, *end, __func__);
-  if (scan == tirn::RangeScan::kNoRange) {
+  const RangeScan scan = scan_range(item, *start, *end, __func__);
+  if (scan == RangeScan::kNoRange) {
     TIRN_ERROR("Parse CpuSet fail, invalid format:%s", item);
   }
-  return scan == tirn::RangeScan::kGood ? tirn::kOk : tirn::kFail;
+  return scan == RangeScan::kGood ? kOk : kFail;
 }
 
 int kesa_numam_parse_cpuset_as_list(const char* item, cpu_set_t* set) {
@@ -104,7 +103,7 @@ int kesa_numam_parse_cpuset_as_list(const char* item, cpu_set_t* set) {
 
 int kesa_numam_parse_cpuset(const char* text, cpu_set_t* set) {
   const int result = parse_list(text, kesa_numam_parse_cpuset_as_list, set);
-  if (result != tirn::kOk) {
+  if (result != kOk) {
     TIRN_ERROR("Parse CpuSet %s fail.", text);
   }
   return result;
@@ -116,7 +115,7 @@ int kesa_numam_parse_cpumask_as_list(const char* item, uint64_t* mask) {
 
 int kesa_numam_parse_cpumask(const char* text, uint64_t* mask) {
   const int result = parse_list(text, kesa_numam_parse_cpumask_as_list, mask);
-  if (result != tirn::kOk) {
+  if (result != kOk) {
     TIRN_ERROR("Parse cpu mask %s fail.", text);
   }
   return result;

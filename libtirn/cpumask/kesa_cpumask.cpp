@@ -11,9 +11,11 @@
 #include "libtirn/base/once.h"
 #include "tirn/bitops.h"
 
+using namespace tirn;
+
 namespace {
 
-constinit tirn::Once g_masks_loaded;
+constinit Once g_masks_loaded;
 
 kesa_cpumask g_possible_mask;
 kesa_cpumask g_online_mask;
@@ -33,9 +35,9 @@ int load_masks() {
   if (possible < 0 || online < 0 || present < 0) {
     TIRN_ERROR_AS("cpumask_init", "Load_cpumask failed. possible_cpu = %d, online_cpu = %d, max_cpu=%d\n", possible,
                   online, present);
-    return tirn::kFail;
+    return kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 uint32_t held_at_end(uint64_t cpu) { return static_cast<uint32_t>(std::min<uint64_t>(cpu, KESA_CPU_MAX)); }
@@ -51,17 +53,17 @@ int32_t cpumask_init() { return g_masks_loaded.run(load_masks); }
 int32_t load_cpumask(kesa_cpumask* mask, const char* path, uint32_t) {
   char list[256]{};
   {
-    const tirn::NoCancellation guard;
-    const tirn::File file(std::fopen(path, "re"));
+    const NoCancellation guard;
+    const File file(std::fopen(path, "re"));
     if (file == nullptr || std::fgets(list, sizeof list, file.get()) == nullptr) {
-      return tirn::kFail;
+      return kFail;
     }
   }
   if (list[0] == '\n') {
     return 0;
   }
   int32_t highest = 0;
-  tirn::walk_items(list, [&](const char* token, char* end) {
+  walk_items(list, [&](const char* token, char* end) {
     *end = '\0';
     highest = std::max(highest, kesa_set_cpumask_bit(reinterpret_cast<uint8_t*>(mask), token));
     return true;

@@ -11,6 +11,8 @@
 #include "tirn/fileops.h"
 #include "tirn/str.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint32_t kLineSize = 4096;
@@ -64,16 +66,15 @@ int run(Command which, const char* first, const char* second = "") {
   if (command.is_path_screened && isDangerousCmd(first, nullptr) != 0) {
     return TIRN_ERROR_AS(command.function, "Param error: pFile(%s) is dangerous.", first), -EINVAL;
   }
-  const tirn::NoCancellation guard;  // a cancellation would leave the command line allocated
+  const NoCancellation guard;  // a cancellation would leave the command line allocated
   const std::unique_ptr<char, Free> line(static_cast<char*>(std::calloc(1, kLineSize)));
   if (line == nullptr) {
     return TIRN_ERROR_AS(command.function, "%s", command.no_memory), -ENOMEM;
   }
-  const std::optional<int> status =
-      tirn::run_command(line.get(), kLineSize, command.allowed, command.line, first, second);
+  const std::optional<int> status = run_command(line.get(), kLineSize, command.allowed, command.line, first, second);
   if (!status) {
-    TIRN_LIMITED_AS(command.function, tirn::kError,
-                    "sprintf_s secure function failed, destMax<%lu>.", static_cast<unsigned long>(kLineSize));
+    TIRN_LIMITED_AS(command.function, kError, "sprintf_s secure function failed, destMax<%lu>.",
+                    static_cast<unsigned long>(kLineSize));
     return -EINVAL;
   }
   if (*status != 0) {

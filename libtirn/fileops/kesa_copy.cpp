@@ -8,16 +8,18 @@
 #include "libtirn/base/result.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+
 int kesa_copy(const char* src, const char* dst) {
   if (src == nullptr || dst == nullptr) {
     return TIRN_ERROR("Param is NULL."), -EINVAL;
   }
-  const tirn::NoCancellation guard;  // a cancellation would leave the files open
-  const tirn::Fd from(kesa_open(src, O_RDONLY | O_CLOEXEC, 0));
+  const NoCancellation guard;  // a cancellation would leave the files open
+  const Fd from(kesa_open(src, O_RDONLY | O_CLOEXEC, 0));
   if (!from) {
     return TIRN_WARNING("Open srcFile %s error.", src), -ECANCELED;
   }
-  const tirn::Fd to(kesa_open(dst, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const Fd to(kesa_open(dst, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!to) {
     return TIRN_ERROR("Open pDestFile %s error.", dst), -ECANCELED;
   }
@@ -33,5 +35,5 @@ int kesa_copy(const char* src, const char* dst) {
       return TIRN_ERROR("copydata WRITE from srcFile=%s to destfile=%s error.", src, dst), -ECANCELED;
     }
   } while (written == ssize_t{sizeof block});
-  return tirn::kOk;
+  return kOk;
 }

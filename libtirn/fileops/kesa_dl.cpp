@@ -5,11 +5,13 @@
 #include "libtirn/base/result.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+
 // Objects run code of their own while they are loaded and unloaded, with the loader's lock held. A cancellation there
 // would leave it locked.
 
 void* kesa_dlopen(const char* path, int flags) {
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   return dlopen(path, flags);
 }
 
@@ -18,6 +20,6 @@ void* kesa_dlsym(void* handle, const char* name) { return handle == nullptr ? nu
 char* kesa_dlerror(void) { return dlerror(); }
 
 int kesa_dlclose(void* handle) {
-  const tirn::NoCancellation guard;
-  return handle == nullptr ? tirn::kFail : dlclose(handle);
+  const NoCancellation guard;
+  return handle == nullptr ? kFail : dlclose(handle);
 }

@@ -9,6 +9,8 @@
 #include "libtirn/base/result.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+
 namespace {
 
 // Reads the next entry into `buffer`. Returns false at the end and on an error.
@@ -24,18 +26,18 @@ bool read_entry(DIR* directory, dirent* buffer) {
 
 int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
   if (path == nullptr) {
-    return TIRN_ERROR("path is NULL."), tirn::kFail;
+    return TIRN_ERROR("path is NULL."), kFail;
   }
-  const tirn::NoCancellation guard;  // a cancellation would leave the folder open
-  tirn::Folder directory(opendir(path));
+  const NoCancellation guard;  // a cancellation would leave the folder open
+  Folder directory(opendir(path));
   if (directory == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   // If there is no limit (-1), this is the size of the record itself, which has room for the longest name on Linux.
   const long size = pathconf(path, _PC_NAME_MAX) + static_cast<long>(sizeof(dirent)) + 1;
-  tirn::TaggedBlock<dirent> entry = tirn::tagged_block<dirent>(static_cast<uint32_t>(size));
+  TaggedBlock<dirent> entry = tagged_block<dirent>(static_cast<uint32_t>(size));
   if (entry == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   const auto walk = [&] {
     while (read_entry(directory.get(), entry.get())) {
@@ -43,6 +45,6 @@ int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
                entry->d_type);
     }
   };
-  tirn::run_with_cleanup(walk, [&] { directory.reset(), entry.reset(); });
-  return tirn::kOk;
+  run_with_cleanup(walk, [&] { directory.reset(), entry.reset(); });
+  return kOk;
 }

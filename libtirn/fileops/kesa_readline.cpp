@@ -8,6 +8,8 @@
 #include "libtirn/base/stored_file.h"
 #include "tirn/fileops.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr size_t kFirstBlock = 512;  // holds most text lines whole
@@ -61,7 +63,7 @@ class Line {
 
 // Reads ahead in blocks, then moves the descriptor back to the first byte after the text line.
 void read_blocks(int fd, Line& line) {
-  const tirn::NoCancellation guard;  // a cancellation would leave the descriptor too far ahead
+  const NoCancellation guard;  // a cancellation would leave the descriptor too far ahead
   char block[kBlock];
   size_t size = kFirstBlock;
   while (!line.is_complete()) {
@@ -92,7 +94,7 @@ char* kesa_readline(int fd, char* buffer, int size) {
   }
   Line line(buffer, static_cast<size_t>(size) - 1);
   if (!line.is_complete()) {
-    if (tirn::is_stored_file(fd)) {
+    if (is_stored_file(fd)) {
       read_blocks(fd, line);
     } else {
       read_bytes(fd, line);

@@ -15,6 +15,8 @@
 #include "libtirn/base/private_call.h"
 #include "tirn/fs.h"
 
+using namespace tirn;
+
 namespace {
 
 struct ReportMessage {
@@ -48,7 +50,7 @@ int listen_on(int fd, ReportMessage& message, moru_netlink_handler handler) {
 
 uint32_t present_time() {
   uint64_t seconds = 0;
-  return tirn::private_call(tirn::PrivateCommand::kTime, &seconds) == 0 ? static_cast<uint32_t>(seconds) : 0;
+  return private_call(PrivateCommand::kTime, &seconds) == 0 ? static_cast<uint32_t>(seconds) : 0;
 }
 
 }  // namespace
@@ -79,18 +81,18 @@ int MORU_Netlink_ext3_listen(int fd, int pid, moru_netlink_handler handler) {
   if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return MORU_NETLINK_BIND;
   }
-  auto message = tirn::tagged_block<ReportMessage>();
+  auto message = tagged_block<ReportMessage>();
   if (message == nullptr) {
     return MORU_NETLINK_NO_MEMORY;
   }
   int result = MORU_NETLINK_CLOSED;
-  tirn::run_with_cleanup([&] { result = listen_on(fd, *message, handler); }, [&message] { message.reset(); });
+  run_with_cleanup([&] { result = listen_on(fd, *message, handler); }, [&message] { message.reset(); });
   return result;
 }
 
 void MORU_Netlink_ext3_release(int fd) {
   if (fd >= 0) {
-    const tirn::NoCancellation guard;  // a cancelled thread would leave the descriptor open
+    const NoCancellation guard;  // a cancelled thread would leave the descriptor open
     close(fd);
   }
 }

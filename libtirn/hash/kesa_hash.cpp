@@ -9,9 +9,10 @@
 #include "libtirn/base/result.h"
 #include "tirn/hash.h"
 
+using namespace tirn;
+
 namespace {
 
-using namespace tirn;
 using Node = kesa_hash_node;
 using Table = kesa_hash_table;
 

@@ -12,9 +12,11 @@
 #include "tirn/smp.h"
 #include "tirn/thread.h"
 
+using namespace tirn;
+
 namespace {
 
-constinit tirn::Once g_initialised;
+constinit Once g_initialised;
 
 struct StartStep {
   int (*call)();
@@ -24,12 +26,12 @@ struct StartStep {
 
 int name_this_module() {
   kesa_pid_set_name(TIRN_MODULE_ID, "TIRN");
-  return tirn::kOk;
+  return kOk;
 }
 
 int choose_checksum() {
   kesa_crc32_init();
-  return tirn::kOk;
+  return kOk;
 }
 
 // The order matters: the log's rate guard reads the clock, so the clock is set up early.
@@ -55,10 +57,10 @@ constexpr StartStep kStartSteps[] = {
 int run_start_steps() {
   constexpr char kFunction[] = "kesa_Init";
   TIRN_INFO_AS(kFunction, "Kesa init start.");
-  int result = tirn::kOk;
+  int result = kOk;
   for (const StartStep& step : kStartSteps) {
     const int step_result = step.call();
-    if (step_result == tirn::kOk || step.failure == nullptr) {
+    if (step_result == kOk || step.failure == nullptr) {
       continue;
     }
     TIRN_ERROR_AS(kFunction, "%s", step.failure);
@@ -67,7 +69,7 @@ int run_start_steps() {
       break;
     }
   }
-  return TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result), result == tirn::kOk ? tirn::kOk : tirn::kFail;
+  return TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result), result == kOk ? kOk : kFail;
 }
 
 }  // namespace
@@ -84,7 +86,7 @@ int kesa_destory() {
 }
 
 int kesa_glibc_init() {
-  const tirn::NoCancellation guard;  // a cancelled thread would leave the loader's lock held
+  const NoCancellation guard;  // a cancelled thread would leave the loader's lock held
   void* frames[3];
   return backtrace(frames, 3);
 }

@@ -3,6 +3,8 @@
 #include "libtirn/base/result.h"
 #include "tirn/init.h"
 
+using namespace tirn;
+
 int kesa_log_init(const char* program, const char* sink) { return hurn_init(program, sink); }
 
 void kesa_log_destroy() { hurn_destroy(); }
@@ -18,5 +20,5 @@ int kesa_ratelimit_set(const char* group, uint32_t lines, uint32_t milliseconds)
 int kesa_log_register_callback(const hurn_content_record* record) {
   const hurn_content_record none{};
   hurn_register_content_callback(record != nullptr ? record : &none);
-  return tirn::kOk;
+  return kOk;
 }

@@ -7,10 +7,12 @@
 #include "libtirn/base/once.h"
 #include "tirn/init.h"
 
+using namespace tirn;
+
 namespace {
 
 constinit std::atomic<const char*> ModuleNameTable[TIRN_MODULE_COUNT];
-constinit tirn::Once g_names_built;
+constinit Once g_names_built;
 
 // The name of an id that is out of range. All callers share it.
 char g_overflow_name[10];
@@ -21,19 +23,17 @@ int build_names() {
       name.store("NONE", std::memory_order_relaxed);
     }
   }
-  for (const auto& row : tirn::ModuleNameRows) {
+  for (const auto& row : ModuleNameRows) {
     if (row.id < TIRN_MODULE_COUNT) {
       ModuleNameTable[row.id].store(row.name, std::memory_order_relaxed);
     }
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 }  // namespace
 
-int pid_init_names() {
-  return g_names_built.run(build_names, tirn::Once::Done::kOnSuccess, tirn::Once::LockFailure::kIsResult);
-}
+int pid_init_names() { return g_names_built.run(build_names, Once::Done::kOnSuccess, Once::LockFailure::kIsResult); }
 
 // Clears the names only if they are not built: the done flag is tested as in pid_init_names, not the other way round.
 // Built names outlive tear-down, because modules still log by name during and after it.
@@ -42,9 +42,9 @@ int pid_destroy_names() {
     for (auto& name : ModuleNameTable) {
       name.store(nullptr, std::memory_order_relaxed);
     }
-    return tirn::kOk;
+    return kOk;
   };
-  return g_names_built.run(clear_names, tirn::Once::Done::kNever, tirn::Once::LockFailure::kIsResult);
+  return g_names_built.run(clear_names, Once::Done::kNever, Once::LockFailure::kIsResult);
 }
 
 const char* kesa_pid_get_name(uint32_t id) {

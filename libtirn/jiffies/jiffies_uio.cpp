@@ -16,16 +16,16 @@
 #include "libtirn/base/result.h"
 #include "tirn/jiffies.h"
 
-namespace {
+using namespace tirn;
 
-using tirn::Fd;
+namespace {
 
 constexpr size_t kChildSize = 128;
 constexpr size_t kPathSize = 128;
 
 // Finds the first entry of the folder whose name begins with "uio". Returns whether there is one.
 bool find_child(const char* folder, char (&child)[kChildSize]) {
-  const tirn::Folder directory(opendir(folder));
+  const Folder directory(opendir(folder));
   while (directory != nullptr) {
     const dirent* const entry = readdir(directory.get());
     if (entry == nullptr) {
@@ -96,24 +96,24 @@ void* map_device(const Fd& device, uint64_t size, uint64_t offset) {
 }  // namespace
 
 int jiffies_uio_adp_open() {
-  const tirn::NoCancellation guard;
-  const tirn::DevicePaths base = tirn::jiffies_device();
+  const NoCancellation guard;
+  const DevicePaths base = jiffies_device();
   char child[kChildSize]{};
   if (!find_child(base.sysfs, child)) {
-    return TIRN_ERROR("Kesa jiffies get child dir (%s) failed, errno=%d.", child, errno), tirn::kFail;
+    return TIRN_ERROR("Kesa jiffies get child dir (%s) failed, errno=%d.", child, errno), kFail;
   }
   char path[kPathSize];
   sprintf_s(path, sizeof path, "%s%s", base.dev, child);  // a path that does not fit is emptied, and the open fails
   const Fd device(open(path, O_RDONLY | O_CLOEXEC));
   if (!device) {
-    return tirn::kFail;
+    return kFail;
   }
   g_jiffies_uio.dev_fd = device.get();
   Fd files[kMapFiles];
   for (const MapFile which : {kAddr, kSize, kOffset}) {
     files[which] = open_map_file(base.sysfs, child, which);
     if (!files[which]) {
-      return tirn::kFail;
+      return kFail;
     }
   }
   const uint64_t addr = std::strtoul(read_number(files[kAddr]).text, nullptr, 0);
@@ -121,7 +121,7 @@ int jiffies_uio_adp_open() {
   const auto offset = static_cast<uint64_t>(std::strtol(read_number(files[kOffset]).text, nullptr, 0));
   const void* const mapping = map_device(device, size, offset);
   if (mapping == MAP_FAILED) {
-    return TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno), tirn::kFail;
+    return TIRN_ERROR("Kesa jiffies mmap2, errno=%d.", errno), kFail;
   }
   g_jiffies_uio.addr_fd = files[kAddr].get();
   g_jiffies_uio.size_fd = files[kSize].get();
@@ -132,10 +132,10 @@ int jiffies_uio_adp_open() {
       static_cast<const uint64_t*>(static_cast<const void*>(static_cast<const char*>(mapping) + offset));
   // Pairs with the acquire in kesa_get_jiffies.
   std::atomic_ref(g_jiffies_uio.jiffies).store(counter, std::memory_order_release);
-  return tirn::kOk;
+  return kOk;
 }
 
 int jiffies_uio_adp_close() {
-  const tirn::NoCancellation guard;  // a cancelled thread would leave the descriptor open
+  const NoCancellation guard;  // a cancelled thread would leave the descriptor open
   return close(g_jiffies_uio.dev_fd);
 }

@@ -4,18 +4,20 @@
 #include "libtirn/base/once.h"
 #include "tirn/jiffies.h"
 
+using namespace tirn;
+
 struct jiffies_uio g_jiffies_uio;
 
 namespace {
 
-constinit tirn::Once g_device_mapped;
-constinit tirn::Once g_clocks_ready;
+constinit Once g_device_mapped;
+constinit Once g_clocks_ready;
 
 // Succeeds if one of the two works: once the clock is set up, this function is not called again for a missing device.
 int set_up_clocks() {
   const int device = jiffies_usr_main();
   const int clock = kesa_gettime_init();
-  return device == tirn::kOk ? device : clock;
+  return device == kOk ? device : clock;
 }
 
 }  // namespace

@@ -10,13 +10,15 @@
 #include "libtirn/jiffies/cycle_rules.h"
 #include "tirn/jiffies.h"
 
+using namespace tirn;
+
 namespace {
 
 struct BothClocks {
   static BothClocks now() {
     BothClocks clocks;
     clock_gettime(CLOCK_MONOTONIC_RAW, &clocks.raw);
-    clocks.ticks = tirn::arch::counter_read();
+    clocks.ticks = arch::counter_read();
     return clocks;
   }
   timespec raw;
@@ -26,19 +28,19 @@ struct BothClocks {
 }  // namespace
 
 int kesa_get_tsc_freq() {
-  using tirn::FirstLine;
+  using FirstLine;
   char line[256];
-  switch (tirn::first_line("cat /proc/cpuinfo | grep -o constant_tsc | uniq", "|", line, sizeof line)) {
+  switch (first_line("cat /proc/cpuinfo | grep -o constant_tsc | uniq", "|", line, sizeof line)) {
     case FirstLine::kNoPipe:
-      return TIRN_ERROR("Cat /proc/cpuinfo for constant_tsc fail"), tirn::kFail;
+      return TIRN_ERROR("Cat /proc/cpuinfo for constant_tsc fail"), kFail;
     case FirstLine::kEmpty:
-      return TIRN_ERROR("There is no constant_tsc flag in /proc/cpuinfo"), tirn::kFail;
+      return TIRN_ERROR("There is no constant_tsc flag in /proc/cpuinfo"), kFail;
     case FirstLine::kRead:
       break;
   }
-  switch (tirn::first_line("cat /proc/cpuinfo | grep @ | uniq | awk '{print $NF}'", "|$", line, sizeof line)) {
+  switch (first_line("cat /proc/cpuinfo | grep @ | uniq | awk '{print $NF}'", "|$", line, sizeof line)) {
     case FirstLine::kNoPipe:
-      return TIRN_ERROR("Cat /proc/cpuinfo fail for cpufreq fail"), tirn::kFail;
+      return TIRN_ERROR("Cat /proc/cpuinfo fail for cpufreq fail"), kFail;
     case FirstLine::kEmpty:
       kesa_estimate_tsc_freq();
       break;
@@ -46,7 +48,7 @@ int kesa_get_tsc_freq() {
       currCpuGHz = std::strtod(line, nullptr);
       break;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 void kesa_estimate_tsc_freq() {
@@ -58,6 +60,6 @@ void kesa_estimate_tsc_freq() {
       int64_t{after.raw.tv_sec - before.raw.tv_sec} * 1000000000 + (after.raw.tv_nsec - before.raw.tv_nsec);
   const double seconds = static_cast<double>(nanoseconds) / 1e9;
   const auto rate = static_cast<uint64_t>(static_cast<double>(after.ticks - before.ticks) / seconds);
-  currCpuGHz = static_cast<double>(tirn::round_to_10mhz(rate)) / 1e9;
+  currCpuGHz = static_cast<double>(round_to_10mhz(rate)) / 1e9;
   TIRN_INFO("cpu standard hz is %f.", currCpuGHz);
 }

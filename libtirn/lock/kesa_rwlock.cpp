@@ -6,6 +6,8 @@
 #include "tirn/lock.h"
 #include "tirn/sched.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint64_t kFree = 0;
@@ -42,7 +44,7 @@ inline void take_in_bursts(Attempt attempt) {
         return;
       }
     }
-    const tirn::NoCancellation guard;  // a cancelled thread would leave the caller's other locks held
+    const NoCancellation guard;  // a cancelled thread would leave the caller's other locks held
     kesa_usleep(kSleep);
   }
 }
@@ -52,16 +54,16 @@ inline void take_in_bursts(Attempt attempt) {
 int kesa_rwlock_try_read_lock(uint64_t* rwlock) { return take_for_reading(rwlock) ? 1 : 0; }
 
 void kesa_rwlock_read_lock(uint64_t* rwlock) {
-  tirn::arch::fetch_to_write(rwlock);
+  arch::fetch_to_write(rwlock);
   while (!take_for_reading(rwlock)) {
-    tirn::arch::spin_hint();
+    arch::spin_hint();
   }
 }
 
 void kesa_rwlock_write_lock(uint64_t* rwlock) {
-  tirn::arch::fetch_to_write(rwlock);
+  arch::fetch_to_write(rwlock);
   while (!take_for_writing(rwlock, kWriterSpinning, std::memory_order_acq_rel)) {
-    tirn::arch::spin_hint();
+    arch::spin_hint();
   }
 }
 

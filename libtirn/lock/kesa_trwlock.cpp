@@ -5,6 +5,8 @@
 #include "libtirn/arch/arch.h"
 #include "tirn/lock.h"
 
+using namespace tirn;
+
 static_assert(sizeof(kesa_trwlock) == 16 && offsetof(kesa_trwlock, writers_released) == 4 &&
               offsetof(kesa_trwlock, tickets) == 8 && offsetof(kesa_trwlock, writer_tickets) == 12);
 static_assert(std::endian::native == std::endian::little, "a pair's first field is its low half");
@@ -52,7 +54,7 @@ template <uint32_t (*half)(uint64_t)>
 inline void take(kesa_trwlock& lock, uint32_t of_writers) {
   const uint32_t earlier = half(add(lock.tickets_pair, of_writers));
   while (half(released(lock)) != earlier) {
-    tirn::arch::spin_hint();
+    arch::spin_hint();
   }
 }
 

@@ -7,6 +7,8 @@
 #include "tirn/lock.h"
 #include "tirn/thread.h"
 
+using namespace tirn;
+
 static_assert(sizeof(kesa_tspinlock) == 24 && offsetof(kesa_tspinlock, next) == 4 &&
               offsetof(kesa_tspinlock, magic) == 8 && offsetof(kesa_tspinlock, owner) == 16);
 static_assert(std::endian::native == std::endian::little, "the pair's first field is its low half");
@@ -34,8 +36,8 @@ struct Caller {
 };
 
 __attribute__((cold, noinline)) void tell_misuse(const char* what, kesa_tspinlock& lock, Caller caller) {
-  if (hurn_level_check(tirn::kModule, tirn::kInfo) == 0) {
-    TIRN_LOG_WRITE(tirn::kInfo, tirn::kFile.text, caller.source_line, caller.function,
+  if (hurn_level_check(kModule, kInfo) == 0) {
+    TIRN_LOG_WRITE(kInfo, kFile.text, caller.source_line, caller.function,
                    "%s in %s:%u lock:0x%lx magic:0x%x owner:%lu other:%u", what, caller.where, caller.line,
                    plain(lock.turns), plain(lock.magic), plain(lock.owner), plain(lock.other));
   }
@@ -74,13 +76,13 @@ void do_kesa_tspinlock_init(kesa_tspinlock* lock, const char* where, uint32_t li
 // and other accesses. So the lock is also correct where an increment is a loop of exclusive loads and stores (AArch64
 // without the large-system extension), past whose end later loads may move.
 void do_kesa_tspinlock_lock(kesa_tspinlock* lock, const char* where, uint32_t line) {
-  tirn::arch::fetch_to_write(lock);
+  arch::fetch_to_write(lock);
   const uint32_t self = kesa_thread_get_knl_tid();
   check_on_the_way_in(*lock, self, {__func__, where, line, __LINE__});
   const uint32_t ticket = atomic_ref(lock->next).fetch_add(1, std::memory_order_acq_rel);
   while (atomic_ref(lock->serving).load(std::memory_order_acquire) != ticket) {
-    tirn::arch::spin_hint();  // twice: each read takes the cache line away from the holder, which has to write it
-    tirn::arch::spin_hint();
+    arch::spin_hint();  // twice: each read takes the cache line away from the holder, which has to write it
+    arch::spin_hint();
   }
   set_plain(lock->owner, uint64_t{self});
 }
@@ -101,7 +103,7 @@ int do_kesa_tspinlock_trylock(kesa_tspinlock* lock, const char* where, uint32_t 
 }
 
 void do_kesa_tspinlock_unlock(kesa_tspinlock* lock, const char* where, uint32_t line) {
-  tirn::arch::fetch_to_write(lock);
+  arch::fetch_to_write(lock);
   check_initialised(*lock, {__func__, where, line, __LINE__});
   if (plain(lock->owner) != kesa_thread_get_knl_tid()) [[unlikely]] {
     tell_misuse("AB lock", *lock, {__func__, where, line, __LINE__});

@@ -11,6 +11,8 @@
 #include "libtirn/base/result.h"
 #include "libtirn/mem/mem_counters.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint32_t kHead = sizeof(kesa_mem_head);
@@ -38,7 +40,7 @@ inline void* allocate(uint32_t size, uint32_t pid) {
     return nullptr;
   }
   write_head(block, size, pid);
-  tirn::count_bytes(pid, size);
+  count_bytes(pid, size);
   return static_cast<char*>(block) + kHead;
 }
 
@@ -48,8 +50,7 @@ inline void* allocate(uint32_t size, uint32_t pid) {
 }
 
 [[gnu::cold, gnu::noinline]] void report_null(const char* function, uint32_t line) {
-  TIRN_LIMITED_WITH(tirn::kError, tirn::kError, "kesa_freesub", tirn::kError, "ptr  is null, function(%s) line(%u)",
-                  function, line);
+  TIRN_LIMITED_WITH(kError, kError, "kesa_freesub", kError, "ptr  is null, function(%s) line(%u)", function, line);
 }
 
 // Logs and frees a block without a record, which may come from plain malloc.
@@ -94,7 +95,7 @@ void kesa_freesub(void* pointer, const char* function, uint32_t line) {
     return;
   }
   const auto* const head = static_cast<const kesa_mem_head*>(block);
-  tirn::count_bytes(head->pid, -int64_t{head->size});
+  count_bytes(head->pid, -int64_t{head->size});
   std::free(block);
 }
 
@@ -109,4 +110,4 @@ void* kesa_mmap(void* address, size_t length, int protection, int flags, int fd,
   return mmap(address, length, protection, flags, fd, offset);
 }
 
-int kesa_munmap(void* address, size_t length) { return address == nullptr ? tirn::kFail : munmap(address, length); }
+int kesa_munmap(void* address, size_t length) { return address == nullptr ? kFail : munmap(address, length); }

@@ -12,6 +12,8 @@
 #include "libtirn/base/private_call.h"
 #include "tirn/mem.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr size_t kTableBytes = TIRN_MODULE_COUNT * sizeof(int64_t);
@@ -20,7 +22,7 @@ constexpr size_t kTableBytes = TIRN_MODULE_COUNT * sizeof(int64_t);
 // the kernel side and of the log: these allocate memory too, or wait for a thread that does.
 pthread_mutex_t g_table_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-constinit tirn::ForkSteps g_fork_steps([](tirn::ForkSteps&) { g_table_mutex = PTHREAD_MUTEX_INITIALIZER; });
+constinit ForkSteps g_fork_steps([](ForkSteps&) { g_table_mutex = PTHREAD_MUTEX_INITIALIZER; });
 
 // What was counted while the mutex was busy. It is added to the table once that is found: otherwise the table would
 // subtract blocks that were never added to it.
@@ -44,16 +46,16 @@ void settle_early(int64_t* table) {
 
 // Asks the kernel side for the table, or returns the one already found. The caller holds the mutex.
 int64_t* ask_for_table() {
-  int64_t* table = tirn::g_counters.load(std::memory_order_relaxed);
+  int64_t* table = g_counters.load(std::memory_order_relaxed);
   if (table != nullptr) {
     return table;
   }
-  if (tirn::private_call(tirn::PrivateCommand::kMemoryTable, &table) == 0 && table != nullptr) {
+  if (private_call(PrivateCommand::kMemoryTable, &table) == 0 && table != nullptr) {
     memset_s(table, kTableBytes, 0, kTableBytes);
     // Pairs with the acquire loads of g_counters: a thread that sees the table sees it cleared. It is sequentially
     // consistent, like the load in count_early(): either that load sees the table, or settle_early() below sees the
     // early count.
-    tirn::g_counters.store(table);
+    g_counters.store(table);
   } else {
     table = nullptr;
   }
@@ -64,7 +66,7 @@ int64_t* ask_for_table() {
 void count_early(uint32_t id, int64_t bytes) {
   g_early[id].fetch_add(bytes);
   g_has_early.store(true);
-  if (int64_t* const table = tirn::g_counters.load(); table != nullptr) {
+  if (int64_t* const table = g_counters.load(); table != nullptr) {
     settle_early(table);
   }
 }
@@ -101,9 +103,9 @@ void count_without_table(uint32_t id, int64_t bytes) {
 
 }  // namespace tirn
 
-void kesa_mem_stat_add(uint32_t pid, uint32_t size) { tirn::count_bytes(pid, size); }
+void kesa_mem_stat_add(uint32_t pid, uint32_t size) { count_bytes(pid, size); }
 
-void kesa_mem_stat_sub(uint32_t pid, uint32_t size) { tirn::count_bytes(pid, -int64_t{size}); }
+void kesa_mem_stat_sub(uint32_t pid, uint32_t size) { count_bytes(pid, -int64_t{size}); }
 
 void kesa_mem_show(kesa_print_fn print) {
   constexpr int kColumns = 5;
@@ -118,9 +120,9 @@ void kesa_mem_show(kesa_print_fn print) {
   long long total = 0;
   int shown = 0;
   bool is_busy = false;
-  int64_t* table = tirn::g_counters.load(std::memory_order_acquire);
+  int64_t* table = g_counters.load(std::memory_order_acquire);
   if (table == nullptr) {
-    table = tirn::find_counters(&is_busy);
+    table = find_counters(&is_busy);
   }
   for (uint32_t pid = 0; table != nullptr && pid < TIRN_MODULE_COUNT; ++pid) {
     const long long used = std::atomic_ref(table[pid]).load(std::memory_order_relaxed);
@@ -137,6 +139,6 @@ void kesa_mem_show(kesa_print_fn print) {
 }
 
 int kesa_mem_stat_dump() {
-  const tirn::NoCancellation guard;
-  return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kMemoryDump));
+  const NoCancellation guard;
+  return static_cast<int>(private_call(PrivateCommand::kMemoryDump));
 }

@@ -3,6 +3,8 @@
 #include "libtirn/base/result.h"
 #include "tirn/percpu_posix.h"
 
+using namespace tirn;
+
 int kesa_pthread_init_once(pthread_once_t* once, void (*init)()) {
   const int result = pthread_once(once, init);
   if (result != 0) {
@@ -29,7 +31,7 @@ int kesa_key_delete(pthread_key_t key) {
 
 int kesa_key_setspecific(pthread_key_t key, const void* value) {
   if (value == nullptr) {
-    return TIRN_ERROR("param(value) is null !\n"), tirn::kFail;
+    return TIRN_ERROR("param(value) is null !\n"), kFail;
   }
   const int result = pthread_setspecific(key, value);
   if (result != 0) {

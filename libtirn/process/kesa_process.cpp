@@ -9,10 +9,12 @@
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 
+using namespace tirn;
+
 namespace {
 
 constinit std::atomic<uint64_t> g_version{0};
-constinit tirn::Once g_version_taken;
+constinit Once g_version_taken;
 
 }  // namespace
 
@@ -22,20 +24,20 @@ __attribute__((weak)) uint64_t ps_get_version() {
         timespec now{};
         const int result = clock_gettime(CLOCK_MONOTONIC_RAW, &now);
         if (result != 0) {
-          return TIRN_INFO_AS("ps_get_version", "Clock_gettime fail ret:%d errno:%d", result, errno), tirn::kFail;
+          return TIRN_INFO_AS("ps_get_version", "Clock_gettime fail ret:%d errno:%d", result, errno), kFail;
         }
         g_version.store(static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec),
                         std::memory_order_relaxed);
-        return tirn::kOk;
+        return kOk;
       },
-      tirn::Once::Done::kAlways);
+      Once::Done::kAlways);
   return g_version.load(std::memory_order_relaxed);
 }
 
 int kesa_mtx_init(pthread_mutex_t* mutex, int kind) {
   static constexpr int kKinds[] = {PTHREAD_MUTEX_NORMAL, PTHREAD_MUTEX_ERRORCHECK, PTHREAD_MUTEX_RECURSIVE};
   if (kind < KESA_MTX_NORMAL || kind > KESA_MTX_RECURSIVE) {
-    return tirn::kFail;
+    return kFail;
   }
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);

@@ -12,12 +12,13 @@
 #include "tirn/queue.h"
 #include "tirn/sched.h"
 
+using namespace tirn;
+
 static_assert(offsetof(kesa_ring, producer) == 128 && offsetof(kesa_ring, consumer) == 256 &&
               offsetof(kesa_ring, size) == 384 && sizeof(kesa_ring) == 512);
 
 namespace {
 
-using namespace tirn;
 using std::atomic_ref;
 
 constexpr uint32_t kBoth = KESA_RING_SINGLE_PRODUCER | KESA_RING_SINGLE_CONSUMER;

@@ -17,10 +17,12 @@
 #include "tirn/jiffies.h"
 #include "tirn/thread.h"
 
+using namespace tirn;
+
 namespace {
 
 constinit std::atomic<uint32_t> g_handler_missing{~uint32_t{0}};
-int g_first_result = tirn::kOk;
+int g_first_result = kOk;
 pthread_once_t g_once = PTHREAD_ONCE_INIT;
 
 // Sleeps in select, which a signal ends even with SA_RESTART. Keeps errno, because locks sleep this way too.
@@ -29,25 +31,24 @@ int sleep_by_select(uint32_t seconds, uint32_t microseconds) {
   timeval time{static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)};
   select(0, nullptr, nullptr, nullptr, &time);
   errno = error;
-  return tirn::kOk;
+  return kOk;
 }
 
 // Two threads may both install the handler; they install the same one.
 int install_wakeup_handler() {
   if (g_handler_missing.load(std::memory_order_acquire) == 0) {
-    return tirn::kOk;
+    return kOk;
   }
   struct sigaction action {};
   action.sa_handler = [](int) {};
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   if (sigaction(SIGWAKEUP, &action, nullptr) != 0) {
-    return TIRN_ERROR_AS("install_wakeup_handler", "signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno),
-           tirn::kFail;
+    return TIRN_ERROR_AS("install_wakeup_handler", "signal SIGWAKEUP(%d) fail errno(%d)", SIGWAKEUP, errno), kFail;
   }
   // Pairs with the acquire above: a thread that sees 0 may send the signal.
   g_handler_missing.store(0, std::memory_order_release);
-  return tirn::kOk;
+  return kOk;
 }
 
 }  // namespace
@@ -65,14 +66,14 @@ int kesa_schedule() {
   const timespec time{0, 1000000};
   nanosleep(&time, nullptr);
   errno = error;
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_mdelay(uint32_t milliseconds) {
   const uint64_t start = kesa_time_getnanosec();
   while (kesa_time_getnanosec() - start <= uint64_t{milliseconds} * 1000000) {
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_yield() { return sched_yield(); }
@@ -83,15 +84,15 @@ int kesa_set_process_name(const char* name) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   kesa_thrd_setname(name);
 #pragma GCC diagnostic pop
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_sched_init() {
   pthread_once(&g_once, [] { g_first_result = install_wakeup_handler(); });
-  if (g_first_result != tirn::kOk) {
-    return TIRN_ERROR("sched init fail s_sched_init(%d)", g_first_result), tirn::kFail;
+  if (g_first_result != kOk) {
+    return TIRN_ERROR("sched init fail s_sched_init(%d)", g_first_result), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_wake_up_process(uint32_t tid) {
@@ -105,7 +106,7 @@ int64_t kesa_wait_comm(uint32_t* state, int64_t timeout) {
     return 0;
   }
   int64_t rest = 0;
-  const long result = tirn::private_call(tirn::PrivateCommand::kWait, state, &timeout, &rest);
+  const long result = private_call(PrivateCommand::kWait, state, &timeout, &rest);
   // The acquire makes the waker's earlier writes visible, also if its signal ended the sleep.
   std::atomic_ref(*state).load(std::memory_order_acquire);
   return result == 0 ? 0 : rest;
@@ -113,20 +114,20 @@ int64_t kesa_wait_comm(uint32_t* state, int64_t timeout) {
 
 int kesa_wait_interruptible(uint32_t* state) {
   constexpr int64_t kSecond = 250;  // jiffies
-  return kesa_wait_comm(state, kSecond) != 0 ? tirn::kFail : tirn::kOk;
+  return kesa_wait_comm(state, kSecond) != 0 ? kFail : kOk;
 }
 
 int kesa_sched_setaffinity(uint64_t cpu) {
   const long configured = sysconf(_SC_NPROCESSORS_CONF);
   if (configured < 0 || cpu >= static_cast<uint64_t>(configured)) {
-    return TIRN_ERROR("cpu num overstep, current only has %ld cpu", configured), tirn::kFail;
+    return TIRN_ERROR("cpu num overstep, current only has %ld cpu", configured), kFail;
   }
   cpu_set_t set;
   CPU_ZERO(&set);
   CPU_SET(cpu, &set);
   if (sched_setaffinity(0, sizeof set, &set) != 0) {
-    return TIRN_ERROR("set affinity fail, errno:%d", errno), tirn::kFail;
+    return TIRN_ERROR("set affinity fail, errno:%d", errno), kFail;
   }
   kesa_thrd_core_set(static_cast<int>(cpu));
-  return tirn::kOk;
+  return kOk;
 }

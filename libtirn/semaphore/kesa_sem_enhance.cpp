@@ -14,6 +14,8 @@
 #include "tirn/sched.h"
 #include "tirn/semaphore.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr int64_t kJiffy = 4;  // milliseconds
@@ -41,45 +43,45 @@ Waiter& waiter_of(kesa_list_head* link) { return *reinterpret_cast<Waiter*>(link
 unsigned long long address_of(const void* object) { return reinterpret_cast<uintptr_t>(object); }
 
 // Writes two log lines: one to module 0 for the node's maintainers, without a level test, and then the library's own.
-#define TELL_WAKE_UP(infra, own, ...)                                                        \
-  do {                                                                                       \
-    TIRN_LOG_WRITE(0, ::tirn::kInfo, ::tirn::kFile.text, __LINE__, kUp, infra, __VA_ARGS__); \
-    TIRN_INFO_AS(kUp, own, __VA_ARGS__);                                                     \
+#define TELL_WAKE_UP(infra, own, ...)                                        \
+  do {                                                                       \
+    TIRN_LOG_WRITE(0, kInfo, kFile.text, __LINE__, kUp, infra, __VA_ARGS__); \
+    TIRN_INFO_AS(kUp, own, __VA_ARGS__);                                     \
   } while (0)
 
 // Called with the lock held, and returns with it held. Releases it while it sleeps.
 __attribute__((noinline)) int down_common_inner(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
   Waiter waiter{{}, static_cast<uint32_t>(gettid()), kWaiting};
-  const tirn::NoCancellation guard;
-  tirn::list::push_back(&sem.waiters, &waiter.link);
+  const NoCancellation guard;
+  list::push_back(&sem.waiters, &waiter.link);
   while (true) {
-    tirn::unlock_spinlock(sem.lock);
+    unlock_spinlock(sem.lock);
     const int64_t rest = kesa_wait_comm(&waiter.state, timeout);
-    tirn::lock_spinlock(sem.lock);
+    lock_spinlock(sem.lock);
     // Test this first, so that a unit that came together with a signal or the timeout is not lost.
     if (state_of(waiter).load(std::memory_order_relaxed) == kServed) {
-      return tirn::kOk;
+      return kOk;
     }
     if (rest == 0) {
-      tirn::list::detach(&waiter.link);
+      list::detach(&waiter.link);
       return -ENODATA;
     }
     if (mode == Mode::kInterruptible) {
-      tirn::list::detach(&waiter.link);
+      list::detach(&waiter.link);
       return -EINTR;
     }
   }
 }
 
 int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
-  int result = tirn::kOk;
-  tirn::lock_spinlock(sem.lock);
+  int result = kOk;
+  lock_spinlock(sem.lock);
   if (sem.count >= 1) {
     --sem.count;
   } else {
     result = down_common_inner(sem, mode, timeout);
   }
-  tirn::unlock_spinlock(sem.lock);
+  unlock_spinlock(sem.lock);
   return result;
 }
 
@@ -87,19 +89,19 @@ int down(kesa_sem_enhance& sem, Mode mode, int64_t timeout) {
 // Without a waiter the unit becomes free, and the result is false.
 inline bool give_unit(kesa_sem_enhance& sem, uint32_t& tid) {
   bool is_handed_over = false;
-  tirn::lock_spinlock(sem.lock);
-  if (tirn::list::is_empty(&sem.waiters)) {
+  lock_spinlock(sem.lock);
+  if (list::is_empty(&sem.waiters)) {
     sem.count += sem.count < INT32_MAX ? 1 : 0;
   } else {
     Waiter& waiter = waiter_of(sem.waiters.next);
     is_handed_over = true;
     tid = waiter.tid;
-    tirn::list::detach(&waiter.link);
+    list::detach(&waiter.link);
     // Pairs with the acquire in kesa_wait_comm and with the kernel side's read of the word. The waiter cannot end
     // before: it needs the lock.
     state_of(waiter).store(kServed, std::memory_order_release);
   }
-  tirn::unlock_spinlock(sem.lock);
+  unlock_spinlock(sem.lock);
   return is_handed_over;
 }
 
@@ -110,7 +112,7 @@ __attribute__((noinline)) int wake(const kesa_sem_enhance* sem, uint32_t tid) {
   if (result == 0) {
     return 0;
   }
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   TELL_WAKE_UP("[Infra]Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).",
                "Wake up sem(0x%llx) waiter tid(%u) fail ret(%d).", address_of(sem), tid, result);
   while (result == EAGAIN) {
@@ -132,8 +134,8 @@ __attribute__((noinline)) int wake(const kesa_sem_enhance* sem, uint32_t tid) {
 int kesa_sem_enhance_init(kesa_sem_enhance* sem, uint32_t count) {
   kesa_spinlock_init(&sem->lock);
   sem->count = static_cast<int32_t>(std::min<uint32_t>(count, INT32_MAX));
-  tirn::list::init(&sem->waiters);
-  return tirn::kOk;
+  list::init(&sem->waiters);
+  return kOk;
 }
 
 void kesa_sem_enhance_down(kesa_sem_enhance* sem) { down(*sem, Mode::kUninterruptible, kForever); }
@@ -149,10 +151,10 @@ int kesa_sem_enhance_up(kesa_sem_enhance* sem) {
   return give_unit(*sem, waiter) ? wake(sem, waiter) : 0;
 }
 
-int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return tirn::kOk; }
+int kesa_sem_enhance_destroy(kesa_sem_enhance*) { return kOk; }
 
 void kesa_sem_enhance_show(kesa_sem_enhance* sem) {
-  const tirn::NoCancellation guard;  // a cancelled thread would leave the lock held
+  const NoCancellation guard;  // a cancelled thread would leave the lock held
   kesa_spinlock_lock(&sem->lock);
   TIRN_INFO("TBTIRN:sem 0x%llx cnt %d", address_of(sem), sem->count);
   for (kesa_list_head* link = sem->waiters.next; link != &sem->waiters; link = link->next) {

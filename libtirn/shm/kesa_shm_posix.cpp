@@ -13,6 +13,8 @@
 #include "libtirn/base/result.h"
 #include "tirn/shm.h"
 
+using namespace tirn;
+
 namespace {
 
 int protection_of(int32_t flags) {
@@ -34,8 +36,8 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
   if (name == nullptr) {
     return nullptr;
   }
-  const tirn::NoCancellation guard;  // a cancellation would leave the object open
-  const tirn::Fd object(shm_open(name, flags, mode));
+  const NoCancellation guard;  // a cancellation would leave the object open
+  const Fd object(shm_open(name, flags, mode));
   if (!object) {
     return nullptr;
   }
@@ -54,7 +56,7 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
 }
 
 void* kesa_shm_create(const char* name, uint32_t size) {
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   void* const mapping = kesa_shm_create_ext(name, O_RDWR | O_CREAT, 0600, size);
   if (mapping == nullptr && errno != EEXIST) {
     TIRN_INFO("Open shm fail, errno<%d>.", errno);
@@ -65,9 +67,9 @@ void* kesa_shm_create(const char* name, uint32_t size) {
 int kesa_shm_destroy(const char* name) {
   const int result = shm_unlink(name);
   if (result != 0) {
-    return TIRN_INFO("Destroy shm fail, ret<%d> errno<%d>.", result, errno), tirn::kFail;
+    return TIRN_INFO("Destroy shm fail, ret<%d> errno<%d>.", result, errno), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_shmget_ex(int32_t key, size_t size, int flags) { return shmget(key, size, flags); }

@@ -10,12 +10,14 @@
 #include "libtirn/base/once.h"
 #include "tirn/cpumask.h"
 
+using namespace tirn;
+
 uint32_t g_onlineCpuNum;
 uint32_t g_configCpuNum;
 
 namespace {
 
-constinit tirn::Once g_counts_taken;
+constinit Once g_counts_taken;
 constinit std::atomic<uint32_t> g_online_cached{0};
 
 // Readers take no lock; racing writers store the same value.
@@ -30,7 +32,7 @@ int take_counts() {
   } else {
     store(g_configCpuNum, static_cast<uint32_t>(configured));
   }
-  return load(g_onlineCpuNum) != 0 && load(g_configCpuNum) != 0 ? tirn::kOk : tirn::kFail;
+  return load(g_onlineCpuNum) != 0 && load(g_configCpuNum) != 0 ? kOk : kFail;
 }
 
 }  // namespace

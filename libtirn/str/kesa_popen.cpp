@@ -14,6 +14,8 @@
 #include "libtirn/str/shell.h"
 #include "tirn/str.h"
 
+using namespace tirn;
+
 namespace {
 
 // The process id of the child at the other end of each descriptor, 0 if there is none. The table is made once, with
@@ -21,10 +23,10 @@ namespace {
 // descriptor.
 constinit std::atomic<int32_t*> g_children{nullptr};
 
-using Table = tirn::TaggedBlock<int32_t>;
+using Table = TaggedBlock<int32_t>;
 
 // The place that the allocator's log lines name for the table, and not the function that stands here.
-constexpr tirn::FreeTagged kFreedAt{"kesa_popen_init", 52};
+constexpr FreeTagged kFreedAt{"kesa_popen_init", 52};
 
 // Returns a zeroed block of the tagged heap, or NULL. The block may be gigabytes long, so it comes from calloc, which
 // does not touch pages that are fresh from the system.
@@ -80,15 +82,15 @@ FILE* without_child(FILE* stream) {
 // Starts a child with a pipe, stores the child's process id and returns the stream, or NULL. If `table` is not NULL,
 // the stream's descriptor must have an entry in it; otherwise the call fails with EMFILE.
 FILE* open_pipe(const char* function, const char* cmd, const char* mode, const int32_t* table, int* child) {
-  const tirn::NoCancellation guard;  // most important in the child, which runs on this stack
+  const NoCancellation guard;  // most important in the child, which runs on this stack
   int pdes[2];
   if (pipe(pdes) != 0) {
     return nullptr;
   }
-  const tirn::PipeEnds ends = *mode == 'r' ? tirn::PipeEnds{pdes[0], pdes[1], fileno(stdout)}
-                                           : tirn::PipeEnds{pdes[1], pdes[0], fileno(stdin)};
+  const PipeEnds ends =
+      *mode == 'r' ? PipeEnds{pdes[0], pdes[1], fileno(stdout)} : PipeEnds{pdes[1], pdes[0], fileno(stdin)};
   const bool has_room = table == nullptr || is_in(table, ends.ours);
-  const pid_t pid = has_room ? tirn::start_shell(cmd, &ends) : -1;
+  const pid_t pid = has_room ? start_shell(cmd, &ends) : -1;
   if (pid < 0) {
     const int error = has_room ? errno : EMFILE;
     close(pdes[0]);
@@ -110,7 +112,7 @@ FILE* open_pipe(const char* function, const char* cmd, const char* mode, const i
 }  // namespace
 
 FILE* kesa_popen(const char* cmd, const char* mode) {
-  if (kesa_ismodevalid(mode) != tirn::kOk) {
+  if (kesa_ismodevalid(mode) != kOk) {
     return nullptr;
   }
   int32_t* const table = child_table();
@@ -137,17 +139,17 @@ FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white) {
 }
 
 FILE* kesa_popen_s_with_pid(const char* cmd, const char* mode, const char* white, int* pid) {
-  if (cmd == nullptr || pid == nullptr || kesa_ismodevalid(mode) != tirn::kOk || isDangerousCmd(cmd, white) != 0) {
+  if (cmd == nullptr || pid == nullptr || kesa_ismodevalid(mode) != kOk || isDangerousCmd(cmd, white) != 0) {
     return nullptr;
   }
   return kesa_popen_with_pid(cmd, mode, pid);
 }
 
 FILE* popen_s(const char* cmd, const char* mode, const char* white) {
-  if (isDangerousCmd(cmd, white) != 0 || kesa_ismodevalid(mode) != tirn::kOk) {
+  if (isDangerousCmd(cmd, white) != 0 || kesa_ismodevalid(mode) != kOk) {
     return nullptr;
   }
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   return without_child(popen(cmd, mode));
 }
 
@@ -155,13 +157,13 @@ int kesa_pclose(FILE* stream) {
   const int fd = fileno(stream);
   int32_t* const table = g_children.load(std::memory_order_acquire);
   if (table == nullptr || !is_in(table, fd)) {
-    return tirn::kFail;
+    return kFail;
   }
   const pid_t child = child_at(table, fd).load(std::memory_order_relaxed);
   if (child == 0) {
-    return tirn::kFail;
+    return kFail;
   }
-  const tirn::NoCancellation guard;  // a cancellation would leave the descriptor open or the child unreaped
+  const NoCancellation guard;  // a cancellation would leave the descriptor open or the child unreaped
   // Clear the entry before fclose, after which another thread can get the descriptor.
   child_at(table, fd).store(0, std::memory_order_relaxed);
   fclose(stream);
@@ -172,7 +174,7 @@ int kesa_pclose(FILE* stream) {
   }
   // On Linux sigprocmask changes the mask of the calling thread.
   sigprocmask(SIG_BLOCK, &blocked, &former);  // NOLINT(concurrency-mt-unsafe)
-  const int status = tirn::wait_for_end(child);
+  const int status = wait_for_end(child);
   sigprocmask(SIG_SETMASK, &former, nullptr);  // NOLINT(concurrency-mt-unsafe)
   return status;
 }

@@ -8,6 +8,8 @@
 #include "libtirn/base/result.h"
 #include "tirn/str.h"
 
+using namespace tirn;
+
 namespace {
 
 // The position from which the next call of kesa_str_tok continues.
@@ -33,7 +35,7 @@ char* clear_run(char* at, const char* delim) {
 
 int kesa_ismodevalid(const char* mode) {
   const bool is_valid = mode != nullptr && (std::strcmp(mode, "r") == 0 || std::strcmp(mode, "w") == 0);
-  return is_valid ? tirn::kOk : tirn::kFail;
+  return is_valid ? kOk : kFail;
 }
 
 int kesa_get_charpos(const char* str, char c, unsigned* pos) {
@@ -42,10 +44,10 @@ int kesa_get_charpos(const char* str, char c, unsigned* pos) {
   }
   const char* const at = c == '\0' ? nullptr : std::strchr(str, c);
   if (at == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   *pos = static_cast<unsigned>(at - str);
-  return tirn::kOk;
+  return kOk;
 }
 
 void kesa_filter_newlinesymbol(char* str) {
@@ -85,10 +87,10 @@ int kesa_str_isuint(const char* str) {
   for (const char* at = is_hex ? str + 2 : str; *at != '\0'; ++at) {
     const auto c = static_cast<unsigned char>(*at);
     if ((is_hex ? std::isxdigit(c) : std::isdigit(c)) == 0) {
-      return tirn::kFail;
+      return kFail;
     }
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 void kesa_str_tolower(char* str) {

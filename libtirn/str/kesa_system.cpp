@@ -8,13 +8,15 @@
 #include "libtirn/str/shell.h"
 #include "tirn/str.h"
 
+using namespace tirn;
+
 int kesa_system(const char* cmd) {
   if (cmd == nullptr) {
     return KESA_COMMAND_MISSING;
   }
-  const tirn::NoCancellation guard;  // a cancellation would leave the child unreaped
-  const pid_t child = tirn::start_shell(cmd, nullptr);
-  return child < 0 ? -1 : tirn::wait_for_end(child);
+  const NoCancellation guard;  // a cancellation would leave the child unreaped
+  const pid_t child = start_shell(cmd, nullptr);
+  return child < 0 ? -1 : wait_for_end(child);
 }
 
 int kesa_cmd_exec(const char* cmd) { return kesa_system(cmd); }
@@ -27,7 +29,7 @@ int system_s(const char* cmd, const char* white) {
   if (cmd == nullptr) {
     return KESA_COMMAND_MISSING;
   }
-  const tirn::NoCancellation guard;  // a cancellation would kill the shell, but not what the shell has started
+  const NoCancellation guard;  // a cancellation would kill the shell, but not what the shell has started
   return isDangerousCmd(cmd, white) != 0 ? KESA_COMMAND_REFUSED : std::system(cmd);
 }
 

@@ -14,9 +14,9 @@
 #include "tirn/sched.h"
 #include "tirn/thread.h"
 
-namespace {
+using namespace tirn;
 
-using tirn::Fd;
+namespace {
 
 // The sockets of the service. A forked child closes its copies: otherwise the port would stay taken and clients would
 // wait for a server that has ended.
@@ -27,55 +27,55 @@ class ServiceSocket {
  public:
   explicit ServiceSocket(Fd fd) : fd_(std::move(fd)) {
     g_fork_steps.follow();
-    const tirn::MutexLock lock(g_sockets_mutex);
-    tirn::list::push_back(&g_sockets, &link_);
+    const MutexLock lock(g_sockets_mutex);
+    list::push_back(&g_sockets, &link_);
   }
   ServiceSocket(const ServiceSocket&) = delete;
   ServiceSocket& operator=(const ServiceSocket&) = delete;
   ~ServiceSocket() {
-    const tirn::MutexLock lock(g_sockets_mutex);
-    tirn::list::remove(&link_);
+    const MutexLock lock(g_sockets_mutex);
+    list::remove(&link_);
     fd_ = Fd();
   }
 
   int get() const { return fd_.get(); }
 
  private:
-  static void hold_list(tirn::ForkSteps&) { pthread_mutex_lock(&g_sockets_mutex); }
-  static void free_list(tirn::ForkSteps&) { pthread_mutex_unlock(&g_sockets_mutex); }
-  static void leave_all(tirn::ForkSteps&) {
+  static void hold_list(ForkSteps&) { pthread_mutex_lock(&g_sockets_mutex); }
+  static void free_list(ForkSteps&) { pthread_mutex_unlock(&g_sockets_mutex); }
+  static void leave_all(ForkSteps&) {
     kesa_list_head* link = g_sockets.next;
-    tirn::list::init(&g_sockets);  // the other links lie on the stacks of threads that are gone
+    list::init(&g_sockets);  // the other links lie on the stacks of threads that are gone
     while (link != &g_sockets) {
       const auto* const one = reinterpret_cast<ServiceSocket*>(link);
       const bool is_used_here = one->thread_ == pthread_self();
       kesa_list_head* const next = link->next;
-      tirn::leave_to_parent(one->get(), is_used_here);
+      leave_to_parent(one->get(), is_used_here);
       if (is_used_here) {
-        tirn::list::push_back(&g_sockets, link);
+        list::push_back(&g_sockets, link);
       }
       link = next;
     }
     pthread_mutex_unlock(&g_sockets_mutex);
   }
-  static tirn::ForkSteps g_fork_steps;
+  static ForkSteps g_fork_steps;
 
   kesa_list_head link_;  // first, so that its address is that of the socket
   const pthread_t thread_ = pthread_self();
   Fd fd_;
 };
-constinit tirn::ForkSteps ServiceSocket::g_fork_steps(leave_all, hold_list, free_list);
+constinit ForkSteps ServiceSocket::g_fork_steps(leave_all, hold_list, free_list);
 
 // A client, and the buffers of its requests. The output buffer is as large as the largest reply, because a handler
 // may report that many bytes.
 struct Client {
   explicit Client(Fd fd)
       : connection(std::move(fd)),
-        input(tirn::tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX)),
+        input(tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX)),
         output(MORU_SYSCALL_OUTPUT_MAX) {}
 
   bool receive(void* bytes, size_t length) const {
-    return tirn::receive_whole(connection.get(), bytes, length, tirn::QuickAck::kYes);
+    return receive_whole(connection.get(), bytes, length, QuickAck::kYes);
   }
 
   // Discards what does not fit in the buffer, so that the stream stays in step.
@@ -96,8 +96,8 @@ struct Client {
   }
 
   const ServiceSocket connection;
-  tirn::TaggedBlock<uint8_t> input;
-  tirn::Mapping output;
+  TaggedBlock<uint8_t> input;
+  Mapping output;
 };
 
 // Calls the handler of the request and turns its header into that of the reply.
@@ -106,7 +106,7 @@ void answer(Client& client, moru_frame_header& header) {
   const MORU_SYSCALL_ENTRY* const entry = MORU_FindSysCall(cmd);
   if (entry == nullptr || entry->pfnSysCall == nullptr) {
     header.len = 0;
-    header.ret = tirn::kFail;
+    header.ret = kFail;
     return;
   }
   MORU_SYSCALL_PARAM param{};
@@ -130,7 +130,7 @@ bool serve_request(Client& client) {
                          header.len),
            false;
   }
-  return tirn::send_frame(client.connection.get(), header, client.output.get());
+  return send_frame(client.connection.get(), header, client.output.get());
 }
 
 // Logs under the name of the connection's thread function.
@@ -146,7 +146,7 @@ void serve_requests(Client& client) {
 // The client is released also if a handler ends the thread.
 void* serve_client(void* argument) {
   std::optional<Client> client;
-  tirn::run_with_cleanup(
+  run_with_cleanup(
       [&] { serve_requests(client.emplace(Fd(static_cast<int>(reinterpret_cast<intptr_t>(argument))))); },
       [&client] { client.reset(); });
   return nullptr;
@@ -159,8 +159,8 @@ Fd open_service() {
     TIRN_ERROR_AS("open_service", "Create socket %d fail!.\n", service.get());
     return {};
   }
-  tirn::enable(service.get(), SOL_SOCKET, SO_REUSEADDR);
-  const sockaddr_in address = tirn::service_address();
+  enable(service.get(), SOL_SOCKET, SO_REUSEADDR);
+  const sockaddr_in address = service_address();
   if (bind(service.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     TIRN_ERROR_AS("open_service", "Bind socket %d fail!， error is %d.\n", service.get(), errno);
     return {};
@@ -183,7 +183,7 @@ bool accept_client(const ServiceSocket& service) {
     }
     return TIRN_ERROR_AS(kFunction, "accept errno = %d\n", errno), false;
   }
-  tirn::enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
+  enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
   const int result = create_thread_nopreempt_raw(
       serve_client, reinterpret_cast<void*>(static_cast<intptr_t>(client.get())), nullptr);
   if (result != 0) {
@@ -194,7 +194,7 @@ bool accept_client(const ServiceSocket& service) {
 }
 
 void* accept_clients(void*) {
-  const tirn::NoCancellation guard;  // held throughout: nobody waits for this thread, so nobody has to cancel it
+  const NoCancellation guard;  // held throughout: nobody waits for this thread, so nobody has to cancel it
   Fd fd = open_service();
   if (!fd) {
     return nullptr;
@@ -211,9 +211,9 @@ void* accept_clients(void*) {
 int MORU_PrivateSysCallIntfInit() {
   const int result = create_thread_nopreempt_raw(accept_clients, nullptr, nullptr);
   if (result != 0) {
-    return TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result), tirn::kFail;
+    return TIRN_ERROR("creat syscall thrd failed, ret = %d.\n", result), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 void MORU_PrivateSysCallIntfExit() {}

@@ -12,6 +12,8 @@
 #include "libtirn/base/result.h"
 #include "libtirn/syscall/stream.h"
 
+using namespace tirn;
+
 namespace {
 
 // Also tested outside the mutex, so two first callers may both connect. The later connection wins, and the other one
@@ -20,25 +22,25 @@ constinit std::atomic<int> g_connection{-1};
 pthread_mutex_t g_turn = PTHREAD_MUTEX_INITIALIZER;
 constinit std::atomic<pthread_t> g_turn_holder{0};
 
-void connect_anew(tirn::ForkSteps&) {
+void connect_anew(ForkSteps&) {
   const bool is_calling = g_turn_holder.load(std::memory_order_relaxed) == pthread_self();
   const int shared = g_connection.exchange(-1, std::memory_order_relaxed);
   if (shared >= 0) {
-    tirn::leave_to_parent(shared, is_calling);
+    leave_to_parent(shared, is_calling);
   }
   if (!is_calling) {
     g_turn = PTHREAD_MUTEX_INITIALIZER;
   }
 }
-constinit tirn::ForkSteps g_fork_steps(connect_anew);
+constinit ForkSteps g_fork_steps(connect_anew);
 
 // Connects for all threads of the process. `socket_fd` owns the socket until it is connected, and after a failure.
-void init_syscall_socket(tirn::Fd& socket_fd) {
-  socket_fd = tirn::Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+void init_syscall_socket(Fd& socket_fd) {
+  socket_fd = Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket_fd) {
     return TIRN_ERROR_AS("init_syscall_socket", "errno = %d\n", errno);
   }
-  const sockaddr_in address = tirn::service_address();
+  const sockaddr_in address = service_address();
   if (connect(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return TIRN_ERROR_AS("init_syscall_socket", "errno = %d\n", errno);
   }
@@ -57,7 +59,7 @@ class Call {
     if (g_connection.load(std::memory_order_relaxed) < 0) {
       init_syscall_socket(connecting_);
       if (g_connection.load(std::memory_order_relaxed) < 0) {
-        return tirn::kFailU32;
+        return kFailU32;
       }
     }
     take_turn();
@@ -69,7 +71,7 @@ class Call {
   // Gives back what the call holds. If the thread was cancelled in the call, an answer may still come, so the
   // connection is dropped: it cannot serve the next call.
   void end() {
-    const tirn::Fd closed(std::move(connecting_));
+    const Fd closed(std::move(connecting_));
     if (!has_turn_) {
       return;
     }
@@ -90,7 +92,7 @@ class Call {
   uint32_t exchange(uint32_t cmd, MORU_SYSCALL_PARAM& param) {
     moru_frame_header header{cmd, param.uiInBufLen, param.uiOutBufLen, 0};
     if (!send_all(header, param.pvInBuf)) {
-      return TIRN_ERROR_AS("MORU_SysCall", "send_all fail\n"), tirn::kFailU32;
+      return TIRN_ERROR_AS("MORU_SysCall", "send_all fail\n"), kFailU32;
     }
     // The result is ignored: if the connection breaks here, the header stays as it was sent, and a request without
     // input counts as success. The connection is dropped all the same.
@@ -102,17 +104,17 @@ class Call {
       TIRN_ERROR_AS("MORU_SysCall", "syscall_user: buffer length too small, hdr.len=%d uiOutBufLen=%u",
                     static_cast<int>(header.len), param.uiOutBufLen);
       clear_all(header.len);
-      return tirn::kFailU32;
+      return kFailU32;
     }
     if (!recv_all(param.pvOutBuf, header.len)) {
-      return tirn::kFailU32;
+      return kFailU32;
     }
     param.uiOutBufLen = static_cast<uint32_t>(header.len);
     return static_cast<uint32_t>(header.ret);
   }
 
   bool send_all(moru_frame_header& header, void* input) {
-    if (tirn::send_frame(fd_, header, input)) {
+    if (send_frame(fd_, header, input)) {
       return true;
     }
     TIRN_ERROR_AS("send_all", "errno = %d\n", errno);
@@ -136,7 +138,7 @@ class Call {
 
   bool receive(void* bytes, size_t length, const char* function) {
     errno = 0;  // it stays 0 if the peer has closed the connection
-    if (tirn::receive_whole(fd_, bytes, length, tirn::QuickAck::kNo)) {
+    if (receive_whole(fd_, bytes, length, QuickAck::kNo)) {
       return true;
     }
     TIRN_ERROR_AS(function, "recv error, err=%d, buf=%p, len=%d", errno, bytes, static_cast<int>(length));
@@ -147,10 +149,10 @@ class Call {
   void drop() {
     int ours = fd_;
     g_connection.compare_exchange_strong(ours, -1, std::memory_order_relaxed);
-    const tirn::Fd closed(std::exchange(fd_, -1));
+    const Fd closed(std::exchange(fd_, -1));
   }
 
-  tirn::Fd connecting_;
+  Fd connecting_;
   bool has_turn_ = false;
   bool is_in_step_ = false;
   int fd_ = -1;
@@ -160,11 +162,11 @@ class Call {
 
 uint32_t MORU_SysCall(uint32_t cmd, MORU_SYSCALL_PARAM* param) {
   if (param == nullptr) {
-    return tirn::kFailU32;
+    return kFailU32;
   }
   g_fork_steps.follow();
-  uint32_t result = tirn::kFailU32;
+  uint32_t result = kFailU32;
   Call call;
-  tirn::run_with_cleanup([&] { result = call.run(cmd, *param); }, [&call] { call.end(); });
+  run_with_cleanup([&] { result = call.run(cmd, *param); }, [&call] { call.end(); });
   return result;
 }

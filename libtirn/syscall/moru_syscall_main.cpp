@@ -7,6 +7,8 @@
 #include "libtirn/base/result.h"
 #include "tirn/syscall.h"
 
+using namespace tirn;
+
 namespace {
 
 // The head of a group's block; `count` entries follow it.
@@ -48,39 +50,39 @@ bool entry_fits(uint32_t group, const MORU_SYSCALL_ENTRY& entry, const char* fun
 
 int MORU_CheckGroupCalls(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t count) {
   if (calls == nullptr) {
-    return TIRN_ERROR("Parm 2(v_pstSysCalls) is NULL."), tirn::kFail;
+    return TIRN_ERROR("Parm 2(v_pstSysCalls) is NULL."), kFail;
   }
   if (count > MORU_SYSCALL_GROUP_ENTRIES) {
     TIRN_ERROR("Parm 3 %d is larger than %d.", static_cast<int>(count), static_cast<int>(MORU_SYSCALL_GROUP_ENTRIES));
-    return tirn::kFail;
+    return kFail;
   }
   for (uint32_t i = 0; i < count; ++i) {
     if (!entry_fits(group, calls[i], __func__)) {
-      return tirn::kFail;
+      return kFail;
     }
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int MORU_RegSysCall(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t count) {
   TIRN_INFO("MORU reg syscall begin.");
   TIRN_INFO("MORU reg syscall check groupid(%u).", group);
   if (!group_exists(group, __func__)) {
-    return tirn::kFail;
+    return kFail;
   }
-  if (MORU_CheckGroupCalls(group, calls, count) != tirn::kOk) {
-    return TIRN_ERROR("Check the input param failed."), tirn::kFail;
+  if (MORU_CheckGroupCalls(group, calls, count) != kOk) {
+    return TIRN_ERROR("Check the input param failed."), kFail;
   }
   TIRN_INFO("MORU reg syscall check rereg, uicount(%u).", count);
   if (g_groups[group].load(std::memory_order_acquire) != nullptr) {
-    return TIRN_INFO("MORU register syscall %d.", static_cast<int>(group)), tirn::kFail;
+    return TIRN_INFO("MORU register syscall %d.", static_cast<int>(group)), kFail;
   }
   TIRN_INFO("MORU reg syscall alloc memory.");
   const size_t entries_size = count * sizeof(MORU_SYSCALL_ENTRY);
   const size_t size = sizeof(Group) + entries_size;
-  auto head = tirn::tagged_block<Group>(static_cast<uint32_t>(size));
+  auto head = tagged_block<Group>(static_cast<uint32_t>(size));
   if (head == nullptr) {
-    return TIRN_ERROR("Alloc memory for syscall group (%u) fail, count = (%u).", group, count), tirn::kFail;
+    return TIRN_ERROR("Alloc memory for syscall group (%u) fail, count = (%u).", group, count), kFail;
   }
   if (const int result = memset_s(head.get(), size, 0, size); result != 0) {
     TIRN_ERROR("Memset failed, ret = %d.", result);
@@ -92,18 +94,18 @@ int MORU_RegSysCall(uint32_t group, const MORU_SYSCALL_ENTRY* calls, uint32_t co
     }
   }
   g_groups[group].store(head.release(), std::memory_order_release);
-  return tirn::kOk;
+  return kOk;
 }
 
 int MORU_UnRegSysCall(uint32_t group) {
   if (!group_exists(group, __func__)) {
-    return tirn::kFail;
+    return kFail;
   }
   // The group leaves the table first: a lookup that starts now finds nothing rather than a freed block.
   if (Group* const head = g_groups[group].exchange(nullptr, std::memory_order_acq_rel); head != nullptr) {
     kesa_free(head);
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 const MORU_SYSCALL_ENTRY* MORU_FindSysCall(uint32_t cmd) {
@@ -125,10 +127,10 @@ int MORU_PrivateSysCallInit() {
   for (auto& group : g_groups) {
     group.store(nullptr, std::memory_order_release);
   }
-  if (MORU_PrivateSysCallIntfInit() != tirn::kOk) {
-    return TIRN_ERROR("Initial syscall interface fail."), tirn::kFail;
+  if (MORU_PrivateSysCallIntfInit() != kOk) {
+    return TIRN_ERROR("Initial syscall interface fail."), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
-int MORU_SyscallInit() { return tirn::kOk; }
+int MORU_SyscallInit() { return kOk; }

@@ -9,6 +9,8 @@
 #include "libtirn/base/private_call.h"
 #include "libtirn/base/result.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint64_t kNoThreadId = ~uint64_t{0};
@@ -24,7 +26,7 @@ __thread int my_numa = -1;
 int g_siProcMapFlag = 0;
 
 // Threads need no set-up so far.
-int kesa_thrd_module_init() { return tirn::kOk; }
+int kesa_thrd_module_init() { return kOk; }
 
 kesa_thread_s* kesa_thrd_currentthreadinfo() { return m_current_thread; }
 
@@ -34,7 +36,7 @@ uint32_t kesa_thread_get_knl_tid() {
 
 int kesa_thrd_setpid_accl() {
   g_siKesaThrdPID = getpid();
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_getpid_accl() {
@@ -46,7 +48,7 @@ int kesa_thrd_getpid_accl() {
 
 int kesa_thrd_settid_accl() {
   g_ullKesaThrdId = pthread_self();
-  return tirn::kOk;
+  return kOk;
 }
 
 uint64_t kesa_thrd_gettid_accl() {
@@ -68,7 +70,7 @@ int kesa_thrd_yield() { return sched_yield(); }
 
 int kesa_set_instant_map_flag() {
   std::atomic_ref(g_siProcMapFlag).store(1, std::memory_order_relaxed);
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_get_instant_map_flag() { return std::atomic_ref(g_siProcMapFlag).load(std::memory_order_relaxed); }
@@ -78,7 +80,7 @@ int kesa_thread_run_in_iod_context_init(uint32_t id) {
     m_current_thread->iod_id = id;
     m_current_thread->context = KESA_THREAD_CONTEXT_IOD;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thread_run_in_iod_context_check() {
@@ -96,34 +98,34 @@ int kesa_thread_run_in_irq_context_save(uint32_t* saved) {
     *saved = m_current_thread->context;
     m_current_thread->context = KESA_THREAD_CONTEXT_IRQ;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thread_run_in_irq_context_restore(uint32_t saved) {
   if (m_current_thread != nullptr) {
     m_current_thread->context = saved;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_getstatus(uint32_t tid) {
-  if (tirn::private_call(tirn::PrivateCommand::kThreadStatus, &tid) != 0) {
+  if (private_call(PrivateCommand::kThreadStatus, &tid) != 0) {
     TIRN_INFO("Kesa syscall for thrd_getstatus failed.");
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_dump_cpu_stack_knl(uint32_t cpu) {
-  if (tirn::private_call(tirn::PrivateCommand::kDumpCpuStackKernel, &cpu) != 0) {
+  if (private_call(PrivateCommand::kDumpCpuStackKernel, &cpu) != 0) {
     TIRN_ERROR("Kesa syscall for cur_cpu_thrd_getstatus failed.");
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_dump_cpu_stack(uint32_t cpu) {
-  return tirn::private_call(tirn::PrivateCommand::kDumpCpuStack, &cpu) == 0 ? tirn::kOk : tirn::kFail;
+  return private_call(PrivateCommand::kDumpCpuStack, &cpu) == 0 ? kOk : kFail;
 }
 
 int kesa_thrd_dump_thread_stack_if_not_running(uint32_t tid) {
-  return static_cast<int>(tirn::private_call(tirn::PrivateCommand::kDumpIdleThreadStack, uint64_t{tid}));
+  return static_cast<int>(private_call(PrivateCommand::kDumpIdleThreadStack, uint64_t{tid}));
 }

@@ -10,12 +10,14 @@
 #include "tirn/smp.h"
 #include "tirn/thread.h"
 
+using namespace tirn;
+
 namespace {
 
 static_assert(sizeof(cpu_set_t) == 128);
 
 constinit std::atomic<uint32_t> g_config_cpus{0};
-constinit tirn::Once g_all_cpus_known;
+constinit Once g_all_cpus_known;
 cpu_set_t g_all_cpus;
 
 // Returns the number of configured CPUs, or the number of bits in a set if the system does not report it. Racing
@@ -36,13 +38,13 @@ int kesa_thrd_setbindcpu(pthread_t thread, const cpu_set_t* set) {
   const size_t size = std::min<size_t>((config_cpus() + 7) / 8, sizeof *set);
   const auto* const bytes = reinterpret_cast<const uint8_t*>(set);
   if (std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; })) {
-    return tirn::kOk;
+    return kOk;
   }
   const int result = pthread_setaffinity_np(thread, size, set);
   if (result != 0) {
-    return TIRN_ERROR("Set thread(0x%lx) affinity bind cpu failed(%d).", thread, result), tirn::kFail;
+    return TIRN_ERROR("Set thread(0x%lx) affinity bind cpu failed(%d).", thread, result), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_getbindcpu(pthread_t thread, cpu_set_t* set) {
@@ -50,9 +52,9 @@ int kesa_thrd_getbindcpu(pthread_t thread, cpu_set_t* set) {
   const int result = pthread_getaffinity_np(thread, sizeof *set, set);
   if (result != 0) {
     TIRN_ERROR("Get thread(%llu) affinity bind cpu failed(%d).", static_cast<unsigned long long>(thread), result);
-    return tirn::kFail;
+    return kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_getbindcpu_bypid(pid_t pid, cpu_set_t* set) {
@@ -61,9 +63,9 @@ int kesa_thrd_getbindcpu_bypid(pid_t pid, cpu_set_t* set) {
   if (result != 0) {
     TIRN_ERROR("Get thread(%llu) affinity bind cpu by pid failed(%d), errno(%d:%s).",
                static_cast<unsigned long long>(pid), result, errno, strerrordesc_np(errno));
-    return tirn::kFail;
+    return kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_bindAllCfgCpu() {
@@ -72,11 +74,11 @@ int kesa_thrd_bindAllCfgCpu() {
     for (uint32_t cpu = 0; cpu < count; ++cpu) {
       CPU_SET(cpu, &g_all_cpus);
     }
-    return tirn::kOk;
+    return kOk;
   });
   const int result = pthread_setaffinity_np(pthread_self(), sizeof g_all_cpus, &g_all_cpus);
   if (result != 0) {
-    return TIRN_ERROR("Create thread failed, error %d.", result), tirn::kFail;
+    return TIRN_ERROR("Create thread failed, error %d.", result), kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }

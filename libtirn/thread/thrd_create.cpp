@@ -10,6 +10,9 @@
 #include "libtirn/thread/thrd_entry.h"
 #include "libtirn/thread/thrd_table.h"
 
+using namespace tirn;
+using namespace tirn::thread;
+
 namespace tirn::thread {
 namespace {
 
@@ -76,35 +79,33 @@ int init_small_stack(pthread_attr_t* attributes) {
 
 }  // namespace tirn::thread
 
-using namespace tirn::thread;
-
 int create_thread_raw_base(kesa_thread_fn fn, void* arg, kesa_thread_fn entry, pthread_t* id_out,
                            pthread_attr_t* attr) {
   if (fn == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   kesa_thrd_module_init();
-  const tirn::NoCancellation guard;  // until the new thread has taken over the record's reference
+  const NoCancellation guard;  // until the new thread has taken over the record's reference
   kesa_thread_s* const record = take_record(fn, arg);
   if (record == nullptr) {
-    return TIRN_INFO("Create thread info fail."), tirn::kFail;
+    return TIRN_INFO("Create thread info fail."), kFail;
   }
   pthread_t thread;
-  if (start(record, entry, &thread, attr, __func__) != tirn::kOk) {
-    return tirn::kFail;
+  if (start(record, entry, &thread, attr, __func__) != kOk) {
+    return kFail;
   }
   if (id_out != nullptr) {
     *id_out = thread;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int create_thread_pool_base(kesa_thread_fn entry, pthread_attr_t* attr) {
   kesa_thrd_module_init();
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   kesa_thread_s* const record = take_table_record(nullptr, nullptr);
   // pthread_create stores the id before the thread runs, so a thread that finds the worker idle sees it.
-  return record != nullptr ? start(record, entry, &record->thread, attr, __func__) : tirn::kFail;
+  return record != nullptr ? start(record, entry, &record->thread, attr, __func__) : kFail;
 }
 
 int create_thread_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
@@ -120,13 +121,13 @@ int kesa_thrd_create_attr(kesa_thread_fn fn, void* arg, pthread_t* id_out, pthre
 }
 
 int kesa_thrd_attr_init(pthread_attr_t* attr) {
-  return attr != nullptr && pthread_attr_init(attr) == 0 ? tirn::kOk : tirn::kFail;
+  return attr != nullptr && pthread_attr_init(attr) == 0 ? kOk : kFail;
 }
 
 int kesa_thrd_attr_destroy(pthread_attr_t* attr) {
-  return attr != nullptr && pthread_attr_destroy(attr) == 0 ? tirn::kOk : tirn::kFail;
+  return attr != nullptr && pthread_attr_destroy(attr) == 0 ? kOk : kFail;
 }
 
 int kesa_thrd_setstacksize(pthread_attr_t* attr, size_t size) {
-  return attr != nullptr && pthread_attr_setstacksize(attr, size) == 0 ? tirn::kOk : tirn::kFail;
+  return attr != nullptr && pthread_attr_setstacksize(attr, size) == 0 ? kOk : kFail;
 }

@@ -12,6 +12,9 @@
 #include "libtirn/base/result.h"
 #include "libtirn/thread/thrd_table.h"
 
+using namespace tirn;
+using namespace tirn::thread;
+
 namespace tirn::thread {
 namespace {
 
@@ -114,29 +117,27 @@ void* plain_entry(void* argument) {
 
 }  // namespace tirn::thread
 
-using namespace tirn::thread;
-
 int kesa_thrd_setcurthreadinfo() {
   if (m_current_thread != nullptr) {
-    return tirn::kOk;
+    return kOk;
   }
   kesa_thrd_module_init();
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   kesa_thread_s* const record = take_record(nullptr, nullptr);
   if (record == nullptr) {
-    return TIRN_INFO("Create thread info fail."), tirn::kFail;
+    return TIRN_INFO("Create thread info fail."), kFail;
   }
   begin_thread(*record);
   apply_default_strategy();
   set_state(*record, THRD_SLOT_RUNNING);
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_clearcurthreadinfo() {
   if (m_current_thread == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   end_thread(m_current_thread);
-  return tirn::kOk;
+  return kOk;
 }

@@ -12,9 +12,10 @@
 #include "libtirn/thread/thrd_table.h"
 #include "tirn/sched.h"
 
-namespace {
-
+using namespace tirn;
 using namespace tirn::thread;
+
+namespace {
 
 // Only tested for 0: the creator's store and the spawner's addition may overwrite each other.
 constinit std::atomic<uint32_t> g_size{0};
@@ -24,12 +25,12 @@ pthread_attr_t g_attributes;
 constinit std::atomic<bool> g_has_attributes{false};
 
 // A forked child has no workers and may create a pool of its own.
-void forget_pool(tirn::ForkSteps&) {
+void forget_pool(ForkSteps&) {
   g_size.store(0, std::memory_order_relaxed);
   g_stop.store(0, std::memory_order_relaxed);
   g_has_attributes.store(false, std::memory_order_relaxed);
 }
-constinit tirn::ForkSteps g_fork_steps(forget_pool);
+constinit ForkSteps g_fork_steps(forget_pool);
 
 std::atomic_ref<kesa_thread_fn> job_of(kesa_thread_s& record) { return std::atomic_ref(record.fn); }
 
@@ -95,7 +96,7 @@ void* thrd_pool_worker(void* argument) {
   // `g_stop`. Later loads need no order: a worker that `wake_workers` has found is woken through its semaphore.
   g_stop.fetch_or(0, std::memory_order_acq_rel);
   // The record is given back also if the thread ends inside a job.
-  tirn::run_with_cleanup([&record] { work(record); }, end_current);
+  run_with_cleanup([&record] { work(record); }, end_current);
   return nullptr;
 }
 
@@ -111,11 +112,11 @@ bool bind_worker(kesa_thread_s& record) {
 
 int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_out) {
   if (fn == nullptr || g_size.load(std::memory_order_relaxed) == 0 || g_stop.load(std::memory_order_relaxed) != 0) {
-    return tirn::kFail;
+    return kFail;
   }
   const HeldRecord worker = find_record(THRD_SLOT_POOL_IDLE, bind_worker);
   if (worker == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   worker->arg = arg;
   job_of(*worker).store(fn, std::memory_order_release);  // publishes the argument; pairs with the acquire in work()
@@ -123,7 +124,7 @@ int create_thread_from_thread_pool(kesa_thread_fn fn, void* arg, pthread_t* id_o
     *id_out = worker->thread;
   }
   sem_post(&worker->wake);
-  return tirn::kOk;
+  return kOk;
 }
 
 namespace {
@@ -131,7 +132,7 @@ namespace {
 uint32_t start_workers(uint32_t count) {
   uint32_t made = 0;
   for (uint32_t i = 0; i < count; ++i) {
-    made += create_thread_pool_base(thrd_pool_worker, pool_attributes()) == tirn::kOk ? 1 : 0;
+    made += create_thread_pool_base(thrd_pool_worker, pool_attributes()) == kOk ? 1 : 0;
   }
   return made;
 }
@@ -181,7 +182,7 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
   }
   count = std::min(count, KESA_THREAD_SLOTS);
   g_fork_steps.follow();
-  const tirn::NoCancellation guard;  // nothing could complete a half-made pool
+  const NoCancellation guard;  // nothing could complete a half-made pool
   uint32_t none = 0;
   if (!g_size.compare_exchange_strong(none, count, std::memory_order_relaxed)) {
     return TIRN_INFO("OS thread pool just allowed create once %u.", count), 0;
@@ -194,7 +195,7 @@ uint32_t kesa_thread_pool_create(uint32_t count) {
   const uint32_t direct = count / kShare;
   uint32_t made = start_workers(direct);
   g_remainder.store(count - direct, std::memory_order_relaxed);
-  if (create_thread_pool_base(thrd_pool_spawner, pool_attributes()) == tirn::kOk) {
+  if (create_thread_pool_base(thrd_pool_spawner, pool_attributes()) == kOk) {
     ++made;
   } else {
     destroy_attributes();
@@ -214,7 +215,7 @@ uint32_t kesa_thread_pool_destroy() {
     return 0;
   }
   constexpr uint32_t kPause = 10;  // milliseconds
-  const tirn::NoCancellation guard;
+  const NoCancellation guard;
   const uint32_t first = wake_workers();
   kesa_msleep(kPause);
   const uint32_t second = wake_workers();

@@ -6,6 +6,8 @@
 #include "libtirn/base/result.h"
 #include "libtirn/thread/thrd_table.h"
 
+using namespace tirn;
+
 namespace {
 
 using IsLwtStack = decltype(kesa_lwt_stack_ops::is_lwt_stack);
@@ -20,11 +22,11 @@ constinit std::atomic<uint64_t> g_unknown_stack_size{kPage};
 
 int os_stack(const kesa_thread_s* record, uint64_t* start, uint64_t* end) {
   if (record == nullptr || record->stack_low == 0 || record->stack_high == 0) {
-    return tirn::kFail;
+    return kFail;
   }
   *start = record->stack_low;
   *end = record->stack_high;
-  return tirn::kOk;
+  return kOk;
 }
 
 }  // namespace
@@ -34,11 +36,11 @@ int kesa_thrd_getosstack(uint64_t* start, uint64_t* end) { return os_stack(m_cur
 int kesa_thrd_getsigstack(uint64_t* start, uint64_t* end) {
   const kesa_thread_s* const record = m_current_thread;
   if (record == nullptr || record->signal_stack == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   *start = reinterpret_cast<uintptr_t>(record->signal_stack);
   *end = *start + KESA_THREAD_SIGNAL_STACK;
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thread_get_specific_stack(uint32_t tid, uint64_t* start, uint64_t* end) {
@@ -50,12 +52,12 @@ int kesa_thread_get_specific_stack(uint32_t tid, uint64_t* start, uint64_t* end)
 
 int register_lwt_stack_ops(const kesa_lwt_stack_ops* ops) {
   if (ops == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   // The releases pair with the acquires in the two calls below: they publish the data that the functions rely on.
   g_is_lwt_stack.store(ops->is_lwt_stack, std::memory_order_release);
   g_get_lwt_stack.store(ops->get_lwt_stack, std::memory_order_release);
-  return tirn::kOk;
+  return kOk;
 }
 
 int unregister_lwt_stack_ops() {
@@ -65,12 +67,12 @@ int unregister_lwt_stack_ops() {
 
 int kesa_thrd_islwtstack(uint64_t sp) {
   const IsLwtStack is_lwt_stack = g_is_lwt_stack.load(std::memory_order_acquire);
-  return is_lwt_stack != nullptr ? is_lwt_stack(sp) : tirn::kFail;
+  return is_lwt_stack != nullptr ? is_lwt_stack(sp) : kFail;
 }
 
 int kesa_thrd_getlwtstack(uint64_t sp, uint64_t* start, uint64_t* end) {
   const GetLwtStack get_lwt_stack = g_get_lwt_stack.load(std::memory_order_acquire);
-  return get_lwt_stack != nullptr ? get_lwt_stack(sp, start, end) : tirn::kFail;
+  return get_lwt_stack != nullptr ? get_lwt_stack(sp, start, end) : kFail;
 }
 
 uint64_t kesa_thrd_getunknownstacksize() { return g_unknown_stack_size.load(std::memory_order_relaxed); }
@@ -82,16 +84,16 @@ void kesa_thrd_setunknownstacksize(uint64_t size) { g_unknown_stack_size.store(s
 __attribute__((noinline)) int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* start, uint64_t* end,
                                                         const char** name) {
   if (name == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   *name = "INVALID_STACK";
-  const auto found = [&](const char* stack, const tirn::StackBounds& bounds) {
+  const auto found = [&](const char* stack, const StackBounds& bounds) {
     *name = stack;
     *start = bounds.start;
     *end = bounds.end;
-    return tirn::kOk;
+    return kOk;
   };
-  tirn::StackBounds stack{};
+  StackBounds stack{};
   if (kesa_thrd_islwtstack(sp) == 0) {
     if (kesa_thrd_getlwtstack(sp, &stack.start, &stack.end) == 0) {
       return found("LWT_STACK", stack);
@@ -110,16 +112,16 @@ __attribute__((noinline)) int kesa_thrd_getcurrentstack(uint64_t sp, uint64_t* s
     const uint64_t page = sp & ~(kPage - 1);
     return found("UNKNOWN_STACK", {page, page + kesa_thrd_getunknownstacksize()});
   }
-  return tirn::kFail;
+  return kFail;
 }
 
 __attribute__((noinline)) int kesa_thrd_backtrace(uint64_t* out, uint32_t count, uint32_t skip) {
   const uint64_t frame = TIRN_FRAME_POINTER();
-  tirn::StackBounds stack{};
+  StackBounds stack{};
   const char* name = nullptr;
-  if (kesa_thrd_getcurrentstack(frame, &stack.start, &stack.end, &name) != tirn::kOk) {
-    return tirn::kFail;
+  if (kesa_thrd_getcurrentstack(frame, &stack.start, &stack.end, &name) != kOk) {
+    return kFail;
   }
-  tirn::walk_frames(frame, stack, skip, count, out);
-  return tirn::kOk;
+  walk_frames(frame, stack, skip, count, out);
+  return kOk;
 }

@@ -10,6 +10,8 @@
 #include "tirn/cpu.h"
 #include "tirn/thread.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint32_t kValid = 1;
@@ -68,45 +70,45 @@ const ThreadStrategy* strategy_in_force(uint32_t id) {
 
 int kesa_initThreadStrategy(uint32_t id, const KesaThreadStrategyCfg* cfg) {
   if (id >= KESA_STRATEGY_COUNT) {
-    return TIRN_INFO("Invalid thread strategy %d.", static_cast<int>(id)), tirn::kFail;
+    return TIRN_INFO("Invalid thread strategy %d.", static_cast<int>(id)), kFail;
   }
   if (cfg == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   ThreadStrategy& strategy = g_strategies[id];
   strategy.flags.fetch_and(~kValid, std::memory_order_relaxed);
   strategy.prio.store(static_cast<int>(cfg->prio), std::memory_order_relaxed);
   CpuSet set;
   store_cpus(strategy, set);
-  if (kesa_cpum_parse_cpumask(cfg->cpumask, set.words) != tirn::kOk) {
-    return TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask != nullptr ? cfg->cpumask : "(null)"), tirn::kFail;
+  if (kesa_cpum_parse_cpumask(cfg->cpumask, set.words) != kOk) {
+    return TIRN_INFO("Invalid cpu mask info:%s.", cfg->cpumask != nullptr ? cfg->cpumask : "(null)"), kFail;
   }
   store_cpus(strategy, set);
   strategy.flags.fetch_or(kValid, std::memory_order_release);  // pairs with the acquire in is_valid
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_setCurThreadPrio(int prio) {
   // On Linux each thread has a nice value of its own; 0 means the calling thread.
   if (setpriority(PRIO_PROCESS, 0, prio) != 0) {
-    TIRN_LIMITED(tirn::kWarning, "Set thread prio fail %d, errno %d.", prio, errno);
-    return tirn::kFail;
+    TIRN_LIMITED(kWarning, "Set thread prio fail %d, errno %d.", prio, errno);
+    return kFail;
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thrd_setprio(uint32_t level) {
   constexpr int kNiceValues[] = {-20, -15, 0, 10, 15, 20};
   constexpr uint32_t kLastLevel = 4;  // the value 20 is never used
-  return level <= kLastLevel ? kesa_setCurThreadPrio(kNiceValues[level]) : tirn::kOk;
+  return level <= kLastLevel ? kesa_setCurThreadPrio(kNiceValues[level]) : kOk;
 }
 
 int kesa_setCurThreadBind(const char* mask) {
   CpuSet set;
-  if (kesa_cpum_parse_cpumask(mask, set.words) != tirn::kOk) {
+  if (kesa_cpum_parse_cpumask(mask, set.words) != kOk) {
     TIRN_ERROR_AS("kesa_thrd_setbindcpustr", "Bind thread:%lu to cpu:%s fail, invalid cpu mask.", pthread_self(),
                   mask != nullptr ? mask : "(null)");
-    return tirn::kFail;
+    return kFail;
   }
   const cpu_set_t cpus = set.as_cpu_set();
   return kesa_thrd_setbindcpu(pthread_self(), &cpus);
@@ -115,18 +117,18 @@ int kesa_setCurThreadBind(const char* mask) {
 int kesa_setCurThreadStrategy(uint32_t id) {
   const ThreadStrategy* const strategy = strategy_in_force(id);
   if (strategy == nullptr) {
-    return tirn::kOk;
+    return kOk;
   }
   const cpu_set_t cpus = cpus_of(*strategy).as_cpu_set();
-  if (kesa_setCurThreadPrio(strategy->prio.load(std::memory_order_relaxed)) != tirn::kOk ||
-      kesa_thrd_setbindcpu(pthread_self(), &cpus) != tirn::kOk) {
-    TIRN_LIMITED(tirn::kInfo, "Set thread strategy %d fail.", static_cast<int>(id));
-    return tirn::kFail;
+  if (kesa_setCurThreadPrio(strategy->prio.load(std::memory_order_relaxed)) != kOk ||
+      kesa_thrd_setbindcpu(pthread_self(), &cpus) != kOk) {
+    TIRN_LIMITED(kInfo, "Set thread strategy %d fail.", static_cast<int>(id));
+    return kFail;
   }
   if (m_current_thread != nullptr) {  // kesa_thrd_list may read it meanwhile
     std::atomic_ref(m_current_thread->strategy).store(static_cast<int32_t>(id), std::memory_order_relaxed);
   }
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_showThreadStrategyDbg(kesa_print_fn print) {
@@ -138,5 +140,5 @@ int kesa_showThreadStrategyDbg(kesa_print_fn print) {
           strategy.flags.load(std::memory_order_relaxed), strategy.prio.load(std::memory_order_relaxed), set.words[0],
           set.words[1], set.words[2], set.words[3]);
   }
-  return tirn::kOk;
+  return kOk;
 }

@@ -11,6 +11,9 @@
 #include "libtirn/base/guard.h"
 #include "libtirn/base/log.h"
 
+using namespace tirn;
+using namespace tirn::thread;
+
 namespace tirn::thread {
 
 constinit ThreadSlot g_slots[KESA_THREAD_SLOTS]{};
@@ -161,8 +164,6 @@ kesa_thread_s* take_record(kesa_thread_fn fn, void* arg) {
 
 }  // namespace tirn::thread
 
-using namespace tirn::thread;
-
 kesa_thread_s* kesa_thrd_getthreadinfobytid(uint32_t tid) {
   for (size_t i = 0; i < KESA_THREAD_SLOTS; ++i) {
     if (g_tids[i].load(std::memory_order_relaxed) != tid) {
@@ -182,9 +183,9 @@ void kesa_thrd_putthreadinfo(kesa_thread_s* record) {
     return;
   }
   if (record->slot != nullptr) {
-    tirn::thread::drop_reference(*record->slot);
+    thread::drop_reference(*record->slot);
   } else {
-    tirn::thread::free_record(record);
+    thread::free_record(record);
   }
 }
 

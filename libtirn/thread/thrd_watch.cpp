@@ -6,6 +6,8 @@
 #include "tirn/shm.h"
 #include "tirn/thread.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint32_t kMagic = 0xEADD7741;
@@ -17,14 +19,14 @@ struct WatchCell {
 };
 static_assert(sizeof(WatchCell) == 8 && std::atomic<uint32_t>::is_always_lock_free);
 
-constinit tirn::Once g_cell_made;
+constinit Once g_cell_made;
 constinit std::atomic<WatchCell*> g_cell{nullptr};
 
 WatchCell* cell() {
   g_cell_made.run([] {
     g_cell.store(static_cast<WatchCell*>(kesa_shm_create("kesaThreadWatch", sizeof(WatchCell))),
                  std::memory_order_relaxed);
-    return g_cell.load(std::memory_order_relaxed) != nullptr ? tirn::kOk : tirn::kFail;
+    return g_cell.load(std::memory_order_relaxed) != nullptr ? kOk : kFail;
   });
   return g_cell.load(std::memory_order_relaxed);
 }
@@ -34,17 +36,17 @@ WatchCell* cell() {
 int kesa_thread_watch_add(uint32_t value) {
   WatchCell* const shared = cell();
   if (shared == nullptr) {
-    return tirn::kFail;
+    return kFail;
   }
   shared->value.store(value, std::memory_order_relaxed);
   // Pairs with the acquire in kesa_thread_watch_get: a process that sees the magic finds a value.
   shared->magic.store(kMagic, std::memory_order_release);
-  return tirn::kOk;
+  return kOk;
 }
 
 int kesa_thread_watch_del() {
   kesa_thread_watch_add(0);
-  return tirn::kOk;
+  return kOk;
 }
 
 uint32_t kesa_thread_watch_get() {

@@ -7,6 +7,8 @@
 #include "tirn/sched.h"
 #include "tirn/wait.h"
 
+using namespace tirn;
+
 namespace {
 
 constexpr uint32_t kWaiting = 1;
@@ -28,11 +30,11 @@ kesa_wait_queue_entry& entry_of(kesa_list_head* link) {
 int prepare_to_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
   kesa_spinlock_lock(&head->lock);
   state_of(*entry).store(kWaiting, std::memory_order_relaxed);
-  if (tirn::list::is_detached(&entry->link)) {
-    tirn::list::push_front(&head->list, &entry->link);
+  if (list::is_detached(&entry->link)) {
+    list::push_front(&head->list, &entry->link);
   }
   kesa_spinlock_unlock(&head->lock);
-  return tirn::kOk;
+  return kOk;
 }
 
 void before_wait() {}
@@ -44,17 +46,17 @@ int64_t sched_wait_timeout(kesa_wait_queue_entry* entry, int64_t timeout) {
 }
 
 void finish_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
-  if (tirn::list::is_detached(&entry->link)) {
+  if (list::is_detached(&entry->link)) {
     return;
   }
-  const tirn::NoCancellation guard;
-  while (!tirn::list::is_detached(&entry->link)) {
+  const NoCancellation guard;
+  while (!list::is_detached(&entry->link)) {
     if (kesa_spinlock_trylock(&head->lock) == 0) {
       kesa_usleep(kPause);
       continue;
     }
-    if (!tirn::list::is_detached(&entry->link)) {
-      tirn::list::detach(&entry->link);
+    if (!list::is_detached(&entry->link)) {
+      list::detach(&entry->link);
     }
     state_of(*entry).store(kWoken, std::memory_order_relaxed);
     kesa_spinlock_unlock(&head->lock);
@@ -63,17 +65,17 @@ void finish_wait(kesa_wait_queue_head* head, kesa_wait_queue_entry* entry) {
 
 // Detaches each entry last: the waiter may see that without the lock, and its entry may be gone from then on.
 void __wake_up(kesa_wait_queue_head* head) {  // NOLINT(bugprone-reserved-identifier): the name that callers know
-  const tirn::NoCancellation guard;           // a cancelled thread would leave the lock held
+  const NoCancellation guard;                 // a cancelled thread would leave the lock held
   kesa_spinlock_lock(&head->lock);
-  while (!tirn::list::is_empty(&head->list)) {
+  while (!list::is_empty(&head->list)) {
     kesa_wait_queue_entry& entry = entry_of(head->list.next);
     const uint32_t tid = entry.tid;
     // Pairs with the acquire in kesa_wait_comm and with the kernel side's read of the word.
     state_of(entry).store(kWoken, std::memory_order_release);
     kesa_wake_up_process(tid);
-    tirn::list::detach(&entry.link);
+    list::detach(&entry.link);
   }
   kesa_spinlock_unlock(&head->lock);
 }
 
-int autoremove_wake_function() { return tirn::kOk; }
+int autoremove_wake_function() { return kOk; }
