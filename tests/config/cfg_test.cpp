@@ -57,6 +57,7 @@ TEST(CfgParser, Lines) {
       {"a=1\r2\r\n[s\r]\r\nb=3\r", "NULL.a=12\ns.b=3\n"},
       {"[" + n63 + "]\nx=1\n[" + n64 + "]\nx=2\n", n63 + ".x=1\n" + n63 + ".x=2\n"},
       {n64 + "=1\n" + n63 + " =" + longest + "\nb=2", "NULL." + n63 + "=" + longest + "\nNULL.b=2\n"},
+      {";" + std::string(16379, 'x') + "\nb" + std::string(1, '\0') + "c=2\n", ""},  // between two blocks
       {"a=v" + longest + "\nb=2\n", "NULL.b=2\n", "copy item (a=v*"},
       // Pieces: one that is too long to be trimmed, then the rest of the line, returns left out of the count.
       {std::string(4194369, 'x') + "y=1\n", "NULL.y=1\n", "The length (4194369) of string (xxx*"},
