@@ -189,16 +189,16 @@ TEST(CfgStoreNative, ForkInsideBesideAReader) {
                                        forks ? child = fork() : (is_inside.release(), may_leave.acquire(), 0);
                                      }};
   hurn_register_content_callback(&callback);
+  const auto read = [&](bool is_by_name) {  // too little room: an error is logged inside
+    char value[1];
+    is_by_name ? kesa_cfg_getItemValue_ex(file.c_str(), "s", "a", value, 1)
+               : kesa_cfg_getItemValue("s", "a", value, 1);
+  };
   for (const bool is_by_name : {false, true}) {
-    const auto read = [&] {  // too little room: an error is logged inside
-      char value[1];
-      is_by_name ? kesa_cfg_getItemValue_ex(file.c_str(), "s", "a", value, 1)
-                 : kesa_cfg_getItemValue("s", "a", value, 1);
-    };
-    const std::jthread reader(read);
+    const std::jthread reader(read, true);
     is_inside.acquire();
     forks = true;
-    read();
+    read(is_by_name);
     if (child == 0) {
       alarm(20);
       _exit(kesa_cfg_setItemValue("s", "a", "2") + kesa_cfg_setItemValue_ex(file.c_str(), "s", "a", "2"));
