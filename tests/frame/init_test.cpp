@@ -186,8 +186,8 @@ TEST(Process, ClockThatCannotBeReadKeepsTheStampAtZero) {
   LogCapture log;
   {
     Imports imports(tirn::test::Object::library);
-    imports.redirect("clock_gettime",
-                     reinterpret_cast<void*>(+[](clockid_t, timespec*) { return errno = EPERM, -1; }));
+    imports.redirect(
+        "clock_gettime", +[](clockid_t, timespec*) { return errno = EPERM, -1; });
     EXPECT_EQ(ps_get_version(), 0u);
   }
   EXPECT_EQ(ps_get_version(), 0u);

@@ -29,9 +29,9 @@ TEST(ThreadFacts, ThinFunctions) {
   {
     static int destroyed;
     Imports imports(Object::library);
-    imports.redirect("pthread_attr_destroy", reinterpret_cast<void*>(+[](pthread_attr_t* attributes) {
-                       return ++destroyed, pthread_attr_destroy(attributes);
-                     }));
+    imports.redirect(
+        "pthread_attr_destroy",
+        +[](pthread_attr_t* attributes) { return ++destroyed, pthread_attr_destroy(attributes); });
     ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
     EXPECT_EQ(destroyed, 1) << "they hold a set of CPUs";
   }
@@ -102,33 +102,21 @@ TEST(ThreadFacts, KernelSideQueries) {
   EXPECT_EQ(kesa_thrd_dump_cpu_stack(1), 0);
 }
 
-// Each way of starting a thread: detached, its stack without the guard area, strategy 0 where the way takes it.
 // The emulator refuses CPU sets of less than a word, which the kernel takes.
-TEST(ThreadFactsNative, StackAttributesAndStrategy) {
+TEST(ThreadFactsNative, StrategyAndPriority) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 2), "0-1023"};
   ASSERT_EQ(kesa_initThreadStrategy(0, &row), 0);
   const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
     return kesa_thrd_create_attr(fn, arg, id, nullptr);
   };
-  for (const Create create : {Create{create_thread_raw}, plain}) {
-    EXPECT_TRUE(run_in_thread(create, [&] {
-      pthread_attr_t attributes;
-      int detached = -1;
-      void* address;
-      size_t size, guard;
-      pthread_getattr_np(pthread_self(), &attributes);
-      pthread_attr_getdetachstate(&attributes, &detached);
-      pthread_attr_getstack(&attributes, &address, &size);
-      pthread_attr_getguardsize(&attributes, &guard);
-      pthread_attr_destroy(&attributes);
-      EXPECT_EQ(detached, PTHREAD_CREATE_DETACHED);
-      EXPECT_EQ(m_current_thread->stack_low, reinterpret_cast<uintptr_t>(address) + guard);
-      EXPECT_EQ(m_current_thread->strategy, create == create_thread_raw ? 0 : -1);
-      EXPECT_EQ(nice_value(), create == create_thread_raw ? before + 2 : before);
-    }));
-  }
-  EXPECT_TRUE(run_in_thread(create_thread_raw, [] {
+  EXPECT_TRUE(run_in_thread(plain, [before] {
+    EXPECT_EQ(m_current_thread->strategy, -1);
+    EXPECT_EQ(nice_value(), before);
+  }));
+  EXPECT_TRUE(run_in_thread(create_thread_raw, [before] {
+    EXPECT_EQ(m_current_thread->strategy, 0);
+    EXPECT_EQ(nice_value(), before + 2);
     const int kNice[] = {-20, -15, 0, 10, 15};
     for (uint32_t level = 0; level < 5; ++level) {
       if (kesa_thrd_setprio(level) == 0) {  // lower values are root's

@@ -92,6 +92,17 @@ TEST(Thread, EachWayOfStartingOne) {
       stack_t signal_stack;
       sigaltstack(nullptr, &signal_stack);
       EXPECT_EQ(signal_stack.ss_sp, m_current_thread->signal_stack);
+      pthread_attr_t attributes;
+      int detached = -1;
+      void* address;
+      size_t size, guard;
+      pthread_getattr_np(pthread_self(), &attributes);
+      pthread_attr_getdetachstate(&attributes, &detached);
+      pthread_attr_getstack(&attributes, &address, &size);
+      pthread_attr_getguardsize(&attributes, &guard);
+      pthread_attr_destroy(&attributes);
+      EXPECT_EQ(detached, PTHREAD_CREATE_DETACHED);
+      EXPECT_EQ(start, reinterpret_cast<uintptr_t>(address) + guard);
     }));
     EXPECT_TRUE(wait_until([tid] { return !is_alive(tid); }));
   }
