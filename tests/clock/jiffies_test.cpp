@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -18,9 +18,7 @@ using namespace tirn::test;
 namespace {
 
 uint64_t monotonic_milliseconds() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+  return static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1));
 }
 
 // A device folder of the test's own. The page holds the words 0x1111, 0x2222, ... at 8-byte steps.

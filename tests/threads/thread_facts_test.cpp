@@ -141,12 +141,19 @@ TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
     EXPECT_TRUE(wait_until([&] { return job.start(create) == 0; }));
     EXPECT_TRUE(job.wait());
   };
+  static cpu_set_t one{}, all{}, next{};
+  EXPECT_EQ(kesa_thrd_getbindcpu(pthread_self(), &all), 0);
   run([] {
     runs_on = pthread_self();
     pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
     kesa_thread_run_in_iod_context_init(9);
     kesa_thrd_core_set(5);
     setpriority(PRIO_PROCESS, 0, 17);
+    EXPECT_EQ(kesa_thrd_setbindcpu(pthread_self(), &one), 0);  // empty: changes nothing
+    CPU_SET(static_cast<unsigned>(sched_getcpu()), &one);
+    EXPECT_EQ(kesa_thrd_setbindcpu(pthread_self(), &one), 0);
+    EXPECT_EQ(kesa_thrd_getbindcpu(pthread_self(), &next), 0);
+    EXPECT_TRUE(CPU_EQUAL(&next, &one));
   });
   EXPECT_EQ(given, runs_on);
   run([before] {
@@ -154,6 +161,8 @@ TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
     EXPECT_EQ(type, PTHREAD_CANCEL_DEFERRED);
     EXPECT_EQ(nice_value(), before + 3);
+    EXPECT_EQ(kesa_thrd_getbindcpu(pthread_self(), &next), 0);
+    EXPECT_TRUE(CPU_EQUAL(&next, &all));
     EXPECT_EQ(kesa_thread_iod_thread_id_get(), 9u);
     EXPECT_EQ(smp_processor_id(), 5);
     EXPECT_TRUE(wait_until([] { return references() == 1; }));
