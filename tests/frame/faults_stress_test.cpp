@@ -1,6 +1,5 @@
 // Each call of the system that the frame's modules make fails in turn: the stated result and line come out, and
 // nothing is leaked.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <sys/mman.h>
@@ -9,7 +8,6 @@
 
 #include "loopback.h"
 #include "support/faults.h"
-#include "support/kernel_side.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;

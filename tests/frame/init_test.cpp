@@ -20,15 +20,9 @@
 #include "tirn/process.h"
 #include "tirn/smp.h"
 
-using tirn::test::Imports;
-using tirn::test::KernelSide;
-using tirn::test::LogCapture;
+using namespace tirn::test;
 
-namespace {
-
-const std::vector<std::string> kStarted = {"Kesa init start.", "Kesa init end ret 0."};
-
-}  // namespace
+static const std::vector<std::string> kStarted = {"Kesa init start.", "Kesa init end ret 0."};
 
 TEST(Init, StartsOnceAndAgainAfterTearDown) {
   LogCapture log;
@@ -82,7 +76,7 @@ TEST(Init, LogCallbackMayCallTheLibrary) {
                                      kesa_destory();
                                      lines += kesa_Init() == 0;
                                    }};
-  const auto outcome = tirn::test::run_child([&record] {
+  const auto outcome = run_child([&record] {
     kesa_log_register_callback(&record);
     EXPECT_EQ(kesa_Init(), 0xFFFFFFFFu);
     return lines == 4 ? 0 : 1;
@@ -179,7 +173,7 @@ TEST(Process, StampIsTheSameForAllThreads) {
 TEST(Process, ClockThatCannotBeReadKeepsTheStampAtZero) {
   LogCapture log;
   {
-    Imports imports(tirn::test::Object::library);
+    Imports imports(Object::library);
     imports.redirect(
         "clock_gettime", +[](clockid_t, timespec*) { return errno = EPERM, -1; });
     EXPECT_EQ(ps_get_version(), 0u);

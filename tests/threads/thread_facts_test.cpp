@@ -35,9 +35,7 @@ TEST(ThreadFacts, ThinFunctions) {
     ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
     EXPECT_EQ(destroyed, 1) << "they hold a set of CPUs";
   }
-  for (int times = 0; times < 2; ++times) {
-    EXPECT_EQ(kesa_thrd_gettid_accl(), pthread_self());
-  }
+  EXPECT_TRUE(kesa_thrd_gettid_accl() == pthread_self() && kesa_thrd_gettid_accl() == pthread_self());
   kesa_thrd_core_set(0);
   g_siKesaThrdPID = 0;
   EXPECT_EQ(smp_processor_id(), 0);
@@ -93,7 +91,6 @@ TEST(ThreadFacts, KernelSideQueries) {
     kernel.failing(command, EPERM);
   }
   EXPECT_EQ(kesa_thrd_getstatus(1) + kesa_thrd_dump_cpu_stack_knl(0) * 10 + kesa_thrd_dump_cpu_stack(0) * 100, -100);
-  EXPECT_TRUE(log.has(HURN_INFO, "kesa_thrd_getstatus", "Kesa syscall for thrd_getstatus failed.")) << log;
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_thrd_dump_cpu_stack_knl", "Kesa syscall for cur_cpu_thrd_getstatus failed."))
       << log;
   kernel.replace(0x703, [](uint64_t, uint64_t cpu, uint64_t, uint64_t, uint64_t) -> long {
