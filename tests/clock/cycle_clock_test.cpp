@@ -1,8 +1,9 @@
 #include <gtest/gtest.h>
-#include <time.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "libtirn/arch/arch.h"
@@ -13,16 +14,6 @@
 #include "tirn/jiffies.h"
 
 using namespace tirn::test;
-
-namespace {
-
-uint64_t monotonic() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
-}
-
-}  // namespace
 
 TEST(CycleClock, IsZeroBeforeItsScaleIsSet) {
   EXPECT_EQ(kesa_time_getnanosec(), 0u);
@@ -50,15 +41,14 @@ TEST(CycleClock, AllReadingsHaveOneOriginAndKeepTime) {
   EXPECT_NEAR(static_cast<double>(kesa_time_getmillisec()), static_cast<double>(c) / 1e6, 1000);
 
   // Each reading of the system's clock lies between two of this one, however long the thread loses its processor.
-  const double system_began = static_cast<double>(monotonic());
-  const double inner_began = static_cast<double>(kesa_time_getnanosec());
-  const timespec span{0, 200000000};
-  nanosleep(&span, nullptr);
-  const double inner_passed = static_cast<double>(kesa_time_getnanosec()) - inner_began;
-  const double system_passed = static_cast<double>(monotonic()) - system_began;
-  const double outer_passed = static_cast<double>(kesa_time_getnanosec() - c);
-  EXPECT_LT(inner_passed, system_passed * 1.02);
-  EXPECT_GT(outer_passed, system_passed * 0.98);
+  const auto system_began = std::chrono::steady_clock::now();
+  const uint64_t inner_began = kesa_time_getnanosec();
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  const auto inner_passed = static_cast<double>(kesa_time_getnanosec() - inner_began);
+  const std::chrono::duration<double, std::nano> system_passed = std::chrono::steady_clock::now() - system_began;
+  const auto outer_passed = static_cast<double>(kesa_time_getnanosec() - c);
+  EXPECT_LT(inner_passed, system_passed.count() * 1.02);
+  EXPECT_GT(outer_passed, system_passed.count() * 0.98);
 }
 
 TEST(CycleClock, FilterTakesTheFirstUndisturbedPair) {

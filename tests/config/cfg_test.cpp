@@ -57,6 +57,7 @@ TEST(CfgParser, Lines) {
       {"a=1\r2\r\n[s\r]\r\nb=3\r", "NULL.a=12\ns.b=3\n"},
       {"[" + n63 + "]\nx=1\n[" + n64 + "]\nx=2\n", n63 + ".x=1\n" + n63 + ".x=2\n"},
       {n64 + "=1\n" + n63 + " =" + longest + "\nb=2", "NULL." + n63 + "=" + longest + "\nNULL.b=2\n"},
+      {";" + std::string(16379, 'x') + "\nb" + std::string(1, '\0') + "c=2\n", ""},  // between two blocks
       {"a=v" + longest + "\nb=2\n", "NULL.b=2\n", "copy item (a=v*"},
       // Pieces: one that is too long to be trimmed, then the rest of the line, returns left out of the count.
       {std::string(4194369, 'x') + "y=1\n", "NULL.y=1\n", "The length (4194369) of string (xxx*"},
@@ -188,16 +189,16 @@ TEST(CfgStoreNative, ForkInsideBesideAReader) {
                                        forks ? child = fork() : (is_inside.release(), may_leave.acquire(), 0);
                                      }};
   hurn_register_content_callback(&callback);
+  const auto read = [&](bool is_by_name) {  // too little room: an error is logged inside
+    char value[1];
+    is_by_name ? kesa_cfg_getItemValue_ex(file.c_str(), "s", "a", value, 1)
+               : kesa_cfg_getItemValue("s", "a", value, 1);
+  };
   for (const bool is_by_name : {false, true}) {
-    const auto read = [&] {  // too little room: an error is logged inside
-      char value[1];
-      is_by_name ? kesa_cfg_getItemValue_ex(file.c_str(), "s", "a", value, 1)
-                 : kesa_cfg_getItemValue("s", "a", value, 1);
-    };
-    const std::jthread reader(read);
+    const std::jthread reader(read, true);
     is_inside.acquire();
     forks = true;
-    read();
+    read(is_by_name);
     if (child == 0) {
       alarm(20);
       _exit(kesa_cfg_setItemValue("s", "a", "2") + kesa_cfg_setItemValue_ex(file.c_str(), "s", "a", "2"));
@@ -224,15 +225,12 @@ TEST(CfgStore, ReadsSetsAndRefusals) {
     const char* text;
     int expected = -1;
   } rows[] = {
-      {kesa_cfg_init("/x/a"), "Open file (/x/a) failed, fd -1 errno 2"},
       {kesa_cfg_init(b256.substr(1).c_str()), "Open file (bbb*) failed, fd -1 errno 2"},
       {kesa_cfg_init(b256.c_str()), "File name length too long."},
       {kesa_cfg_getItemFromFile(path, "s", "b", &record), "Copy item (b=bb*) fail."},
       {kesa_cfg_getItemValue("s", "a", value, 0), "Invalid * or size in getItemValue."},
       {kesa_cfg_getItemValue("s", "a", value, 5), "Invalid Buffer size, inputSize(5), actualSize(6).", -10000},
       {kesa_cfg_getItemValue_ex(path, "s", "a", value, 2), "Invalid Buffer size, inputSize(2), *(6).", -10000},
-      {kesa_cfg_setItemValue("s", "a", nullptr), "Null pointer found, section:*:(nil)"},
-      {kesa_cfg_setItemValue_ex("no", "s", "a", "1"), "Config file (no) is no exist."},
       {kesa_cfg_setItemValue_ex(path, "s", "z", "1"), "Can not find item (z) in file (/*)."},
   };
   for (const auto& row : rows) {
@@ -240,8 +238,7 @@ TEST(CfgStore, ReadsSetsAndRefusals) {
     EXPECT_EQ(log.count(row.text), 1u) << row.text << log;
   }
   EXPECT_STREQ(value, "before");
-  EXPECT_EQ(kesa_cfg_getItemValue("s", "a", nullptr, 6), -1);
-  EXPECT_EQ(kesa_cfg_getItemValue_ex(path, "s", "a", value, 6), 0);
+  EXPECT_EQ(kesa_cfg_getItemValue("s", "a", nullptr, 6) + kesa_cfg_getItemValue_ex(path, "s", "a", value, 6), -1);
   EXPECT_STREQ(value, "54321");
   EXPECT_EQ(kesa_cfg_setItemValue_ex(path, "s", "a", ""), 0);
   EXPECT_EQ(value_of("s", "a"), "");
@@ -254,7 +251,7 @@ TEST(CfgStore, ReadsSetsAndRefusals) {
 }
 
 TEST(CfgTree, Editors) {
-  const std::string before = printed(kesa_mem_show), n64(64, 'n');
+  const std::string before = printed(kesa_mem_show);
   kesa_cfg_file_node* const file = kesa_cfg_ini_file_parse("/dev/null", collect, nullptr);
   ASSERT_NE(file, nullptr);
   // `first`: the tree's first item afterwards.
@@ -269,15 +266,13 @@ TEST(CfgTree, Editors) {
   expect(kesa_cfg_add_item_func(file, "u", "x", "3"), "t.x=1");
   expect(kesa_cfg_add_item_func(file, "t", "x", "4"), "t.x=1", -1);
   expect(kesa_cfg_add_item_func(file, "t", "w", nullptr), "t.x=1", -1);
-  expect(kesa_cfg_add_item_func(file, "t", n64.c_str(), "1"), "t.x=1", -1);
   expect(kesa_cfg_set_item_func(file, "t", "x", "5"), "t.x=5");
   expect(kesa_cfg_set_item_func(file, "t", "z", "5") + kesa_cfg_del_item_func(file, "t", "z", ""), "t.x=5", -2);
   expect(kesa_cfg_del_item_func(file, "t", "x", ""), "t.y=2");
   expect(kesa_cfg_del_item_func(file, "t", "y", ""), "u.x=3");  // the section went with its last item
   expect(kesa_cfg_del_section_func(file, "t", "", ""), "u.x=3", -1);
   EXPECT_EQ(kesa_cfg_del_section_func(file, "u", "", ""), 0);
-  EXPECT_EQ(file->sections.next, &file->sections);
-  EXPECT_EQ(file->rwlock, 0u);
+  EXPECT_TRUE(file->sections.next == &file->sections && file->rwlock == 0);
   kesa_free(file);
   EXPECT_EQ(printed(kesa_mem_show), before);
 }

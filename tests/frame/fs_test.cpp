@@ -69,17 +69,19 @@ TEST(FsEvents, ChecksInTheirOrder) {
 TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
   LogCapture log;
   Imports imports(Object::library);
-  imports.redirect("socket", reinterpret_cast<void*>(+[](int, int, int) { return errno = EPROTONOSUPPORT, -1; }));
+  imports.redirect(
+      "socket", +[](int, int, int) { return errno = EPROTONOSUPPORT, -1; });
   EXPECT_EQ(MORU_Netlink_ext3_create(), -1);
   EXPECT_TRUE(log.has(HURN_ERROR, "MORU_Netlink_ext3_create",
                       "MORU_Netlink_ext3_create failed, sockfd:-1, errno:93,Protocol not supported."))
       << log;
   MORU_Netlink_ext3_release(-1);
-  imports.redirect("socket", reinterpret_cast<void*>(+[](int domain, int type, int protocol) {
-                     EXPECT_TRUE(domain == AF_NETLINK && type == (SOCK_RAW | SOCK_CLOEXEC) &&
-                                 protocol == MORU_NETLINK_EXT3_PROTOCOL);
-                     return dup(1);
-                   }));
+  imports.redirect(
+      "socket", +[](int domain, int type, int protocol) {
+        EXPECT_TRUE(domain == AF_NETLINK && type == (SOCK_RAW | SOCK_CLOEXEC) &&
+                    protocol == MORU_NETLINK_EXT3_PROTOCOL);
+        return dup(1);
+      });
   EXPECT_TRUE(run_child([] {
                 close(0);
                 EXPECT_EQ(MORU_Netlink_ext3_create(), 0);

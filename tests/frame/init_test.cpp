@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -21,15 +20,9 @@
 #include "tirn/process.h"
 #include "tirn/smp.h"
 
-using tirn::test::Imports;
-using tirn::test::KernelSide;
-using tirn::test::LogCapture;
+using namespace tirn::test;
 
-namespace {
-
-const std::vector<std::string> kStarted = {"Kesa init start.", "Kesa init end ret 0."};
-
-}  // namespace
+static const std::vector<std::string> kStarted = {"Kesa init start.", "Kesa init end ret 0."};
 
 TEST(Init, StartsOnceAndAgainAfterTearDown) {
   LogCapture log;
@@ -83,7 +76,7 @@ TEST(Init, LogCallbackMayCallTheLibrary) {
                                      kesa_destory();
                                      lines += kesa_Init() == 0;
                                    }};
-  const auto outcome = tirn::test::run_child([&record] {
+  const auto outcome = run_child([&record] {
     kesa_log_register_callback(&record);
     EXPECT_EQ(kesa_Init(), 0xFFFFFFFFu);
     return lines == 4 ? 0 : 1;
@@ -106,11 +99,6 @@ TEST(Init, ThreadsThatStartTogetherStartOnce) {
 
 TEST(ModuleNames, TableIsBuiltOnDemandAndSurvives) {
   EXPECT_STREQ(kesa_pid_get_name(0), "NONE");
-  int named = 0;
-  for (uint32_t id = 0; id < TIRN_MODULE_COUNT; ++id) {
-    named += std::strcmp(kesa_pid_get_name(id), "NONE") != 0;
-  }
-  EXPECT_EQ(named, 220);
   kesa_pid_set_name(5, "FIVE");
   kesa_pid_set_name(5, nullptr);
   kesa_pid_set_name(1024, "beyond");
@@ -185,9 +173,9 @@ TEST(Process, StampIsTheSameForAllThreads) {
 TEST(Process, ClockThatCannotBeReadKeepsTheStampAtZero) {
   LogCapture log;
   {
-    Imports imports(tirn::test::Object::library);
-    imports.redirect("clock_gettime",
-                     reinterpret_cast<void*>(+[](clockid_t, timespec*) { return errno = EPERM, -1; }));
+    Imports imports(Object::library);
+    imports.redirect(
+        "clock_gettime", +[](clockid_t, timespec*) { return errno = EPERM, -1; });
     EXPECT_EQ(ps_get_version(), 0u);
   }
   EXPECT_EQ(ps_get_version(), 0u);

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -101,23 +100,21 @@ inline int connect_bare() {
 
 class Server {
  public:
-  Server() : child_(std::make_unique<ChildProcess>(run_server, std::chrono::seconds(150))) {
-    is_up_ = wait_until([this] {
+  bool is_up() const {
+    return wait_until([this] {
       const int fd = connect_bare();
       close(fd);
-      return fd >= 0 && !child_->out().empty();
+      return fd >= 0 && !child_.out().empty();
     });
   }
-  bool is_up() const { return is_up_; }
-  pid_t pid() const { return child_->pid(); }
+  pid_t pid() const { return child_.pid(); }
   void end() {
-    child_->kill(SIGKILL);
-    child_->wait();
+    child_.kill(SIGKILL);
+    child_.wait();
   }
 
  private:
-  std::unique_ptr<ChildProcess> child_;
-  bool is_up_ = false;
+  ChildProcess child_{run_server, std::chrono::seconds(150)};
 };
 
 // A call with input and output as texts; result and output.

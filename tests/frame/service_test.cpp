@@ -179,40 +179,34 @@ TEST(ServiceNative, ForkedWorkerHoldsNoSocket) {
   EXPECT_EQ(call(kEcho, "y", 4).second, "y");
 }
 
-namespace {
-
-std::atomic<int> g_interruptions{3};
-std::atomic<bool> g_reuses{false};
-
-int make_socket(int domain, int type, int protocol) {
-  EXPECT_NE(type & SOCK_CLOEXEC, 0);
-  return socket(domain, type, protocol);
-}
-int accept_sometimes(int fd, sockaddr* address, socklen_t* length, int flags) {
-  EXPECT_EQ(flags, SOCK_CLOEXEC);
-  return g_interruptions-- > 0 ? (errno = EINTR, -1) : accept4(fd, address, length, flags);
-}
-int set_option(int fd, int level, int option, const void* value, socklen_t length) {
-  g_reuses = g_reuses || (level == SOL_SOCKET && option == SO_REUSEADDR);
-  return setsockopt(fd, level, option, value, length);
-}
-ssize_t send_message(int fd, const msghdr* message, int flags) {
-  EXPECT_EQ(flags, MSG_NOSIGNAL);
-  return sendmsg(fd, message, flags);
-}
-
-}  // namespace
-
 TEST(Service, HowSocketsAreMadeAndUsed) {
   TIRN_NEEDS_PRIVATE_NETWORK();
+  static std::atomic<int> interruptions{3};
+  static std::atomic<bool> reuses{false};
   Imports imports(Object::library);
-  imports.redirect("socket", reinterpret_cast<void*>(make_socket));
-  imports.redirect("accept4", reinterpret_cast<void*>(accept_sometimes));
-  imports.redirect("setsockopt", reinterpret_cast<void*>(set_option));
-  imports.redirect("sendmsg", reinterpret_cast<void*>(send_message));
+  imports.redirect(
+      "socket", +[](int domain, int type, int protocol) {
+        EXPECT_NE(type & SOCK_CLOEXEC, 0);
+        return socket(domain, type, protocol);
+      });
+  imports.redirect(
+      "accept4", +[](int fd, sockaddr* address, socklen_t* length, int flags) {
+        EXPECT_EQ(flags, SOCK_CLOEXEC);
+        return interruptions-- > 0 ? (errno = EINTR, -1) : accept4(fd, address, length, flags);
+      });
+  imports.redirect(
+      "setsockopt", +[](int fd, int level, int option, const void* value, socklen_t length) {
+        reuses = reuses || (level == SOL_SOCKET && option == SO_REUSEADDR);
+        return setsockopt(fd, level, option, value, length);
+      });
+  imports.redirect(
+      "sendmsg", +[](int fd, const msghdr* message, int flags) {
+        EXPECT_EQ(flags, MSG_NOSIGNAL);
+        return sendmsg(fd, message, flags);
+      });
   const MORU_SYSCALL_ENTRY entry{kEcho, MORU_SYSCALL_DIRECT, serve_echo};
   ASSERT_EQ(MORU_PrivateSysCallInit() | MORU_RegSysCall(kGroup, &entry, 1), 0);
   EXPECT_TRUE(wait_until([] { return call(kEcho, "x", 4).second == "x"; }));
-  EXPECT_TRUE(g_reuses);
-  EXPECT_LT(g_interruptions, 0);
+  EXPECT_TRUE(reuses);
+  EXPECT_LT(interruptions, 0);
 }

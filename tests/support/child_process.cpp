@@ -7,12 +7,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <thread>
+
+#include "wait_until.h"
 
 namespace tirn::test {
 namespace {
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 [[noreturn]] void run_piece(const std::function<int()>& piece, int out, int err) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -43,8 +48,8 @@ std::string contents(int fd) {
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::function<int()>& piece, std::chrono::milliseconds limit)
-    : end_(std::chrono::steady_clock::now() + limit),
+ChildProcess::ChildProcess(const std::function<int()>& piece, milliseconds limit)
+    : end_(steady_clock::now() + limit),
       out_(memfd_create("stdout", MFD_CLOEXEC)),  // files: a full pipe would stop the child, a grandchild hold it
       err_(memfd_create("stderr", MFD_CLOEXEC)) {
   fflush(stdout);  // what waits in the buffer would be written by both
@@ -74,29 +79,26 @@ void ChildProcess::kill(int signal) const {
 std::string ChildProcess::out() const { return contents(out_); }
 
 ChildOutcome ChildProcess::wait() {
-  int status = 0;
-  while (!is_over_) {
-    const pid_t ended = waitpid(pid_, &status, outcome_.timed_out ? 0 : WNOHANG);
-    if (ended == pid_) {
-      is_over_ = true;
-      outcome_.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-      outcome_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    } else if (ended < 0 && errno != EINTR) {
-      is_over_ = true;
-      ADD_FAILURE() << "somebody else has waited for child " << pid_;
-    } else if (std::chrono::steady_clock::now() > end_) {
-      outcome_.timed_out = true;
+  if (!is_over_) {
+    int status = 0;
+    pid_t ended = 0;
+    const auto look = [&] { return (ended = waitpid(pid_, &status, WNOHANG)) != 0; };
+    outcome_.timed_out = !wait_until(look, duration_cast<milliseconds>(end_ - steady_clock::now()));
+    if (outcome_.timed_out) {
       kill(SIGKILL);
-    } else {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      ended = waitpid(pid_, &status, 0);
     }
+    EXPECT_EQ(ended, pid_) << "somebody else has waited for the child";
+    is_over_ = true;
+    outcome_.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    outcome_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   }
   outcome_.out = contents(out_);
   outcome_.err = contents(err_);
   return outcome_;
 }
 
-ChildOutcome run_child(const std::function<int()>& piece, std::chrono::milliseconds limit) {
+ChildOutcome run_child(const std::function<int()>& piece, milliseconds limit) {
   return ChildProcess(piece, limit).wait();
 }
 

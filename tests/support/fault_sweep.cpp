@@ -1,10 +1,8 @@
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -27,16 +25,12 @@ struct Report {
 
 std::map<int, std::string> open_descriptors() {
   std::map<int, std::string> open;
-  DIR* const folder = opendir("/proc/self/fd");
-  while (const dirent* const entry = folder != nullptr ? readdir(folder) : nullptr) {
-    const int fd = std::atoi(entry->d_name);
-    if (entry->d_name[0] != '.' && fd != dirfd(folder)) {
-      std::error_code ignored;
-      open[fd] = std::filesystem::read_symlink(std::string("/proc/self/fd/") + entry->d_name, ignored).string();
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code ignored;
+    const std::string name = std::filesystem::read_symlink(entry.path(), ignored);
+    if (!name.ends_with("/fd")) {  // the folder's own
+      open[std::stoi(entry.path().filename())] = name;
     }
-  }
-  if (folder != nullptr) {
-    closedir(folder);
   }
   return open;
 }

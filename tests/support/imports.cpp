@@ -67,7 +67,7 @@ void* Imports::function(std::string_view name) const {
   return nullptr;
 }
 
-void Imports::redirect(std::string_view name, void* replacement) {
+void Imports::point(std::string_view name, void* replacement) {
   const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
   for (Slot& slot : slots_) {
     if (slot.name != name) {

@@ -22,7 +22,8 @@ class Imports {
 
   // The function that the object calls by this name; nullptr where it calls none.
   void* function(std::string_view name) const;
-  void redirect(std::string_view name, void* replacement);
+  // To a function of the same type.
+  void redirect(std::string_view name, auto* replacement) { point(name, reinterpret_cast<void*>(replacement)); }
   // Where the object is loaded: what addr2line wants subtracted.
   uintptr_t base() const { return base_; }
 
@@ -32,6 +33,7 @@ class Imports {
     void** address;
     void* former;
   };
+  void point(std::string_view name, void* replacement);
 
   uintptr_t base_ = 0;
   std::vector<Slot> slots_;

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
 
@@ -24,24 +23,14 @@ long fail_as_set(uint64_t word, uint64_t, uint64_t, uint64_t, uint64_t) {
 }
 
 // The library maps the device once in a process, so all devices of a process have one page.
-struct Page {
-  int fd = memfd_create("jiffies", MFD_CLOEXEC);
-  uint64_t* counter = nullptr;
+int page() {
+  static const int kPage = memfd_create("jiffies", MFD_CLOEXEC);
+  return ftruncate(kPage, kDeviceBytes) == 0 ? kPage : -1;
+}
 
-  Page() {
-    void* const memory = ftruncate(fd, kDeviceBytes) == 0
-                             ? mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
-                             : MAP_FAILED;
-    if (memory == MAP_FAILED) {
-      std::abort();
-    }
-    counter = reinterpret_cast<uint64_t*>(static_cast<char*>(memory) + kCounterOffset);
-  }
-};
-
-const Page& page() {
-  static const Page kPage;
-  return kPage;
+char* map_page() {
+  static void* const kMapping = mmap(nullptr, kDeviceBytes, PROT_READ | PROT_WRITE, MAP_SHARED, page(), 0);
+  return static_cast<char*>(kMapping);
 }
 
 }  // namespace
@@ -78,15 +67,14 @@ void KernelSide::jiffies_at(const std::string& sysfs, const std::string& dev) {
   zut_set_jiffies_paths(kept.emplace_back(sysfs).c_str(), kept.emplace_back(dev).c_str());
 }
 
-JiffiesDevice::JiffiesDevice(KernelSide& kernel, uint64_t start) : counter_(page().counter) {
+JiffiesDevice::JiffiesDevice(KernelSide& kernel, uint64_t start)
+    : counter_(reinterpret_cast<uint64_t*>(map_page() + kCounterOffset)) {
   folder_.write_file("sysfs/uio0/maps/map0/addr", "0x0\n");
   folder_.write_file("sysfs/uio0/maps/map0/size", "0x1000\n");
   folder_.write_file("sysfs/uio0/maps/map0/offset", "0x80\n");
   std::filesystem::create_directory(folder_.path("dev"));
-  const std::string page_file = "/proc/self/fd/" + std::to_string(page().fd);
-  if (symlink(page_file.c_str(), folder_.path("dev/uio0").c_str()) != 0) {
-    std::abort();
-  }
+  const std::string page_file = "/proc/self/fd/" + std::to_string(page());
+  std::filesystem::create_symlink(page_file, folder_.path("dev/uio0"));
   set(start);
   kernel.jiffies_at(folder_.path("sysfs/"), folder_.path("dev/"));
 }

@@ -29,15 +29,13 @@ TEST(ThreadFacts, ThinFunctions) {
   {
     static int destroyed;
     Imports imports(Object::library);
-    imports.redirect("pthread_attr_destroy", reinterpret_cast<void*>(+[](pthread_attr_t* attributes) {
-                       return ++destroyed, pthread_attr_destroy(attributes);
-                     }));
+    imports.redirect(
+        "pthread_attr_destroy",
+        +[](pthread_attr_t* attributes) { return ++destroyed, pthread_attr_destroy(attributes); });
     ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
     EXPECT_EQ(destroyed, 1) << "they hold a set of CPUs";
   }
-  for (int times = 0; times < 2; ++times) {
-    EXPECT_EQ(kesa_thrd_gettid_accl(), pthread_self());
-  }
+  EXPECT_TRUE(kesa_thrd_gettid_accl() == pthread_self() && kesa_thrd_gettid_accl() == pthread_self());
   kesa_thrd_core_set(0);
   g_siKesaThrdPID = 0;
   EXPECT_EQ(smp_processor_id(), 0);
@@ -93,7 +91,6 @@ TEST(ThreadFacts, KernelSideQueries) {
     kernel.failing(command, EPERM);
   }
   EXPECT_EQ(kesa_thrd_getstatus(1) + kesa_thrd_dump_cpu_stack_knl(0) * 10 + kesa_thrd_dump_cpu_stack(0) * 100, -100);
-  EXPECT_TRUE(log.has(HURN_INFO, "kesa_thrd_getstatus", "Kesa syscall for thrd_getstatus failed.")) << log;
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_thrd_dump_cpu_stack_knl", "Kesa syscall for cur_cpu_thrd_getstatus failed."))
       << log;
   kernel.replace(0x703, [](uint64_t, uint64_t cpu, uint64_t, uint64_t, uint64_t) -> long {
@@ -102,33 +99,21 @@ TEST(ThreadFacts, KernelSideQueries) {
   EXPECT_EQ(kesa_thrd_dump_cpu_stack(1), 0);
 }
 
-// Each way of starting a thread: detached, its stack without the guard area, strategy 0 where the way takes it.
 // The emulator refuses CPU sets of less than a word, which the kernel takes.
-TEST(ThreadFactsNative, StackAttributesAndStrategy) {
+TEST(ThreadFactsNative, StrategyAndPriority) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 2), "0-1023"};
   ASSERT_EQ(kesa_initThreadStrategy(0, &row), 0);
   const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
     return kesa_thrd_create_attr(fn, arg, id, nullptr);
   };
-  for (const Create create : {Create{create_thread_raw}, plain}) {
-    EXPECT_TRUE(run_in_thread(create, [&] {
-      pthread_attr_t attributes;
-      int detached = -1;
-      void* address;
-      size_t size, guard;
-      pthread_getattr_np(pthread_self(), &attributes);
-      pthread_attr_getdetachstate(&attributes, &detached);
-      pthread_attr_getstack(&attributes, &address, &size);
-      pthread_attr_getguardsize(&attributes, &guard);
-      pthread_attr_destroy(&attributes);
-      EXPECT_EQ(detached, PTHREAD_CREATE_DETACHED);
-      EXPECT_EQ(m_current_thread->stack_low, reinterpret_cast<uintptr_t>(address) + guard);
-      EXPECT_EQ(m_current_thread->strategy, create == create_thread_raw ? 0 : -1);
-      EXPECT_EQ(nice_value(), create == create_thread_raw ? before + 2 : before);
-    }));
-  }
-  EXPECT_TRUE(run_in_thread(create_thread_raw, [] {
+  EXPECT_TRUE(run_in_thread(plain, [before] {
+    EXPECT_EQ(m_current_thread->strategy, -1);
+    EXPECT_EQ(nice_value(), before);
+  }));
+  EXPECT_TRUE(run_in_thread(create_thread_raw, [before] {
+    EXPECT_EQ(m_current_thread->strategy, 0);
+    EXPECT_EQ(nice_value(), before + 2);
     const int kNice[] = {-20, -15, 0, 10, 15};
     for (uint32_t level = 0; level < 5; ++level) {
       if (kesa_thrd_setprio(level) == 0) {  // lower values are root's
@@ -153,12 +138,19 @@ TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
     EXPECT_TRUE(wait_until([&] { return job.start(create) == 0; }));
     EXPECT_TRUE(job.wait());
   };
+  static cpu_set_t one{}, all{}, next{};
+  EXPECT_EQ(kesa_thrd_getbindcpu(pthread_self(), &all), 0);
   run([] {
     runs_on = pthread_self();
     pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
     kesa_thread_run_in_iod_context_init(9);
     kesa_thrd_core_set(5);
     setpriority(PRIO_PROCESS, 0, 17);
+    EXPECT_EQ(kesa_thrd_setbindcpu(pthread_self(), &one), 0);  // empty: changes nothing
+    CPU_SET(static_cast<unsigned>(sched_getcpu()), &one);
+    EXPECT_EQ(kesa_thrd_setbindcpu(pthread_self(), &one), 0);
+    EXPECT_EQ(kesa_thrd_getbindcpu(pthread_self(), &next), 0);
+    EXPECT_TRUE(CPU_EQUAL(&next, &one));
   });
   EXPECT_EQ(given, runs_on);
   run([before] {
@@ -166,6 +158,8 @@ TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
     EXPECT_EQ(type, PTHREAD_CANCEL_DEFERRED);
     EXPECT_EQ(nice_value(), before + 3);
+    EXPECT_EQ(kesa_thrd_getbindcpu(pthread_self(), &next), 0);
+    EXPECT_TRUE(CPU_EQUAL(&next, &all));
     EXPECT_EQ(kesa_thread_iod_thread_id_get(), 9u);
     EXPECT_EQ(smp_processor_id(), 5);
     EXPECT_TRUE(wait_until([] { return references() == 1; }));

@@ -71,7 +71,7 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   constexpr uint32_t kStarters = 64;
   std::atomic<uint32_t> newest{0}, found{0}, starters{kStarters};
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (int looker = 0; looker < 3; ++looker) {
     threads.emplace_back([&] {
       while (starters != 0) {
@@ -101,9 +101,7 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
       --starters;
     });
   }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  threads.clear();
   EXPECT_GT(found, 0u);
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
