@@ -54,16 +54,17 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 // built on them are expressions, so that a function can log and return in one statement:
 //
 //   return TIRN_ERROR("Param is NULL."), kFail;
-#define TIRN_LOG_WRITE(level, file, line, function, ...) \
-  (static_cast<void>(::tirn::NoCancellation()),          \
-   static_cast<void>(hurn(::tirn::kModule, (level), (file), (line), (function), 0, __VA_ARGS__)))
+#define TIRN_LOG_WRITE(module, level, file, line, function, ...) \
+  (static_cast<void>(::tirn::NoCancellation()),                  \
+   static_cast<void>(hurn((module), (level), (file), (line), (function), 0, __VA_ARGS__)))
 
 // Writes the text alone, without a prefix, for places that may risk no level test, lock or allocation.
 #define TIRN_LOG_RAW(...) (static_cast<void>(::tirn::NoCancellation()), static_cast<void>(hurn_original(__VA_ARGS__)))
 
-// Writes a log line of this source file, without a level test.
-#define TIRN_LOG_HERE(level, function, ...) TIRN_LOG_WRITE(level, ::tirn::kFile.text, __LINE__, function, __VA_ARGS__)
+// Writes an error without a level test.
 #define TIRN_ERROR_ALWAYS_AS(function, ...) TIRN_LOG_HERE(::tirn::kError, function, __VA_ARGS__)
+#define TIRN_LOG_HERE(level, function, ...) \
+  TIRN_LOG_WRITE(::tirn::kModule, level, ::tirn::kFile.text, __LINE__, function, __VA_ARGS__)
 
 // Writes a log line if its level is on; otherwise it only costs the level test.
 #define TIRN_LOG_AS(level, function, ...)                                                        \

@@ -26,8 +26,9 @@ bool RateGuard::admit(uint32_t first_level, uint32_t report_level, const LogSite
       missed_.store(0, relaxed);
       report_.store(kesa_get_jiffies(), relaxed);
       if (hurn_level_check(kModule, report_level) == 0) {
-        TIRN_LOG_WRITE(report_level, site.file, site.line, site.function, "print: %u messages suppressed.%s,line=%d.",
-                       missed, site.function, static_cast<int>(site.line));
+        TIRN_LOG_WRITE(kModule, report_level, site.file, site.line, site.function,
+                       "print: %u messages suppressed.%s,line=%d.", missed, site.function,
+                       static_cast<int>(site.line));
       }
     }
   } else if (printed >= kBurst) {

@@ -51,9 +51,8 @@ kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_vi
   }
   if (memcpy_s(item->itemName, sizeof item->itemName, name.data(), name.size() + 1) != 0 ||
       memcpy_s(copy.get(), size, value.data(), size) != 0) {
-    return TIRN_ERROR_AS("kesa_cfg_new_item_node", "Copy item (%s=%s) fail in new item node.", name.data(),
-                         value.data()),
-           nullptr;
+    TIRN_ERROR_AS("kesa_cfg_new_item_node", "Copy item (%s=%s) fail in new item node.", name.data(), value.data());
+    return nullptr;
   }
   mark_unlinked(item->link);
   item->itemValue = copy.release();

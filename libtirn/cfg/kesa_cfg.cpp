@@ -187,8 +187,8 @@ int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, cons
   KesaCfgItemRecord& record = *wanted.record;
   if (strcpy_s(record.name, sizeof record.name, item->itemName) != 0 ||
       strcpy_s(record.value, sizeof record.value, item->itemValue) != 0) {
-    return TIRN_ERROR_AS("kesa_cfg_getFromFile_proc", "Copy item (%s=%s) fail.", item->itemName, item->itemValue),
-           kFail;
+    TIRN_ERROR_AS("kesa_cfg_getFromFile_proc", "Copy item (%s=%s) fail.", item->itemName, item->itemValue);
+    return kFail;
   }
   wanted.status = kOk;
   return 0;

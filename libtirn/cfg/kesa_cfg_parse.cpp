@@ -112,8 +112,8 @@ bool kesa_cfg_is_item(Text line, Item& item) {
     return false;
   }
   if (!is_name(item.name.begin)) {
-    return TIRN_DEBUG_AS("kesa_cfg_is_item", "The input string (%s) is not a valid config item.", item.name.begin),
-           false;
+    TIRN_DEBUG_AS("kesa_cfg_is_item", "The input string (%s) is not a valid config item.", item.name.begin);
+    return false;
   }
   return item.name.length < KESA_CFG_NAME_SIZE;
 }
@@ -159,15 +159,15 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
   }
   join(line, parts);
   if (line.begin[parts.name.length] != '=') {  // not so, behind join
-    return TIRN_DEBUG_AS("kesa_cfg_parse_item", "Can't find '=' in the string (%s), it's not a valid config item.",
-                         line.begin),
-           false;
+    TIRN_DEBUG_AS("kesa_cfg_parse_item", "Can't find '=' in the string (%s), it's not a valid config item.",
+                  line.begin);
+    return false;
   }
   if (memcpy_s(item.itemName, sizeof item.itemName, parts.name.begin, parts.name.length + 1) != 0 ||
       parts.value.length >= KESA_CFG_VALUE_SIZE) {
-    return TIRN_ERROR_AS("kesa_cfg_parse_item", "copy item (%s=%s) fail in parse item.", parts.name.begin,
-                         parts.value.begin),
-           false;
+    TIRN_ERROR_AS("kesa_cfg_parse_item", "copy item (%s=%s) fail in parse item.", parts.name.begin,
+                  parts.value.begin);
+    return false;
   }
   item.itemValue = parts.value.begin;
   return true;

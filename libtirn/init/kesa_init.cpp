@@ -69,7 +69,8 @@ int run_start_steps() {
       break;
     }
   }
-  return TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result), result == kOk ? kOk : kFail;
+  TIRN_INFO_AS(kFunction, "Kesa init end ret %d.", result);
+  return result == kOk ? kOk : kFail;
 }
 
 }  // namespace

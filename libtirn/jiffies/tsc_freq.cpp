@@ -28,7 +28,6 @@ struct BothClocks {
 }  // namespace
 
 int kesa_get_tsc_freq() {
-  using FirstLine;
   char line[256];
   switch (first_line("cat /proc/cpuinfo | grep -o constant_tsc | uniq", "|", line, sizeof line)) {
     case FirstLine::kNoPipe:

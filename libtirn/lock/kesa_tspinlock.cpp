@@ -37,7 +37,7 @@ struct Caller {
 
 __attribute__((cold, noinline)) void tell_misuse(const char* what, kesa_tspinlock& lock, Caller caller) {
   if (hurn_level_check(kModule, kInfo) == 0) {
-    TIRN_LOG_WRITE(kInfo, kFile.text, caller.source_line, caller.function,
+    TIRN_LOG_WRITE(kModule, kInfo, kFile.text, caller.source_line, caller.function,
                    "%s in %s:%u lock:0x%lx magic:0x%x owner:%lu other:%u", what, caller.where, caller.line,
                    plain(lock.turns), plain(lock.magic), plain(lock.owner), plain(lock.other));
   }

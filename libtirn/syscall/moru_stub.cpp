@@ -126,9 +126,8 @@ bool serve_request(Client& client) {
   }
   answer(client, header);
   if (header.len > MORU_SYSCALL_OUTPUT_MAX) {
-    return TIRN_ERROR_AS("serve_request", "hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd),
-                         header.len),
-           false;
+    TIRN_ERROR_AS("serve_request", "hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd), header.len);
+    return false;
   }
   return send_frame(client.connection.get(), header, client.output.get());
 }

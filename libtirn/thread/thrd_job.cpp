@@ -25,8 +25,8 @@ int create_thread_nopreempt_raw(kesa_thread_fn fn, void* arg, pthread_t* id_out)
   pthread_attr_t attributes;
   const int result = init_small_stack(&attributes);
   if (result != 0) {
-    return TIRN_ERROR("Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno)),
-           kFail;
+    TIRN_ERROR("Set thread stack size failed, ret:%d, errno(%d:%s).", result, errno, strerrordesc_np(errno));
+    return kFail;
   }
   return create_thread_raw_base(fn, arg, default_entry, id_out, &attributes);
 }
