@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -31,7 +30,15 @@ using tirn::test::matches;
 using tirn::test::read_file;
 
 // The lines of a file without their prefixes.
-string texts_of(const string& path) { return std::regex_replace(read_file(path), std::regex("(^|\n).*: "), "$1"); }
+string texts_of(const string& path) {
+  std::istringstream lines(read_file(path));
+  string texts;
+  for (string line; std::getline(lines, line); texts += '\n') {
+    const size_t prefix = line.rfind(": ");
+    texts += prefix == string::npos ? line : line.substr(prefix + 2);
+  }
+  return texts;
+}
 
 class Hurn : public testing::Test {
  protected:
