@@ -32,6 +32,8 @@ name == "tirn.h" && /^#include "tirn\// { split($0, part, /[\/"]/); included[par
 /^\/\*/ { comment = "" }
 /^\/\*/, /\*\// { comment = comment " " $0 }
 /^(TIRN_API|extern TIRN_API)/ && /\(/ {
+  is_void = $0 ~ /TIRN_API void [^*]/
+  if (is_void == (index(comment, "@returns") > 0)) complain(is_void ? "@returns of nothing" : "no @returns before this function")
   at = index(comment, "@safety")
   if (!at) complain("no @safety before this function")
   else {
