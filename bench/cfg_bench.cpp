@@ -79,7 +79,8 @@ Group parse_group(const char* name, int sections, int items, double repetition, 
   return group;
 }
 
-// The time of an item in one section of 200 000, against one of half as many: a name's search does not grow with them.
+// Compares the time for an item in a section of 200 000 items with that in a section of half as many: the search for
+// a name must not get slower with more items.
 Group items_group() {
   constexpr int kItems = 200000;
   const auto row = [](int items) {

@@ -1,5 +1,6 @@
 /*
- * Affinity levels: sets of CPUs that the kernel's configuration gives, by name, to threads of certain processes.
+ * Affinity levels: sets of CPUs with a name, from the kernel's configuration, to which the threads of certain
+ * processes are bound.
  */
 #ifndef TIRN_AFFINITY_H
 #define TIRN_AFFINITY_H
@@ -11,43 +12,61 @@
 
 TIRN_EXTERN_C_BEGIN
 
-#define KESA_AFFINITY_LEVEL_NAME_SIZE 64 /* with the terminator */
+#define KESA_AFFINITY_LEVEL_NAME_SIZE 64 /* including the terminator */
 
 struct kesa_affinity_level {
   char affinityLevelName[KESA_AFFINITY_LEVEL_NAME_SIZE];
   cpu_set_t cpus;
 };
 
-/* The one level that there is, of processes called app_data; empty in all others. No lock guards it: it is read at
- * start, before threads want it ("race:level" below). */
+/*
+ * The only level. It belongs to processes with the name app_data and is empty in all others. No lock guards it, so it
+ * must be read at start, before other threads use it ("race:level" below).
+ */
 TIRN_API extern struct kesa_affinity_level g_affinityLevel_1;
 
-/* Reads the process's level, once. 0, also where the process has none; -1 where its name or its level cannot be read:
- * a later call tries again.
- * @safety MT-Safe race:level, AS-Unsafe lock heap */
+/*
+ * Reads the level of the process. Does nothing if an earlier call succeeded.
+ * @returns 0, also if the process has no level; -1 if its name or its level cannot be read.
+ * @safety MT-Safe race:level, AS-Unsafe lock heap
+ */
 TIRN_API int kesa_affinity_init(void);
 
-/* Nothing. Always 0.
- * @safety MT-Safe, AS-Safe */
+/*
+ * Does nothing.
+ * @returns 0.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_affinity_exit(void);
 
-/* Fills the record from an item of the section THREAD_CPU_AFFINITY_LIST of the kernel's configuration; the name is cut
- * at 63 characters. 0; -1 for NULL and where there is no such item, and then the set is empty.
- * @safety MT-Safe race:record, AS-Unsafe heap */
+/*
+ * Fills a record from the item `level` of the section THREAD_CPU_AFFINITY_LIST of the kernel's configuration. The
+ * name in the record is cut at 63 characters.
+ * @returns 0; -1 if the item cannot be read, and then the set is empty; -1 for a NULL pointer.
+ * @safety MT-Safe race:record, AS-Unsafe heap
+ */
 TIRN_API int kesa_parse_affinity_level(const char* level, struct kesa_affinity_level* record);
 
-/* Adds the CPUs of a comma-separated list of decimal numbers, which is taken apart in place; numbers from 1024 on, and
- * what is no number, are passed over. Nothing for NULL. Always 0.
- * @safety MT-Safe race:text race:record, AS-Unsafe heap */
+/*
+ * Adds the CPUs of a comma-separated list of decimal numbers to a record. The commas in `text` are overwritten.
+ * Numbers from 1024 on are ignored, and so is everything that is not a number. Does nothing for a NULL pointer.
+ * @returns 0.
+ * @safety MT-Safe race:text race:record, AS-Unsafe heap
+ */
 TIRN_API int kesa_parse_affinity_value(char* text, struct kesa_affinity_level* record);
 
-/* The level of this name, or NULL. An empty name finds a level that was not read.
- * @safety MT-Safe race:level, AS-Safe */
+/*
+ * Finds a level by its name. As long as the level has not been read, its name is empty.
+ * @returns the level, or NULL if none has this name.
+ * @safety MT-Safe race:level, AS-Safe
+ */
 TIRN_API struct kesa_affinity_level* kesa_get_affinity_entity(const char* level);
 
-/* Binds a thread to a level's CPUs; nothing where there is no such level, or its set is empty. 0; -1 for a NULL level
- * and where the thread cannot be bound.
- * @safety MT-Safe race:level, AS-Unsafe heap */
+/*
+ * Binds a thread to the CPUs of a level. Does nothing if there is no such level or if its set is empty.
+ * @returns 0, or -1 for a NULL level or if the thread cannot be bound.
+ * @safety MT-Safe race:level, AS-Unsafe heap
+ */
 TIRN_API int kesa_set_thread_affinity(pthread_t thread, const char* level);
 
 TIRN_EXTERN_C_END

@@ -88,7 +88,7 @@ TIRN_API void kesa_mem_stat_sub(uint32_t pid, uint32_t size);
 /*
  * Prints each count that is not 0, five in a text line, and the total. Does nothing for a NULL function. The counts
  * are read one by one while other threads change them. No lock is held during a call of the function, so it may be
- * cancelled or end the thread.
+ * cancelled or end the thread. While another thread is looking for the table, no count is printed.
  * @safety MT-Safe, AS-Unsafe lock (until the table is found)
  */
 TIRN_API void kesa_mem_show(kesa_print_fn print);

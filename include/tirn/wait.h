@@ -66,12 +66,12 @@ TIRN_API int prepare_to_wait(struct kesa_wait_queue_head* head, struct kesa_wait
 TIRN_API void before_wait(void);
 
 /* Sleeps until the entry is woken, for at most a second.
- * @returns 0 when the time is up, -1 if a wake-up or another signal ended the sleep.
+ * @returns 0 when the time is up or the kernel side fails, -1 if a wake-up or another signal ended the sleep.
  * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int sched_wait(struct kesa_wait_queue_entry* entry);
 
 /* Sleeps until the entry is woken, for at most `timeout` jiffies of 4 ms.
- * @returns the jiffies left, or 0 when the time is up.
+ * @returns the jiffies left; 0 when the time is up, if the kernel side fails, or for a timeout of 0 or less.
  * @safety MT-Safe, AS-Unsafe init */
 TIRN_API int64_t sched_wait_timeout(struct kesa_wait_queue_entry* entry, int64_t timeout);
 

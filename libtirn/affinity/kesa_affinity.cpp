@@ -1,3 +1,4 @@
+// Implements the affinity levels of tirn/affinity.h.
 #include "tirn/affinity.h"
 
 #include <cstring>
@@ -20,7 +21,7 @@ static_assert(sizeof(kesa_affinity_level) == 192 && offsetof(kesa_affinity_level
 
 constinit Once g_initialised;
 
-// Logs under the name of the exported function whose work this is.
+// Reads the level if this process has one. Logs under the name of the exported kesa_affinity_init.
 int read_level_of_process() {
   char name[256];
   if (kesa_get_process_name(name, sizeof name) != kOk) {

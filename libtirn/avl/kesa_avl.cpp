@@ -146,7 +146,7 @@ struct Place {
   uint32_t side;
 };
 
-// Takes a node out of the tree. Returns the subtree that became shorter, whose parent is NULL if the node was the root.
+// Takes a node out of the tree. Returns the subtree that became shorter; `above` is NULL if that is the whole tree.
 Place take_out(Tree* tree, Node* node) {
   Place shorter{node->parent, node->childIndex};
   if (node->child[0] == nullptr || node->child[1] == nullptr) {

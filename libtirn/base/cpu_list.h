@@ -1,4 +1,4 @@
-// Texts that list CPUs: the walk over their items, and an item that is a number or a range.
+// Walks over the items of a list of CPUs, and scans an item that is a number or a range.
 #ifndef TIRN_BASE_CPU_LIST_H
 #define TIRN_BASE_CPU_LIST_H
 
@@ -10,9 +10,9 @@
 
 namespace tirn {
 
-// Calls take(item, end) for each item of a list with commas between, until one call returns false. The item is
-// followed by the rest of the list; `end` points to the comma after it, or to the terminator. Returns whether each
-// call returned true. A NULL list has no items.
+// Calls take(item, end) for each item of a comma-separated list, until one call returns false. The item is followed
+// by the rest of the list; `end` points to the comma after it, or to the terminator, and may be overwritten. Returns
+// whether each call returned true. A NULL list has no items.
 template <typename Char, typename Take>
 bool walk_items(Char* list, Take take) {
   for (Char* item = list; item != nullptr;) {
@@ -28,9 +28,10 @@ bool walk_items(Char* list, Take take) {
 
 enum class RangeScan { kGood, kNoRange, kReversed };
 
-// Scans the range that a text begins with; a number is its own end. Logs a reversed range under the name of
-// `function`; the caller logs a text that is no range, in its own words.
-inline RangeScan scan_range(const char* text, uint32_t& start, uint32_t& end, const char* function) {
+// Scans the range that a text begins with. A single number is both ends. Logs a reversed range under the name of
+// `function`. A text that is no range is logged by the caller, since each caller has its own text. The function is
+// static because the log line names the source file.
+static inline RangeScan scan_range(const char* text, uint32_t& start, uint32_t& end, const char* function) {
   const int fields = sscanf_s(text, "%u-%u", &start, &end);
   if (fields == 1) {
     end = start;

@@ -51,7 +51,7 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 }  // namespace tirn
 
 // Writes a log line or a text. Neither is a cancellation point: the caller may hold anything. These macros and those
-// built on them are expressions, so that a function can log and return in one statement:
+// built on them, except TIRN_LIMITED, are expressions, so that a function can log and return in one statement:
 //
 //   return TIRN_ERROR("Param is NULL."), kFail;
 #define TIRN_LOG_WRITE(module, level, file, line, function, ...) \
@@ -61,18 +61,18 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 // Writes the text alone, without a prefix, for places that may risk no level test, lock or allocation.
 #define TIRN_LOG_RAW(...) (static_cast<void>(::tirn::NoCancellation()), static_cast<void>(hurn_original(__VA_ARGS__)))
 
-// Writes an error without a level test.
-#define TIRN_ERROR_ALWAYS_AS(function, ...) TIRN_LOG_HERE(::tirn::kError, function, __VA_ARGS__)
+// Writes a log line of this source file, without a level test.
 #define TIRN_LOG_HERE(level, function, ...) \
   TIRN_LOG_WRITE(::tirn::kModule, level, ::tirn::kFile.text, __LINE__, function, __VA_ARGS__)
+#define TIRN_ERROR_ALWAYS_AS(function, ...) TIRN_LOG_HERE(::tirn::kError, function, __VA_ARGS__)
 
 // Writes a log line if its level is on; otherwise it only costs the level test.
 #define TIRN_LOG_AS(level, function, ...)                                                        \
   (hurn_level_check(::tirn::kModule, (level)) == 0 ? TIRN_LOG_HERE(level, function, __VA_ARGS__) \
                                                    : static_cast<void>(0))
 
-// The log line names the function that it stands in or, with _AS, the one that is given. A helper always gives the
-// name of the exported function, so that renaming the helper changes no log line.
+// The log line names the function that it stands in or, with _AS, the one that is given. A helper gives a fixed name,
+// its own or that of the function whose work it does, so that renaming the helper changes no log line.
 #define TIRN_ERROR_AS(function, ...) TIRN_LOG_AS(::tirn::kError, function, __VA_ARGS__)
 #define TIRN_WARNING_AS(function, ...) TIRN_LOG_AS(::tirn::kWarning, function, __VA_ARGS__)
 #define TIRN_INFO_AS(function, ...) TIRN_LOG_AS(::tirn::kInfo, function, __VA_ARGS__)
@@ -82,8 +82,8 @@ static constexpr auto kFile = file_stem(__BASE_FILE__);
 #define TIRN_INFO(...) TIRN_INFO_AS(__func__, __VA_ARGS__)
 #define TIRN_DEBUG(...) TIRN_DEBUG_AS(__func__, __VA_ARGS__)
 
-// Writes a log line at a site that may repeat at a high rate. Before anything else the info level is tested, and the
-// number of suppressed log lines is reported at that level. A log line whose own level is off still counts as printed.
+// Writes a log line at a site that may repeat at a high rate. Tests the info level before anything else, and reports
+// the number of suppressed log lines at that level. A log line whose own level is off still counts as printed.
 #define TIRN_LIMITED(level, ...) TIRN_LIMITED_AS(__func__, level, __VA_ARGS__)
 
 // Does the same under another function's name.

@@ -1,3 +1,4 @@
+// Implements the functions of tirn/cfg.h that edit trees of nodes.
 #include <cstring>
 
 #include "libtirn/base/bounds.h"
@@ -67,7 +68,7 @@ int32_t kesa_cfg_set_item_func(kesa_cfg_file_node* file, const char* section, co
   if (strcpy_s(copy.get(), size, value) != 0) {
     return TIRN_ERROR("Strcpy pItemValue fail."), kFail;
   }
-  // In this order on purpose: the tree is its editor's own, and the old value is freed without the lock.
+  // The order is intended: only the caller uses the tree, and the old value is freed without the lock.
   hold.release();
   kesa_free(node->itemValue);
   node->itemValue = copy.release();

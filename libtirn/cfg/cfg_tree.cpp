@@ -1,3 +1,4 @@
+// Implements the search, the growth and the freeing of trees of nodes.
 #include "libtirn/cfg/cfg_tree.h"
 
 #include <cstring>
@@ -13,7 +14,7 @@ void mark_unlinked(kesa_list_head& link) { link = {KESA_LIST_POISON_NEXT, KESA_L
 
 bool equal(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
 
-// What is to be added; all have terminators.
+// The texts of an item to be added. Each has a terminator.
 struct Texts {
   const char* section;
   std::string_view name;
@@ -59,7 +60,7 @@ kesa_cfg_item_node* kesa_cfg_new_item_node(std::string_view name, std::string_vi
   return item.release();
 }
 
-// An item of the same name goes; the new one stands last.
+// Appends an item to a section, and frees an item of the same name.
 void kesa_cfg_add_item_node(kesa_cfg_section_node* section, kesa_cfg_item_node* item, std::string_view name,
                             NameIndex* index) {
   const NameIndex::Spot spot = index == nullptr ? NameIndex::Spot{} : index->spot_of_item(*section, name);
@@ -153,7 +154,7 @@ kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section) {
 }
 
 kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section, NameIndex* index) {
-  // A tree mostly grows in the section that it grew in before.
+  // Try the last section first: a tree mostly grows there.
   if (!list::is_empty(&file->sections)) {
     auto* const last = node_of<kesa_cfg_section_node>(file->sections.prev);
     if (equal(last->sectionName, section)) {

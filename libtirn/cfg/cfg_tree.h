@@ -1,5 +1,5 @@
-// The nodes of a parsed file: search, growth and end. Whoever calls holds the file's lock, or is alone with the tree.
-// The functions log under their own names.
+// Searches, extends and frees the tree of nodes of a parsed file. The caller holds the file's lock, or is the only
+// user of the tree. The functions log under their own names.
 #ifndef TIRN_CFG_CFG_TREE_H
 #define TIRN_CFG_CFG_TREE_H
 
@@ -10,14 +10,14 @@
 
 namespace tirn::cfg {
 
-// Links stand first in their nodes.
+// Returns the node of a link, which is the first field of its node.
 template <typename Node>
 inline Node* node_of(kesa_list_head* link) {
   static_assert(offsetof(Node, link) == 0);
   return reinterpret_cast<Node*>(link);
 }
 
-// The nodes of a list, for a range-based loop that may free the node it is at.
+// The nodes of a list, for a range-based loop. The body of the loop may free the current node.
 template <typename Node>
 class NodesOf {
  public:
@@ -48,14 +48,14 @@ kesa_cfg_section_node* kesa_cfg_find_section_node(kesa_cfg_file_node* file, cons
 kesa_cfg_item_node* find_item_in(kesa_cfg_section_node* section, const char* item);
 kesa_cfg_item_node* kesa_cfg_find_item_node(kesa_cfg_file_node* file, const char* section, const char* item);
 
-// Nodes on no list; nullptr where there is no memory.
+// Return a new node that is on no list, or nullptr if there is no memory or the name is too long.
 kesa_cfg_file_node* kesa_cfg_new_file_node(const char* file);
 kesa_cfg_section_node* kesa_cfg_new_section_node(const char* section);
 
-// The section, appended if it is missing.
+// Returns the section; appends it if it is missing. Returns nullptr if it cannot be made.
 kesa_cfg_section_node* find_or_add_section(kesa_cfg_file_node* file, const char* section, NameIndex* index = nullptr);
 
-// Of a node that is on no list.
+// Frees an item that is on no list.
 void free_item(kesa_cfg_item_node* item);
 
 // Frees all items of a section.
@@ -63,8 +63,8 @@ int kesa_cfg_destroy_item(kesa_cfg_section_node* section);
 // Frees all sections of a file with their items.
 int kesa_cfg_destory_section(kesa_cfg_file_node* file);
 
-// The parse's callback that builds a tree. A refused item does not end the parse. `index`: the parse's NameIndex, or
-// nullptr.
+// The callback of a parse that builds a tree. A refused item does not end the parse. `index` is the NameIndex of the
+// parse, or nullptr.
 int32_t kesa_cfg_file_proc(kesa_cfg_file_node* file, const char* section, const kesa_cfg_item_node* item,
                            void* index);
 

@@ -1,3 +1,4 @@
+// Implements the registered files of tirn/cfg.h.
 #include "tirn/cfg.h"
 
 #include <atomic>
@@ -21,10 +22,10 @@ uint64_t g_stCfgRwlock = 0;
 
 namespace {
 
-// What is registered, newest first.
+// The registered files, newest first.
 class Files {
  public:
-  // Asked without the lock, too.
+  // May also be called without the lock of the list.
   bool is_empty() const { return count_.load(std::memory_order_relaxed) == 0; }
 
   NodesOf<kesa_cfg_file_node> all() { return NodesOf<kesa_cfg_file_node>(head_); }
@@ -54,7 +55,7 @@ class Files {
 };
 constinit Files g_files;
 
-// A hold of the store's list or of a file in it.
+// Holds the lock of the list or of a file in it. Each thread keeps a list of its holds for a fork.
 class StoreHold {
  public:
   StoreHold(uint64_t& rwlock, RwlockHold::Kind kind) : rwlock_(rwlock), kind_(kind), hold_(followed(rwlock), kind) {
@@ -82,9 +83,9 @@ class StoreHold {
     return rwlock;
   }
 
-  // Nobody is between two states of the list during a fork. A thread that forks while it holds the list (a log line's
-  // callback may) has that already. It is waited for a second or so at most: the program may hold the exported lock
-  // itself, and then it keeps that in the child.
+  // Takes the lock of the list before a fork, so that no thread is in the middle of a change to the list. A thread
+  // that forks while it holds that lock (a log callback may do so) need not take it. The wait ends after about a
+  // second: the program may hold the exported lock itself, and the child then still holds it.
   static void lock_list(ForkSteps&) {
     for (const StoreHold* hold = t_first; hold != nullptr; hold = hold->next_) {
       if (&hold->rwlock_ == &g_stCfgRwlock) {
@@ -107,8 +108,8 @@ class StoreHold {
     }
   }
 
-  // In the child only the forking thread's holds are left. Nothing changes a tree under its file's lock alone but the
-  // exchange of a value, which is one store.
+  // Runs in the child, where only the forking thread is left: opens all locks, then takes that thread's holds again.
+  // The trees need no repair: under a file's lock alone, only values are replaced, by one store each.
   static void renew(ForkSteps& self) {
     unlock_list(self);
     for (kesa_cfg_file_node& file : g_files.all()) {
@@ -124,7 +125,7 @@ class StoreHold {
   }
 
   static ForkSteps g_fork_steps;
-  static bool g_is_list_locked;  // by a fork
+  static bool g_is_list_locked;  // by lock_list
   static __thread StoreHold* t_first;
 
   uint64_t& rwlock_;
@@ -136,7 +137,7 @@ constinit ForkSteps StoreHold::g_fork_steps(renew, lock_list, unlock_list);
 bool StoreHold::g_is_list_locked = false;
 __thread StoreHold* StoreHold::t_first = nullptr;
 
-// Frees a file that nobody can find any more, as soon as those who found it before are done.
+// Frees a file that was removed from the list, after waiting for the threads that still hold its lock.
 void destroy_file(kesa_cfg_file_node* file) {
   {
     const StoreHold hold(file->rwlock, RwlockHold::kWriteMayblock);
@@ -145,7 +146,7 @@ void destroy_file(kesa_cfg_file_node* file) {
   kesa_free(file);
 }
 
-// A copy for a set function, under whose name a failure is told.
+// Allocates the memory for a new value. A failure is logged under the name of `function`.
 TaggedBlock<char> allocate_value(uint32_t size, const char* function) {
   TaggedBlock<char> value = tagged_block<char>(size, function);
   if (!value) {
@@ -162,7 +163,7 @@ void swap_value(kesa_cfg_item_node& item, TaggedBlock<char>& value) {
   value.reset(former);
 }
 
-// Whether the value fits; if not, it is told under the caller's name.
+// Returns whether the value fits in `size` bytes. If not, it is logged under the name of `function`.
 bool fits(const kesa_cfg_item_node& item, uint32_t size, const char* function) {
   const uint32_t needed = size_of(item.itemValue);
   if (size < needed) {
@@ -194,7 +195,7 @@ int32_t kesa_cfg_getFromFile_proc(kesa_cfg_file_node*, const char* section, cons
   return 0;
 }
 
-// A registered file, or none, with its lock held. The list's lock is given up once that is taken.
+// A registered file with its lock held, or none. The lock of the list is released once the file's lock is taken.
 class HeldFile {
  public:
   HeldFile(const char* name, RwlockHold::Kind kind) {
@@ -208,7 +209,9 @@ class HeldFile {
   kesa_cfg_file_node* node() const { return node_; }
 
  private:
-  const NoCancellation guard_;  // around the holds' own, which end in another order than they began
+  // Held throughout: the two holds are released in the order taken, so alone the first would re-enable cancellation
+  // too early.
+  const NoCancellation guard_;
   kesa_cfg_file_node* node_;
   std::optional<StoreHold> hold_;
 };
@@ -329,10 +332,10 @@ int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char*
   }
   if (const int error = strncpy_s(copy.get(), size, value, std::strlen(value))) {
     TIRN_ERROR("strncpy_s failed, errno:%d", error);
-    (void)copy.release();  // not freed here, unlike in the twin
+    (void)copy.release();  // on purpose not freed, unlike in kesa_cfg_setItemValue_ex
     return kFail;
   }
-  // `copy` is declared before: what it then holds is freed without the lock.
+  // Declared after `copy`, so that the old value, which `copy` then owns, is freed after the lock is released.
   const StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   for (kesa_cfg_file_node& file : g_files.all()) {
     if (kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item)) {

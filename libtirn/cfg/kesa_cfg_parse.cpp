@@ -1,3 +1,4 @@
+// Implements the parser of tirn/cfg.h.
 #include <ctype.h>
 #include <fcntl.h>
 
@@ -27,8 +28,8 @@ constexpr size_t kLongestTrimmed = KESA_CFG_LINE_SIZE - 2;
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
-// The text without blanks at its ends: behind it they are overwritten, in front of it only left out. No text (begin is
-// nullptr) where that is too long.
+// Returns the text without the blanks at its ends. Blanks and ends of text lines after it are overwritten with NUL;
+// blanks before it are only left out. If the text is still too long, `begin` of the result is nullptr.
 inline Text kesa_cfg_trim_string(Text text) {
   while (text.length != 0 && is_blank(*text.begin)) {
     ++text.begin;
@@ -51,7 +52,7 @@ inline Text kesa_cfg_trim_string(Text text) {
   return text;
 }
 
-// Letters are those of the process's locale. An empty name is one.
+// Returns whether the text is a name; it may be empty. The process's locale decides what a letter is.
 bool is_name(const char* text) {
   const unsigned short* const classes = *__ctype_b_loc();
   for (; *text != '\0'; ++text) {
@@ -62,7 +63,7 @@ bool is_name(const char* text) {
   return true;
 }
 
-// "[ name ]" becomes "[name]".
+// Returns whether the text line is a section, and if so rewrites "[ name ]" as "[name]".
 bool kesa_cfg_is_section(Text line) {
   if (line.length < kShortestSectionLine || line.length > kLongestSectionLine || line.begin[0] != '[' ||
       line.begin[line.length - 1] != ']') {
@@ -80,7 +81,7 @@ bool kesa_cfg_is_section(Text line) {
   return true;
 }
 
-// `line` is "[name]".
+// Copies the name from `line`, which is "[name]".
 void copy_section(const char* line, char (&section)[KESA_CFG_NAME_SIZE]) {
   char name[KESA_CFG_NAME_SIZE];
   const char* const begin = line + 1;
@@ -95,7 +96,7 @@ struct Item {
   Text value;
 };
 
-// Splits `line`, which is changed, into the parts of an item.
+// Splits `line` at its first "=" into the parts of an item. Returns whether it is one. May change `line`.
 bool kesa_cfg_is_item(Text line, Item& item) {
   if (*line.begin == ';' || *line.begin == '=') {
     return false;
@@ -118,14 +119,14 @@ bool kesa_cfg_is_item(Text line, Item& item) {
   return item.name.length < KESA_CFG_NAME_SIZE;
 }
 
-// Makes `line` "name=value": it has the room, since both parts were cut out of it.
+// Rewrites `line` as "name=value". It has enough room, since both parts come from a copy of it.
 void join(Text line, const Item& item) {
   std::memcpy(line.begin, item.name.begin, item.name.length);
   line.begin[item.name.length] = '=';
   std::memcpy(line.begin + item.name.length + 1, item.value.begin, item.value.length + 1);
 }
 
-// Room for a copy of a line, kept for the next one.
+// A buffer for the copy of a text line, which is kept for the next one.
 class Scratch {
  public:
   char* of_size(uint32_t size) {
@@ -145,7 +146,7 @@ class Scratch {
   uint32_t size_ = 0;
 };
 
-// Fills the item, whose value then stands in the scratch.
+// Fills the item from a text line. The item's value then points into the scratch buffer.
 bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) {
   const auto size = static_cast<uint32_t>(line.length) + 1;
   char* const copy = scratch.of_size(size);
@@ -158,7 +159,7 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
     return false;
   }
   join(line, parts);
-  if (line.begin[parts.name.length] != '=') {  // not so, behind join
+  if (line.begin[parts.name.length] != '=') {  // cannot happen after join
     TIRN_DEBUG_AS("kesa_cfg_parse_item", "Can't find '=' in the string (%s), it's not a valid config item.",
                   line.begin);
     return false;
@@ -173,7 +174,7 @@ bool kesa_cfg_parse_item(Text line, Scratch& scratch, kesa_cfg_item_node& item) 
   return true;
 }
 
-// What a parse holds, and where it is.
+// The resources and the state of one parse.
 class Parse {
  public:
   explicit Parse(int fd) : lines_(fd) {}
@@ -185,7 +186,7 @@ class Parse {
       if (trimmed.begin == nullptr) {
         continue;
       }
-      // Blanks in front stay: "[" and ";" count in the first column only.
+      // Keep the leading blanks: "[", ";" and "=" have their meaning in the first column only.
       line.length = static_cast<size_t>(trimmed.begin - line.begin) + trimmed.length;
       if (kesa_cfg_is_section(line)) {
         copy_section(line.begin, section_);
@@ -205,7 +206,7 @@ class Parse {
  private:
   cfg::LineReader lines_;
   Scratch scratch_;
-  char section_[KESA_CFG_NAME_SIZE] = "NULL";  // of the items in front of the first section
+  char section_[KESA_CFG_NAME_SIZE] = "NULL";  // for the items before the first section
 };
 
 }  // namespace
@@ -214,7 +215,7 @@ int32_t kesa_cfg_ini_fd_parse(int fd, kesa_cfg_file_node* context, kesa_cfg_item
   const NoCancellation guard;
   std::optional<Parse> parse(std::in_place, fd);
   int32_t result = kFail;
-  // The callback may end the thread.
+  // The callback may end the thread; the parse is then released by the cleanup.
   run_with_cleanup([&] { result = parse->run(context, callback, argument); }, [&parse] { parse.reset(); });
   return result;
 }
@@ -243,7 +244,7 @@ kesa_cfg_file_node* kesa_cfg_ini_file_parse(const char* file, kesa_cfg_item_fn c
                      if (is_parsed) {
                        return;
                      }
-                     if (callback == cfg::kesa_cfg_file_proc) {  // what another callback has linked is its own
+                     if (callback == cfg::kesa_cfg_file_proc) {  // another callback owns what it has linked
                        cfg::kesa_cfg_destory_section(node.get());
                      }
                      node = nullptr;

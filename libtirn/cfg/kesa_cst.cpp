@@ -1,3 +1,4 @@
+// Implements the items of the kernel side of tirn/cfg.h.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 
@@ -19,7 +20,7 @@ constexpr char kControlFile[] = "/proc/zut/syscall";
 
 enum Command : uint32_t { kGetItem = 256, kSetItem = 257, kReload = 258 };
 
-// The kernel side's records; little-endian, as both processors are.
+// The records of the kernel side. They are little-endian, as are both processors that the library runs on.
 
 struct Argument {
   uint32_t input_length;
@@ -54,7 +55,7 @@ int kesa_cst_syscall(Command command, Argument* argument) {
     return TIRN_ERROR_AS("kesa_cst_syscall", "Open file failed, errno %d", errno), kFail;
   }
   const int result = ioctl(file.get(), command, argument);
-  // A caller without the right is expected to meet that one.
+  // EPERM is expected: callers without the right get it.
   if (result != 0 && errno != EPERM) {
     TIRN_ERROR_AS("kesa_cst_syscall", "Ioctl failed, errno %d", errno);
   }

@@ -1,3 +1,4 @@
+// Implements the reader of text lines for a parse.
 #include "libtirn/cfg/line_reader.h"
 
 #include <unistd.h>
@@ -31,7 +32,7 @@ LineReader::~LineReader() {
   }
 }
 
-// Reads on behind the line so far, when all that was read before is part of it.
+// Reads more after the text line so far. All bytes read before must have been examined. Returns whether any came.
 bool LineReader::fill() {
   std::memmove(text_, text_ + begin_, end_ - begin_);
   end_ -= begin_;
@@ -50,7 +51,7 @@ bool LineReader::fill() {
   return true;
 }
 
-// For one more block and a terminator behind the line so far.
+// Makes room for one more block and a terminator after the text line so far. Returns false if there is no memory.
 bool LineReader::make_room() {
   if (end_ + kBlock < size_) {
     return true;
@@ -68,7 +69,7 @@ bool LineReader::make_room() {
   return true;
 }
 
-// Lengthens the line by what follows, less its carriage returns.
+// Appends the next `count` bytes to the text line, without their carriage returns.
 void LineReader::take(size_t count) {
   if (end_ != raw_) {
     std::memmove(text_ + end_, text_ + raw_, count);
@@ -99,7 +100,7 @@ Text LineReader::next() {
     covered_ = text_[end_];
     is_covered_ = true;
   }
-  // Looked for before the terminator is written: a search right behind a write waits for it.
+  // Search before the terminator is written: a search directly after a write to the same bytes has to wait for it.
   const size_t length = has_nul_ ? strnlen(text_ + begin_, end_ - begin_) : end_ - begin_;
   text_[end_] = '\0';
   return {text_ + begin_, length};

@@ -1,3 +1,4 @@
+// Implements the index of the names of a growing tree.
 #include "libtirn/cfg/name_index.h"
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 namespace tirn::cfg {
 namespace {
 
-// Both halves of a product: each bit of the name reaches those that choose the place.
+// Combines both halves of a product, so that each bit of the name affects the low bits, which choose the entry.
 uint64_t mix(uint64_t hash, uint64_t value) {
   const unsigned __int128 product = static_cast<unsigned __int128>(hash ^ value) * 0x9E3779B97F4A7C15;
   return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);

@@ -1,4 +1,4 @@
-// Masks from lists of CPUs that may name partitions.
+// Sets and clears CPUs in masks, from lists of CPUs that may name partitions.
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -15,13 +15,13 @@ using namespace tirn::cpu;
 
 namespace {
 
-constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // whose work an item's lines tell of
+constexpr char kFunction[] = "kesa_cpum_parse_cpumask_as_list";  // log lines about an item name this function
 
-// Which partitions a list has led to, by their place among all. Bits are only ever set, so each partition is read once,
-// however often and by whichever list it is named: lists that name one another come to an end.
+// The partitions that a call has read, by their index among all partitions. Each partition is read once, however many
+// lists name it. That is enough, since bits are only set, and it ends the walk over lists that name one another.
 class ReadPartitions {
  public:
-  // Whether there is room to note each partition.
+  // Returns whether there is room to note each partition; allocates it if needed.
   bool make_room() {
     if (seen_ != nullptr) {
       return true;
@@ -36,17 +36,17 @@ class ReadPartitions {
     return seen_ != nullptr;
   }
 
-  // Whether the partition was not noted yet.
+  // Notes a partition. Returns whether it was not noted before.
   bool note(uint32_t index) { return !std::exchange(seen_[index], true); }
 
-  // Lists within lists: a small stack holds so many.
+  // Enters a list within a list. Returns false if the nesting is too deep for a small stack.
   bool descend() { return depth_ < kDeepest && ++depth_ != 0; }
   void ascend() { --depth_; }
 
  private:
   static constexpr uint32_t kDeepest = 128;
   uint32_t depth_ = 0;
-  bool own_[256]{};  // more than a node has
+  bool own_[256]{};  // a node has fewer partitions
   TaggedBlock<bool> block_;
   bool* seen_ = nullptr;
 };
@@ -70,7 +70,8 @@ bool parse_range(const char* item, uint64_t* mask) {
   return start <= end;
 }
 
-// Reads the lists of the partitions that an item names, where the item stands.
+// Parses the lists of the partitions that an item names. Returns false, which is logged, if the lists are nested too
+// deeply or there is no memory.
 bool read_named(const char* item, const char* group, const char* partition, uint64_t* mask, ReadPartitions& read) {
   if (!read.make_room() || !read.descend()) {
     return TIRN_ERROR_AS(kFunction, "Parse cpu mask fail, invalid format:%s", item), false;
@@ -87,7 +88,7 @@ bool read_named(const char* item, const char* group, const char* partition, uint
   return true;
 }
 
-// Whether an item was taken. A bad one does not end the walk.
+// Returns whether at least one item was valid. A bad item does not end the walk.
 bool parse_list(const char* text, uint64_t* mask, ReadPartitions& read) {
   bool is_taken = false;
   walk_items(text, [&](const char* item, const char*) {
@@ -111,7 +112,7 @@ int kesa_cpum_parse_cpumask(const char* text, uint64_t* mask) {
 }
 
 int kesa_cpum_clear_cpumask_of_iod_poll(uint64_t* mask) {
-  constexpr uint64_t kPolling = 2;  // the first CPUs of a range poll
+  constexpr uint64_t kPolling = 2;  // the number of CPUs at the start of a range that poll
   if (kesa_cpum_init(nullptr) != kOk) {
     return kFail;
   }
@@ -122,6 +123,7 @@ int kesa_cpum_clear_cpumask_of_iod_poll(uint64_t* mask) {
         start + kPolling > end) {
       return;
     }
+    // The end is excluded, so CPU 1023 is never cleared.
     for (uint64_t cpu = start; cpu < std::min<uint64_t>(start + kPolling, kLastCpu); ++cpu) {
       mask[cpu / 64] &= ~(uint64_t{1} << cpu % 64);
     }

@@ -1,4 +1,4 @@
-// The node's CPU partitions.
+// Reads the node's CPU partitions, and passes calls about single CPUs to the kernel side.
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,13 +30,13 @@ constinit kesa_list_head g_groups{&g_groups, &g_groups};
 
 namespace {
 
-constexpr char kInit[] = "kesa_cpum_init";  // whose work the lines tell of
+constexpr char kInit[] = "kesa_cpum_init";  // the log lines of the reading name this function
 constexpr char kDefaultPath[] = "/ZEK/conf/app_data/wtrc/product.ini";
 constexpr char kGenerate[] = "/ZEK/component/vek/script/gen_product_ini.sh \"/ZEK/conf/app_data/wtrc/\"";
 
 constinit Once g_initialised;
 
-// A count, or 0 and below where there is none.
+// Reads a count. Returns 0 if the item cannot be read. `read_result` receives the result of the reading.
 int read_count(const char* path, const char* section, const char* key, int* read_result = nullptr) {
   Value value;
   const int result = read_value(path, section, key, value);
@@ -46,7 +46,7 @@ int read_count(const char* path, const char* section, const char* key, int* read
   return result == kOk ? static_cast<int>(std::strtol(value.text, nullptr, 10)) : 0;
 }
 
-// From "name:type:list"; anything else is passed over.
+// Adds a partition from the text "name:type:list". Ignores any other text.
 void add_partition(kesa_cpu_group& group, const char* value) {
   const char* const type = std::strchr(value, ':');
   const char* const list = type != nullptr ? std::strchr(type + 1, ':') : nullptr;
@@ -90,7 +90,7 @@ void add_group(const char* path, int number) {
   list::push_back(&g_groups, &group.release()->link);
 }
 
-// Makes the default file where it is missing: whether it is there then.
+// Makes the default file if it is missing. Returns whether the file exists afterwards.
 bool has_default_file() {
   if (kesa_access(kDefaultPath, F_OK) == 0) {
     return true;

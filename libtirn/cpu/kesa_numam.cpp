@@ -1,4 +1,4 @@
-// Reading the NUMA nodes from configuration files.
+// Reads the NUMA nodes from configuration files.
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,12 +36,12 @@ constexpr char kProcess[] = "PROC_PARTITION";
 constinit std::atomic<int32_t> g_cpu_count{0};
 constinit Once g_loaded;
 
-// The nodes' keys may stand in any registered file.
+// Reads an item from any registered file. Returns whether it was read.
 bool read_value(const char* section, const char* key, Value& value) {
   return cpu::read_value(nullptr, section, key, value) == kOk;
 }
 
-// Logs for the exported function that loads.
+// Registers a file. Failures are logged under the name of the exported `function`.
 bool load_file(const char* path, const char* function) {
   if (kesa_cfg_init(path) != kOk) {
     return TIRN_INFO_AS(function, "Load Numa cfg fail %s", path), false;
@@ -104,7 +104,7 @@ int kesa_numam_parse_numa_partition() {
   return TIRN_INFO("Get cpu_num(%u), numa_num(%d) success.", static_cast<unsigned>(cpus), nodes), kOk;
 }
 
-// Only so many characters count: "truth" is true.
+// The comparisons stop after 3 and 4 characters on purpose: "truth" counts as "true".
 int kesa_numam_parse_proc_numa_switch() {
   Value value;
   if (!read_value(kProcess, "numa_enable", value)) {
@@ -149,7 +149,7 @@ int kesa_numam_parse_proc_partition() {
   return kesa_numam_parse_proc_numa_switch() == kOk ? kesa_numam_parse_proc_numa_info() : kFail;
 }
 
-// The first message names a section that no file has.
+// The first log text names a section that no file has.
 int kesa_numam_cfg_parse() {
   if (kesa_numam_parse_numa_partition() != kOk) {
     return TIRN_ERROR("Parse numa cfg CPU_PARTITION fail."), kFail;
@@ -161,7 +161,7 @@ int kesa_numam_cfg_parse() {
 }
 
 int kesa_numam_init_inner(const char* path) {
-  const NoCancellation guard;  // the file would stay registered
+  const NoCancellation guard;  // a cancelled thread would leave the file registered
   const char* const file = path != nullptr ? path : kDefaultPath;
   if (kesa_access(file, F_OK) != 0) {
     TIRN_LIMITED(kInfo, "Numa cfg %s is not access, errno:%d", file, errno);
@@ -193,7 +193,7 @@ int kesa_numam_cfg_check(const kesa_numa_cfg* record) {
 }
 
 int kesa_numam_cfg_init(const kesa_numa_cfg* record) {
-  const NoCancellation guard;  // the files would stay registered
+  const NoCancellation guard;  // a cancelled thread would leave the files registered
   if (kesa_numam_cfg_check(record) != kOk || !load_file(record->numa_info, __func__)) {
     return kFail;
   }

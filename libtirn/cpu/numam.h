@@ -1,4 +1,4 @@
-// The NUMA nodes, as they were read.
+// Declares the list of the NUMA nodes that were read.
 #ifndef TIRN_CPU_NUMAM_H
 #define TIRN_CPU_NUMAM_H
 

@@ -1,4 +1,4 @@
-// What was read of the NUMA nodes, and the lists of their CPUs.
+// Returns what was read about the NUMA nodes, and parses their lists of CPUs.
 #include <algorithm>
 
 #include "libtirn/base/cpu_list.h"
@@ -15,7 +15,7 @@ namespace {
 
 constinit std::atomic<unsigned> g_status{0};
 
-// Calls set(cpu) for each number of an item up to `last`. Numbers go up to 4294967295: the count is wider.
+// Calls set(cpu) for each number of an item up to `last`. Numbers go up to 4294967295, so the counter has 64 bits.
 template <typename Set>
 int set_range(const char* item, unsigned last, Set set) {
   unsigned start = 0;
@@ -29,13 +29,13 @@ int set_range(const char* item, unsigned last, Set set) {
   return kOk;
 }
 
-// The first item that is not good ends the list.
+// Calls parse_item for each item of a list. The first item that is not valid ends the walk.
 template <typename Sink>
 int parse_list(const char* text, int (*parse_item)(const char*, Sink*), Sink* sink) {
   return walk_items(text, [=](const char* item, const char*) { return parse_item(item, sink) == kOk; }) ? kOk : kFail;
 }
 
-// The list of a node's CPUs; nullptr, after its line, for a node that there is not.
+// Returns the list of a node's CPUs, or nullptr for an unknown node, which is logged under the name of `function`.
 const char* cores_of(int numa_id, const char* function) {
   for (kesa_list_head* link = g_nodes.next; link != &g_nodes; link = link->next) {
     if (node_of(link).numa_id == numa_id) {

@@ -1,3 +1,4 @@
+// Implements the CPU masks of tirn/cpumask.h.
 #include "tirn/cpumask.h"
 
 #include <algorithm>
@@ -86,12 +87,12 @@ int32_t kesa_set_cpumask_bit(uint8_t* mask, const char* token) {
     TIRN_ERROR("sscanf_s failed.ret is %d.", found);
   }
   if (found != (is_range ? 2 : 1)) {
-    return 0;  // a token without its numbers names no CPU
+    return 0;  // a token that lacks a number names no CPU
   }
   if (!is_range) {
     upper = lower;
   }
-  // What lies outside the mask is left out, so that a corrupt list cannot write beyond it.
+  // Numbers outside the mask are skipped, so that a corrupt list cannot cause a write beyond it.
   const int last = std::min(upper, static_cast<int>(KESA_CPU_MAX) - 1);
   for (int cpu = std::max(lower, 0); cpu <= last; ++cpu) {
     mask[cpu / 8] = static_cast<uint8_t>(mask[cpu / 8] | 1u << cpu % 8);

@@ -45,6 +45,6 @@ int kesa_readdir_new(const char* path, kesa_readdir_fn callback, void* ctx) {
                entry->d_type);
     }
   };
-  run_with_cleanup(walk, [&] { directory.reset(), entry.reset(); });
+  run_with_cleanup(walk, [&] { entry.reset(), directory.reset(); });
   return kOk;
 }

@@ -102,7 +102,7 @@ int kesa_wake_up_process(uint32_t tid) {
 
 int64_t kesa_wait_comm(uint32_t* state, int64_t timeout) {
   install_wakeup_handler();
-  if (timeout <= 0) {
+  if (timeout <= 0 || state == nullptr) {
     return 0;
   }
   int64_t rest = 0;

@@ -37,7 +37,7 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
     return nullptr;
   }
   const NoCancellation guard;  // a cancellation would leave the object open
-  const Fd object(shm_open(name, flags, mode));
+  Fd object(shm_open(name, flags, mode));
   if (!object) {
     return nullptr;
   }
@@ -49,6 +49,7 @@ void* kesa_shm_create_ext(const char* name, int32_t flags, uint32_t mode, uint32
     return TIRN_INFO("Fallocate shm fail, ret<%d> errno<%d>.", result, errno), nullptr;
   }
   void* const mapping = mmap(nullptr, size, protection_of(flags), MAP_SHARED, object.get(), 0);
+  object = Fd();
   if (mapping == MAP_FAILED) {
     return TIRN_INFO("Mmap shm mem fail, errno<%d>.", errno), nullptr;
   }

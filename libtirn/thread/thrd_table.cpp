@@ -28,8 +28,9 @@ constexpr char kNoName[] = "[NULL]";
 
 std::atomic_ref<uint32_t> refs_of(ThreadSlot& slot) { return std::atomic_ref(slot.refs); }
 
-// Only the calling thread exists in a forked child. The slots of the other threads become free, except those on which
-// a lookup holds a reference as well: that lookup may be the calling thread's.
+// Only the calling thread exists in a forked child. The slots of other threads become free, except those on which a
+// lookup holds a reference as well (it may be the calling thread's), and those in THRD_SLOT_TAKEN: the calling thread
+// may run in one of them by an entry of its own.
 void keep_own_record(ForkSteps&) {
   for (ThreadSlot& slot : g_slots) {
     if (m_current_thread != nullptr && m_current_thread->slot == &slot) {

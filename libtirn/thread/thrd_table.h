@@ -29,7 +29,7 @@ kesa_thread_s* take_table_record(kesa_thread_fn fn, void* arg);
 // Stores the kernel id of the record's thread, also for searches of the table.
 void set_tid(kesa_thread_s& record, uint32_t tid);
 
-// A record that its slot's next owner does not get before this reference is dropped.
+// A reference to a record of the table. The slot gets no next owner before the reference is dropped.
 struct DropReference {
   void operator()(kesa_thread_s* record) const { drop_reference(*record->slot); }
 };
@@ -44,10 +44,14 @@ HeldRecord hold_record(ThreadSlot& slot, uint32_t states, IsWanted is_wanted) {
   if ((state_of(slot).load(std::memory_order_relaxed) & states) == 0 || !add_reference(slot)) {
     return {};
   }
-  HeldRecord record(slot.info);
-  // Test the state again: the slot may have got a new owner before the reference was taken.
-  const bool is_in_state = (state_of(slot).load(std::memory_order_acquire) & states) != 0;
-  return is_in_state && is_wanted(*record) ? std::move(record) : HeldRecord();
+  // Test the state again: the slot may have got a new owner before the reference was taken. Until a state is seen, a
+  // slot that is new may not show its record.
+  if ((state_of(slot).load(std::memory_order_acquire) & states) != 0) {
+    HeldRecord record(slot.info);
+    return is_wanted(*record) ? std::move(record) : HeldRecord();
+  }
+  drop_reference(slot);
+  return {};
 }
 
 // Returns the first such record of the table, or an empty pointer.

@@ -1,8 +1,10 @@
 /*
- * Bounds-checked memory, string and scan functions. The destination's size comes first; results are 0 or an
- * error number: EINVAL for a NULL argument or for regions that overlap, ERANGE for what does not fit. On failure
- * the destination is cleared (memory) or emptied (text); where it is NULL or its size is 0 or more than half of
- * the address space, nothing is written. Nothing is padded behind a copied text.
+ * Bounds-checked memory, text and scan functions. The size of the destination is the argument after it.
+ *
+ * The memory and text functions return 0 or an error number: EINVAL for a NULL argument or for regions that overlap,
+ * ERANGE if the result does not fit. On failure the destination is cleared (memory) or emptied (text). If the
+ * destination is NULL, or its size is 0 or more than half of the address space, nothing is written. The room after a
+ * copied text is not padded.
  */
 #ifndef BOUNDED_H
 #define BOUNDED_H
@@ -17,38 +19,54 @@ extern "C" {
 
 #define BOUNDED_PRINTF(f, a) __attribute__((format(printf, f, a)))
 
-/* Memory: `count` bytes into `size` bytes; count above size clears the destination and gives ERANGE. memmove_s
- * takes overlapping regions; a copy onto itself is 0 with any of them. memset_s is not optimised away. */
+/*
+ * Write `count` bytes to a destination of `size` bytes. A count above the size clears the destination and returns
+ * ERANGE. memmove_s accepts regions that overlap; a copy of a region onto itself returns 0 in both copy functions.
+ * The compiler does not optimise memset_s away.
+ */
 int memcpy_s(void* destination, size_t size, const void* source, size_t count);
 int memmove_s(void* destination, size_t size, const void* source, size_t count);
 int memset_s(void* destination, size_t size, int value, size_t count);
 
-/* Text: what does not fit, with its terminator, empties the destination and gives ERANGE; so does appending to a
- * destination without a terminator. `count` limits the characters taken of the source and may be above `size`. */
+/*
+ * Copy or append a text. If the result does not fit with its terminator, or the destination of an append has no
+ * terminator, the destination is emptied and the result is ERANGE. `count` limits the number of characters that are
+ * taken from the source and may be above `size`.
+ */
 int strcpy_s(char* destination, size_t size, const char* source);
 int strncpy_s(char* destination, size_t size, const char* source, size_t count);
 int strcat_s(char* destination, size_t size, const char* source);
 int strncat_s(char* destination, size_t size, const char* source, size_t count);
 
-/* As strtok_r: the next token of `text` (NULL: of *position), or NULL, also for a NULL argument. */
+/*
+ * Works as strtok_r. Returns the next token of `text`, or of *position if `text` is NULL. Returns NULL if there is
+ * none or if another argument is NULL.
+ */
 char* strtok_s(char* text, const char* delimiters, char** position);
 
-/* The length written; -1 where it does not fit in `size` (the destination is emptied) or on a bad format. */
+/*
+ * Format a text. Return its length, or -1 with the destination emptied if the text does not fit in `size` bytes or
+ * the format is bad.
+ */
 int sprintf_s(char* destination, size_t size, const char* format, ...) BOUNDED_PRINTF(3, 4);
 int vsprintf_s(char* destination, size_t size, const char* format, va_list arguments) BOUNDED_PRINTF(3, 0);
 
-/* The length written; a text longer than `count` is cut there, kept, and gives -1. `count` must be below `size`,
- * else a text that does not fit in `size` - 1 is cut there and gives -1. */
+/*
+ * Format a text of at most `count` characters. Return its length, or -1 if the text was longer; the first `count`
+ * characters are then kept. A `count` that is not below `size` counts as `size` - 1. A bad format empties the
+ * destination and returns -1.
+ */
 int snprintf_s(char* destination, size_t size, size_t count, const char* format, ...) BOUNDED_PRINTF(4, 5);
 int vsnprintf_s(char* destination, size_t size, size_t count, const char* format, va_list arguments)
     BOUNDED_PRINTF(4, 0);
 
 /*
- * As sscanf and fscanf, with a size (unsigned int) behind each destination of %s, %c and %[. A token that does not
- * fit, for %s and %[ with its terminator, ends the scan as a matching failure, with its destination emptied.
- * Conversions: %d %i %u %o %x %X %p, %e %f %g %a, %s %c %[, %n, %%; modifiers hh h l ll z j t L; widths and '*'.
- * Any other conversion, a wide text or a NULL destination ends the scan. A number beyond its argument's type
- * becomes the nearest one of that type. EOF for a NULL text, stream or format.
+ * Work as sscanf and fscanf, with a size (unsigned int) as the argument after each destination of %s, %c and %[. A
+ * token that does not fit (for %s and %[ with its terminator) empties its destination and ends the scan as a matching
+ * failure. The conversions are %d %i %u %o %x %X %p, %e %f %g %a, %s %c %[, %n and %%; the modifiers are hh h l ll z
+ * j t L; widths and '*' are allowed. Any other conversion, a wide text or a NULL destination ends the scan. A number
+ * beyond the range of its argument's type becomes the nearest value in it. Return EOF for a NULL text, stream or
+ * format.
  */
 int sscanf_s(const char* text, const char* format, ...);
 int vsscanf_s(const char* text, const char* format, va_list arguments);

@@ -1,3 +1,4 @@
+// Bounds-checked copying and filling of memory.
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -18,7 +19,7 @@ int copy(void* destination, size_t size, const void* source, size_t count, bool 
     error = EINVAL;
   else if (count > size)
     error = ERANGE;
-  // A copy onto itself is complete as it stands.
+  // A copy of a region onto itself is no error: the bytes are there already.
   else if (!may_overlap && source != destination && overlap(destination, count, source, count))
     error = EINVAL;
   if (error)
@@ -43,7 +44,7 @@ int memset_s(void* destination, size_t size, int value, size_t count) {
     return error;
   const bool fits = count <= size;
   memset(destination, fits ? value : 0, fits ? count : size);
-  // Secrets are wiped with this: the stores stay even if nobody reads them.
+  // Callers wipe secrets with this. The barrier keeps the compiler from removing stores that nobody reads.
   asm volatile("" : : "r"(destination) : "memory");
   return fits ? 0 : ERANGE;
 }

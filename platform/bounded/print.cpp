@@ -1,3 +1,4 @@
+// Bounds-checked formatting of text.
 #include <cstdarg>
 #include <cstdio>
 
@@ -8,13 +9,13 @@ namespace {
 
 using tirn::bounded::check_destination;
 
-// The length that the text would have, with up to `most` characters of it written; -1 with the destination
-// emptied if there is no such text.
+// Writes up to `most` characters of the text and returns the length of the whole text. Returns -1 if the text cannot
+// be formatted; the destination is then empty.
 __attribute__((format(printf, 4, 0))) int print(char* destination, size_t size, size_t most, const char* format,
                                                 va_list arguments) {
   if (check_destination(destination, size))
     return -1;
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it loses sight of the list on its way here
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow the list through the calls
   const int length = format ? vsnprintf(destination, most + 1, format, arguments) : -1;
   if (length < 0)
     destination[0] = '\0';

@@ -1,4 +1,4 @@
-// What the memory and text functions ask about their arguments.
+// Argument checks that the memory and text functions share.
 #pragma once
 
 #include <cerrno>
@@ -7,8 +7,8 @@
 
 namespace tirn::bounded {
 
-// 0, or the error of a destination that nothing may be written to. A size beyond any object is a negative
-// number that has become a size.
+// Returns 0, or the error if nothing may be written to the destination. No object is larger than PTRDIFF_MAX; such a
+// size is a negative number that was converted to size_t.
 inline int check_destination(const void* destination, size_t size) {
   if (!destination)
     return EINVAL;

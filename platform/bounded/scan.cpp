@@ -1,3 +1,4 @@
+// Bounds-checked scanning of texts and streams.
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -11,12 +12,12 @@ namespace {
 
 using namespace tirn::bounded;
 
-// A double's digits all stand in less than this; a longer number is no match.
+// The significant digits of every double fit (at most 767); a longer number does not match.
 constexpr size_t kLongestReal = 1023;
 
 constexpr bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
-constexpr int lower(int c) { return c | 0x20; }  // for comparison with a letter only
+constexpr int lower(int c) { return c | 0x20; }  // only to compare with a letter
 
 constexpr unsigned digit_value(int c) {
   if (is_digit(c))
@@ -24,7 +25,8 @@ constexpr unsigned digit_value(int c) {
   return lower(c) >= 'a' && lower(c) <= 'f' ? static_cast<unsigned>(lower(c) - 'a') + 10 : 16;
 }
 
-// Characters of a text or of a stream, with one looked at ahead; the stream gets that one back at the end.
+// Reads characters from a text or a stream, with one character of look-ahead. The destructor returns that character
+// to the stream.
 class Input {
  public:
   explicit Input(const char* text) : text_(text) {}
@@ -110,7 +112,7 @@ class Scanner {
     while (is_space(input_.peek()))
       input_.take();
   }
-  // The next character within the field's width.
+  // Returns the next character, or EOF if the field's width is used up.
   int look() { return left_ ? input_.peek() : EOF; }
   void advance() {
     input_.take();
@@ -130,7 +132,7 @@ class Scanner {
 Outcome Scanner::convert(Directive directive) {
   constexpr char kSkipping[] = "%diuoxXpsaAeEfFgG";
   const bool is_text = directive.conversion && strchr("sc[", directive.conversion);
-  if (!directive.conversion || (is_text && directive.modified))  // wide text is not offered
+  if (!directive.conversion || (is_text && directive.modified))  // wide text is not supported
     return Outcome::kMismatch;
   if (strchr(kSkipping, directive.conversion))
     skip_space();
@@ -181,7 +183,7 @@ Outcome Scanner::literal(char c) {
   return Outcome::kMatched;
 }
 
-// Little-endian machines only: the low bytes of a value come first.
+// The machine has to be little-endian: the first `bytes` bytes of a value are its low ones.
 Outcome Scanner::assign(const Directive& directive, const void* value, size_t bytes, int counted) {
   if (directive.suppressed)
     return Outcome::kMatched;
@@ -224,7 +226,7 @@ Outcome Scanner::token(const Directive& directive) {
   return Outcome::kMatched;
 }
 
-// Values beyond the argument's type become its nearest one, as strtol does it for long.
+// A value beyond the range of the argument's type becomes the nearest value in it, as with strtol.
 Outcome Scanner::integer(const Directive& directive, unsigned base, bool is_signed) {
   const bool negative = look() == '-';
   if (negative || look() == '+')
@@ -268,7 +270,7 @@ Outcome Scanner::pointer(const Directive& directive) {
   as_long.bytes = sizeof(void*);
   if (look() != '(')
     return integer(as_long, 16, false);
-  // How printf shows NULL.
+  // printf shows NULL as this text.
   for (const char* c = "(nil)"; *c; c++) {
     if (look() != *c)
       return Outcome::kMismatch;

@@ -1,3 +1,4 @@
+// Parses the directives of a scan format.
 #include "scan_directive.h"
 
 #include <cstring>
@@ -5,7 +6,7 @@
 namespace tirn::bounded {
 namespace {
 
-// The set behind "%[", up to its bracket. False where the format ends in it.
+// Parses the set after "%[" up to its closing bracket. Returns false if the format ends before that.
 bool parse_set(const char*& format, std::bitset<256>& set) {
   const bool inverted = *format == '^';
   if (inverted)
@@ -14,7 +15,7 @@ bool parse_set(const char*& format, std::bitset<256>& set) {
   for (; *format && (*format != ']' || format == first); format++) {
     const auto low = static_cast<unsigned char>(*format);
     set.set(low);
-    // A range the wrong way round stands for its three characters.
+    // A reversed range such as "z-a" stands for its three characters.
     if (format[1] != '-' || !format[2] || static_cast<unsigned char>(format[2]) < low || format[2] == ']')
       continue;
     format += 2;

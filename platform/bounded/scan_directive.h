@@ -16,13 +16,13 @@ struct Directive {
   char conversion = '\0';
   bool suppressed = false;
   bool modified = false;
-  unsigned bytes = 4;  // of the argument, where it is a number
+  unsigned bytes = 4;  // size of the argument, if it is a number
   size_t width = kNoWidth;
-  std::bitset<256> set;  // what a token may hold
+  std::bitset<256> set;  // the characters that a token may contain
 };
 
-// Reads the directive behind a percent sign and moves `format` behind it. Its conversion is 0 where the format
-// ends in it.
+// Parses the directive that follows a percent sign and moves `format` past it. The result's conversion is 0 if the
+// format ends within the directive.
 Directive parse_directive(const char*& format);
 
 }  // namespace tirn::bounded

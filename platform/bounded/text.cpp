@@ -1,3 +1,4 @@
+// Bounds-checked copying, appending and splitting of text.
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -10,7 +11,8 @@ namespace {
 using tirn::bounded::check_destination;
 using tirn::bounded::overlap;
 
-// Up to `count` characters of `source` behind the `length` characters that the destination has.
+// Appends up to `count` characters of `source` to the `length` characters in the destination. Returns 0; on failure,
+// empties the destination and returns the error.
 int place(char* destination, size_t size, size_t length, const char* source, size_t count) {
   const size_t room = size - length;
   int error = EINVAL;

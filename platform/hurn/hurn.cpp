@@ -1,3 +1,4 @@
+// The eleven operations of the log library.
 #include "hurn.h"
 
 #include <errno.h>
@@ -20,16 +21,17 @@ struct Level {
 };
 constinit Level levels[HURN_MODULE_COUNT];
 
-// The registered callback's address, with the flag in the top bit, which no address of a program has: one word,
-// as a handler may register or read at any time.
+// The address of the registered callback, with the flag in the top bit, which no address of a program uses. It is one
+// word, because a signal handler may register or read a callback at any time.
 constexpr uintptr_t kOnlyBit = uintptr_t{1} << 63;
 constinit std::atomic<uintptr_t> content_callback{0};
 
-// A callback that writes lines itself would see them without end; those go to the sink alone. The model keeps
-// the first touch, maybe in a handler, from allocating.
+// Set while a callback runs. The log lines that a callback writes go to the sink alone; otherwise it would be called
+// for them without end. The initial-exec model keeps the first access, maybe in a signal handler, from allocating.
 constinit thread_local bool in_callback __attribute__((tls_model("initial-exec"))) = false;
 
-// Each operation that opens or writes: errno is kept, and the thread cannot be cancelled, since the sink would stay owned.
+// Guards each operation that opens or writes: it keeps errno, and holds cancellation off because a cancelled thread
+// would leave the sink owned.
 class Operation {
  public:
   Operation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelled_); }
@@ -46,9 +48,8 @@ class Operation {
   int cancelled_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// True if the line is for the callback alone.
+// Passes the log line to the callback, if there is one. Returns whether the callback alone gets it.
 bool show_content(const Source& source, const Line& line) {
-  // Acquire: pairs with the release in hurn_register_content_callback, for what the callback uses.
   const uintptr_t word = content_callback.load(std::memory_order_acquire);
   if (!word || in_callback)
     return false;
@@ -114,8 +115,8 @@ int hurn_loglevel_get(uint32_t module) {
   return module < HURN_MODULE_COUNT ? levels[module].most.load(std::memory_order_relaxed) : -1;
 }
 
-// Stands before every message of the node, most of which are off: one load, and no branch for the levels. The
-// comparison keeps the shift's wrapped counts out, as no module's level is above 7.
+// Runs before every message of the node, and most messages are off: so it has one load and no branch on the level.
+// The shift wraps for a level of 32 or more; the comparison rejects those, as no module's level is above 7.
 int hurn_level_check(uint32_t module, uint32_t level) {
   const uint32_t most = levels[module_index(module)].most.load(std::memory_order_relaxed);
   const uint32_t wanted = (kLevelBits >> (level & 31)) & static_cast<uint32_t>(level <= most);
@@ -173,6 +174,7 @@ int hurn_register_content_callback(const struct hurn_content_record* record) {
     return -1;
   const auto address = reinterpret_cast<uintptr_t>(record->callback);
   const bool only = address && (record->flags & HURN_CALLBACK_ONLY);
+  // Release: publishes what the callback uses. Pairs with the load in show_content.
   content_callback.store(address | (only ? kOnlyBit : 0), std::memory_order_release);
   return 0;
 }

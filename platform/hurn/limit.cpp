@@ -1,3 +1,4 @@
+// Counts the log lines of each group and holds back those beyond its limit.
 #include "limit.h"
 
 #include <time.h>
@@ -13,19 +14,19 @@
 namespace tirn::logging {
 namespace {
 
-// A window is one word, so that its start and its count change together: 40 bits of milliseconds (34 years
-// until they come round) over 24 bits of lines.
+// A window is one word, so that its start and its count change together. The upper 40 bits are the start in
+// milliseconds, which wraps after 34 years; the lower 24 bits count log lines.
 constexpr unsigned kCountBits = 24;
 constexpr uint64_t kCountMask = (uint64_t{1} << kCountBits) - 1;
 constexpr uint64_t kTimeMask = (uint64_t{1} << (64 - kCountBits)) - 1;
 
-// Groups 0 to 1023 are the modules; a level's group follows at its own number.
+// Groups 0 to 1023 are the modules. The group of a level is 1024 plus the level.
 constexpr uint32_t kGroupCount = HURN_MODULE_COUNT + 8;
 
-// All relaxed: a word stands for itself, no other data is passed on.
+// All accesses are relaxed, because no word publishes other data.
 struct Group {
-  std::atomic<uint64_t> limit;   // lines over milliseconds, 32 bits each; 0: none
-  std::atomic<uint64_t> window;  // count 0: none is open
+  std::atomic<uint64_t> limit;   // log lines in the upper 32 bits, milliseconds in the lower; 0: no limit
+  std::atomic<uint64_t> window;  // count 0: no window is open
   std::atomic<uint32_t> suppressed;
 
   bool refuse() {
@@ -48,7 +49,7 @@ uint64_t milliseconds_now() {
   return (static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000) & kTimeMask;
 }
 
-// The window as it is once one more line has gone through; 0 if none may.
+// Returns the window after one more log line, or 0 if the limit admits none.
 uint64_t next_window(uint64_t window, uint64_t limit, uint64_t now) {
   const uint64_t count = window & kCountMask;
   const uint64_t elapsed = (now - (window >> kCountBits)) & kTimeMask;
@@ -102,7 +103,9 @@ bool admit(uint32_t module, uint32_t level) {
   Group& of_level = groups[level_group(level)];
   const uint64_t module_limit = of_module.limit.load(std::memory_order_relaxed);
   const uint64_t level_limit = of_level.limit.load(std::memory_order_relaxed);
-  // A line that the level would refuse takes nothing from its module's window, nor the other way round.
+  // A log line that one group refuses should not count in the other group's window, so the level is tested before the
+  // module's window counts the log line. It still counts there if it then loses a race for the last place in the
+  // level's window.
   if (is_full(of_level, level_limit))
     return of_level.refuse();
   if (!claim(of_module, module_limit))

@@ -1,3 +1,4 @@
+// Formats a log line: prefix, message, cut mark and escape sequences.
 #include "line.h"
 
 #include <sys/types.h>
@@ -28,7 +29,7 @@ void show(char c, char* shown) {
   shown[0] = '\\';
   shown[1] = c == '\n' ? 'n' : c == '\r' ? 'r' : 'x';
   if (shown[1] == 'x') {
-    shown[2] = kDigits[c >> 4];  // no control character has its top bit
+    shown[2] = kDigits[c >> 4];  // no control character has its top bit set
     shown[3] = kDigits[c & 15];
   }
 }
@@ -37,7 +38,7 @@ const char* or_unknown(const char* name) { return name ? name : "?"; }
 
 }  // namespace
 
-// The names are limited so that the longest prefix leaves most of the line to the message.
+// The names are limited, so that even the longest prefix leaves most of the log line to the message.
 void Line::put_prefix(const char* program, const Source& source) {
   namespace chrono = std::chrono;
   timespec now{};
@@ -86,12 +87,12 @@ void Line::close() {
   bytes[end++] = '\n';
 }
 
-// Each character that could begin another line or steer a terminal is shown as C writes it. In place and from the
-// back, as handlers have little stack.
+// Replaces each character that could begin another log line or control a terminal by its escape sequence in C. Works
+// in place and from the end backwards, because signal handlers have little stack.
 void Line::escape() {
-  constexpr size_t kMost = HURN_LINE_MAX - 1;  // the line feed follows
-  size_t from = text, to = text;               // behind as many characters as fit, and behind what is shown of them
-  size_t cut_from = text, cut_to = text;       // likewise where the mark fits behind them
+  constexpr size_t kMost = HURN_LINE_MAX - 1;  // one byte is for the line feed
+  size_t from = text, to = text;               // the end of the characters that fit, and the end of their shown form
+  size_t cut_from = text, cut_to = text;       // the same, if the cut mark has to fit after them
   for (; from < end && to <= kMost; to += shown_length(bytes[from++])) {
     if (to + kCutMarkLength <= kMost) {
       cut_from = from;

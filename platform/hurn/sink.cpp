@@ -1,3 +1,4 @@
+// Writes log lines to the sink (standard error, a file with rotation, the system log) and changes the sink.
 #include "sink.h"
 
 #include <errno.h>
@@ -32,7 +33,7 @@ constexpr unsigned kDefaultKeep = 4;
 constexpr unsigned kMostKept = 999;
 constexpr size_t kLongestPath = PATH_MAX - sizeof ".999";
 
-// What a description asks for.
+// What a sink description says.
 struct Plan {
   Kind kind = Kind::kStderr;
   char path[PATH_MAX];
@@ -40,7 +41,7 @@ struct Plan {
   unsigned keep = kDefaultKeep;
 };
 
-// Names are kept for good, since a writer may hold one at any time; each is kept once.
+// Names are never freed, because a writer may be using one at any time. Equal names are stored once.
 struct Name {
   Name* next;
   char text[];
@@ -49,17 +50,18 @@ struct Name {
 constinit std::atomic<Kind> kind{Kind::kStderr};
 constinit std::atomic<const char*> program{nullptr};
 
-// The file's descriptor keeps its number for good: another file is moved below it with dup3, so a writer that
-// has read the number cannot hit a stranger's file.
+// The descriptor of the log file. Its number never changes, since dup3 gives the same number to the next file: a
+// writer that has read the number cannot write to an unrelated file.
 constinit std::atomic<int> file{-1};
 constinit std::atomic<uint64_t> size{0};
 constinit std::atomic<uint64_t> limit{kDefaultLimit};
 
-// The process that changes or rotates the sink; 0: none. A child does not wait for its parent's thread.
+// The process whose thread is changing or rotating the sink, or 0. A forked child does not wait for a thread of its
+// parent: it takes over the ownership of another process.
 constinit std::atomic<pid_t> owner{0};
 
-// Owned: touched only by the owner. The path is one of the names, so that a child that is forked while it changes has
-// the former one or the next, and whole.
+// The variables below are used by the owner only. The path is one of the names, so a child that is forked during a
+// change has either the former path or the next one, each of them complete.
 constinit Name* names = nullptr;
 constinit unsigned keep = kDefaultKeep;
 constinit const char* path = "";
@@ -69,26 +71,28 @@ char newer_path[PATH_MAX];
 bool try_own() {
   const pid_t self = getpid();
   pid_t present = owner.load(std::memory_order_relaxed);
-  // Acquire: pairs with the release in ~Ownership, for all that is marked as owned.
   return present != self && owner.compare_exchange_strong(present, self, std::memory_order_acquire);
 }
 
 class Ownership {
  public:
   Ownership() = default;
+  // Release: publishes the owner's variables. Pairs with the exchange in try_own.
   ~Ownership() { owner.store(0, std::memory_order_release); }
   Ownership(const Ownership&) = delete;
   Ownership& operator=(const Ownership&) = delete;
 };
 
-// Process ids come back, so that a child's may be that of an ancestor whose thread owned the sink.
+// Clears the owner in forked children. Process ids are reused, so a child may have the id of an ancestor whose thread
+// owned the sink.
 void follow_forks() {
   static constinit pthread_once_t followed = PTHREAD_ONCE_INIT;
   pthread_once(&followed,
                [] { pthread_atfork(nullptr, nullptr, [] { owner.store(0, std::memory_order_relaxed); }); });
 }
 
-// By sleeps: a thread of real-time priority that only yields keeps an owner of lower priority from its processor.
+// Waits by sleeping: a thread of real-time priority that only yields would keep an owner of lower priority off the
+// processor.
 void wait_to_own() {
   follow_forks();
   const timespec pause{0, 1'000'000};
@@ -96,7 +100,7 @@ void wait_to_own() {
     nanosleep(&pause, nullptr);
 }
 
-// The bytes written; a failure after the first write loses the rest.
+// Returns the number of bytes written. A failure after the first write loses the rest.
 size_t write_all(int descriptor, const char* bytes, size_t length) {
   size_t done = 0;
   while (done < length) {
@@ -116,7 +120,7 @@ void remember_size(int descriptor) {
   size.store(fstat(descriptor, &state) == 0 ? static_cast<uint64_t>(state.st_size) : 0, std::memory_order_relaxed);
 }
 
-// Opens what stands at `path` now below the known descriptor.
+// Opens the file that has the name `path` now, under the number of the present descriptor.
 void reopen() {
   const int fresh = open_log(path);
   if (fresh < 0)
@@ -132,8 +136,9 @@ bool put_number(char (&result)[PATH_MAX], unsigned number) {
   return length < PATH_MAX;
 }
 
-// Moves the files up to the first free number, or to the oldest that is kept, one number up. False where one
-// cannot be moved, as the next would replace it then.
+// Renames each file to the next number, the oldest first. The numbers end at the first free one, or at the last one
+// that is kept, whose file is replaced. Stops and returns false if a file cannot be renamed, because the next one
+// would replace it.
 bool shift_files() {
   unsigned number = 1;
   while (number < keep && put_number(older_path, number) && access(older_path, F_OK) == 0)
@@ -145,8 +150,8 @@ bool shift_files() {
   return true;
 }
 
-// Keeps other processes that share the file from renaming it meanwhile. The lock lies on a description of its
-// own: one that a fork has shared would let both in.
+// Keeps other processes that share the file from renaming it meanwhile. The lock belongs to an open file description
+// of its own: parent and child would both get a lock on one that they share since a fork.
 class FileLock {
  public:
   explicit FileLock(const char* name) : descriptor_(open(name, O_WRONLY | O_CLOEXEC | O_NOCTTY)) {}
@@ -160,13 +165,14 @@ class FileLock {
   FileLock& operator=(const FileLock&) = delete;
 
   int descriptor() const { return descriptor_; }
+  // Tries to take the lock. Returns true if another process holds it.
   bool is_busy() const { return flock(descriptor_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
 
  private:
   const int descriptor_;
 };
 
-// Whether the descriptor's file still has the name `path`.
+// Returns whether the descriptor's file still has the name `path`.
 bool is_named(int descriptor) {
   struct stat named {
   }, opened{};
@@ -174,8 +180,8 @@ bool is_named(int descriptor) {
          named.st_dev == opened.st_dev;
 }
 
-// Runs in whatever thread or handler has written the line that was too much, at most once at a time. Whoever
-// writes meanwhile reaches the old file, under its new name too.
+// Runs in the thread or signal handler whose log line exceeded the limit, in one at a time. A thread that writes
+// meanwhile writes to the old file, even after that has its new name.
 void rotate() {
   if (!try_own())
     return;
@@ -186,7 +192,7 @@ void rotate() {
   const FileLock lock(path);
   if (lock.is_busy())
     return;
-  // Where it fails, the next attempt is due when as much has been written again.
+  // If the rotation fails, the next attempt comes after as many bytes again.
   size.store(0, std::memory_order_relaxed);
   // Another process may have renamed the file already, before the lock or long ago.
   const bool renamed = !is_named(lock.descriptor()) || !is_named(file.load(std::memory_order_relaxed));
@@ -201,7 +207,7 @@ bool write_to_file(const char* bytes, size_t length) {
   return written != 0;
 }
 
-// One datagram, without the line feed, by a socket of its own: syslog() would take a lock and allocate.
+// Sends one datagram, without the line feed, through a socket of its own: syslog() would take a lock and allocate.
 bool write_to_syslog(const Line& line, unsigned priority) {
   const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (descriptor < 0)
@@ -223,7 +229,7 @@ bool write_to_syslog(const Line& line, unsigned priority) {
   return sent;
 }
 
-// Takes the part up to the next colon off the rest.
+// Removes the part up to the next colon from `rest` and returns it.
 std::string_view next_field(std::string_view& rest) {
   const size_t colon = rest.find(':');
   const std::string_view field = rest.substr(0, colon);
@@ -238,7 +244,7 @@ bool read_number(std::string_view digits, Number most, Number& value) {
   return error == std::errc() && stop == end && value >= 1 && value <= most;
 }
 
-// Relative names are made absolute, so that a later change of the folder does not move the log.
+// Makes relative names absolute, so that a later change of the working directory does not move the log.
 bool fix_path(std::string_view name, char (&result)[PATH_MAX]) {
   result[0] = '\0';
   if (name.empty() || (name[0] != '/' && !getcwd(result, sizeof result)))
@@ -307,7 +313,8 @@ bool use_file(const Plan& plan) {
   return true;
 }
 
-// A writer may be on its way to the file still: its line goes to standard error then, and the file is free.
+// Closes the file, and makes its descriptor another one of standard error: a writer that has already chosen the file
+// writes there.
 void leave_file() {
   const int known = file.load(std::memory_order_relaxed);
   if (known >= 0)
@@ -315,7 +322,7 @@ void leave_file() {
 }
 
 void use(Kind next) {
-  // Release: pairs with the acquire in write_line; the descriptor is there before the kind that uses it.
+  // Release: publishes the descriptor before the kind that uses it. Pairs with the load in write_line.
   kind.store(next, std::memory_order_release);
   if (next != Kind::kFile)
     leave_file();
@@ -324,7 +331,6 @@ void use(Kind next) {
 }  // namespace
 
 const char* program_name() {
-  // Acquire: pairs with the release in open_sink, for the name's bytes.
   const char* name = program.load(std::memory_order_acquire);
   return name ? name : program_invocation_short_name;
 }
@@ -347,6 +353,7 @@ bool open_sink(const char* name, const char* description) {
   const char* kept = name ? intern(name) : nullptr;
   if ((name && !kept) || (plan.kind == Kind::kFile && !use_file(plan)))
     return false;
+  // Release: publishes the bytes of the name. Pairs with the load in program_name.
   program.store(kept, std::memory_order_release);
   use(plan.kind);
   return true;

@@ -1,5 +1,5 @@
-// Where lines go. Writing takes no lock and allocates nothing, so a signal handler may write at any moment,
-// also while another thread, or the very thread that it interrupted, changes or rotates the sink.
+// The destination of log lines. Writing takes no lock and allocates nothing, so a signal handler may write at any
+// moment, even while another thread, or the thread that it interrupted, changes or rotates the sink.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +8,16 @@ namespace tirn::logging {
 
 struct Line;
 
-// Stands before every write: the name that hurn_init was given, or the process's own.
+// Returns the program's name for log lines: the one that hurn_init was given, or the process's own short name.
 const char* program_name();
 
-// Puts out a closed line. `priority` is a level, for a system log.
+// Writes a closed log line. `priority` is the level that a system log gets.
 void write_line(const Line& line, unsigned priority);
 
-// False, with everything as it was, for a description of another form or a file that cannot be opened.
+// Sets the program's name and the sink. Returns false, with both as they were, if the description has another form,
+// the file cannot be opened or there is no memory.
 bool open_sink(const char* name, const char* description);
+// Restores the default sink and the process's own name.
 void reset_sink();
 
 }  // namespace tirn::logging

@@ -1,4 +1,4 @@
-// The jiffies device of a node; both forms of the kernel side answer with these wherever it is really there.
+// The base paths of a node's jiffies device. Both forms of the kernel side return them where the device exists.
 #ifndef TIRN_PLATFORM_DEVICE_PATHS_H
 #define TIRN_PLATFORM_DEVICE_PATHS_H
 

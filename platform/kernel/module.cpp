@@ -1,3 +1,4 @@
+// The kernel side of a node: its own kernel module.
 #include <unistd.h>
 
 #include "kernel/device_paths.h"

@@ -1,3 +1,4 @@
+// The kernel side in user space: calls the stand-in, libzut.so.
 #include <unistd.h>
 
 #include "kernel/device_paths.h"
@@ -13,7 +14,7 @@ long private_call(uint64_t command, uint64_t a, uint64_t b, uint64_t c, uint64_t
 DevicePaths jiffies_device() {
   DevicePaths paths{kSysfsBase, kDevBase};
   if (access(kSysfsBase, F_OK) != 0) {
-    zut_jiffies_device(&paths.sysfs, &paths.dev);  // where it cannot be offered the true paths stay, and fail
+    zut_jiffies_device(&paths.sysfs, &paths.dev);  // on failure the paths above stay; they do not open
   }
   return paths;
 }

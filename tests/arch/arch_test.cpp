@@ -9,10 +9,10 @@
 
 using namespace tirn::arch;
 
-// First readings on several threads at once: whichever calibrates, all share one scale and one origin, and none sees the
-// counter step back.
+// Several threads make their first readings at once. Whichever thread calibrates, all must share one scale and one
+// origin, and no thread may see the counter step back.
 TEST(Counter, SharesOneScaleAndNeverStepsBack) {
-  constexpr uint64_t kAhead = 100;  // ticks that a reading may be made ahead of what stands before it
+  constexpr uint64_t kAhead = 100;  // ticks by which the processor may read the counter too early
   std::atomic<uint64_t> latest{0};
   tirn::test::together(4, [&](unsigned) {
     uint64_t mine = 0;
@@ -47,7 +47,7 @@ TEST(ArchRegisters, OfInterruptedCode) {
   ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
   const uintptr_t frame = raise_here();
   EXPECT_NE(g_seen.pc, 0u);
-  // The signal arrives in raise(), called from the frame: its stack lies below, and near.
+  // The signal arrives in raise(), which raise_here() called, so the stack pointer is a little below the frame.
   EXPECT_TRUE(g_seen.sp < frame && frame - g_seen.sp < 65536) << g_seen.sp << ' ' << frame;
   EXPECT_NE(cpu_identification(), 0u);
 }

@@ -20,12 +20,12 @@ using LockFailure = Once::LockFailure;
 
 namespace {
 
-// Not freed: the fork handler goes through all that ever ran.
+// Returns an object that is never freed, because the fork handler keeps a list of all that ever ran.
 Once& fresh() { return *new Once; }
 
 }  // namespace
 
-// Each row runs three times, is undone twice, and runs once more.
+// Each row runs the step three times, undoes it twice, and runs it once more.
 TEST(Once, WhatCountsAsDone) {
   const struct {
     Done done;
@@ -55,7 +55,7 @@ TEST(Once, MutexThatCannotBeLocked) {
     const Faults faults(plan);
     EXPECT_EQ(once.run(step), 0);
     EXPECT_EQ(once.run(step, Done::kAlways, LockFailure::kIsResult), EINVAL);
-    EXPECT_FALSE(once.is_done());  // only the caller was told so
+    EXPECT_FALSE(once.is_done());  // only the call's result counted it as done
   }
   EXPECT_EQ(once.run(step, Done::kAlways), -5);
   const Faults faults(plan);
@@ -69,7 +69,8 @@ TEST(Once, ComesBackFromInside) {
   EXPECT_EQ(once.undo([&] { EXPECT_EQ(once.undo([] { FAIL() << "twice"; }), 0); }), 0);
 }
 
-// The first attempt fails, so that another thread has to take over; whoever is told that it is done sees a plain word.
+// The first attempt fails, so another thread has to take over. A thread that sees it done must also see the plain
+// variable that the step has written.
 TEST(Once, ThreadsRaceForOneRun) {
   for (int round = 0; round < 200; ++round) {
     Once& once = fresh();
@@ -83,8 +84,9 @@ TEST(Once, ThreadsRaceForOneRun) {
   }
 }
 
-// The emulator loses locks of its own in a threaded process's child. The set-up that another thread is in begins anew there,
-// others join, also after the child has forked in turn.
+// In a forked child, a set-up that another thread was running starts again. Other objects can run there for the first
+// time, also after the child has forked in turn. The emulator leaves its own locks locked in a forked child of a
+// threaded process.
 TEST(OnceNative, BeginsAnewInAForkedChild) {
   Once& once = fresh();
   std::latch inside(1), over(1);

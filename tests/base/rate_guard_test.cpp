@@ -33,8 +33,8 @@ class RateGuardTest : public testing::Test {
   tirn::RateGuard guard_;
 };
 
-// Three lines in a window, which begins anew at each; the first line of another one is where those that were suppressed
-// are told, if that was not done shortly before.
+// At most three log lines are written in a window, and each of them starts the window anew. The first log line of a
+// new window also reports how many were suppressed, unless there was a report shortly before.
 TEST_F(RateGuardTest, AgreesWithAModel) {
   std::mt19937 random(random_seed());
   uint64_t written = 0, reported = 0, printed = 0, missed = 0;
@@ -59,7 +59,7 @@ TEST_F(RateGuardTest, AgreesWithAModel) {
   }
 }
 
-// The machine may have just come up, and its jiffies wrap at the end of a 64-bit count.
+// The machine may have just started, and the jiffies wrap at the end of their 64 bits.
 TEST_F(RateGuardTest, FirstLinesAtAnyMoment) {
   for (const uint64_t now : {uint64_t{10}, ~uint64_t{0} - 5}) {
     jiffies_.set(now);
@@ -78,7 +78,7 @@ void write_limited(uint32_t first, uint32_t level, uint32_t report) {
 }
 
 TEST_F(RateGuardTest, ThreeLevelsAreApart) {
-  // The first level is off: nothing is counted. The line's own level is off: it counts as printed all the same.
+  // If the first level is off, nothing is counted. If only the log line's own level is off, it counts as printed.
   const auto write = [](uint32_t module_level, int times, uint32_t first, uint32_t level, uint32_t report) {
     for (hurn_loglevel_set(tirn::kModule, module_level); times > 0; --times) {
       write_limited(first, level, report);

@@ -19,13 +19,13 @@ TEST(CycleClock, IsZeroBeforeItsScaleIsSet) {
   EXPECT_EQ(kesa_time_getnanosec(), 0u);
   EXPECT_EQ(kesa_time_getmillisec(), 0u);
   EXPECT_EQ(kesa_time_cycles2ns(1000), 0u);
-  EXPECT_NE(kesa_rte_get_timer_cycles(), 0u);  // the raw reading needs no set-up
+  EXPECT_NE(kesa_rte_get_timer_cycles(), 0u);  // the raw counter needs no set-up
   EXPECT_EQ(currCpuGHz, 0.0);
   EXPECT_EQ(kesa_gettime_init(), 0);
   EXPECT_EQ(currCpuGHz, 2.6);
   EXPECT_NE(kesa_time_getnanosec(), 0u);
   currCpuGHz = 1.0;
-  EXPECT_EQ(kesa_gettime_init(), 0);  // once
+  EXPECT_EQ(kesa_gettime_init(), 0);  // has an effect only once
   EXPECT_EQ(currCpuGHz, 1.0);
 }
 
@@ -40,7 +40,8 @@ TEST(CycleClock, AllReadingsHaveOneOriginAndKeepTime) {
   EXPECT_LE(b, c);
   EXPECT_NEAR(static_cast<double>(kesa_time_getmillisec()), static_cast<double>(c) / 1e6, 1000);
 
-  // Each reading of the system's clock lies between two of this one, however long the thread loses its processor.
+  // The span measured by the system's clock contains the inner span of this clock and lies within the outer one,
+  // however long the thread loses its processor.
   const auto system_began = std::chrono::steady_clock::now();
   const uint64_t inner_began = kesa_time_getnanosec();
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -60,10 +61,10 @@ TEST(CycleClock, FilterTakesTheFirstUndisturbedPair) {
     EXPECT_EQ(reads, readings.size()) << expected;
   }
   uint64_t jittery = 0;
-  EXPECT_EQ(tirn::undisturbed_reading([&] { return jittery += 9; }), 400u * 9);  // the 200th pair all the same
+  EXPECT_EQ(tirn::undisturbed_reading([&] { return jittery += 9; }), 400u * 9);  // the 200th pair is always taken
 }
 
-// An estimate in which the thread was set aside between its two clocks is off, and is made again.
+// If the thread loses its processor between the readings of the two clocks, the estimate is wrong and is repeated.
 bool is_as_measured() {
   return std::abs(currCpuGHz - static_cast<double>(tirn::arch::counter_frequency()) / 1e9) < 0.0101;
 }

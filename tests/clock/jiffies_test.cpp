@@ -21,7 +21,7 @@ uint64_t monotonic_milliseconds() {
   return static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1));
 }
 
-// A device folder of the test's own. The page holds the words 0x1111, 0x2222, ... at 8-byte steps.
+// Makes a folder with a device for one test. The page holds the 64-bit words 0x1111, 0x2222 and so on.
 struct Device {
   Device(KernelSide& kernel, const char* size, const char* offset) {
     std::vector<uint64_t> page(512);
@@ -51,11 +51,11 @@ TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   EXPECT_EQ(g_jiffies_uio.size, 4096u);
   EXPECT_TRUE(g_jiffies_uio.dev_fd > 2 && g_jiffies_uio.offset_fd > 2);
   EXPECT_EQ(mprotect(const_cast<uint64_t*>(g_jiffies_uio.jiffies - 2), 4096, PROT_READ), 0);
-  // Once mapped it stays, whatever becomes of the folder.
+  // Once mapped, the device stays, whatever happens to the folder.
   kernel.no_jiffies();
   EXPECT_EQ(jiffies_usr_main(), 0);
   EXPECT_EQ(kesa_get_jiffies(), 0x3333u);
-  EXPECT_EQ(jiffies_uio_adp_close(), -1);  // the number is nobody's by now
+  EXPECT_EQ(jiffies_uio_adp_close(), -1);  // that descriptor is closed by now
   jiffies_fini();
   EXPECT_TRUE(log.texts().empty()) << log;
 }
@@ -65,7 +65,7 @@ TEST(JiffiesDevice, CounterLiesWholeAndAlignedInMappingAndFile) {
   const struct {
     const char* missing;
     const char *size, *offset;
-    uint64_t counter;  // 0: refused, with this line in the log
+    uint64_t counter;  // 0 if the device is refused, with `line` in the log
     const char* line;
   } kRows[] = {{"dev/uio3", "4096", "0", 0, nullptr},
                {"sysfs/uio3/maps/map0/addr", "4096", "0", 0, "Kesa jiffies open addr_fd map failed, errno=2."},
@@ -99,7 +99,8 @@ TEST(JiffiesDevice, CounterLiesWholeAndAlignedInMappingAndFile) {
   }
 }
 
-// The first folder is missing, the second has no child of a name that fits: the walk goes on behind the long one.
+// The first folder is missing, the second has no child with a usable name. The walk goes on after the name that is
+// too long.
 TEST(JiffiesDevice, MissingFolderAndMissingChild) {
   KernelSide kernel;
   LogCapture log;
@@ -153,8 +154,8 @@ TEST(Jiffies, CycleClockServesWithoutADevice) {
   EXPECT_GE(now - start, 24u);
   EXPECT_LE(before, now);
   EXPECT_LE(now, kesa_time_getnanosec() / 4000000);
-  EXPECT_EQ(log.texts().size(), 1u) << log;  // one error line, for the first attempt
-  // The clock stands, so the first-use path does not look for the device again; an explicit call does.
+  EXPECT_EQ(log.texts().size(), 1u) << log;  // one log line, for the first attempt
+  // The cycle clock is set up, so the first-use path does not look for the device again. An explicit call does.
   zut_offer_jiffies(1);
   EXPECT_EQ(jiffies_Init(), 0);
   EXPECT_EQ(g_jiffies_uio.jiffies, nullptr);

@@ -1,4 +1,4 @@
-// Commands from many threads at once, with signals arriving.
+// Runs commands from many threads at once while signals arrive.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,12 +10,13 @@
 
 #include "tirn/str.h"
 
-// Native: the emulator makes vfork a fork, whose child never gets a lock of the emulator that another thread held.
-// A child inherits the pipes of the others, so none of them, nor a thread, waits for an end of file.
+// This runs natively only: the emulator turns vfork into fork, and the child can never take a lock of the emulator
+// that another thread held. A child inherits the pipes of other threads, so neither a child nor a thread may wait for
+// an end of file.
 TEST(ShellStressNative, ThreadsAndSignals) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
-  ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);  // without SA_RESTART: the waits are interrupted
+  ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);  // without SA_RESTART, so that signals interrupt the waits
   const int lowest = dup(0);                           // the lowest descriptor that is free
   close(lowest);
   std::atomic<unsigned> running{16};
@@ -27,7 +28,7 @@ TEST(ShellStressNative, ThreadsAndSignals) {
         EXPECT_EQ(kesa_system(("exit " + number).c_str()), std::stoi(number) << 8);
         char line[16] = "";
         FILE* const reader = kesa_popen_s(("echo " + number + "; exit " + number).c_str(), "r", ";");
-        while (std::fgets(line, sizeof line, reader) == nullptr && std::ferror(reader) != 0) {  // a signal came
+        while (std::fgets(line, sizeof line, reader) == nullptr && std::ferror(reader) != 0) {  // a signal arrived
           std::clearerr(reader);
         }
         EXPECT_EQ(line, number + "\n");

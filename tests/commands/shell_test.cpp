@@ -14,7 +14,7 @@ using namespace tirn::test;
 
 namespace {
 
-// Neither running nor waiting to be reaped.
+// Returns whether there is no child process, neither running nor waiting to be reaped.
 bool has_no_child() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
 std::string read_line(FILE* stream) {
@@ -36,7 +36,7 @@ TEST(Shell, RunsAndRefuses) {
   }
   int child = -5;
   for (const char* const mode : {"rw", "", static_cast<const char*>(nullptr), "r"}) {
-    const char* const command = mode != nullptr && *mode == 'r' ? "kill -9 $PPID;" : "true";  // either is bad
+    const char* const command = mode != nullptr && *mode == 'r' ? "kill -9 $PPID;" : "true";  // one of them is bad
     EXPECT_TRUE(kesa_popen_s(command, mode, "$") == nullptr && popen_s(command, mode, "$") == nullptr);
     EXPECT_EQ(kesa_popen_s_with_pid(command, mode, "$", &child), nullptr);
   }
@@ -64,7 +64,7 @@ TEST(Shell, BashKeepsStatusesAndTakesNoCodeFromTheEnvironment) {
 }
 
 TEST(Shell, StreamsBothWays) {
-  for (const int closed : {0, 1, 2}) {  // the pipe itself may get the standard descriptors
+  for (const int closed : {0, 1, 2}) {  // the pipe may then get the standard descriptors
     const ChildOutcome outcome = run_child([closed] {
       for (int fd = 0; fd < closed; ++fd) {
         close(fd);
@@ -82,9 +82,9 @@ TEST(Shell, StreamsBothWays) {
 
 TEST(Shell, ForeignStreamsStayOpen) {
   int child = 0, status = 0;
-  FILE* const mine = kesa_popen_with_pid("read x && exit $x", "a", &child);  // what does not begin with r writes
+  FILE* const mine = kesa_popen_with_pid("read x && exit $x", "a", &child);  // modes that do not begin with r write
   FILE* const theirs = popen_s("echo two", "r", nullptr);
-  EXPECT_EQ(kesa_pclose(mine), -1);  // before there is a table, and with one
+  EXPECT_EQ(kesa_pclose(mine), -1);  // here there is no table yet, below there is one
   EXPECT_EQ(kesa_pclose(kesa_popen("exit 1", "r")), 0x100);
   EXPECT_EQ(kesa_pclose(mine) + kesa_pclose(theirs), -2);
   EXPECT_GE(std::fputs("6\n", mine), 0);
@@ -92,7 +92,8 @@ TEST(Shell, ForeignStreamsStayOpen) {
   EXPECT_EQ(std::fclose(mine) + pclose(theirs), 0);
   EXPECT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0x600);
-  // On the descriptor of a pipe that was closed in another way: the child of that one is left alone.
+  // A stream gets the descriptor of an earlier pipe that was not closed by kesa_pclose. The earlier pipe's child is
+  // left alone.
   for (const bool is_mine : {true, false}) {
     std::fclose(kesa_popen("true", "r"));
     FILE* const next = is_mine ? kesa_popen_with_pid("true", "r", &child) : popen_s("true", "r", nullptr);
@@ -108,7 +109,7 @@ TEST(Shell, ReplacingTheProcess) {
   EXPECT_EQ(execv_s(nullptr, 1, argv, "", nullptr), -22);
   EXPECT_EQ(execv_s("/bin/sh", 1, nullptr, "", nullptr), -22);
   EXPECT_EQ(execv_s("/bin/sh", 3, argv, "", [](const char*, int argc, char**) { return argc != 3; }), -29);
-  EXPECT_EQ(execv_s("/no;file", 2, refused, "", nullptr), -1);  // the count leaves out the third
+  EXPECT_EQ(execv_s("/no;file", 2, refused, "", nullptr), -1);  // the count leaves out the dangerous argument
   EXPECT_EQ(execv_s("/bin/sh", 3, refused, ";", nullptr), -29);
   EXPECT_EQ(log.texts(), std::vector<std::string>{"execv cmd is dangerous, argv[2] is: exit $((1+1))."});
   EXPECT_TRUE(run_child([&] { return execv_s("/bin/sh", 3, argv, nullptr, nullptr); }).exited(3));
@@ -120,7 +121,7 @@ TEST(Shell, OnlyClosingBlocksSignals) {
   const std::string waits = "until" + test + "; do :; done; exit 9";
   EXPECT_EQ(kesa_pclose(kesa_popen(waits.c_str(), "w")), 0x900);
   EXPECT_EQ(kesa_system(test.c_str()), 0x100);
-  signal(SIGCHLD, SIG_IGN);  // nobody can be waited for
+  signal(SIGCHLD, SIG_IGN);  // no child can be waited for
   EXPECT_EQ(kesa_pclose(kesa_popen("true", "r")), -1);
   EXPECT_EQ(kesa_system("true"), -1);
   sigset_t mask;
@@ -147,7 +148,7 @@ TEST(Shell, DescriptorTableFullAndGrown) {
   std::fclose(beyond);
   close(last);
   EXPECT_EQ(kesa_pclose(kesa_popen("exit 3", "r")), 0x300);
-  EXPECT_EQ(dup(0), last);  // nothing is left open
+  EXPECT_EQ(dup(0), last);  // no descriptor is left open
 }
 
 TEST(Shell, TableOfAHugeLimitIsNotTouched) {
@@ -160,11 +161,11 @@ TEST(Shell, TableOfAHugeLimitIsNotTouched) {
   getrusage(RUSAGE_SELF, &before);
   EXPECT_EQ(kesa_pclose(kesa_popen("exit 3", "r")), 0x300);
   getrusage(RUSAGE_SELF, &after);
-  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 << 10);  // KiB, of more than a gigabyte
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 << 10);  // KiB; the table is larger than 1 GiB
 }
 
 TEST(Shell, FailingCalls) {
-  sweep({.prepare = [] { kesa_system("true"); },  // from then on the shell is known
+  sweep({.prepare = [] { kesa_system("true"); },  // finds the shell, so that the run does not
          .run =
              [] {
                FILE* const stream = kesa_popen("exit 3", "r");

@@ -47,7 +47,7 @@ TEST(Str, CharactersAndTokens) {
   EXPECT_STREQ(upper, "abz09[\xc4");
   EXPECT_STREQ(kesa_str_tok(run, ","), "a");
   EXPECT_EQ(std::string(run, sizeof run), std::string("a\0\0b\0", 5));
-  EXPECT_STREQ(kesa_str_tok(fresh, ","), "x");  // another text in the middle
+  EXPECT_STREQ(kesa_str_tok(fresh, ","), "x");  // a new text before the first one is used up
   EXPECT_STREQ(kesa_str_tok(nullptr, ","), "y");
   EXPECT_TRUE(log.lines().empty()) << log;
   EXPECT_EQ(kesa_str_tok(nullptr, ","), nullptr);

@@ -1,4 +1,4 @@
-// The store under load and without memory.
+// Tests the configuration store under load, and with failing calls of the system.
 #include <gtest/gtest.h>
 #include <sched.h>
 
@@ -15,10 +15,11 @@
 
 using namespace tirn::test;
 
-// Values are set and read while their files change, are read anew and go: by the file's name, or in whichever has them.
+// Values are set and read while their files change, are loaded again and are dropped: in one file by its name, or in
+// whichever file has the item.
 TEST(CfgStress, ValuesStayWhole) {
   const hurn_content_record quiet{HURN_CALLBACK_ONLY, [](const hurn_line*) {}};
-  hurn_register_content_callback(&quiet);  // most lines would tell of items that are not there at the moment
+  hurn_register_content_callback(&quiet);  // most log lines would report items that are missing at the moment
   const TempFolder folder;
   for (const bool is_by_name : {true, false}) {
     std::atomic<uint64_t> busy{2}, found{0}, wrong{0};
@@ -27,7 +28,7 @@ TEST(CfgStress, ValuesStayWhole) {
       const std::string file = folder.path(std::string(1, letter));
       threads.emplace_back([&, letter, path = file] {
         for (unsigned i = 0; busy > 0; ++i) {
-          const std::string set(1 + i % 99, letter);  // of one letter: a torn one shows
+          const std::string set(1 + i % 99, letter);  // of one letter, so that a torn value shows
           char value[128];
           is_by_name ? kesa_cfg_setItemValue_ex(path.c_str(), "s", "a", set.c_str())
                      : kesa_cfg_setItemValue("s", "a", set.c_str());
@@ -36,7 +37,7 @@ TEST(CfgStress, ValuesStayWhole) {
             ++found;
             wrong += value != std::string(std::strlen(value), value[0]) || (is_by_name && value[0] != letter);
           }
-          i % 4 == 0 ? sched_yield() : 0;  // writers have no priority
+          i % 4 == 0 ? sched_yield() : 0;  // gives way to the writers, which have no priority
         }
       });
       threads.emplace_back([&, letter, path = file, end = std::time(nullptr) + 2] {
@@ -69,7 +70,7 @@ TEST(CfgFaults, LoadReloadSetAndRead) {
   };
   const struct {
     int32_t (*run)();
-    std::string before, after;  // the two items' values, "-" where there is none
+    std::string before, after;  // the values of the two items, "-" for a missing one
   } rows[] = {{load, "--", "22"},
               {load, "11", "22"},
               {read, "11", "11"},
@@ -82,7 +83,7 @@ TEST(CfgFaults, LoadReloadSetAndRead) {
              for (const char* const section : {"s", "t"}) {
                char value[8] = "-";
                if (kesa_cfg_getItemValue(section, "a", value, sizeof value) != 0 && fault.happened && result == 0) {
-                 expected[all.size()] = '-';  // refused, for the fault
+                 expected[all.size()] = '-';  // skipped because of the fault
                }
                all += value;
              }

@@ -57,9 +57,10 @@ TEST(CfgParser, Lines) {
       {"a=1\r2\r\n[s\r]\r\nb=3\r", "NULL.a=12\ns.b=3\n"},
       {"[" + n63 + "]\nx=1\n[" + n64 + "]\nx=2\n", n63 + ".x=1\n" + n63 + ".x=2\n"},
       {n64 + "=1\n" + n63 + " =" + longest + "\nb=2", "NULL." + n63 + "=" + longest + "\nNULL.b=2\n"},
-      {";" + std::string(16379, 'x') + "\nb" + std::string(1, '\0') + "c=2\n", ""},  // between two blocks
+      {";" + std::string(16379, 'x') + "\nb" + std::string(1, '\0') + "c=2\n", ""},  // a text line across two blocks
       {"a=v" + longest + "\nb=2\n", "NULL.b=2\n", "copy item (a=v*"},
-      // Pieces: one that is too long to be trimmed, then the rest of the line, returns left out of the count.
+      // A text line that is longer than the buffer is read in pieces. In the first row, the first piece is too long
+      // to be trimmed and is skipped. In the second row, the carriage returns do not count towards the first piece.
       {std::string(4194369, 'x') + "y=1\n", "NULL.y=1\n", "The length (4194369) of string (xxx*"},
       {std::string(4194360, '\r') + " =" + longest + std::string(64, ' ') + "y=1\nz=2\n",
        "NULL.=" + longest + "\nNULL.y=1\nNULL.z=2\n"},
@@ -84,7 +85,7 @@ TEST(CfgParser, AgreesWithThePlainOne) {
   }
 }
 
-// A thread may end in its callback, by itself or cancelled: file, buffer and node are given back.
+// A thread may end in its callback, by itself or by a cancellation. The file, the buffer and the node are released.
 TEST(CfgParser, CallbackEndsItsThread) {
   static const Source source("a=1\nb=2\n", false);
   const kesa_cfg_item_fn exits = [](auto...) -> int32_t { pthread_exit(nullptr); };
@@ -97,7 +98,7 @@ TEST(CfgParser, CallbackEndsItsThread) {
            .run = [end] { return kesa_cfg_ini_fd_parse(source.fd, nullptr, end, nullptr), 1L; },
            .check =
                [](long result, auto&&...) {
-                 EXPECT_NE(result, 1);  // it did not come back
+                 EXPECT_NE(result, 1);  // the call did not return
                  EXPECT_EQ(lseek(source.fd, 0, SEEK_CUR), 4);
                },
            .kinds = kCancellations});
@@ -107,7 +108,7 @@ TEST(CfgParser, CallbackEndsItsThread) {
   }
 }
 
-// Names come again in sections of every size, which are left and come again.
+// Items and sections are repeated, in sections of many sizes. The last value of each item counts.
 TEST(CfgStore, LastValueOfManyNames) {
   const TempFolder folder;
   std::mt19937 random(random_seed());
@@ -144,7 +145,7 @@ TEST(CfgStore, SearchOrderReferencesAndReload) {
   EXPECT_EQ(value_of("s", "a", one.c_str()) + value_of("s", "b", two.c_str()), "3(none)");
   folder.write_file("one", "[s]\na=4\n");
   ASSERT_EQ(kesa_cfg_init(one.c_str()), 0);
-  for (int i = 0; i < 10; ++i) {  // the file that was read last stands first
+  for (int i = 0; i < 10; ++i) {  // the file that was read last is searched first
     EXPECT_EQ(value_of("s", "a") + value_of("s", "b"), "4(none)");
   }
   EXPECT_EQ(log.count(HURN_WARNING, "Get ItemValue by pSection s and pItemName b failed."), 3u) << log;
@@ -158,7 +159,7 @@ TEST(CfgStore, SearchOrderReferencesAndReload) {
   EXPECT_EQ(value_of("s", "a") + printed(kesa_mem_show), "(none)" + before);
 }
 
-// The program itself holds the list, and still does in the child.
+// The program itself holds the lock of the list when it forks, and the child still holds it.
 TEST(CfgStore, ForkWithTheListHeld) {
   const TempFolder folder;
   ASSERT_EQ(kesa_cfg_init(folder.write_file("a", "[s]\na=1\n").c_str()), 0);
@@ -173,8 +174,8 @@ TEST(CfgStore, ForkWithTheListHeld) {
   }
 }
 
-// A thread forks from inside the store, while another one stays there. Native: the emulator loses locks of its own in
-// the child of a threaded process.
+// A thread forks inside the store while another thread is there too. This runs natively only: the emulator loses
+// locks of its own in the child of a threaded process.
 TEST(CfgStoreNative, ForkInsideBesideAReader) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizers lose locks of their own in a threaded process's child";
@@ -189,7 +190,7 @@ TEST(CfgStoreNative, ForkInsideBesideAReader) {
                                        forks ? child = fork() : (is_inside.release(), may_leave.acquire(), 0);
                                      }};
   hurn_register_content_callback(&callback);
-  const auto read = [&](bool is_by_name) {  // too little room: an error is logged inside
+  const auto read = [&](bool is_by_name) {  // too little room, so that an error is logged inside
     char value[1];
     is_by_name ? kesa_cfg_getItemValue_ex(file.c_str(), "s", "a", value, 1)
                : kesa_cfg_getItemValue("s", "a", value, 1);
@@ -242,7 +243,7 @@ TEST(CfgStore, ReadsSetsAndRefusals) {
   EXPECT_STREQ(value, "54321");
   EXPECT_EQ(kesa_cfg_setItemValue_ex(path, "s", "a", ""), 0);
   EXPECT_EQ(value_of("s", "a"), "");
-  for (const auto& [item, first] : {std::pair{"a", std::string("12345")}, {"c", c255}}) {  // on the disk
+  for (const auto& [item, first] : {std::pair{"a", std::string("12345")}, {"c", c255}}) {  // in the file itself
     EXPECT_EQ(kesa_cfg_getItemFromFile(path, "s", item, &record), 0);
     EXPECT_EQ(record.value, first);
   }
@@ -254,7 +255,7 @@ TEST(CfgTree, Editors) {
   const std::string before = printed(kesa_mem_show);
   kesa_cfg_file_node* const file = kesa_cfg_ini_file_parse("/dev/null", collect, nullptr);
   ASSERT_NE(file, nullptr);
-  // `first`: the tree's first item afterwards.
+  // Checks a result, and that `first` is the tree's first item afterwards.
   const auto expect = [&](int result, const std::string& first, int expected = 0) {
     EXPECT_EQ(result, expected) << first;
     const auto* const section = reinterpret_cast<kesa_cfg_section_node*>(file->sections.next);
@@ -269,7 +270,7 @@ TEST(CfgTree, Editors) {
   expect(kesa_cfg_set_item_func(file, "t", "x", "5"), "t.x=5");
   expect(kesa_cfg_set_item_func(file, "t", "z", "5") + kesa_cfg_del_item_func(file, "t", "z", ""), "t.x=5", -2);
   expect(kesa_cfg_del_item_func(file, "t", "x", ""), "t.y=2");
-  expect(kesa_cfg_del_item_func(file, "t", "y", ""), "u.x=3");  // the section went with its last item
+  expect(kesa_cfg_del_item_func(file, "t", "y", ""), "u.x=3");  // the section is deleted with its last item
   expect(kesa_cfg_del_section_func(file, "t", "", ""), "u.x=3", -1);
   EXPECT_EQ(kesa_cfg_del_section_func(file, "u", "", ""), 0);
   EXPECT_TRUE(file->sections.next == &file->sections && file->rwlock == 0);
@@ -279,12 +280,12 @@ TEST(CfgTree, Editors) {
 
 namespace {
 
-// What the library asked of the control file, and what that answers.
+// The library's last request to the control file, and the answer that it gets.
 struct {
   unsigned long request = 0;
   uint32_t output_length = 0;
   std::string input, value;
-  int error = 0;  // ENOENT: there is no such file
+  int error = 0;  // 0: success; ENOENT: there is no control file
 } control;
 
 int open_control(const char* path, int flags, ...) {
@@ -325,7 +326,7 @@ std::string padded(std::string text, size_t size) { return text.append(size - te
 TEST_F(KernelItems, RecordsOnTheWire) {
   const std::string section(34, 's'), name(32, 'n'), longest(256, 'v');
   char value[300];
-  for (const auto& [text, size] : {std::pair{longest + '\0', 257}, {longest + 'v', 258}}) {  // one without an end
+  for (const auto& [text, size] : {std::pair{longest + '\0', 257}, {longest + 'v', 258}}) {  // no NUL in the second
     control.value = text;
     EXPECT_EQ(kesa_cst_getItem(section.c_str(), name.c_str(), value, static_cast<uint64_t>(size)), 0);
     EXPECT_EQ(value, text.substr(0, static_cast<size_t>(size) - 1));

@@ -13,8 +13,8 @@
 
 using namespace tirn::test;
 
-// A hit at each place and one anywhere above, in maps that end before a page without access. One at the size is a bit of
-// the last byte that does not count.
+// Puts a hit at each position and another one anywhere above it, in maps that end right before an inaccessible page.
+// A third hit, at the size, must not be found: if it is in the map, it is an unused bit of the last byte.
 TEST(BitSearch, FindsTheNextHitWhereverItIs) {
   std::mt19937_64 random(random_seed());
   const Guarded memory;
@@ -75,7 +75,7 @@ TEST(BitRead, FirstBitsOfAMap) {
   }
 }
 
-// Neighbouring bits of one byte of an unaligned map, changed by two threads: no change is lost, and no other bit changes.
+// Two threads change neighbouring bits of one byte in an unaligned map. No change is lost, and no other bit changes.
 TEST(BitChange, IsAtomicOnItsByte) {
   const Guarded memory;
   uint8_t* const map = memory.end() - 3;

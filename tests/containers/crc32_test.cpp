@@ -22,13 +22,13 @@ namespace {
 constexpr size_t kLongest = 5000;
 constexpr size_t kPastCaches = size_t{1} << 19;
 
-// One way to each result; the last may be missing.
+// One implementation of each checksum. `crc16` may be NULL.
 struct Form {
   const char* name;
   uint32_t (*crc32c)(uint32_t crc, const uint8_t* from, size_t length);
   uint32_t (*with_copy)(uint32_t crc, uint8_t* to, const uint8_t* from, size_t length);
   uint16_t (*crc16)(uint16_t crc, const uint8_t* from, size_t length);
-  size_t least16 = 0;  // bytes that its CRC-16 needs
+  size_t least16 = 0;  // the fewest bytes that `crc16` takes
 };
 
 template <auto kPlain, auto kCopying>
@@ -67,7 +67,7 @@ class Crc32 : public testing::Test {
     std::generate(source.begin(), source.end(), [&] { return static_cast<uint8_t>(random()); });
   }
 
-  // All of a form's results for `length` bytes at `from`, whole and cut in two, against the tables'.
+  // Checks a form against the tables for `length` bytes at `from`: in one piece and, without the copy, cut in two.
   void check(const Form& form, const uint8_t* from, size_t length, uint8_t* to) {
     const auto seed = static_cast<uint32_t>(random());
     const size_t cut = random() % (length + 1);
@@ -99,8 +99,8 @@ class Crc32 : public testing::Test {
 
 }  // namespace
 
-// The tables, which all else is held against, and what is done apart: nothing of nothing, and beyond the signed range the
-// three chains touch nothing.
+// Checks the tables, to which the other forms are compared, and the special cases: empty input leaves the checksum as
+// it is, and the forms with three chains touch no memory if the length is beyond the signed range.
 TEST_F(Crc32, KnownValuesAndEmptyInput) {
   static constexpr char kText[] = "123456789";
   EXPECT_EQ(kesa_crc32c(kText, 9), 0xE3069283u);
@@ -122,8 +122,9 @@ TEST_F(Crc32, KnownValuesAndEmptyInput) {
   }
 }
 
-// Every length right before and right behind a page without access; around the forms' block sizes, at every place;
-// several pieces and, with copy, stores past the caches: around where they begin, to any place.
+// Covers every length up to kLongest, right after and right before an inaccessible page; the forms' block sizes at
+// every alignment; and long input, which is cut into several pieces and, from a certain length on, copied with stores
+// that bypass the caches.
 TEST_F(Crc32, EveryFormAgreesWithTheTables) {
   for (const Form& form : forms()) {
     for (size_t length = 0; length <= kLongest && !HasFatalFailure(); ++length) {
@@ -144,7 +145,8 @@ TEST_F(Crc32, EveryFormAgreesWithTheTables) {
 }
 
 #if defined(__x86_64__)
-// What a form leaves in the upper halves of the vector registers makes 128-bit instructions slow until they are cleared.
+// If a form left data in the upper halves of the vector registers, 128-bit instructions would be slow until the
+// halves are cleared.
 TEST_F(Crc32, NoFormLeavesUpperHalves) {
   unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
   const bool is_told = __get_cpuid_count(0xD, 1, &eax, &ebx, &ecx, &edx) != 0 && (eax & 4) != 0;
@@ -173,7 +175,7 @@ TEST_F(Crc32, NoFormLeavesUpperHalves) {
 TEST_F(Crc32, StartUpChoosesByTheProcessorsModel) {
   tirn::test::LogCapture log;
   kesa_crc32_init();
-  // The implementer and the part of the one model; the emulator can be told to be it.
+  // The implementer and the part number of the one model that uses three chains. The emulator can be set to be it.
   const bool expected = (tirn::arch::cpu_identification() & 0xFF00FFF0) == 0x4800D030;
   EXPECT_EQ(log.count(HURN_INFO, "platform support 3crc optimize, use 3crc algorithm."), expected ? 1u : 0u) << log;
 }

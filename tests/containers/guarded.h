@@ -1,4 +1,4 @@
-// Memory between two pages without access: a read or write beyond its ends dies.
+// Memory between two inaccessible pages: a read or write beyond its ends crashes the process.
 #ifndef TIRN_TEST_GUARDED_H
 #define TIRN_TEST_GUARDED_H
 

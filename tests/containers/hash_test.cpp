@@ -14,14 +14,14 @@
 namespace {
 
 struct Item {
-  int since = 0;  // when it was entered; 0 while it is out
+  int since = 0;  // the step at which it was inserted; 0 while it is not in the table
   kesa_hash_node node = {};
 };
 using Table = tirn::HashTable<&Item::node>;
 
 bool is_alone(const kesa_hash_node& node) { return node.link.next == &node.link && node.link.prev == &node.link; }
 
-// Allocators that hand out `budget` pieces.
+// An allocator that hands out `budget` pieces, and counts in `balance` those that are in use.
 int budget = 0, balance = 0;
 void* give(uint64_t size) { return budget-- > 0 ? (++balance, std::malloc(size)) : nullptr; }
 void take(void* memory) { std::free((--balance, memory)); }
@@ -36,9 +36,10 @@ TEST(HashTable, AgreesWithAModel) {
   std::mt19937 random(tirn::test::random_seed());
   std::vector<Item> items(200);
   Table table;
-  ASSERT_EQ(table.create(8, TIRN_MODULE_COUNT - 1), 0);  // long chains
+  ASSERT_EQ(table.create(8, TIRN_MODULE_COUNT - 1), 0);  // few buckets, so that the chains are long
   for (uint32_t i = 0; i < items.size(); ++i) {
-    // Equal in either part to others; above 32 bits too, where buckets do not tell keys apart.
+    // Items share their key with others, and their key type. Some keys differ only above 32 bits, which the choice
+    // of the bucket ignores.
     items[i].node.key = uint64_t{i / 4 % 2} << 40 | i / 8;
     items[i].node.keyType = i % 4;
   }
@@ -62,7 +63,7 @@ TEST(HashTable, AgreesWithAModel) {
       model.push_back(&item);
     }
   }
-  std::ranges::sort(model, {}, [](const Item* item) {  // by bucket, the newest first
+  std::ranges::sort(model, {}, [](const Item* item) {  // by bucket, and newest first in each
     return std::pair(hash_func(item->node.keyType, item->node.key, 3), -item->since);
   });
   EXPECT_EQ(table.for_each([&](Item& item) { return seen.push_back(&item), 0; }), 0);
@@ -73,7 +74,7 @@ TEST(HashTable, AgreesWithAModel) {
     EXPECT_EQ(kesa_hash_for_each_ex(table.native(), visit_with, nullptr, stop), -5 * stop);
     EXPECT_EQ(visits, stop != 0 ? 7 + 1 : 2 * model.size());
   }
-  // Each visited node goes away, memory and all, while the walk is at it.
+  // Each visited node is erased and its memory overwritten during the walk.
   EXPECT_EQ(table.for_each([&](Item& item) {
     return table.erase(item.node.keyType, item.node.key), std::memset(&item.node, 0xA5, sizeof item.node), 0;
   }),

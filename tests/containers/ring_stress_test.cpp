@@ -10,18 +10,19 @@
 
 namespace {
 
-// Threads of a side where it is not single; more than the processors here, so that some lose theirs between a claim and
-// its end.
+// The number of threads on a side that is not single. It exceeds the number of processors of the test machines, so
+// that some threads are preempted between a claim and its end.
 constexpr unsigned kMany = 4;
 constexpr unsigned kAtOnce = 5;
 constexpr uint32_t kStart = UINT32_MAX - 100;
 
-constexpr uint32_t kValues = 20000000;           // in all; producers stop there, or
-constexpr auto kTime = std::chrono::seconds(6);  // then: the sanitizers and the emulator are that slow
+constexpr uint32_t kValues = 20000000;           // of all producers together, at most
+constexpr auto kTime = std::chrono::seconds(6);  // then the producers stop: sanitizers and the emulator are slow
 
-// By one of the three forms in turn, now and then for no values. How many went. Threads yield after a call that could do
-// nothing, and now and then after another: else they would lose their processor only in the midst of calls, where others
-// wait for them in the order of their claims, and each value would take a time slice.
+// Moves values by each of the three forms in turn, sometimes by a call for zero values. Returns how many it moved.
+// The thread yields after a call that moved nothing, and after every eighth call. Otherwise threads would lose their
+// processor only in the middle of calls, where other threads wait for them in the order of the claims, and each value
+// would take a time slice.
 uint32_t move(kesa_ring* ring, bool puts, uint64_t* values, unsigned turn) {
   const auto form = static_cast<tirn::test::Form>(turn % tirn::test::kForms);
   const uint32_t n = form == tirn::test::kOne ? 1 : turn % 4 == 3 ? 0 : kAtOnce;
@@ -38,14 +39,14 @@ uint32_t move(kesa_ring* ring, bool puts, uint64_t* values, unsigned turn) {
 class RingStress : public testing::TestWithParam<uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(All, RingStress, testing::Range(0u, 4u));
 
-// None lost, doubled or, of one producer at one consumer, out of order; across the wrap.
+// No value is lost or doubled, and each consumer gets the values of each producer in order, also across the wrap.
 TEST_P(RingStress, HandsEachValueOverOnce) {
   const unsigned producers = (GetParam() & KESA_RING_SINGLE_PRODUCER) != 0 ? 1 : kMany;
   const unsigned consumers = (GetParam() & KESA_RING_SINGLE_CONSUMER) != 0 ? 1 : kMany;
   const auto end = std::chrono::steady_clock::now() + kTime;
   const tirn::test::Ring ring = tirn::test::ring_from(kStart, 64, GetParam());
   uint64_t sent[kMany] = {};
-  uint64_t sums[2 * kMany][kMany] = {};  // of each thread, by producer
+  uint64_t sums[2 * kMany][kMany] = {};  // of the values that each thread took, by producer
   std::atomic<uint64_t> wrong{0};
   std::atomic<unsigned> at_work{producers};
   tirn::test::together(producers + consumers, [&](unsigned thread) {
@@ -77,7 +78,7 @@ TEST_P(RingStress, HandsEachValueOverOnce) {
   });
   EXPECT_EQ(wrong, 0u);
   EXPECT_LT(ring->producer.head, kStart) << "not as far as the wrap";
-  // Each consumer saw rising numbers of each producer, and all of them together have the right sum.
+  // Each consumer saw the numbers of each producer rise. Over all consumers, the numbers must have the right sum.
   for (unsigned p = 0; p < producers; ++p) {
     const uint64_t sum = std::accumulate(std::begin(sums), std::end(sums), uint64_t{0},
                                          [p](uint64_t so_far, const auto& one) { return so_far + one[p]; });

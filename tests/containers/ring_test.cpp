@@ -20,7 +20,7 @@ using namespace tirn::test;
 class RingByFlags : public testing::TestWithParam<uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(All, RingByFlags, testing::Range(0u, 4u));
 
-// Across the wrap too, and above a watermark, which is told and changes nothing else.
+// Also covers the wrap of the positions, and a watermark: calls report that it is exceeded, and nothing else changes.
 TEST_P(RingByFlags, AgreesWithAModel) {
   std::mt19937 random(random_seed());
   for (const auto& [start, count, watermark] :
@@ -93,7 +93,8 @@ TEST(Ring, IsMadeOfPowersOfTwoAndAnswersForNull) {
   EXPECT_EQ(capture.lines().size(), 4 + std::size(answers));
 }
 
-// Another producer is between its claim and its tail: the one behind it spins, yields and does not publish.
+// Another producer has claimed a position and not published it yet. A producer with a later claim spins, yields and
+// does not publish.
 TEST(Ring, WaitsForEarlierClaims) {
   static std::atomic<int> yields;
   Imports imports(Object::library);

@@ -15,10 +15,10 @@ namespace {
 
 struct Item {
   kesa_avl_node avl = {};
-  uint64_t key = 0;  // not in front: a key taken for an object, or the other way round, finds a wrong way
+  uint64_t key = 0;  // not the first member, so that a search that confuses keys and objects fails
   kesa_rb_node rb = {};
   uint64_t sum = 0;    // of the keys of its subtree in the red-black tree
-  uint64_t spare = 0;  // what the bit beside the colour must hold
+  uint64_t spare = 0;  // the value that the bit beside the colour must keep
 };
 
 struct ByKey {
@@ -34,7 +34,7 @@ std::mt19937_64& random_numbers() {
   return numbers;
 }
 
-// The ways in: all end at the same place, between the nearest.
+// Inserts in one of four ways, chosen at random. Each of them puts the item between its nearest neighbours.
 void insert(Avl& tree, Item& item) {
   kesa_avl_tree* const native = tree.native();
   uint64_t cookie = 77;
@@ -76,7 +76,7 @@ void erase(Rb& tree, Item& item) {
   kesa_rb_augment_erase_end(disturbed, add_up, nullptr);
 }
 
-// Checks a subtree, appends its objects in order, and gives its height.
+// Checks a subtree, appends its objects in order, and returns its height.
 int check(const kesa_avl_node* node, const kesa_avl_node* parent, std::vector<Item*>& found) {
   if (node == nullptr) {
     return 0;
@@ -89,7 +89,7 @@ int check(const kesa_avl_node* node, const kesa_avl_node* parent, std::vector<It
   return std::max(left, right) + 1;
 }
 
-// The same; the height counts black nodes, and each holds its spare bit and the right sum.
+// Does the same for a red-black tree, where the height counts black nodes. Also checks each node's spare bit and sum.
 int check(const kesa_rb_node* node, const kesa_rb_node* parent, std::vector<Item*>& found) {
   if (node == nullptr) {
     return 0;
@@ -117,10 +117,10 @@ std::vector<Item*> checked(Tree& tree) {
   return found;
 }
 
-// A tree beside a model of it.
+// A tree, and a model of what it holds.
 template <class Tree>
 struct Bed {
-  // Enters the keys that the digits tell, in that order.
+  // Inserts the items whose keys the digits give, in that order.
   explicit Bed(std::string_view digits = "") {
     for (size_t i = 0; i < items.size(); ++i) {
       items[i].key = i;
@@ -146,7 +146,7 @@ struct Bed {
 
   std::vector<Item> items{150};
   Tree tree;
-  std::set<Item*> model;  // in the order of their keys: they lie in one array
+  std::set<Item*> model;  // ordered by key: the items lie in one array in that order
 };
 
 template <class Tree>
@@ -154,7 +154,8 @@ class Trees : public testing::Test {};
 using Kinds = testing::Types<Avl, Rb>;
 TYPED_TEST_SUITE(Trees, Kinds);
 
-// Steps between full and empty, by chance or in the order of the keys, then a walk that empties the tree under its own feet.
+// Each round takes 150 steps, in ascending, descending or random order of the keys. A step inserts an item or erases
+// one; the share of insertions is random. Then a walk erases all or about half of the items as it reaches them.
 TYPED_TEST(Trees, StayInOrderAndBalanceAtEachStep) {
   Bed<TypeParam> bed;
   for (size_t round = 0; round < 100 && !this->HasFailure(); ++round) {
@@ -183,7 +184,7 @@ TYPED_TEST(Trees, StayInOrderAndBalanceAtEachStep) {
   }
 }
 
-// Of an object behind all others: the truth for some turns, then an answer that is none.
+// Compares an object that belongs after all others: correctly for some calls, then with an answer that is not valid.
 int honest_turns = INT_MAX, last_answer = 0;
 int compare(const void* object, const void* other, uint64_t zero) {
   EXPECT_TRUE(static_cast<const Item*>(object)->key > static_cast<const Item*>(other)->key && zero == 0);
@@ -261,7 +262,7 @@ TEST(AvlTree, WrongArgumentsChangeNothing) {
 }
 
 TEST(RbTree, TheWayOfTheAugmentCallbacks) {
-  // The keys, a node, the calls behind its insert, and the node that its erase disturbs.
+  // The keys, a node, the calls made after its insertion, and the node that its removal disturbs.
   using Row = std::tuple<const char*, size_t, const char*, size_t>;
   for (const auto& [digits, node, calls, disturbed] : {Row{"21", 2, "12", 1},
                                                        {"123", 2, "132", 3},
@@ -286,7 +287,7 @@ TEST(RbTree, NodesInNoTreeAndReplacement) {
   Item free{};
   kesa_rb_clear_node(&free.rb);
   EXPECT_TRUE(kesa_rb_next(&free.rb) == nullptr && kesa_rb_prev(&free.rb) == nullptr);
-  for (Item& old : bed.tree) {  // at the root, in the middle, at a leaf
+  for (Item& old : bed.tree) {  // the root, inner nodes and leaves
     Item twin = old;
     twin.rb = {~0ull, nullptr, nullptr};
     bed.tree.replace(old, twin);

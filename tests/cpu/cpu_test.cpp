@@ -35,7 +35,7 @@ TEST(CpuList, GoodItemsCountBesideBadOnes) {
   EXPECT_EQ(kesa_cpum_init("/nowhere"), -1);
   const Mask mixed("0-3,x,8,3-1,2000");
   EXPECT_TRUE(mixed.result == 0 && mixed.is(0x10F));
-  EXPECT_EQ(log.texts().size(), 4u) << log;  // two of the file, one of each bad item but the last
+  EXPECT_EQ(log.texts().size(), 4u) << log;  // two about the file, one about each bad item but the last
   EXPECT_EQ(Mask("1020-2000").words[15], uint64_t{0xF} << 60);
   for (const char* const text : {"3-1", "2000", static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(Mask(text).result, -1);
@@ -43,7 +43,7 @@ TEST(CpuList, GoodItemsCountBesideBadOnes) {
 }
 
 TEST(Partitions, AreFoundByNameAndStandInLists) {
-  const std::string n30(30, 'n');  // with one more a name is full
+  const std::string n30(30, 'n');  // with one more character, a name has its full length
   TempFolder folder;
   const std::string path = folder.write_file("product.ini",
                                              "[CPU_PARTITION]\ngroup_num=4\n"
@@ -63,10 +63,10 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
   const std::pair<const char*, uint64_t> rows[] = {
       {"*/IOD_NORMAL", 0x7033F0},
       {"1,GROUP_3/IOD_NORMAL,2", 0x3006},
-      {"GROUP_0/mixed", uint64_t{1} << 60},  // the text behind the second colon may hold more of them
+      {"GROUP_0/mixed", uint64_t{1} << 60},  // the text after the second colon may contain more colons
       {"GROUP_0/none", 0},
       {"GROUP_0/two", 0},
-      {"GROUP_3/loop", 6},  // one that names itself ends, and the others count
+      {"GROUP_3/loop", 6},  // a list that names itself is not read again, and the other items count
   };
   for (const auto& [text, mask] : rows) {
     EXPECT_TRUE(Mask(text).result == 0 && Mask(text).is(mask)) << text;
@@ -74,7 +74,7 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
   EXPECT_EQ(Mask("GROUP_0/a_name_that_is_longer_than_any_can_be").result, -1);
   Mask all("0-22");
   EXPECT_EQ(kesa_cpum_clear_cpumask_of_iod_poll(all.words), 0);
-  EXPECT_TRUE(all.is(0x4FFFCF));  // of 4-9 and 20-22 the first two, of 12-13 none
+  EXPECT_TRUE(all.is(0x4FFFCF));  // cleared: the first two of 4-9 and of 20-22, none of 12-13
   for (const auto& [name, type] : {std::pair{std::string("mixed"), -3}, {n30 + "a", 1}, {n30 + "b", 2}}) {
     const kesa_cpu_partition* const found = kesa_cpum_get_partition(type < 0 ? "GROUP_0" : "GROUP_3", name.c_str());
     ASSERT_NE(found, nullptr) << name;
@@ -85,7 +85,8 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
   EXPECT_NE(table.find("GROUP_3          IOD_NORMAL       1    12-13\n"), std::string::npos) << table;
 }
 
-// 300 partitions, each of which names the next one: more than are noted without memory, and deeper than lists may lie.
+// 300 partitions, each of which names the next one. They are more than can be noted without an allocation, and are
+// nested deeper than lists may be.
 TEST(Partitions, ManyInARowWithAndWithoutMemory) {
   TempFolder folder;
   std::string text = "[CPU_PARTITION]\ngroup_num=1\n[GROUP_0]\npartition_num=300\n";

@@ -34,7 +34,8 @@ using Cpus = std::vector<uint32_t>;
 
 long g_online = 0, g_configured = 0;
 
-// The library's way to sysconf alone is changed: the sanitizers call it too, before they are ready for a test's code.
+// Redirects only the library's calls of sysconf: the sanitizers call it too, at a time when they cannot run the code
+// of a test yet.
 class CpuCounts : public testing::Test {
  protected:
   CpuCounts() {
@@ -72,13 +73,13 @@ TEST(CpuList, FilesOfTheKernelAndOfNobody) {
       {"online\n", 0, {}},
       {"4-\n", 0, {}},
       {"-5\n", 0, {}},
-      {long_list + "1234", 1, {1}},  // cut at 255 bytes
+      {long_list + "1234", 1, {1}},  // cut off after 255 bytes
       {"", -1, {}},
       {"1,,2", 2, {1, 2}},
   };
   for (const auto& row : rows) {
     EXPECT_TRUE(log.texts().empty()) << log;
-    kesa_cpumask masks[3]{};  // between two that must stay as they are
+    kesa_cpumask masks[3]{};  // the first and the third must stay empty
     EXPECT_EQ(load_cpumask(&masks[1], folder.write_file("list", row.text).c_str(), 0), row.result) << row.text;
     EXPECT_EQ(cpus_of(&masks[1]), row.cpus) << row.text;
     EXPECT_EQ(cpus_of(&masks[0]).size() + cpus_of(&masks[2]).size(), 0u) << row.text;

@@ -24,7 +24,7 @@ TEST(FileCommands, RunTheirLinesOrSayWhyNot) {
   const struct {
     const char* function;
     int result, expected;
-    std::string text;  // of the log
+    std::string text;  // of the log line; empty if there is none
   } rows[] = {
       {"kesa_cmd_rm", kesa_cmd_rm(longest.c_str()), 0, ""},
       {"kesa_cmd_rm", kesa_cmd_rm("a;b"), -29, "Execute cmd(rm -rf a;b) Fail(-29)"},
@@ -63,7 +63,7 @@ TEST(Copy, TakesWholeFilesAndToleratesFaults) {
              [](long result, const Fault& fault, const LogCapture& lines) {
                const std::string failing = fault.function;
                const bool is_told =
-                   fault.happened && failing != "stat";  // of the shell, which is then taken as found
+                   fault.happened && failing != "stat";  // a failed stat of the shell does not fail the command
                EXPECT_EQ(result, failing == "calloc" ? -12 : is_told ? -125 : 0);
                EXPECT_EQ(lines.texts().size(), is_told ? 1u : 0u) << lines;
              }});
@@ -72,7 +72,7 @@ TEST(Copy, TakesWholeFilesAndToleratesFaults) {
 TEST(RecordLocks, HoldOffOtherProcesses) {
   const TempFolder folder;
   const int fd = open(folder.write_file("file", "").c_str(), O_RDWR | O_CLOEXEC);
-  kesa_lseek(fd, 3, SEEK_SET);  // the ranges count from the beginning
+  kesa_lseek(fd, 3, SEEK_SET);  // ranges are counted from the beginning all the same
   const kesa_file_lock written{KESA_FILE_LOCK_TRY_WRITE, 0, 10};
   const kesa_file_lock read{KESA_FILE_LOCK_READ, 20, 1};
   ASSERT_EQ(kesa_lockfile(fd, &written) | kesa_lockfile(fd, &read), 0);
@@ -83,7 +83,7 @@ TEST(RecordLocks, HoldOffOtherProcesses) {
     for (const auto& [lock, result] : rows) {
       EXPECT_EQ(kesa_lockfile(fd, &lock), result) << lock.mode << " at " << lock.start;
     }
-    // Signals break the wait for a read lock, which an unknown mode asks for.
+    // An unknown mode waits for a read lock. Signals interrupt the system call, but do not end the wait.
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
@@ -108,7 +108,7 @@ TEST(ReadDirectory, GivesEveryEntryAsTheSystemDoes) {
     const dirent* const entry = readdir(static_cast<DIR*>(ctx));
     EXPECT_TRUE(std::string(name, length) == entry->d_name && offset == entry->d_off) << name;
     EXPECT_TRUE(inode == entry->d_ino && type == entry->d_type) << name;
-    return -1;  // asks for an end that the walk does not know
+    return -1;  // asks for an end of the walk, which is ignored
   };
   const auto walk = [&] {
     DIR* const expected = opendir(folder.path().c_str());
@@ -121,7 +121,7 @@ TEST(ReadDirectory, GivesEveryEntryAsTheSystemDoes) {
 }
 
 TEST(Loader, RefusesNoHandleAndPassesTheRestOn) {
-  EXPECT_EQ(kesa_dlsym(RTLD_DEFAULT, "malloc"), nullptr);  // that handle is NULL
+  EXPECT_EQ(kesa_dlsym(RTLD_DEFAULT, "malloc"), nullptr);  // RTLD_DEFAULT is NULL
   EXPECT_EQ(kesa_dlclose(nullptr), -1);
   void* const program = kesa_dlopen(nullptr, RTLD_NOW);
   EXPECT_EQ(kesa_dlsym(program, "kesa_copy"), reinterpret_cast<void*>(kesa_copy));

@@ -25,7 +25,8 @@ TEST(CheckedCalls, NullPointersAreToldAndRefused) {
   EXPECT_EQ(log.texts(), (std::vector<std::string>{file, file, buffer, buffer, path, path, buffer}));
 }
 
-// One thread, one descriptor's number, and files that change below it: nothing is remembered of what was read ahead.
+// The file under one descriptor number changes between the calls of one thread. Nothing that was read ahead may be
+// kept.
 TEST(ReadLine, SeesTheFileAsItIsNow) {
   const TempFolder folder;
   const std::string path = folder.write_file("a", "one\ntwo\nthree\n");
@@ -42,7 +43,7 @@ TEST(ReadLine, SeesTheFileAsItIsNow) {
   EXPECT_TRUE(kesa_readline(fd, line, 1) == nullptr && kesa_readline(fd, nullptr, 9) == nullptr);
   line[0] = 'x';
   EXPECT_TRUE(kesa_readline(fd, line, 0) == nullptr && line[0] == 'x');
-  // A socket under the same number: not a byte is taken beyond the line, and errno stays.
+  // A socket with the same number: no byte beyond the text line is read, and errno is unchanged.
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
   fd = dup2(ends[0], fd);
@@ -51,7 +52,7 @@ TEST(ReadLine, SeesTheFileAsItIsNow) {
   EXPECT_STREQ(kesa_readline(fd, line, sizeof line), "a\n");
   EXPECT_EQ(errno, 0);
   EXPECT_EQ(read(ends[0], line, sizeof line), 2);
-  // A file that the kernel makes up: as the C library's own reader sees it.
+  // A file that the kernel generates on read: the text lines are those that fgets of the C library returns.
   fd = dup2(open("/proc/self/status", O_RDONLY), fd);
   FILE* const stream = fopen("/proc/self/status", "r");
   char expected[4096];

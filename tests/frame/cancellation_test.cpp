@@ -1,5 +1,5 @@
-// A thread may be cancelled wherever the library reaches a cancellation point: nothing is lost then, and another thread
-// can call the same function.
+// Cancels a thread at each cancellation point that the library reaches. Nothing may be lost, and another thread must
+// be able to call the same function afterwards.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
@@ -27,7 +27,7 @@ struct Row {
   int descriptors_kept = 0;
 };
 
-// With `is_started`, what start-up reaches is behind.
+// With `is_started`, the library is started before the rows run, so the cancellation points of start-up do not count.
 void cancel_everywhere(const std::vector<Row>& rows, bool is_started = true) {
   for (const Row& row : rows) {
     uint32_t calls = 0;
@@ -68,9 +68,9 @@ TEST(Cancellation, StartUpAndClocks) {
   cancel_everywhere({
       {"kesa_destory", [] { kesa_destory(); }, [] { kesa_Init(); }},
       {"kesa_glibc_init", [] { kesa_glibc_init(); }},
-      {"kesa_log_init", [] { kesa_log_init("name", "file:/dev/null"); }, kesa_log_destroy, 2, 1},  // names are kept
+      {"kesa_log_init", [] { kesa_log_init("name", "file:/dev/null"); }, kesa_log_destroy, 2, 1},  // names stay
       {"jiffies_uio_adp_open", [] { jiffies_uio_adp_open(); }},
-      // No program of its pipe is found, which costs the least; the second pipe is read like the first.
+      // The shell finds no program, which is the fastest case. The function reads its second pipe like the first.
       {"kesa_get_tsc_freq", [] { setenv("PATH", "/none", 1), kesa_get_tsc_freq(); }, [] {}, 1},
       {"kesa_estimate_tsc_freq", kesa_estimate_tsc_freq},
       {"kesa_key_*",
@@ -89,7 +89,7 @@ TEST(Cancellation, StartUpAndClocks) {
          const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
          const timeval limit{0, 10000};
          setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-         MORU_Netlink_ext3_create();  // its protocol does not exist here
+         MORU_Netlink_ext3_create();  // fails: its protocol does not exist here
          MORU_Netlink_ext3_listen(fd, 4711, [](void*) {});
          MORU_Netlink_ext3_release(fd);
        },
@@ -102,7 +102,7 @@ TEST(Cancellation, Threads) {
     function(nothing, nullptr, nullptr), kesa_usleep(1), function(nullptr, nullptr, nullptr);
   };
   cancel_everywhere({
-      // Two threads may live at once, each with a record and a signal stack that stay with their slots.
+      // Two threads may live at once. Each slot keeps its thread's record and signal stack.
       {"create_thread_raw", [] { create(create_thread_raw); }, [] {}, 4},
       {"kesa_thrd_create", [] { create(kesa_thrd_create); }, [] {}, 4},
       {"create_thread_nopreempt_raw", [] { create(create_thread_nopreempt_raw); }, [] {}, 4},
@@ -155,7 +155,7 @@ TEST(Cancellation, Threads) {
   });
 }
 
-// The service's child process belongs to the test.
+// The server is a child of the test process, and not of the processes that run the rows and must leave no child.
 TEST(Cancellation, PrivateCalls) {
   TIRN_NEEDS_PRIVATE_NETWORK();
   cancel_everywhere({{"MORU_SysCall without a server", [] { call(kEcho, "abc", 10); }}});
@@ -169,7 +169,7 @@ TEST(Cancellation, PrivateCalls) {
 TEST(Cancellation, Commands) {
   static const TempFolder folder;
   static const std::string one = folder.write_file("one", "text\n"), other = folder.path("other");
-  constexpr int kTable = 1;  // of pipes' children
+  constexpr int kTable = 1;  // the library's table of the pipes' child processes
   cancel_everywhere({
       {"kesa_system",
        [] {

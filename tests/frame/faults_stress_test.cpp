@@ -1,5 +1,5 @@
-// Each call of the system that the frame's modules make fails in turn: the stated result and line come out, and
-// nothing is leaked.
+// Makes each call of the C library that the frame's modules make fail in turn, and checks the results, the log lines
+// and that nothing is leaked.
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <sys/mman.h>
@@ -34,7 +34,7 @@ TEST(FrameFaults, StartUp) {
                  EXPECT_EQ(jiffies_uio_get()->jiffies, nullptr);
                }
              },
-         // Whatever failed, the next start goes well, with all that the failed one left out.
+         // Whatever failed, the next start succeeds, and does what the failed one left out.
          .clean_up =
              [] {
                EXPECT_EQ(kesa_Init(), 0u);
@@ -42,12 +42,13 @@ TEST(FrameFaults, StartUp) {
              }});
 }
 
-// Start-up goes on without; the first lock is the fork handler's, which is always done without.
+// Start-up goes on without a lock that cannot be taken. The first lock is that of the fork handler, which always goes
+// on without it.
 TEST(FrameFaults, LockThatCannotBeTaken) {
   const struct {
     std::function<void()> prepare;
     long (*run)();
-    uint32_t number;  // of the lock that is not done without
+    uint32_t number;  // of the lock whose failure is the result; 0 if there is none
   } kRows[] = {{[] {}, [] { return static_cast<long>(kesa_Init()); }, 0},
                {[] { ASSERT_EQ(kesa_Init(), 0u); }, [] { return static_cast<long>(kesa_destory()); }, 1},
                {[] {}, [] { return static_cast<long>(pid_init_names()); }, 2}};
@@ -62,8 +63,8 @@ TEST(FrameFaults, LockThatCannotBeTaken) {
   }
 }
 
-// The listener's thread lives on, and so do its client's thread and the client's connection. A slot of the thread table
-// keeps its record and its signal stack.
+// The listener's thread, its client's thread and the client's connection go on after the run. A slot of the thread
+// table keeps its record and its signal stack.
 TEST(FrameFaults, ServerAndClient) {
   TIRN_NEEDS_PRIVATE_NETWORK();
   sweep({.run =
@@ -105,12 +106,12 @@ TEST(FrameFaultsNative, EventListenerWithoutMemory) {
   MORU_Netlink_ext3_release(fd);
 }
 
-// What is told of by one line where one of these functions fails, and is done without the others.
+// If one of a row's functions fails, one log line reports it. If any other function fails, the set-up succeeds.
 TEST(FrameFaults, SmallSetUps) {
   static constexpr MORU_SYSCALL_ENTRY kEntries[] = {{0x300, 0, handler}, {0x301, 1, handler}};
   static const std::string name = "/" + unique_name("tirn_faults");
   const struct {
-    const char* functions;  // nullptr: any
+    const char* functions;  // nullptr stands for any
     const char* line;
     bool (*run)();
     void (*clean_up)();

@@ -1,5 +1,6 @@
-// A child of a threaded process can use the library: while threads go through each family without pause, the process
-// forks, and each child calls each family once. The emulator loses locks of its own in such a child.
+// Tests that a forked child of a threaded process can use the library. While threads call each family of functions
+// without pause, the process forks, and each child calls each family once. The tests run only on the native machine,
+// as the emulator leaves its own locks locked in such a child.
 #include <gtest/gtest.h>
 #include <semaphore.h>
 #include <sys/wait.h>
@@ -12,17 +13,12 @@
 #include <thread>
 
 #include "loopback.h"
+#include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/temp_folder.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TIRN_NEEDS_FORKS() GTEST_SKIP() << "the sanitizers' allocator loses its locks in a threaded process's child"
-#else
-#define TIRN_NEEDS_FORKS() static_assert(true)
-#endif
 
 namespace {
 
@@ -38,7 +34,7 @@ bool configuration() {
   if (kesa_cfg_init(g_ini.c_str()) != 0) {
     return false;
   }
-  // Another thread may have forgotten the file meanwhile.
+  // The result is not checked: another thread may have unloaded the file meanwhile.
   kesa_cfg_getItemValue("S", "a", value, sizeof value);
   KesaCfgItemRecord record;
   const bool found = kesa_cfg_getItemFromFile(g_ini.c_str(), "S", "b", &record) == 0;
@@ -99,7 +95,8 @@ const Family kFamilies[] = {
     {"start-up", start_up},     {"command", command},           {"processors", processors},
 };
 
-// In the child: which family failed is its status.
+// Runs in the child. Returns 0, or the number of the family that failed, counted from 1. The number after the last
+// family stands for a failed fork or a wrong thread id.
 int call_each() {
   alarm(60);  // a family that hangs ends the child by its signal
   int status = 0;
@@ -123,7 +120,7 @@ void fork_under_load(int forks) {
   std::vector<std::thread> loops;
   for (size_t first = 0; first < std::size(kFamilies); first += 3) {
     loops.emplace_back([&, first] {
-      for (size_t at = first; !stop.load(); ++at) {  // each family for the same time, at each time three of them
+      for (size_t at = first; !stop.load(); ++at) {  // three families at once, each for the same time
         const Family& family = kFamilies[at % std::size(kFamilies)];
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
         do {
@@ -168,7 +165,7 @@ TEST(ForkNative, ChildrenUseEachFamily) {
   kesa_log_destroy();
 }
 
-// Each allocation asks for the counters then.
+// Without counters, each allocation asks the kernel side for them again.
 TEST(ForkNative, ChildrenAllocateWithoutCounters) {
   TIRN_NEEDS_FORKS();
   KernelSide kernel;

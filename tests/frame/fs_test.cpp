@@ -34,7 +34,7 @@ void take_report(void* payload) {
   ++g_reports;
 }
 
-// A message of `length` bytes of payload that begins with `mark`, sent to the listener's address.
+// Sends a message to the listener's address. Its payload has `length` bytes and begins with `mark`.
 void send_report(int fd, uint32_t to, uint32_t mark, size_t length) {
   struct {
     nlmsghdr head;
@@ -65,7 +65,7 @@ TEST(FsEvents, ChecksInTheirOrder) {
   EXPECT_EQ(MORU_Netlink_ext3_listen(closed, 1, take_report), MORU_NETLINK_BIND);
 }
 
-// The kernel may have nobody behind the protocol. Descriptor 0 is one like the others where it is free.
+// The kernel may not know the protocol. If descriptor 0 is free, the socket gets it, and 0 is as valid as any other.
 TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
   LogCapture log;
   Imports imports(Object::library);
@@ -90,8 +90,8 @@ TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
               }).exited());
 }
 
-// Another netlink protocol, between two sockets of this process, carries the reports. Native: the emulator has no such
-// protocol.
+// The reports travel between two sockets of this process, over another netlink protocol. The emulator does not have
+// that protocol.
 TEST(FsEventsNative, ReportsReachTheHandlerUntilTheSocketIsClosed) {
   TIRN_NEEDS_PRIVATE_NETWORK();
   const int receiver = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
@@ -110,7 +110,7 @@ TEST(FsEventsNative, ReportsReachTheHandlerUntilTheSocketIsClosed) {
   send_report(sender, kAddress, MORU_NETLINK_EXT3_MAGIC, 56);
   ASSERT_TRUE(wait_until([] { return g_reports == 1; }));
   EXPECT_EQ(g_last[55], 0xEE);
-  send_report(sender, kAddress, MORU_NETLINK_EXT3_MAGIC, 8);  // the rest of a short one reads as zeros
+  send_report(sender, kAddress, MORU_NETLINK_EXT3_MAGIC, 8);  // the rest of a short report reads as zeros
   ASSERT_TRUE(wait_until([] { return g_reports == 2; }));
   EXPECT_EQ(g_last[7], 0xEE);
   EXPECT_EQ(g_last[8], 0);

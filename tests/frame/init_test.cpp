@@ -56,7 +56,7 @@ TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Get jiffies usr addr failed.")) << log;
   EXPECT_EQ(kesa_destory(), 0);
   EXPECT_EQ(log.texts().back(), "Kesa init end ret -1.") << log;
-  // The steps behind the failed one have not run.
+  // The steps after the failed one have not run.
   EXPECT_EQ(g_onlineCpuNum, 0u);
 
   zut_offer_jiffies(1);
@@ -65,7 +65,7 @@ TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
   EXPECT_EQ(log.texts(), kStarted) << log;
 }
 
-// Lines are written from inside the set-ups of start-up, of the device and of the clock.
+// Log lines are written from inside the set-ups of start-up, of the device and of the clock.
 TEST(Init, LogCallbackMayCallTheLibrary) {
   KernelSide kernel;
   kernel.no_jiffies();
@@ -135,7 +135,7 @@ TEST(LogFacade, ReachesTheLogLibrary) {
 
 TEST(Init, LevelThatCannotBeReadIsNotFatal) {
   LogCapture log;
-  prctl(PR_SET_NAME, "app_data");  // the one process that has a level
+  prctl(PR_SET_NAME, "app_data");  // only a process of this name has a level
   EXPECT_EQ(kesa_Init(), 0u);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Kesa affinity initialize failed.")) << log;
 }

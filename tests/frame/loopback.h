@@ -1,4 +1,4 @@
-// A server of private calls in a child process, and a client that speaks the wire by hand.
+// A server of private calls in a child process, and helpers for a client that sends frames by hand.
 #ifndef TIRN_TEST_LOOPBACK_H
 #define TIRN_TEST_LOOPBACK_H
 
@@ -24,13 +24,13 @@ namespace tirn::test {
 
 enum : uint32_t {
   kGroup = 7,
-  kEcho = kGroup << 8,          // the input, as far as the client's buffer takes it; result: its length
-  kFill = kGroup << 8 | 1,      // as many bytes 0x5A as the u32 of the input says; result 0
+  kEcho = kGroup << 8,          // the part of the input that fits the client's buffer; result: the input's length
+  kFill = kGroup << 8 | 1,      // as many bytes 0x5A as the u32 in the input says; result 0
   kNegative = kGroup << 8 | 2,  // no output; result -5
-  kCapacity = kGroup << 8 | 3,  // no output; result: the capacity that the handler is told
+  kCapacity = kGroup << 8 | 3,  // no output; result: the capacity that the handler gets
   kSlow = kGroup << 8 | 4,      // the text "late", after 300 ms
-  kFork = kGroup << 8 | 5,      // forks a worker of the server that outlives it; result 0
-  kEnd = kGroup << 8 | 6,       // ends its thread
+  kFork = kGroup << 8 | 5,      // forks a worker process that outlives the server; result 0
+  kEnd = kGroup << 8 | 6,       // ends the handler's thread
 };
 
 inline int serve_echo(uint32_t, MORU_SYSCALL_PARAM* param) {
@@ -77,12 +77,12 @@ inline int run_server() {
     return 1;
   }
   [[maybe_unused]] const ssize_t told =
-      write(STDOUT_FILENO, ".", 1);  // the service listens before it has the commands
+      write(STDOUT_FILENO, ".", 1);  // the parent waits for this, as the service listens before it has the commands
   pause();
   return 0;
 }
 
-// A bare connection to the service; -1 where nobody listens.
+// Opens a plain connection to the service. Returns its descriptor, or -1 if nobody listens.
 inline int connect_bare() {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
@@ -117,7 +117,7 @@ class Server {
   ChildProcess child_{run_server, std::chrono::seconds(150)};
 };
 
-// A call with input and output as texts; result and output.
+// Makes a private call with texts as input and output. Returns the result and the output.
 inline std::pair<uint32_t, std::string> call(uint32_t cmd, std::string input, uint32_t capacity) {
   std::string output(capacity, '\0');
   MORU_SYSCALL_PARAM param{static_cast<uint32_t>(input.size()), capacity, 0, input.data(), output.data()};
@@ -132,7 +132,7 @@ inline std::string u32_text(uint32_t value) {
 
 }  // namespace tirn::test
 
-// The log is captured before the server is forked, so that its lines are seen.
+// The log is captured before the server is forked, so that the capture gets the server's log lines too.
 #define TIRN_NEEDS_SERVER(server) \
   TIRN_NEEDS_PRIVATE_NETWORK();   \
   tirn::test::LogCapture log;     \

@@ -12,8 +12,8 @@
 
 using namespace tirn::test;
 
-// All of them in the middle of a call of their own at once. A connection that finds the listener's backlog full waits for
-// a second, so now and then the server is given the time to take all in.
+// All clients are in the middle of a call at once. A connection that finds the listener's backlog full waits for a
+// second, so the test now and then gives the server time to accept all connections.
 TEST(ServiceStress, TwoHundredClientsAtOnce) {
   TIRN_NEEDS_SERVER(server);
   constexpr int kClients = 200, kBurst = 8;
@@ -43,7 +43,7 @@ TEST(ServiceStress, TwoHundredClientsAtOnce) {
   }
 }
 
-// Frames of random bytes on connections that die anywhere: the server answers a sound call after each.
+// Sends random bytes on connections that end anywhere. The server must still answer a valid call afterwards.
 TEST(ServiceStress, RandomFramesNeverTakeTheServerDown) {
   TIRN_NEEDS_SERVER(server);
   std::mt19937_64 random(tirn::test::random_seed());
@@ -52,19 +52,19 @@ TEST(ServiceStress, RandomFramesNeverTakeTheServerDown) {
     ASSERT_GE(fd, 0);
     std::vector<uint64_t> bytes(random() % 375);
     std::generate(bytes.begin(), bytes.end(), std::ref(random));
-    if (bytes.size() >= 4 && random() % 2 != 0) {  // a command that exists, with an absurd rest
+    if (bytes.size() >= 4 && random() % 2 != 0) {  // an existing command with absurd other fields
       bytes[0] = kEcho + random() % 4;
       bytes[1] %= random() % 2 != 0 ? 2000 : ~uint64_t{0};
     }
     send(fd, bytes.data(), random() % (bytes.size() * sizeof bytes[0] + 1), MSG_NOSIGNAL);
     close(fd);
-    usleep(1000);  // for the backlog
+    usleep(1000);  // so that the backlog does not fill up
   }
   EXPECT_EQ(call(kEcho, "alive", 8).second, "alive");
 }
 
-// Eight threads whose calls are the first of their process: some connect twice, and each call stays on the connection
-// that it began on.
+// Eight threads make the first calls of their process at once. Some connect twice, and each call must stay on the
+// connection that it began on.
 TEST(ServiceStress, FirstCallersOfAProcess) {
   TIRN_NEEDS_SERVER(server);
   for (int round = 0; round < 20; ++round) {

@@ -16,7 +16,7 @@ bool receive_exactly(int fd, void* bytes, size_t length) {
   return recv(fd, bytes, length, MSG_WAITALL) == static_cast<ssize_t>(length);
 }
 
-// Sends a frame by hand; whether a reply's header came.
+// Sends a frame by hand. Returns whether a reply's header came.
 bool exchange(int fd, moru_frame_header request, const std::string& payload, moru_frame_header& reply) {
   std::string frame(reinterpret_cast<const char*>(&request), sizeof request);
   frame += payload;
@@ -24,7 +24,7 @@ bool exchange(int fd, moru_frame_header request, const std::string& payload, mor
          receive_exactly(fd, &reply, sizeof reply);
 }
 
-// Ends by the peer, not by the time limit of the socket.
+// Returns whether the peer closed the connection, as opposed to the socket's time limit passing.
 bool is_closed(int fd) {
   char byte;
   const ssize_t received = recv(fd, &byte, 1, 0);
@@ -40,7 +40,7 @@ TEST(Service, CallsAndResults) {
   EXPECT_EQ(call(kNegative, "", 9).second.size(), 9u);  // no output: the capacity stays as it was
   EXPECT_EQ(call(kFill, u32_text(MORU_SYSCALL_OUTPUT_MAX), MORU_SYSCALL_OUTPUT_MAX).second,
             std::string(MORU_SYSCALL_OUTPUT_MAX, 0x5A));
-  // An unknown command, in a group and without, leaves the connection open.
+  // An unknown command leaves the connection open, whether its group exists or not.
   EXPECT_EQ(call(kGroup << 8 | 99, "x", 4).first, 0xFFFFFFFFu);
   EXPECT_EQ(call(0x1F00, "", 0).first, 0xFFFFFFFFu);
   EXPECT_EQ(call(0xFFFFFFFF, "", 0).first, 0xFFFFFFFFu);
@@ -79,7 +79,7 @@ TEST(Service, ServerThatGoesAway) {
   ASSERT_TRUE(server.is_up());
   EXPECT_EQ(call(kEcho, "x", 4).second, "x");
   server.end();
-  // The header stays as it was sent: without input and output that reads as success.
+  // The header stays as it was sent. Without input and output, that reads as success.
   EXPECT_EQ(call(kNegative, "", 0).first, 0u);
   EXPECT_EQ(call(kNegative, "", 0).first, 0xFFFFFFFFu);
   Server next;
@@ -95,7 +95,7 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
   TIRN_NEEDS_SERVER(server);
   moru_frame_header reply;
   const int fd = connect_bare();
-  // Input longer than the buffer: what fits reaches the handler, and the stream stays in step.
+  // If the input is longer than the buffer, the handler gets what fits, and the stream stays in step.
   ASSERT_TRUE(exchange(fd, {kEcho, 100000, 1 << 20, 0}, std::string(100000, 'a'), reply));
   EXPECT_EQ(reply.len, MORU_SYSCALL_INPUT_MAX);
   EXPECT_EQ(reply.ret, static_cast<int64_t>(MORU_SYSCALL_INPUT_MAX));
@@ -103,19 +103,19 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
   std::string output(reply.len, '\0');
   ASSERT_TRUE(receive_exactly(fd, output.data(), output.size()));
   EXPECT_EQ(output, std::string(MORU_SYSCALL_INPUT_MAX, 'a'));
-  // A client that claims a huge buffer: the handler is told of the server's.
+  // If a client claims a huge buffer, the handler gets the capacity of the server's buffer.
   ASSERT_TRUE(exchange(fd, {kCapacity, 0, ~0ull, 0}, "", reply));
   EXPECT_EQ(reply.ret, static_cast<int64_t>(MORU_SYSCALL_OUTPUT_MAX));
   EXPECT_EQ(reply.outlen, ~0ull);
   ASSERT_TRUE(exchange(fd, {~0ull, 0, 0, 0}, "", reply));
   EXPECT_EQ(reply.ret, -1);
-  // A length of 2^63: taken in and thrown away until the client gives up.
+  // Input with a length of 2^63 is read and thrown away until the client gives up.
   const moru_frame_header endless{kEcho, 1ull << 63, 64, 0};
   ASSERT_EQ(send(fd, &endless, sizeof endless, MSG_NOSIGNAL), static_cast<ssize_t>(sizeof endless));
   const std::string flood(1 << 20, 'b');
   EXPECT_EQ(send(fd, flood.data(), flood.size(), MSG_NOSIGNAL), static_cast<ssize_t>(flood.size()));
   close(fd);
-  for (const size_t cut : {size_t{7}, sizeof endless}) {  // clients that die in their header and in their input
+  for (const size_t cut : {size_t{7}, sizeof endless}) {  // clients that end within the header and within the input
     const int dying = connect_bare();
     EXPECT_EQ(send(dying, &endless, cut, MSG_NOSIGNAL), static_cast<ssize_t>(cut));
     shutdown(dying, SHUT_WR);
@@ -127,7 +127,7 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
 
 TEST(Service, ThreadsBearTheirNames) {
   TIRN_NEEDS_SERVER(server);
-  EXPECT_EQ(call(kEcho, "x", 4).second, "x");  // the client's thread is there
+  EXPECT_EQ(call(kEcho, "x", 4).second, "x");  // now the client's thread exists
   std::set<std::string> names;
   for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(server.pid()) + "/task")) {
     names.insert(read_file(task.path() / "comm"));
@@ -135,7 +135,7 @@ TEST(Service, ThreadsBearTheirNames) {
   EXPECT_TRUE(names.contains("syscall_do_thr\n") && names.contains("syscall_thr\n"));
 }
 
-// The answer that a cancelled call did not wait for is not taken for that of the next one.
+// The next call must not take the reply that a cancelled call did not wait for.
 TEST(Service, CancelledCallLeavesTheNextOneItsAnswer) {
   TIRN_NEEDS_SERVER(server);
   EXPECT_EQ(call(kEcho, "x", 4).second, "x");
@@ -162,13 +162,13 @@ TEST(Service, HandlerThatEndsItsThreadEndsItsClient) {
   EXPECT_EQ(call(kEcho, "next", 8).second, "next");
 }
 
-// The worker that a server leaves behind holds neither the port nor a client.
-// The emulator loses locks of its own in a child of a threaded process.
+// A worker process that outlives its server must hold neither the port nor a client's connection. The emulator leaves
+// its own locks locked in a forked child of a threaded process.
 TEST(ServiceNative, ForkedWorkerHoldsNoSocket) {
   TIRN_NEEDS_SERVER(server);
   const int idle = connect_bare();
   moru_frame_header reply;
-  ASSERT_TRUE(exchange(idle, {kNegative, 0, 0, 0}, "", reply));  // the server has taken it over
+  ASSERT_TRUE(exchange(idle, {kNegative, 0, 0, 0}, "", reply));  // now the server has accepted the connection
   EXPECT_EQ(call(kFork, "x", 4).first, 0u);
   server.end();
   EXPECT_TRUE(is_closed(idle));

@@ -1,5 +1,6 @@
-// The INI parser and the line reader against plain ones, on a file and on a pipe. An input is a byte, which tells how
-// many items are wanted (its low bits, 0: all) and how much room there is for a line, and a file's text.
+// Compares the INI parser and the reader of text lines with plain ones, on a file and on a pipe. An input is a byte
+// and the text of a file. The low bits of the byte are the number of items that are wanted (0: all), the others
+// choose the room for a text line.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -17,19 +18,19 @@
 
 namespace {
 
-// A row "section.name=value" for each.
+// The items found, as a text with a row "section.name=value" for each.
 struct Items {
   size_t wanted;
   std::string text;
 
-  // Whether that was the last one that is wanted.
+  // Returns whether that was the last item that is wanted.
   bool add(const std::string& section, const std::string& name, const std::string& value) {
     text += section + "." + name + "=" + value + "\n";
     return --wanted == 0;
   }
 };
 
-// Byte by byte.
+// The plain reader: it takes byte after byte.
 struct PlainReader {
   std::string_view bytes;
   size_t at = 0;
@@ -53,7 +54,7 @@ bool is_name(const std::string& text) {
   return std::all_of(text.begin(), text.end(), [](unsigned char c) { return isalnum(c) != 0 || c == '_'; });
 }
 
-// Step by step.
+// The plain parser: it tests each text line for each form in turn.
 Items parse_plainly(PlainReader& reader, size_t wanted) {
   Items items{wanted, ""};
   std::string section = "NULL";
@@ -84,7 +85,7 @@ void expect(bool condition) {
   }
 }
 
-// A text behind a descriptor; of a pipe only a piece, since each of its bytes is a read of its own.
+// A descriptor that a text can be read from. A pipe gets only a piece of it, as each of its bytes takes a read.
 struct Source {
   int fd = -1;
   PlainReader reader;
@@ -97,7 +98,7 @@ struct Source {
   }
   ~Source() { close(fd); }
 
-  // The descriptor stands where the plain reader stopped.
+  // Expects the descriptor to be at the place where the plain reader stopped.
   void expect_place() const {
     std::string rest(reader.bytes.size() + 1, '\0');
     const ssize_t count = read(fd, rest.data(), rest.size());

@@ -1,4 +1,4 @@
-// The main of a fuzz target in builds without libFuzzer: runs the saved inputs in a folder.
+// The main function of a fuzz target in builds without libFuzzer: runs the saved inputs in a folder.
 #include <filesystem>
 #include <fstream>
 #include <iterator>

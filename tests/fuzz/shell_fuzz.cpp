@@ -1,5 +1,5 @@
-// The command screen and the tokens of a text. An input is the allowed characters, which serve as delimiters too, a
-// NUL and the text.
+// Compares the screen for commands and the tokens of a text with plain ones. An input is the allowed characters,
+// which are the delimiters too, a NUL and the text.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const hurn_content_record quiet{HURN_CALLBACK_ONLY, [](const hurn_line*) {}};
   hurn_register_content_callback(&quiet);
   const char* const input = reinterpret_cast<const char*>(data);
-  char* const set = strndup(input, size);  // no byte more, for the sanitizer to watch
+  char* const set = strndup(input, size);  // of exact size, so that the sanitizer sees each read beyond it
   const size_t behind = std::min(size, std::strlen(set) + 1);
   char* const text = strndup(input + behind, size - behind);
 
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::string_view> expected, found;
   for (const char *at = text, *begin = text;; ++at) {
     is_dangerous |= *at != '\0' && std::strchr("|;&$<>!\n`", *at) != nullptr && std::strchr(set, *at) == nullptr;
-    if (std::strchr(set, *at) != nullptr) {  // the end too
+    if (std::strchr(set, *at) != nullptr) {  // strchr finds the terminator too
       if (at != begin || (*at == '\0' && expected.empty())) {
         expected.emplace_back(begin, at);
       }
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (char* token = kesa_str_tok(text, set); token != nullptr; token = kesa_str_tok(nullptr, set)) {
     found.emplace_back(token);
   }
-  // A text without a token gives an empty one.
+  // For a text without a token, one empty token is expected.
   if (!std::equal(found.begin(), found.end(), expected.begin(), expected.end())) {
     std::abort();
   }

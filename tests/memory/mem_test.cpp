@@ -35,7 +35,7 @@ TEST(TaggedMemory, CountsByOwner) {
   const auto* const head = reinterpret_cast<const kesa_mem_head*>(bytes) - 1;
   EXPECT_TRUE(head->magic == 0xF5F5F5F5u && head->size == 100 && head->pid == 7 && head->reserved == 0);
   std::memset(bytes, 0xAA, 100);
-  void* const beyond = kesa_malloc(1024, 10);  // shares counter 0, and is found again by the id in the head
+  void* const beyond = kesa_malloc(1024, 10);  // is counted under 0, and taken off again by the id in the head
   EXPECT_EQ(shown(), kBegin + "| 0                10 | 7               100 \nTotal used memory: 110\n");
   kesa_free(beyond);
   kesa_free(bytes);
@@ -60,7 +60,7 @@ TEST(TaggedMemory, SizesThatCannotBeServed) {
   LogCapture log;
   EXPECT_EQ(kesa_malloc(7, 0), nullptr);
   EXPECT_TRUE(log.texts().empty()) << log;
-  EXPECT_EQ(kesa_malloc(7, -16), nullptr);  // with the head the sum of 32 bits wraps
+  EXPECT_EQ(kesa_malloc(7, -16), nullptr);  // with the head, the 32-bit sum wraps
   EXPECT_TRUE(
       log.has(HURN_ERROR, "kesa_mallocsubstandard", "Malloc memory fails. PID: (7), size: (-16), type: (1)."));
   uint32_t type = 0;
@@ -82,7 +82,7 @@ TEST(TaggedMemory, FreeingWhatIsNotABlock) {
   kesa_freesub(nullptr, "somebody", 15);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_freesub", "print: 7 messages suppressed.kesa_freesub,line=*.")) << log;
   const size_t mapped = mallinfo2().hblks;
-  for (int i = 0; i < 5; ++i) {  // not limited
+  for (int i = 0; i < 5; ++i) {  // these log lines are not limited
     kesa_freesub(std::malloc(1 << 20), "somebody", 14);
   }
   EXPECT_EQ(mallinfo2().hblks, mapped) << "it is freed";
@@ -97,7 +97,7 @@ TEST(TaggedMemory, WorksUncountedWithoutTheService) {
   EXPECT_TRUE(bytes != nullptr && errno == 0);
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
   kesa_free(bytes);
-  EXPECT_EQ(kernel.calls(0x401), 3u);  // asked for at each use
+  EXPECT_EQ(kernel.calls(0x401), 3u);  // the table is asked for at each use
   static void* uncounted = nullptr;
   kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     uncounted = uncounted == nullptr ? kesa_malloc(8, 3) : uncounted;
@@ -106,7 +106,7 @@ TEST(TaggedMemory, WorksUncountedWithoutTheService) {
   });
   kesa_free(kesa_malloc(7, 100));
   kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
-    static int64_t table[1024] = {1, 2, 3};  // is cleared when it is taken over
+    static int64_t table[1024] = {1, 2, 3};  // the library clears it when it takes the table
     *reinterpret_cast<void**>(out) = table;
     return 0L;
   });
@@ -124,14 +124,14 @@ TEST(TaggedMemory, NobodyWaitsForWhoAsksForTheTable) {
     static int64_t table[1024];
     *reinterpret_cast<void**>(out) = table;
     if (++asked == 1) {
-      kept[0] = kesa_malloc(9, 5);  // comes back into its own question
+      kept[0] = kesa_malloc(9, 5);  // allocates while it asks for the table
       std::thread([] {
         kept[1] = kesa_malloc(9, 6);
         const auto asks_anew = [] {
           kesa_free(kesa_malloc(9, 1));
           return asked == 2 ? 0 : 1;
         };
-        EXPECT_TRUE(run_child(asks_anew).exited());  // of whoever asks, nothing is left there
+        EXPECT_TRUE(run_child(asks_anew).exited());  // the parent's unfinished request does not block the child
       }).join();
     }
     return 0L;
@@ -143,7 +143,7 @@ TEST(TaggedMemory, NobodyWaitsForWhoAsksForTheTable) {
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
 }
 
-TEST(TaggedMemory, CountsOfManyThreadsAreExact) {  // from the first one on, when all come for the table at once
+TEST(TaggedMemory, CountsOfManyThreadsAreExact) {  // also at first, when all of them look for the table
   std::vector<std::thread> threads(4);
   std::vector<void*> kept(threads.size());
   for (size_t t = 0; t < kept.size(); ++t) {

@@ -50,13 +50,13 @@ TEST(SharedMemory, OpeningFlagsAndSizes) {
   EXPECT_EQ(kesa_shm_create_ext(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600, 4096), nullptr);
   EXPECT_EQ(errno, EEXIST);
   EXPECT_TRUE(log.texts().empty()) << log;
-  // Opened for reading: not resized, and mapped without the right to write.
+  // An object that is opened for reading is not resized, and is mapped without write access.
   void* const readable = kesa_shm_create_ext(name.c_str(), O_RDONLY, 0600, 64);
   EXPECT_TRUE(readable != nullptr && size_of(name) == 4096);
   EXPECT_EQ(mprotect(readable, 64, PROT_READ | PROT_WRITE), -1);
-  // A second opener with another size resizes.
+  // Opening with another size resizes the object.
   EXPECT_TRUE(kesa_shm_create(name.c_str(), 8192) != nullptr && size_of(name) == 8192);
-  // The fourth access mode: told, and no access at all.
+  // If the system accepts the fourth access mode, an error is logged, and the mapping allows no access.
   void* const nothing = kesa_shm_create_ext(name.c_str(), O_ACCMODE, 0600, 8192);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_shm_create_ext", "Oflag open failed, oflag<3>.") || nothing == nullptr)
       << log;

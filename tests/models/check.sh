@@ -1,7 +1,7 @@
 #!/bin/sh
-# check.sh NAME MODEL C-COMPILER holds|loops|fails [DEFINITION...]: searches all states of a model. `holds`: no
-# assertion fails, and every process comes to its end; `loops`: none goes round for ever; `fails`: with this
-# definition the search finds an error.
+# check.sh NAME MODEL C-COMPILER holds|loops|fails [DEFINITION...]: searches all states of a model. `holds` expects
+# that no assertion fails and that every process reaches a valid end state, `loops` that none loops for ever, and
+# `fails` that the search finds an error.
 set -u
 
 name=$1 model=$(realpath "$2") compiler=$3 expected=$4
@@ -20,7 +20,7 @@ case $expected in
   *) "$compiler" -O0 -w -DSAFETY -o pan pan.c && ./pan -m10000 >outcome 2>&1 ;;
 esac || exit 1
 grep -E '^pan:|errors: |states, stored|actual memory usage$|^(error|warning)' outcome
-# A search that was cut off has no errors either, but tells so.
+# A search that was cut off reports no errors either, but it prints a warning.
 if [ "$expected" = fails ]; then
   grep -qE '^pan:1: (assertion violated|invalid end state)' outcome
 else

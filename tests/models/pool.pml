@@ -1,9 +1,9 @@
 /*
- * The pool's hand-over of a job to an idle worker, from the worker's start to the pool's end.
+ * How the pool hands a job to an idle worker, from the start of the worker to the end of the pool.
  *
- * Givers look for an idle worker, bind it, store the job and wake it; a job that finds no worker is its giver's to run.
- * The pool ends at any moment, or never: one pass over the workers has to do, though the library makes two. Each job
- * has to run once, and each worker to end where the pool does.
+ * A giver looks for an idle worker, binds it, stores the job and wakes it. If it finds no worker, it runs the job
+ * itself. The pool ends at any moment, or never. One pass over the workers has to be enough, although the library
+ * makes two. Each job has to run once, and each worker has to end if the pool does.
  *
  * A FAULT_ definition seeds one fault, which the check has to find.
  */
@@ -17,14 +17,14 @@
 mtype = { running, idle, bound, dead };
 
 mtype state[WORKERS];
-byte entry[WORKERS];    /* the job's number, 0 for none */
-byte argument[WORKERS]; /* has to be the same */
+byte entry[WORKERS];    /* the number of the job, or 0 */
+byte argument[WORKERS]; /* has to be the same number */
 byte wake[WORKERS];     /* the semaphore */
 bool stop;
 
 bool has_run[GIVERS * JOBS + 1];
-byte finished; /* jobs */
-byte ended;    /* workers */
+byte finished; /* jobs that have run */
+byte ended;    /* workers that have ended */
 
 inline run_once(job) {
   assert(!has_run[job]);

@@ -1,13 +1,13 @@
 /*
- * The ring queue's hand-over of values in bursts, with many threads at a side or with one. Each look at a word that
- * threads share, and each change of one, is a step. Steps come in the order that acquire and release keep: the own
- * head is read before the other side's tail, that before the slots are touched; the own tail is stored after them.
+ * How the ring queue hands values over in bursts, with many threads or one thread on a side. Each read and each
+ * change of a word that threads share is a step. The steps come in the order that acquire and release keep: a thread
+ * reads its own head, then the other side's tail, then uses the slots, and then stores its own tail.
  *
- * Positions are counters of three bits, and wrap on the way. There are fewer values than positions, so that no head
- * comes round to what a thread has read of it long ago; in the library, 32 bits see to that.
+ * Positions are counters of three bits, which wrap during the search. There are fewer values than positions, so that
+ * no head returns to a value that a thread has read long ago; in the library, counters of 32 bits prevent that.
  *
- * A thread alone at its side keeps the other side's tail as it saw it last; the library keeps what that leaves over, which
- * is the same.
+ * A thread that is alone on its side keeps the other side's tail as it last read it. The library keeps the room that
+ * this leaves, which is equivalent.
  *
  * A FAULT_ definition seeds one fault, which the check has to find.
  */
@@ -63,7 +63,7 @@ typedef side {
 }
 side producers, consumers;
 byte slot[SLOTS]; /* taking a value leaves 0 */
-byte due[SLOTS];  /* the value that a claimed slot is for, until that is taken */
+byte due[SLOTS];  /* the value that a claimed slot will hold, until it is taken */
 byte taken;
 
 inline check_order() {
@@ -72,7 +72,7 @@ inline check_order() {
   assert(WRAP(consumers.head - consumers.tail) <= WRAP(producers.tail - consumers.tail))
 }
 
-/* What is of no use any more only makes for more states. */
+/* Clears variables that are no longer needed, because their values would only multiply the states. */
 inline forget() {
   h = 0;
   k = 0
@@ -86,10 +86,10 @@ inline read_head(own, wanted) {
   fi
 }
 
-/* What a claim may take: at_equal where the own head equals the other side's tail. */
+/* How much a claim may take: `at_equal` if the own head equals the other side's tail. */
 #define LEFT WRAP(seen + at_equal - h)
 
-/* A thread that is alone at its side reads the other side's tail only where what it saw last is not enough. */
+/* A thread that is alone on its side reads the other side's tail only if what it read last leaves too little. */
 #if defined FAULT_SEEN_ONCE
 #define SEEN_DOES(threads) true
 #elif defined FAULT_SEEN_BY_MANY
@@ -103,7 +103,7 @@ inline limit(own, other, other_tail, at_equal, threads) {
   :: SEEN_DOES(threads)
   :: else -> seen = other_tail
   fi;
-  /* If the head has moved on, no claim will come of it. */
+  /* If the head has moved on, the claim will fail, whatever was read. */
   assert(own.head != h || (LEFT <= MASK && (LEFT >= k || LEFT == WRAP(other.tail + at_equal - h))));
 #ifndef FAULT_CLAIM_NOT_LIMITED
   k = (LEFT < k -> LEFT : k);
@@ -132,7 +132,7 @@ inline compare_and_swap(own) {
   check_order()
 }
 
-/* One step, as nobody else stores the tail while it equals h. */
+/* This is one step, because no other thread stores the tail while it equals h. */
 inline await_and_store_tail(own) {
 #ifndef FAULT_TAIL_NOT_AWAITED
   own.tail == h;
@@ -183,7 +183,7 @@ copy:
     forget();
     goto end_next
   }
-end_none: /* another call would end in the same way until */
+end_none: /* a call without a result is not repeated before there is room */
   WRAP(consumers.tail + MASK - producers.head) != 0 -> goto end_next
 }
 

@@ -1,11 +1,11 @@
 /*
- * The enhanced semaphore's hand-over, with the kernel side that its sleepers rely on: a thread sleeps while its state
- * word is set, the word is looked at again when it is about to sleep, and from then on a signal alone, or the timeout,
+ * How the enhanced semaphore hands over a unit, with the kernel side that its waiters rely on: a thread sleeps while
+ * its state word is set, and the word is read again just before the sleep. From then on, only a signal or the timeout
  * ends the sleep.
  *
- * Each thread goes down DOWNS times, in any of the three ways each time. There are as many ups as downs, so that no
- * down may wait for ever. Timeouts run out, and foreign signals come, at any moment. What is done under the lock is one
- * step: at most one word in it, a waiter's state, is read by others without the lock.
+ * Each thread makes DOWNS down calls, each in any of the three modes. There are as many ups as downs, so no down may
+ * wait for ever. Timeouts run out and foreign signals come at any moment. What is done under the lock is one step,
+ * because other threads read at most one of its words, the state of a waiter, without the lock.
  *
  * A FAULT_ definition seeds one fault, which the check has to find.
  */
@@ -20,16 +20,16 @@
 mtype = { plain, interruptible, timed };
 
 byte count;
-chan waiters = [WAITERS] of { byte, byte }; /* turn, thread; the oldest first */
+chan waiters = [WAITERS] of { byte, byte }; /* turn and thread, the oldest first */
 bool waits[WAITERS];                        /* the state word */
 bool pending[WAITERS];                      /* a signal is on its way to the thread */
 
 byte to_post = WAITERS * DOWNS;
-byte foreign; /* signals that break a sleep; those that come at other times change nothing */
-byte returned; /* downs that are over */
+byte foreign; /* signals that end a sleep; at other times they change nothing */
+byte returned; /* downs that have returned */
 byte handed;   /* those of them that got a unit */
-byte turns;    /* given out since the queue was empty, from 1 on */
-byte served;   /* the last of them that got a unit */
+byte turns;    /* turns given out since the queue was empty, from 1 on */
+byte served;   /* the last turn that got a unit */
 
 inline link_waiter(me) {
   turns++;
@@ -89,7 +89,7 @@ end_next:
 wait:
   atomic {
     if
-    :: pending[me] = false /* a handler that runs before the call leaves nothing that would break the sleep */
+    :: pending[me] = false /* a handler that runs before the call leaves nothing to end the sleep */
     :: pending[me]
     fi;
     if
@@ -114,7 +114,7 @@ awake:
       if
       :: !timed_out && mode == plain -> goto wait
       :: timed_out || mode != plain ->
-        assert(waits[me]); /* or its unit is lost */
+        assert(waits[me]); /* otherwise its unit would be lost */
         waiters??_, eval(me);
         forget_turns()
       fi
@@ -150,7 +150,7 @@ end_next:
     pending[woken] = true;
     waits[woken] = false
 #else
-    atomic { /* a signal that is refused, as too many are pending, is sent again: it comes late */
+    atomic { /* a signal that is refused, because too many are pending, is sent again and comes late */
       if
       :: pending[woken] = true
 #ifdef FAULT_SIGNAL_NOT_REPEATED

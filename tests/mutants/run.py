@@ -1,17 +1,17 @@
 #!/usr/bin/env python3
-"""Plants one fault after the other in a copy of the sources, runs the tests of its area, and tells who survives.
+"""Plants one fault after the other in a copy of the sources, runs the tests of its area, and lists the survivors.
 
   run.py [--list] [--jobs N] [--survivors FILE] [FOLDER...]
 
 The tables are the *.txt files beside this script:
 
-  @ FOLDER TESTS...   the folders of tests (or words of their names) that are run for sources in FOLDER
-  = FILE [TESTS...]   the source of the faults that follow; tests of its own go before the folder's
-  - OLD               the text that is replaced, to the end of its line; several rows in a row are several lines
-  + NEW               what stands in its place, likewise; "+" alone: nothing
+  @ FOLDER TESTS...   the folders of tests (or parts of test names) that are run for sources in FOLDER
+  = FILE [TESTS...]   the source of the faults that follow; its own tests run besides those of the folder
+  - OLD               the text that is replaced, up to the end of the row; consecutive rows are several text lines
+  + NEW               the text that replaces it, in the same form; "+" alone is the empty text
   # ...               a comment
 
-OLD must stand in FILE exactly once. The copy lies in build/mutants/tree; nothing else is touched.
+OLD must occur in FILE exactly once. The copy is in build/mutants/tree; no other source is changed.
 """
 import argparse
 import os
@@ -27,9 +27,9 @@ TREE = TOP / "build/mutants/tree"
 BUILD = TREE / "build/release"
 LOG = TOP / "build/logs/mutants.log"
 LIBRARIES = ["tirn", "hurn", "zut"]
-# Linked into the test programs as well, which are then built anew.
+# Sources that are also linked into the test programs, which are then rebuilt.
 STATIC = re.compile(r"\.h$|^libtirn/(base|arch|crc32/x86_64/forms)/|^platform/(bounded/|kernel/[^/]*$)")
-AREA_SECONDS = 400  # a run that takes longer hangs, which is a way of failing
+AREA_SECONDS = 400  # a longer run hangs, which counts as a failure
 LEAST_SHARE = 85
 
 
@@ -38,7 +38,7 @@ class Fault:
         self.where, self.source, self.tests, self.old, self.new, self.line = where, source, tests, [], [], 0
 
     def plant(self, text):
-        """The text with the fault, or None where the row is stale."""
+        """Returns the text with the fault, or None if the row is stale."""
         old, new = "\n".join(self.old), "\n".join(self.new)
         if not old or text.count(old) != 1:
             return None
@@ -78,7 +78,7 @@ def read_tables():
 
 
 def copy_sources():
-    """Only what differs is written, so that a second run builds little."""
+    """Writes only files that differ, so that a second run builds little."""
     names = subprocess.run(["git", "-c", f"safe.directory={TOP}", "ls-files", "-z", "--cached", "--others",
                             "--exclude-standard"], cwd=TOP, check=True, capture_output=True).stdout
     names = {n for n in names.decode().split("\0") if n and (TOP / n).is_file()}
@@ -95,7 +95,8 @@ def copy_sources():
 
 
 def run(command, seconds=None):
-    """Its status and output; None where it took too long. It and all that it started are ended then."""
+    """Returns the status and the output of the command. One that takes too long is killed with all its processes; the
+    status is then None."""
     process = subprocess.Popen(command, cwd=TREE, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                stderr=subprocess.STDOUT, text=True, errors="replace", start_new_session=True)
     try:
@@ -114,7 +115,7 @@ def build(targets):
 
 
 def test(areas, *options):
-    """None where all pass, else what failed."""
+    """Returns None if all tests pass, else a text that names what failed."""
     wanted = "|".join("^" + re.escape(a) if a.endswith("/") else re.escape(a) for a in areas)
     status, output = run(["ctest", "--test-dir", str(BUILD), "-j", str(OPTIONS.jobs), "--no-tests=error", "--timeout",
                           "60", "-R", wanted, "-LE", "models|packaging", *options], AREA_SECONDS)
@@ -146,7 +147,7 @@ def prepare(faults):
 
 
 def judge(fault, changed):
-    """How the fault was found, or None; `changed` are the programs that hold the fault before."""
+    """Returns how the fault was found, or None. `changed` are the programs that still contain the previous fault."""
     path = TREE / fault.source
     sound = path.read_text()
     mine = programs(fault.tests) if STATIC.search(fault.source) else []

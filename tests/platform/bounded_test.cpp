@@ -39,9 +39,9 @@ TEST(Bounded, Memory) {
   EXPECT_EQ(string(2, '\0') + "56" + string(6, '\0'), string(text, 10)) << "a refused destination is cleared";
 }
 
-// Whatever stands behind the text and its terminator must stay.
+// The bytes after the text and its terminator must not change.
 TEST(Bounded, CopiesAndAppends) {
-  // What is appended to (nullptr: a copy), what, and what comes of it.
+  // The text before (nullptr for a copy), the source, the text after, the size, the count and the result.
   const std::tuple<const char*, const char*, const char*, size_t, size_t, int> rows[] = {
       {nullptr, "abc", "abc", 4, SIZE_MAX, 0},    {nullptr, "abc", "", 3, SIZE_MAX, ERANGE},
       {nullptr, "abcdef", "abc", 16, 3, 0},       {nullptr, "abcdef", "", 3, 3, ERANGE},
@@ -82,7 +82,7 @@ TEST(Bounded, PrintsEmptyOrCut) {
   EXPECT_TRUE(snprintf_s(text, 4, 2, "%lc", wint_t{0xd800}) == -1 && text[0] == '\0') << "no such character";
 }
 
-// Each row by text and by stream.
+// Scans each row from a text and from a stream.
 TEST(Bounded, ScannedTokensFitOrFail) {
   const std::tuple<const char*, const char*, const char*, unsigned, int> rows[] = {
       {" word", "%s", "word", 5, 1},    {"k=value", "%*[^=]=%s", "value", 16, 1},
@@ -117,7 +117,7 @@ TEST(Bounded, ScannedTokensFitOrFail) {
 }
 
 TEST(Bounded, ScannedNumbersStayInTheirWidth) {
-  // What comes of a word of all ones, little end first.
+  // The text, the format, and the value of a 64-bit word of all ones after the scan, in little-endian order.
   const std::tuple<const char*, const char*, uint64_t> rows[] = {
       {"-300", "%hhd", 0xffffffffffffff80},      {"-2147483649", "%d", 0xffffffff80000000},
       {"9223372036854775808", "%ld", INT64_MAX}, {"18446744073709551616", "%lu", UINT64_MAX},
@@ -133,7 +133,7 @@ TEST(Bounded, ScannedNumbersStayInTheirWidth) {
   EXPECT_EQ(0, sscanf_s((string(2000, '1') + ".").c_str(), "%Lf", &number)) << "longer than any number";
 }
 
-// The C library's own scan is the measure, in the values that fit.
+// The results must be those of the C library's scan, for values that fit.
 TEST(Bounded, ScansAgreeWithTheCLibrary) {
   int (*const reference)(const char*, const char*, ...) = sscanf;
   const char* const pieces[] = {"%d", "%i",  "%3u",   "%x",    "%2o",  "%1i", "%2x", "%3i", "%*d",     "%*2x",

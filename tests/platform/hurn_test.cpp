@@ -1,4 +1,4 @@
-// hurn: whole lines in each sink, files that rotate, limits, and what a signal handler may do.
+// Tests the log library hurn: whole log lines in each sink, rotating files, limits, and calls in signal handlers.
 #include "hurn.h"
 
 #include <fcntl.h>
@@ -29,7 +29,7 @@ using std::string;
 using tirn::test::matches;
 using tirn::test::read_file;
 
-// The lines of a file without their prefixes.
+// Returns the log lines of a file without their prefixes.
 string texts_of(const string& path) {
   std::istringstream lines(read_file(path));
   string texts;
@@ -51,7 +51,7 @@ class Hurn : public testing::Test {
 void info(uint32_t module, const string& text) { hurn(module, HURN_INFO, "f", 1, "g", 0, "%s", text.c_str()); }
 
 TEST_F(Hurn, LevelsAndOddOnesWriteNothing) {
-  // Without the attribute the compiler lets such formats pass.
+  // Through a pointer without the format attribute, the compiler accepts such formats.
   void (*const line)(uint32_t, uint32_t, const char*, uint32_t, const char*, uint32_t, const char*, ...) = hurn;
   int (*const original)(const char*, ...) = hurn_original;
   use_file();
@@ -86,7 +86,8 @@ TEST_F(Hurn, ShapeAndCutOfLines) {
   EXPECT_EQ('\n', log[log.size() - 4097]) << "the last line is as long as a line can be";
 }
 
-// Written by a handler, on a stack that shows how much of it was needed: no more than for the plain text.
+// A handler writes the texts, on a stack that shows how much of it was used. No text may need over 1024 bytes more
+// than the plain one.
 TEST_F(Hurn, ControlCharactersForgeNoLine) {
   static string text;
   static char bytes[0x10000];
@@ -137,8 +138,8 @@ TEST_F(Hurn, MalformedSinksLeaveTheFormerOne) {
   EXPECT_TRUE(matches(read_file(log_), "* tester[*: still here\n")) << read_file(log_);
 }
 
-// Two threads in each of three processes write to one file that is renamed every few dozen lines, and a handler comes
-// in the middle of whatever they are at.
+// Two threads in each of three processes write to one file, which is renamed every few dozen log lines. A signal
+// handler interrupts them at any point.
 TEST_F(Hurn, RotationUnderLoadMixesAndLosesNothing) {
   constexpr int kLines = 600;
   static std::atomic<int> raised{0};
@@ -153,7 +154,7 @@ TEST_F(Hurn, RotationUnderLoadMixesAndLosesNothing) {
       }
     };
     std::thread other([&] {
-      pthread_cancel(pthread_self());  // pending, and no operation lets it act
+      pthread_cancel(pthread_self());  // stays pending, as no operation is a cancellation point
       write(first + 1);
     });
     write(first);
@@ -183,7 +184,7 @@ TEST_F(Hurn, RotationUnderLoadMixesAndLosesNothing) {
 }
 
 TEST_F(Hurn, FilesArePrivateFewAndWhole) {
-  const auto descriptors = [](int more) {  // that are open, and that a program would inherit
+  const auto descriptors = [](int more) {  // counts those that are open, and those that a program would inherit
     std::pair count(more, 0);
     for (const auto& descriptor : fs::directory_iterator("/proc/self/fd")) {
       count.first++;
@@ -242,7 +243,7 @@ TEST_F(Hurn, LimitsHoldBackAndTell) {
   };
   ASSERT_EQ(0, hurn_ratelimit_set(7, 2, 60000));
   write(7, 4);
-  usleep(70000);  // no minute
+  usleep(70000);  // far less than the window of a minute
   write(7, 1);
   write(8, 1);
   hurn_original("never held back");
@@ -253,7 +254,7 @@ TEST_F(Hurn, LimitsHoldBackAndTell) {
   write(7, 1);
   expect("3 lines of group 7 suppressed.\n7/0\n7/0\n");
 
-  // A line that the level holds back takes nothing from its module.
+  // A log line that the limit of its level holds back does not count towards the limit of its module.
   const uint32_t infos = hurn_get_group_id("info");
   ASSERT_EQ(0, hurn_ratelimit_set(7, 2, 60000) + hurn_ratelimit_set(infos, 1, 60000));
   write(7, 4);

@@ -1,4 +1,4 @@
-// The kernel side in user space.
+// Tests the stand-in, which is the kernel side in user space.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/futex.h>
@@ -57,7 +57,8 @@ TEST(Standin, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
   }
 }
 
-// Bound to one CPU, this thread is the one that ran there; its name is no help to who counts fields.
+// The thread is bound to one CPU, so it ran there last. Its name has blanks and brackets, which would mislead code
+// that counts fields.
 TEST(Standin, CountersAndThreadsArePrinted) {
   int64_t *table = nullptr, *again = nullptr;
   EXPECT_EQ(call(0x401, at(&table)) + call(0x401, at(&again)), 0);
@@ -98,7 +99,7 @@ TEST(Standin, WrongWordsAndPointersAreRefused) {
   zut_takedown last{};
   EXPECT_TRUE(zut_last_takedown(&last) == 0 &&
               text.substr(0, 255) == std::string(last.text, strnlen(last.text, 256)));
-  // Which arguments of which command are pointers, a bit for each; each of them bad in turn, the others good.
+  // A bit for each argument of a command that is a pointer. Each pointer is bad in turn, and the others are good.
   const std::pair<uint32_t, uint32_t> commands[] = {
       {0x002, 4}, {0x003, 1}, {0x100, 1}, {0x101, 3}, {0x102, 1},  {0x103, 3}, {0x104, 1},
       {0x300, 1}, {0x303, 1}, {0x304, 1}, {0x305, 2}, {0x306, 2},  {0x307, 2}, {0x400, 1},
@@ -116,7 +117,7 @@ TEST(Standin, WrongWordsAndPointersAreRefused) {
 }
 
 TEST(Standin, WaitEndsByTimeWordOrSignal) {
-  enum End { kTime, kZero, kWaker, kSignal };  // a waker clears the word and sends the signal
+  enum End { kTime, kZero, kWaker, kSignal };  // kWaker clears the word and sends the signal
   struct sigaction action {};
   action.sa_handler = [](int) {};
   action.sa_flags = SA_RESTART;
@@ -131,7 +132,7 @@ TEST(Standin, WaitEndsByTimeWordOrSignal) {
     std::thread other([&, end = end, sleeper = pthread_self()] {
       while (!over) {
         usleep(end == kTime ? 0 : 20000);
-        word = end == kTime ? word + 2 : end == kSignal;  // another value is no end
+        word = end == kTime ? word + 2 : end == kSignal;  // a value other than 0 does not end the wait
         syscall(SYS_futex, &word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, 1, nullptr, nullptr, 0);
         pthread_kill(sleeper, end == kTime ? 0 : SIGUSR1);
       }
@@ -161,7 +162,8 @@ struct Target {
   long ask() { return call(0x500, at(&id), at(&stack), at(&frame_told), at(&counter)); }
 };
 
-// In a section of its own, whose bounds the linker gives; built-in atomics are inlined at any optimisation.
+// The function has a section of its own, as the linker defines symbols for the bounds of a section. It uses built-in
+// atomics, which are inlined at any level of optimisation.
 __attribute__((noinline, section("spin_text"))) void spin(Target* target) {
   __atomic_store_n(&target->frame, at(__builtin_frame_address(0)), __ATOMIC_RELEASE);
   while (__atomic_load_n(&target->spins, __ATOMIC_RELAXED)) {
@@ -179,7 +181,7 @@ TEST(Standin, RegistersOfSpinningThreads) {
     wait_until([&] { return __atomic_load_n(&target.frame, __ATOMIC_ACQUIRE) != 0; });
     for (int round = 0; round < 100 && !HasFailure(); ++round) {
       ASSERT_EQ(target.ask(), 0) << errno;
-#ifndef __SANITIZE_THREAD__  // holds signals back to the next call into its own code
+#ifndef __SANITIZE_THREAD__  // this sanitizer delays signals until the next call into its own code
       EXPECT_EQ(target.frame_told, target.frame);
       EXPECT_TRUE(target.stack <= target.frame && target.frame <= target.stack + 4096) << target.stack;
       EXPECT_TRUE(at(__start_spin_text) <= target.counter && target.counter < at(__stop_spin_text));
@@ -196,7 +198,7 @@ TEST(Standin, RegistersOfSpinningThreads) {
   other_caller.join();
 }
 
-// Each test has places of its own.
+// Each test has its own places for the device.
 class StandinJiffies : public testing::Test {
  protected:
   void SetUp() override {
@@ -223,7 +225,7 @@ class StandinJiffies : public testing::Test {
   static bool advances(const uint64_t* counter) {
     return wait_until([=, first = read(counter)] { return read(counter) > first + 2; });
   }
-  // Threads of this process whose file begins so.
+  // Returns how many threads of this process have a `file` in /proc that begins with `start`.
   static long threads_with(const char* file, const std::string& start) {
     return std::count_if(fs::directory_iterator("/proc/thread-self/.."), {},
                          [&](const auto& thread) { return read_file(thread.path() / file).starts_with(start); });
@@ -232,7 +234,7 @@ class StandinJiffies : public testing::Test {
 
   static constexpr const char* kPlaces[] = {"/run", "/dev/shm", "/tmp"};
   tirn::test::PrivateRoot root_;
-  const std::string folder_ = "/run/zut-0";  // a user of a private root is its root
+  const std::string folder_ = "/run/zut-0";  // in a private root, the user is root
   const char *sysfs_ = nullptr, *dev_ = nullptr;
 };
 
@@ -271,7 +273,7 @@ TEST_F(StandinJiffies, OneCurrentDeviceForAll) {
   EXPECT_TRUE(offered() && sysfs_ == folder_ + "/sysfs/") << "current, as its keeper lives";
 }
 
-// By a process that has not mapped the device yet, and at once. Nobody keeps it current in the end.
+// A process that has not mapped the device yet repairs it, and at once. In the end, no process keeps it current.
 TEST_F(StandinJiffies, DamagedDevicesArePutRight) {
   tirn::test::run_child([&] { return offered() ? 0 : 1; });
   for (const uint64_t value : {UINT64_MAX, clock() + 1000000, uint64_t{0}}) {
@@ -291,11 +293,11 @@ TEST_F(StandinJiffies, DamagedDevicesArePutRight) {
   EXPECT_TRUE(wait_until([&] { return !offered(); }) && errno == EROFS) << errno;
 }
 
-// Each place is spoiled in turn, and the device is offered at the next.
+// Each place is made unusable in turn, and the device is then offered at the next one.
 TEST_F(StandinJiffies, RefusedPlacesAreToldAndLeft) {
   const std::function<void()> spoil[] = {
       [] { EXPECT_TRUE(fs::create_directory("/run/zut-0") && chmod("/run/zut-0", 0750) == 0); },
-      [&] { root_.tmpfs("/dev/shm", "size=12k,mode=1777"); },  // the texts fill it
+      [&] { root_.tmpfs("/dev/shm", "size=12k,mode=1777"); },  // the text files fill it
       [] {
         fs::rename("/tmp/zut-0", "/tmp/elsewhere");
         fs::remove_all("/tmp/elsewhere/sysfs");
@@ -317,16 +319,16 @@ TEST_F(StandinJiffies, RefusedPlacesAreToldAndLeft) {
   EXPECT_TRUE(fs::is_empty("/dev/shm/zut-0/dev") && !fs::exists("/tmp/elsewhere/sysfs")) << "half a device is left";
 }
 
-// Runs the piece in a child that is the first process of a namespace. Within it, the next one has its parent's process
-// id, as ids come back once their owners have ended.
+// Runs the piece in a child that is the first process of a new namespace, with process id 1. A nested call thus gives
+// a child the process id of its parent, as if the id had been used again after its owner's end.
 void run_as_first(const std::function<void()>& piece) {
   EXPECT_EQ(unshare(CLONE_NEWPID), 0) << strerror(errno);
   const auto child = tirn::test::run_child([&] { return piece(), getpid() - 1; });
   EXPECT_TRUE(child.exited()) << child;
 }
 
-// One thread of the parent takes no signal, owns the log's sink and waits for the reader of a pipe; another waits for
-// the registers of the first.
+// One thread of the parent blocks all signals, holds the lock of the log's sink and waits for a reader of a pipe.
+// Another thread waits for the registers of the first.
 TEST_F(StandinJiffies, ChildrenStartAnew) {
   static Target deaf;
   const auto inner = [&] {

@@ -25,7 +25,7 @@ using std::chrono::steady_clock;
   setrlimit(RLIMIT_CORE, &no_core);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
-  // The parent's test may have failed already.
+  // The test may have failed in the parent before the fork.
   const testing::TestResult& test = *testing::UnitTest::GetInstance()->current_test_info()->result();
   const int failed_before = test.total_part_count();
   int status = piece();
@@ -50,9 +50,9 @@ std::string contents(int fd) {
 
 ChildProcess::ChildProcess(const std::function<int()>& piece, milliseconds limit)
     : end_(steady_clock::now() + limit),
-      out_(memfd_create("stdout", MFD_CLOEXEC)),  // files: a full pipe would stop the child, a grandchild hold it
+      out_(memfd_create("stdout", MFD_CLOEXEC)),  // a pipe could fill up, or be held open by a grandchild
       err_(memfd_create("stderr", MFD_CLOEXEC)) {
-  fflush(stdout);  // what waits in the buffer would be written by both
+  fflush(stdout);  // otherwise both processes would write what is buffered
   pid_ = fork();
   if (pid_ == 0) {
     run_piece(piece, out_, err_);

@@ -1,4 +1,4 @@
-// Programs that only record how they are called, found first in PATH.
+// Programs that only record how they are called. They come first in PATH.
 #ifndef TIRN_TEST_FAKE_TOOLS_H
 #define TIRN_TEST_FAKE_TOOLS_H
 
@@ -11,7 +11,7 @@
 
 namespace tirn::test {
 
-// PATH is put back, and the programs removed, at the end.
+// The destructor restores PATH and removes the programs.
 class FakeTools {
  public:
   FakeTools() { setenv("PATH", (folder_.path() + ":" + former_path_).c_str(), 1); }
@@ -19,14 +19,14 @@ class FakeTools {
   FakeTools& operator=(const FakeTools&) = delete;
   ~FakeTools() { setenv("PATH", former_path_.c_str(), 1); }
 
-  // A program that writes `out`, a shell word, and exits with `status`.
+  // Adds a program that writes `out`, a word in the shell's syntax, and exits with `status`.
   void add(const std::string& name, int status = 0, const std::string& out = "''") const {
     folder_.write_file(name,
                        "#!/bin/sh\necho " + name + " \"$@\" >>" + folder_.path(".calls") + "\nprintf %s " + out +
                            "\nexit " + std::to_string(status) + "\n",
                        0755);
   }
-  // The calls so far, in order: name and arguments, with a space between each.
+  // Returns the calls so far, in order: the name and the arguments, separated by spaces.
   std::vector<std::string> calls() const {
     std::istringstream lines(read_file(folder_.path(".calls")));
     std::vector<std::string> calls;

@@ -17,7 +17,7 @@
 namespace tirn::test {
 namespace {
 
-// What a child leaves for its parent, however it ends.
+// What a child leaves for its parent in shared memory, however the child ends.
 struct Report {
   uint32_t calls;
   Fault fault;
@@ -28,7 +28,7 @@ std::map<int, std::string> open_descriptors() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code ignored;
     const std::string name = std::filesystem::read_symlink(entry.path(), ignored);
-    if (!name.ends_with("/fd")) {  // the folder's own
+    if (!name.ends_with("/fd")) {  // the descriptor of the walk itself
       open[std::stoi(entry.path().filename())] = name;
     }
   }
@@ -64,7 +64,7 @@ long run_on_a_thread(const Scenario& scenario) {
   return reinterpret_cast<long>(result);
 }
 
-// The first free slot of the thread table: a lost reference moves it.
+// Returns the first free slot of the thread table. A lost reference to a slot moves it.
 const void* first_free_slot() {
   const ThreadSlot* slot = nullptr;
   std::thread([&slot] {
@@ -75,12 +75,12 @@ const void* first_free_slot() {
   return slot;
 }
 
-// After a cancellation; a lock that was lost makes this run hang, and so the child.
+// Runs the scenario again after a cancellation. If a lock was left locked, this run hangs, and the child times out.
 void expect_nothing_lost(const Scenario& scenario, const void* slot_before) {
   run_on_a_thread(scenario);
   scenario.clean_up();
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
-  // Threads that the scenario started may still be ending.
+  // Threads that the scenario started may not have ended yet.
   EXPECT_TRUE(wait_until([&] { return first_free_slot() == slot_before; })) << "a slot of the thread table was lost";
 }
 

@@ -31,7 +31,7 @@ namespace {
 
 constexpr size_t kMostBlocks = 16384;
 
-// What the replacements see of the one Faults that lives.
+// The state of the one living Faults object, for the replacements.
 struct State {
   FaultPlan plan;
   std::atomic<bool> failing;
@@ -39,7 +39,7 @@ struct State {
   uintptr_t base;
   Fault fault;
   std::atomic<uint32_t> inheritable;
-  std::atomic<bool> has_fault;  // release and acquire: whoever sees it sees the fault
+  std::atomic<bool> has_fault;  // stored with release, pairs with the acquire in fault()
   std::atomic<void*> blocks[kMostBlocks];
 };
 constinit State g_state{};
@@ -94,16 +94,16 @@ struct Name {
   char text[N];
 };
 
-// Looks at what has just been opened.
+// Counts a descriptor that has just been opened, if a child would inherit it.
 void note_descriptor(int fd) {
-  // By the raw call: the program's fcntl may be redirected.
+  // Uses the raw system call, as the program's fcntl may be redirected.
   if (fd >= 0 && (syscall(SYS_fcntl, fd, F_GETFD) & FD_CLOEXEC) == 0) {
     g_state.inheritable.fetch_add(1);
   }
 }
 void note_descriptor(FILE* file) { note_descriptor(file != nullptr ? fileno(file) : -1); }
 
-// Of the calls that open, those whose result is closed again by whoever made the call, or kept by the library.
+// Returns whether the function opens a descriptor that its caller closes again or that the library keeps.
 constexpr bool opens(std::string_view name) {
   return name == "open" || name == "fopen" || name == "socket" || name == "accept4";
 }
@@ -117,7 +117,7 @@ Result as_result(long value) {
   }
 }
 
-// Stands in for one function: fails where that is planned, else goes on to the true one.
+// Replaces one function: fails if that is planned, otherwise calls the real function.
 template <Name kName, typename Function, unsigned kKinds, int kError, long kFailure>
 struct Fallible;
 
@@ -152,7 +152,8 @@ void release(void* block) {
   g_real_free(block);
 }
 
-// A log library that writes is a cancellation point; the one that lines are captured from is none.
+// A log library that writes is a cancellation point, but under LogCapture it does not write. The replacement adds the
+// cancellation point.
 void (*g_real_hurn)(uint32_t, uint32_t, const char*, uint32_t, const char*, uint32_t, const char*, ...) = nullptr;
 
 __attribute__((format(printf, 7, 8))) void write_log(uint32_t module, uint32_t level, const char* file, uint32_t line,
@@ -173,7 +174,7 @@ struct Row {
   void (*set_real)(void*);
 };
 
-// Calls that fail with errno and this result.
+// A function that sets errno and returns `kFailure` when it fails.
 template <Name kName, typename Function, unsigned kKinds, int kError, long kFailure>
 Row row() {
   using Stand = Fallible<kName, Function, kKinds, kError, kFailure>;
@@ -181,13 +182,13 @@ Row row() {
           [](void* real) { Stand::real = reinterpret_cast<decltype(Stand::real)>(real); }};
 }
 
-// Calls that give the error itself.
+// A function that returns the error itself.
 template <Name kName, typename Function, unsigned kKinds, int kError>
 Row error_row() {
   return row<kName, Function, kKinds, kError, kError>();
 }
 
-// Calls that are not made to fail, only to meet a cancellation.
+// A function that is not made to fail. Its calls only serve as cancellation points.
 template <Name kName, typename Function>
 Row point_row() {
   return row<kName, Function, kCancellations, 0, 0>();
@@ -200,8 +201,8 @@ using Control = int(int, int, long);
 const Row kLogRow = {"hurn", reinterpret_cast<void*>(write_log),
                      [](void* real) { g_real_hurn = reinterpret_cast<decltype(g_real_hurn)>(real); }};
 
-// What the libraries call; a function that one of them begins to call needs a row. vfork is not here: its child may not
-// return through a frame that the parent still needs.
+// The functions that the libraries call. When a library begins to call another function that can fail, that function
+// needs a row. vfork has none: its child must not return through a frame that the parent still needs.
 const Row kRows[] = {
     row<"malloc", decltype(malloc), kHeapFaults, ENOMEM, 0>(),
     row<"calloc", decltype(calloc), kHeapFaults, ENOMEM, 0>(),
@@ -283,7 +284,7 @@ Faults::Faults(const FaultPlan& plan) {
   for (auto& block : g_state.blocks) {
     block.store(nullptr, std::memory_order_relaxed);
   }
-  // A cancellation may also fall into what the library calls.
+  // A cancellation may also happen inside the libraries that the library calls.
   const bool is_everywhere = plan.kinds == kCancellations && plan.object == Object::library;
   for (const Object object : {plan.object, Object::log, Object::kernel_side}) {
     if (object == plan.object || is_everywhere) {

@@ -28,7 +28,7 @@ bool is_function_address(uint32_t type) {
 
 Imports::Imports(Object object) {
   static constexpr const char* kNames[] = {"/libtirn.so", "/libhurn.so", "/libzut.so",
-                                           ""};  // the program comes first
+                                           ""};  // any name: the first object is the program
   const link_map* map = nullptr;
   dlinfo(dlopen(nullptr, RTLD_LAZY), RTLD_DI_LINKMAP, &map);
   while (map != nullptr && std::strstr(map->l_name, kNames[static_cast<int>(object)]) == nullptr) {
@@ -73,7 +73,7 @@ void Imports::point(std::string_view name, void* replacement) {
     if (slot.name != name) {
       continue;
     }
-    // The addresses lie in pages that the loader has made read-only.
+    // The loader has made the pages of these addresses read-only.
     const uintptr_t page = reinterpret_cast<uintptr_t>(slot.address) & ~(page_size - 1);
     if (mprotect(reinterpret_cast<void*>(page), page_size, PROT_READ | PROT_WRITE) != 0) {
       std::abort();

@@ -1,5 +1,5 @@
-// One object's way to functions of other objects: its relocated addresses, which a test may point elsewhere. Calls
-// that other objects make of the same functions, the sanitizers' among them, are not touched.
+// Redirects the calls that one object makes to functions of other objects, by changing its relocated addresses. Calls
+// of the same functions from other objects, the sanitizers included, stay as they are.
 #ifndef TIRN_TEST_IMPORTS_H
 #define TIRN_TEST_IMPORTS_H
 
@@ -12,7 +12,7 @@ namespace tirn::test {
 // libtirn.so, libhurn.so, libzut.so, or the test program with what is linked into it.
 enum class Object { library, log, kernel_side, program };
 
-// The addresses are put back at the end.
+// The destructor restores the addresses.
 class Imports {
  public:
   explicit Imports(Object object);
@@ -20,11 +20,11 @@ class Imports {
   Imports& operator=(const Imports&) = delete;
   ~Imports();
 
-  // The function that the object calls by this name; nullptr where it calls none.
+  // Returns the function that the object calls by this name, or nullptr if it calls none.
   void* function(std::string_view name) const;
-  // To a function of the same type.
+  // Redirects the object's calls of `name` to a function of the same type.
   void redirect(std::string_view name, auto* replacement) { point(name, reinterpret_cast<void*>(replacement)); }
-  // Where the object is loaded: what addr2line wants subtracted.
+  // Returns where the object is loaded. Subtract this from an address before passing it to addr2line.
   uintptr_t base() const { return base_; }
 
  private:

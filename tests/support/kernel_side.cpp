@@ -22,7 +22,7 @@ long fail_as_set(uint64_t word, uint64_t, uint64_t, uint64_t, uint64_t) {
   return -1;
 }
 
-// The library maps the device once in a process, so all devices of a process have one page.
+// The library maps the device once in a process, so all devices of a process share one page.
 int page() {
   static const int kPage = memfd_create("jiffies", MFD_CLOEXEC);
   return ftruncate(kPage, kDeviceBytes) == 0 ? kPage : -1;
@@ -63,7 +63,7 @@ uint64_t KernelSide::calls(uint32_t command) const {
 void KernelSide::no_jiffies() { zut_offer_jiffies(0); }
 
 void KernelSide::jiffies_at(const std::string& sysfs, const std::string& dev) {
-  static auto& kept = *new std::deque<std::string>;  // the library looks at them for ever
+  static auto& kept = *new std::deque<std::string>;  // the library keeps the pointers until the process ends
   zut_set_jiffies_paths(kept.emplace_back(sysfs).c_str(), kept.emplace_back(dev).c_str());
 }
 

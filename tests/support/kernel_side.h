@@ -1,4 +1,4 @@
-// The kernel side as a test wants it. For builds over the stand-in.
+// Lets a test change what the kernel side does, in builds that use the stand-in.
 #ifndef TIRN_TEST_KERNEL_SIDE_H
 #define TIRN_TEST_KERNEL_SIDE_H
 
@@ -11,7 +11,7 @@
 
 namespace tirn::test {
 
-// Everything is put back at the end. Commands are the low half of a command word: 0x800 and so on.
+// The destructor restores everything. A command is the low half of a command word, for example 0x800.
 class KernelSide {
  public:
   KernelSide() = default;
@@ -19,27 +19,27 @@ class KernelSide {
   KernelSide& operator=(const KernelSide&) = delete;
   ~KernelSide();
 
-  // A lambda without captures will do for a handler.
+  // Installs a handler for the command. A lambda without captures can be one.
   void replace(uint32_t command, zut_handler handler);
-  // The command gives -1 with this error from now on.
+  // From now on the command returns -1 and sets this errno.
   void failing(uint32_t command, int error);
-  // Calls since this object was told of the command by replace(), failing() or watch().
+  // Returns the number of calls since replace(), failing() or watch() first named the command to this object.
   uint64_t calls(uint32_t command) const;
   void watch(uint32_t command);
-  // The whole 64-bit word of the last call.
+  // Returns the whole 64-bit command word of the last call.
   static uint64_t last_word(uint32_t command) { return zut_last_word(command); }
 
-  // There is no jiffies device, as on a machine without the module.
+  // Withdraws the jiffies device, as on a machine without the kernel module.
   void no_jiffies();
-  // The device lies at these base paths, which end in a slash.
+  // Offers the device at these base paths, which end in a slash.
   void jiffies_at(const std::string& sysfs, const std::string& dev);
 
  private:
   std::map<uint32_t, uint64_t> calls_before_;
 };
 
-// A jiffies device whose counter stands still until the test moves it. To be made before the library first looks
-// for the device; later ones move the counter of the first.
+// A jiffies device whose counter stands still until the test moves it. Make the first one before the library first
+// looks for the device. Later ones move the same counter.
 class JiffiesDevice {
  public:
   explicit JiffiesDevice(KernelSide& kernel, uint64_t start = 1000000);
@@ -49,7 +49,7 @@ class JiffiesDevice {
   void set(uint64_t jiffies) { __atomic_store_n(counter_, jiffies, __ATOMIC_RELAXED); }
   void advance(uint64_t jiffies) { set(now() + jiffies); }
   uint64_t now() const { return __atomic_load_n(counter_, __ATOMIC_RELAXED); }
-  // The folder of both base paths: sysfs/ and dev/.
+  // Returns the folder that holds both base paths, sysfs/ and dev/.
   const TempFolder& folder() const { return folder_; }
 
  private:

@@ -18,14 +18,14 @@ constexpr size_t kBytes = 8 * 1024 * 1024;
 struct Slot {
   std::atomic<bool> ready;
   pid_t process;
-  hurn_line line;  // the name of the file is a constant, the other texts lie in the pool
+  hurn_line line;  // `file` points to a constant, the other texts lie in the pool
 };
 
 struct Store {
   std::atomic<size_t> lines;
   std::atomic<size_t> bytes;
   Slot slots[kLines];
-  char pool[kBytes];  // zeros, so each text is terminated
+  char pool[kBytes];  // zeroed, so each text is terminated
 };
 
 Store& store() {
@@ -33,21 +33,21 @@ Store& store() {
   return *static_cast<Store*>(memory);
 }
 
-// Runs wherever a line is written, in signal handlers too: takes no lock and allocates nothing.
+// Runs wherever a log line is written, also in signal handlers, so it takes no lock and allocates nothing.
 void keep_line(const hurn_line* line) {
   const char* const function = line->function != nullptr ? line->function : "";
   const size_t name_size = std::strlen(function) + 1;
   const size_t number = store().lines.fetch_add(1, std::memory_order_relaxed);
   const size_t at = store().bytes.fetch_add(name_size + line->length + 1, std::memory_order_relaxed);
   if (number >= kLines || at + name_size + line->length >= kBytes) {
-    return;  // shown as lost
+    return;  // operator<< reports that log lines were lost
   }
   Slot& slot = store().slots[number];
   slot.process = getpid();
   slot.line = *line;
   slot.line.function = static_cast<const char*>(std::memcpy(store().pool + at, function, name_size));
   slot.line.text = static_cast<const char*>(std::memcpy(store().pool + at + name_size, line->text, line->length));
-  slot.ready.store(true, std::memory_order_release);  // pairs with lines()
+  slot.ready.store(true, std::memory_order_release);  // pairs with the acquire load in lines()
 }
 
 }  // namespace
@@ -65,7 +65,7 @@ bool matches(std::string_view text, std::string_view pattern) {
 }
 
 LogCapture::LogCapture(uint32_t level) : former_level_(static_cast<uint32_t>(hurn_loglevel_get(TIRN_MODULE_ID))) {
-  clear();  // maps the store, too, which a signal handler could not
+  clear();  // also maps the store, which a signal handler must not do
   hurn_loglevel_set(TIRN_MODULE_ID, level);
   const hurn_content_record record{HURN_CALLBACK_ONLY, keep_line};
   hurn_register_content_callback(&record);
@@ -84,7 +84,7 @@ std::vector<LogLine> LogCapture::lines() const {
   std::vector<LogLine> lines;
   for (size_t i = first_; i < end; ++i) {
     const Slot& slot = store().slots[i];
-    if (slot.ready.load(std::memory_order_acquire)) {  // else its writer is at it, or died there
+    if (slot.ready.load(std::memory_order_acquire)) {  // otherwise its writer is not done yet, or died
       const hurn_line& line = slot.line;
       lines.push_back({line.module, line.level, slot.process, line.line, line.file != nullptr ? line.file : "",
                        line.function, line.text});

@@ -1,4 +1,4 @@
-// The log lines of the test process and of its forked children.
+// Captures the log lines of the test process and of its forked children.
 #ifndef TIRN_TEST_LOG_CAPTURE_H
 #define TIRN_TEST_LOG_CAPTURE_H
 
@@ -28,12 +28,12 @@ struct LogLine {
   std::string text;
 };
 
-// Takes every line from the log library while it lives, instead of the sink. Lines are kept in memory that forked
-// children share, without a lock, so lines of signal handlers and of children that die are seen too.
-// A text to look for may hold `*`, which stands for any characters. One capture at a time.
+// While it lives, every log line goes to it instead of to the sink. The log lines are kept in memory that forked
+// children share, without a lock, so those of signal handlers and of children that die are seen too. In a text to
+// look for, `*` stands for any characters. Only one capture may live at a time.
 class LogCapture {
  public:
-  // Sets this level for module 381, and puts back the former one at the end.
+  // Sets this level for module 381. The destructor restores the former level.
   explicit LogCapture(uint32_t level = HURN_DEBUG);
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
@@ -44,9 +44,9 @@ class LogCapture {
   size_t count(std::string_view text) const;
   size_t count(uint32_t level, std::string_view text) const;
   bool has(uint32_t level, std::string_view function, std::string_view text) const;
-  // True as soon as such a line is there; false when the limit has passed.
+  // Returns true as soon as there is such a log line, or false once the limit has passed.
   bool wait_for(std::string_view text, std::chrono::milliseconds limit = kPatience) const;
-  // Forgets the lines so far.
+  // Forgets the log lines so far.
   void clear();
 
  private:
@@ -57,9 +57,10 @@ class LogCapture {
   size_t first_ = 0;
 };
 
-// A row for each line: for the message of a failure.
+// Prints each log line on a text line of its own, for the message of a failed expectation.
 std::ostream& operator<<(std::ostream& out, const LogCapture& capture);
 
+// Returns whether the whole text matches the pattern, in which `*` stands for any characters.
 bool matches(std::string_view text, std::string_view pattern);
 
 }  // namespace tirn::test

@@ -1,7 +1,7 @@
-// Every test program's main, and what the sanitizers are told where the environment does not say otherwise.
+// The main function of every test program, and the sanitizers' default options, which the environment can override.
 #include <gtest/gtest.h>
 
-// Deaths by a signal are part of what is tested, so the signals stay the program's own.
+// Some tests check that a process dies by a signal, so the sanitizers must not handle these signals.
 #define SIGNALS_STAY "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0:handle_abort=0"
 
 extern "C" {

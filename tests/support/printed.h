@@ -1,4 +1,4 @@
-// What the library prints through a function like printf.
+// Collects what the library prints through a function like printf.
 #ifndef TIRN_TEST_PRINTED_H
 #define TIRN_TEST_PRINTED_H
 
@@ -23,7 +23,7 @@ __attribute__((format(printf, 1, 2))) inline int keep_printed(const char* format
   return length;
 }
 
-// The text that `show` prints through its argument. One at a time.
+// Returns the text that `show` prints through its argument. Only one thread may call this at a time.
 inline std::string printed(const std::function<void(kesa_print_fn)>& show) {
   g_printed.clear();
   show(keep_printed);

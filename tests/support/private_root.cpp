@@ -20,7 +20,7 @@ namespace tirn::test {
 namespace {
 namespace fs = std::filesystem;
 
-// Namespaces are root's; any user becomes root of a user namespace first.
+// Only root may enter a namespace. Any other user becomes the root of a user namespace first.
 std::string enter_namespace(int kind, const char* name) {
   const uid_t user = geteuid();
   const gid_t group = getegid();
@@ -44,7 +44,7 @@ bool is_there(const std::string& path) {
   return fs::exists(fs::symlink_status(path, ignored));
 }
 
-// Shows `source` at `target`, which is made as its kind wants it.
+// Makes `target` show `source`: a symbolic link is copied, a file or folder is bound to a new one of the same kind.
 void show(const std::string& source, const std::string& target) {
   std::error_code error;
   const fs::file_status status = fs::symlink_status(source, error);
@@ -81,8 +81,9 @@ PrivateRoot::PrivateRoot() {
   std::error_code ignored;
   const fs::path here = fs::current_path(ignored);
   const bool is_private = mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-  // The machine's root may be read-only or somebody's own, so that new entries cannot stand in it. What is mounted over
-  // the root is reached by its parent, and "/" leads to the machine's own until it becomes the root.
+  // The machine's root may be read-only or belong to another user, so no entries can be added to it, and a memory
+  // file system is mounted over it. That mount is reached as "/..", while "/" still is the machine's root until the
+  // chroot.
   if (is_private) {
     cover("/..");
   }
@@ -104,7 +105,7 @@ void PrivateRoot::mount_memory(const std::string& folder, const std::string& opt
   }
 }
 
-// Puts memory over a folder of the machine, with the folder's entries in it.
+// Mounts a memory file system over a folder of the machine. The mount shows the folder's entries.
 void PrivateRoot::cover(const std::string& folder) {
   const int machine_folder = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   const std::string machine_path = "/proc/self/fd/" + std::to_string(machine_folder) + "/.";
@@ -119,7 +120,7 @@ void PrivateRoot::cover(const std::string& folder) {
   close(machine_folder);
 }
 
-// Takes away what stands at the path. Nothing of the machine is removed, only its showing.
+// Removes what the layout shows at the path. The machine's own files are only unmounted, never removed.
 void PrivateRoot::clear(const std::string& path) {
   while (umount2(path.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) == 0) {
   }
@@ -138,7 +139,7 @@ void PrivateRoot::clear(const std::string& path) {
   expect_done(::remove(path.c_str()) == 0, "remove", path);
 }
 
-// The path's folder is there and ours, and nothing of that name is in it.
+// Makes sure that the path's folder exists and belongs to the layout, and that the path itself is free.
 void PrivateRoot::make_room(const std::string& path) {
   fs::path folder = fs::path(path).parent_path();
   while (!fs::exists(folder)) {
@@ -157,7 +158,7 @@ void PrivateRoot::make_room(const std::string& path) {
 void PrivateRoot::write_file(const std::string& path, std::string_view text, unsigned mode) {
   const bool is_file = fs::is_regular_file(fs::symlink_status(path));
   if (is_file && !is_ours(path)) {
-    // The file alone is covered: in /proc above all the folder goes on living.
+    // Covers the file alone, because its folder may change, above all in /proc.
     const std::string cover = "/.covers/" + std::to_string(++covers_);
     fs::create_directory("/.covers");
     std::ofstream(cover).close();

@@ -1,5 +1,5 @@
-// File trees and networks that only the test process sees. Both last until the process ends, and threads that are
-// started afterwards see them too.
+// A file tree and a network that only the test process sees. Both last until the process ends. Threads that are
+// started later see them too.
 #ifndef TIRN_TEST_PRIVATE_ROOT_H
 #define TIRN_TEST_PRIVATE_ROOT_H
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-// Skips the test, with the reason, where the machine refuses namespaces.
+// Skips the test, with the reason, if the machine refuses namespaces.
 #define TIRN_NEEDS_PRIVATE_ROOT(root) \
   if (!(root).refusal().empty()) {    \
     GTEST_SKIP() << (root).refusal(); \
@@ -24,25 +24,26 @@
 
 namespace tirn::test {
 
-// Absolute paths laid out over the machine's own, which never change: what was there is covered by a memory file
-// system that shows the rest of its folder as before. One for a process, made before its threads.
+// Lays files and folders over absolute paths of the machine. The machine's own files never change: a changed folder
+// is covered by a memory file system that shows the rest of the folder as before. Make at most one per process,
+// before the process starts threads.
 class PrivateRoot {
  public:
   PrivateRoot();
   PrivateRoot(const PrivateRoot&) = delete;
   PrivateRoot& operator=(const PrivateRoot&) = delete;
 
-  // Why there is none; empty if all is well.
+  // The reason why there is no private root; empty if there is one.
   const std::string& refusal() const { return refusal_; }
 
-  // Folders on the way are made as needed. A path that was there before is replaced.
+  // Writes a file and makes the folders above it as needed. Replaces what was at the path before.
   void write_file(const std::string& path, std::string_view text, unsigned mode = 0644);
   void mkdir(const std::string& path);
-  // The path shows `source`, a file or folder which the layout does not cover.
+  // Makes the path show `source`, a file or folder that the layout does not cover.
   void bind(const std::string& source, const std::string& path);
-  // An empty folder that hides what was there; `options` as mount takes them: "size=64k".
+  // Mounts an empty folder that hides what was there. `options` are those of mount, for example "size=64k".
   void tmpfs(const std::string& path, const std::string& options = {});
-  // The path is missing.
+  // Makes the path missing.
   void remove(const std::string& path);
 
  private:
@@ -57,7 +58,8 @@ class PrivateRoot {
   std::set<dev_t> ours_;  // the file systems that hold the layout
 };
 
-// A network of the process's own, with nothing but the loopback device, up. Empty, or why it was refused.
+// Gives the process a network of its own, in which only the loopback device exists and is up. Returns an empty text,
+// or the reason why the network was refused.
 std::string private_network();
 
 }  // namespace tirn::test

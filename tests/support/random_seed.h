@@ -8,7 +8,7 @@
 
 namespace tirn::test {
 
-// A new one for each run, printed so that a failing run can be repeated: TIRN_TEST_SEED gives it back.
+// Returns a new seed in each run, and prints it. Setting TIRN_TEST_SEED to a printed seed repeats that run.
 inline unsigned random_seed() {
   static const unsigned seed = [] {
     const char* const given = std::getenv("TIRN_TEST_SEED");

@@ -1,4 +1,4 @@
-// Rings that free themselves, with positions that begin anywhere.
+// Rings that free themselves and whose positions may start anywhere.
 #ifndef TIRN_TEST_RING_H
 #define TIRN_TEST_RING_H
 
@@ -22,7 +22,7 @@ inline Ring ring_from(uint32_t position, uint32_t count, uint32_t flags) {
 
 enum Form : unsigned { kOne, kBulk, kBurst, kForms };
 
-// A call of either side by its form; `n` is 1 for kOne. What it gives.
+// Calls one form of enqueue or dequeue and returns its result. `n` must be 1 for kOne.
 inline int call(kesa_ring* ring, bool puts, Form form, uint64_t* values, uint32_t n) {
   switch (form) {
     case kOne:

@@ -1,4 +1,4 @@
-// The test support where its own faults would hide those of the library.
+// Tests those parts of the test support whose faults would hide faults of the library.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -43,7 +43,7 @@ TEST(Support, ChildWithAFailedExpectationIsSeen) {
   EXPECT_NE(outcome.out.find("told in the child"), std::string::npos) << outcome;
 }
 
-// Also what it shows in place of the machine's own: taken away there, it is still the machine's.
+// This holds also for what the root shows of the machine: removing it there does not remove it from the machine.
 TEST(Support, PrivateRootLeavesTheMachineAlone) {
   const std::string group = read_file("/etc/group");
   const ChildOutcome outcome = run_child([] {
@@ -68,7 +68,7 @@ TEST(Support, PrivateRootLeavesTheMachineAlone) {
 
 enum Leak { kBlock, kFile, kInherited };
 
-// Forgets the block or the file where the last call fails, or opens the file for every child.
+// Leaks the block or the file if the last call fails, or opens the file without close-on-exec.
 long leak(Leak kind) {
   void* const block = std::malloc(100);
   const int fd = open("/dev/null", O_RDONLY | (kind == kInherited ? 0 : O_CLOEXEC));

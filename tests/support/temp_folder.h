@@ -1,4 +1,4 @@
-// A folder for one test's files, and names that no other test process uses.
+// A folder for the files of one test, and names that no other test process uses.
 #ifndef TIRN_TEST_TEMP_FOLDER_H
 #define TIRN_TEST_TEMP_FOLDER_H
 
@@ -7,7 +7,7 @@
 
 namespace tirn::test {
 
-// Removed with all that is in it.
+// The destructor removes the folder with everything in it.
 class TempFolder {
  public:
   TempFolder();
@@ -17,17 +17,17 @@ class TempFolder {
 
   const std::string& path() const { return path_; }
   std::string path(std::string_view name) const { return path_ + "/" + std::string(name); }
-  // Writes a file, with the folders on its way; its path.
+  // Writes a file and makes the folders above it. Returns its path.
   std::string write_file(std::string_view name, std::string_view text, unsigned mode = 0644) const;
 
  private:
   std::string path_;
 };
 
-// "prefix_PID_N": for shared memory objects, semaphores, sockets.
+// Returns "prefix_PID_N", a name for a shared memory object, a semaphore or a socket.
 std::string unique_name(std::string_view prefix);
 
-// The file's bytes; empty where it cannot be read.
+// Returns the file's bytes, or an empty text if it cannot be read.
 std::string read_file(const std::string& path);
 
 }  // namespace tirn::test

@@ -1,5 +1,5 @@
-// The address sanitizer does not see where a thread ends in the midst of its frames, and takes what runs afterwards on its
-// stack for a fault.
+// Keeps the address sanitizer quiet about threads that end before their functions return. It does not notice such an
+// end, and reports faults in what runs on the same stack later.
 #ifndef TIRN_TEST_THREAD_END_H
 #define TIRN_TEST_THREAD_END_H
 
@@ -11,7 +11,7 @@
 
 namespace tirn::test {
 
-// To be called where such a thread ends, or is about to: by pthread_exit, or in a cleanup.
+// Call this when such a thread is about to end: before pthread_exit, or in a cleanup handler.
 inline void leave_frames() {
 #ifdef __SANITIZE_ADDRESS__
   pthread_attr_t attributes;

@@ -1,4 +1,4 @@
-// Waiting for what another thread or process brings about, instead of sleeping for a guessed time.
+// Waits for something that another thread or process does, instead of sleeping for a guessed time.
 #ifndef TIRN_TEST_WAIT_UNTIL_H
 #define TIRN_TEST_WAIT_UNTIL_H
 
@@ -7,10 +7,10 @@
 
 namespace tirn::test {
 
-// What must come is waited for as long as the test may last: a loaded machine is no fault.
+// Almost as long as a test may last: a slow machine alone must not make a test fail.
 inline constexpr std::chrono::seconds kPatience{TIRN_TEST_SECONDS - 10};
 
-// The condition's last answer: false only when the limit has passed.
+// Waits for the condition. Returns its last value, which is false only if the limit has passed.
 template <typename Condition>
 bool wait_until(Condition condition, std::chrono::milliseconds limit = kPatience) {
   const auto end = std::chrono::steady_clock::now() + limit;

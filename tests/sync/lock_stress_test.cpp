@@ -15,7 +15,7 @@
 
 namespace {
 
-// Writers of both marks on one word.
+// Takes the write lock by one of its two forms at random; they mark the word differently.
 struct MixedRwLock : tirn::RwLock {
   void lock() { rand() % 2 == 0 ? kesa_rwlock_write_lock_mayblock(native()) : kesa_rwlock_write_lock(native()); }
   bool try_lock() { return lock(), true; }
@@ -26,7 +26,7 @@ class LockStress : public testing::Test {};
 using Locks = testing::Types<tirn::SpinLock, MixedRwLock, tirn::TicketSpinLock, tirn::TicketRwLock>;
 TYPED_TEST_SUITE(LockStress, Locks);
 
-// Just below the wrap, so that the counters go round while threads wait.
+// Sets the counters, if the lock has any, just below the wrap, so that they wrap while threads wait.
 void set_near_wrap(auto& lock) {
   if constexpr (requires { lock.native()->serving; }) {
     lock.native()->serving = lock.native()->next = UINT32_MAX - 3;
@@ -36,7 +36,7 @@ void set_near_wrap(auto& lock) {
   }
 }
 
-// Threads that come one after the other while the lock is held are served in that order.
+// Checks that threads that arrive one after the other while the lock is held are served in that order.
 void check_order(auto& lock, uint32_t& next) {
   std::vector<int> served, expected(8);
   std::iota(expected.begin(), expected.end(), 0);
@@ -58,7 +58,8 @@ void check_order(auto& lock, uint32_t& next) {
 
 }  // namespace
 
-// Plain words that only the lock guards: a second writer, or a reader beside one, is seen or loses an update.
+// Only the lock guards the two plain variables. A second writer would lose an update, and a reader beside a writer
+// would see two different values.
 TYPED_TEST(LockStress, OneWriterOrReaders) {
   kesa_gettime_init();
   TypeParam lock;

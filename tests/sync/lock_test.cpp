@@ -22,7 +22,7 @@ namespace {
 
 char g_expected[128];
 
-// The line of its stack begins where this function returns to.
+// The log line of the waiting thread's stack begins with the return address of this function.
 __attribute__((noinline)) void wait_for(kesa_spinlock* spinlock) {
   std::snprintf(g_expected, sizeof g_expected, "current tid:%d, stack:%p(*) << *(*) << *(*).", gettid(),
                 __builtin_return_address(0));
@@ -114,12 +114,12 @@ TEST(TicketSpinlock, MisuseIsToldAndChangesNothing) {
     EXPECT_EQ(line.function + ": " + line.text, (i == 4 ? "" : "do_kesa_tspinlock_") + expected[i]);
     EXPECT_EQ(line.level, HURN_INFO);
   }
-  EXPECT_EQ(places.size(), 6u);  // the source line of each function's report; of unlock both
+  EXPECT_EQ(places.size(), 6u);  // the source line of each function that logs; unlock has two
 }
 
 TEST(TicketRwLock, CountersWrapEachByItself) {
   constexpr uint32_t kLast = UINT32_MAX;
-  using Words = std::array<uint32_t, 4>;  // in the record's order
+  using Words = std::array<uint32_t, 4>;  // in the order of the record's fields
   const auto check = [](auto operate, const Words& before, const Words& after) {
     auto lock = std::bit_cast<kesa_trwlock>(before);
     if constexpr (std::is_void_v<decltype(operate(&lock))>) {
@@ -135,7 +135,7 @@ TEST(TicketRwLock, CountersWrapEachByItself) {
   check(do_kesa_trwlock_read_unlock, {kLast, 7, 0, 7}, {0, 7, 0, 7});
   check(do_kesa_trwlock_write_lock, {kLast, kLast, kLast, kLast}, {kLast, kLast, 0, 0});
   check(do_kesa_trwlock_write_trylock, {kLast, 7, kLast, 7}, {kLast, 7, 0, 8});
-  check(do_kesa_trwlock_write_trylock, {kLast, 7, 0, 7}, {kLast, 7, 0, 7});  // beside a reader
+  check(do_kesa_trwlock_write_trylock, {kLast, 7, 0, 7}, {kLast, 7, 0, 7});  // a reader holds it
   check(do_kesa_trwlock_write_unlock, {kLast, kLast, 0, 0}, {0, 0, 0, 0});
   check(do_kesa_trwlock_init, {1, 2, 3, 4}, {0, 0, 0, 0});
 }

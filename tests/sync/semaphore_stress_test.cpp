@@ -21,14 +21,15 @@ namespace {
 
 constexpr size_t kThreads = 4;
 
-// No atomic: the thread sanitizer serves its queue of signals at each, and in a handler loses the thread's mask by that.
+// Not an atomic: the thread sanitizer delivers queued signals at each atomic operation. If that happens in a handler,
+// it loses the thread's signal mask.
 volatile sig_atomic_t g_has_rained = 0;
 __attribute__((no_sanitize("thread"))) void drop(int) { g_has_rained = 1; }
 
 }  // namespace
 
-// Each round hands a unit to a waiter and one back: the one who waited longest must be the one that answers. Meanwhile one
-// thread sends signals to all others, wake-ups among them.
+// Each round hands a unit to a waiter and gets one back as the answer. The thread that has waited longest must be the
+// one that answers. Meanwhile another thread sends signals to all of them, among them wake-up signals.
 TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
   struct sigaction action {};
   action.sa_handler = drop;
@@ -43,7 +44,7 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
   std::atomic<int> tids[kRain] = {}, served{0};
   std::atomic<bool> is_over{false};
   int out_of_order = 0;
-  int rounds = 0;  // all of them, but for sanitizers on a busy machine
+  int rounds = 0;  // fewer than kRounds only under a sanitizer on a busy machine
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   const auto rain = [&] {
     for (unsigned i = 0; !is_over; ++i) {
@@ -63,7 +64,7 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
     for (; rounds < kRounds && std::chrono::steady_clock::now() < end; ++rounds) {
       uint32_t oldest = oldest_waiter_of(work);
       for (; oldest == 0; oldest = oldest_waiter_of(work)) {
-        kesa_yield();  // the waiters need the lock that is looked under
+        kesa_yield();  // the waiters need the lock that oldest_waiter_of takes
       }
       EXPECT_EQ(kesa_sem_enhance_up(&work), 0);
       kesa_sem_enhance_down(&answer);
@@ -87,7 +88,7 @@ TEST(SemaphoreStress, HandOversInOrderUnderARainOfSignals) {
   EXPECT_TRUE(work.count == 0 && answer.count == 0) << work.count << ' ' << answer.count;
 }
 
-// Waiters whose condition is set before the wake-up never sleep through it.
+// No waiter sleeps through a wake-up if the condition was set before it.
 TEST(SemaphoreStress, WaitQueueLosesNoWakeUp) {
   kesa_gettime_init();
   constexpr uint32_t kRounds = 3000;
@@ -101,14 +102,14 @@ TEST(SemaphoreStress, WaitQueueLosesNoWakeUp) {
         __wake_up(&queue);
         if (!wait_until([&] { return answers == next * kThreads; })) {
           ADD_FAILURE() << "a wake-up was lost in round " << next;
-          _exit(1);  // the sleeper would not end
+          _exit(1);  // the sleeping thread would not end
         }
         continue;
       }
       kesa_wait_queue_entry entry;
       kesa_wait_queue_entry_init(&entry, kesa_thread_get_knl_tid());
       while (prepare_to_wait(&queue, &entry), round < next) {
-        sched_wait_timeout(&entry, 25000);  // far beyond the test's patience
+        sched_wait_timeout(&entry, 25000);  // far longer than wait_until waits
       }
       finish_wait(&queue, &entry);
       ++answers;

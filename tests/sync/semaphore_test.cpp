@@ -34,9 +34,10 @@ TEST(Semaphore, UnitsAreCountedAndTimesRunOut) {
   EXPECT_TRUE(kesa_sem_enhance_up(&sem) == 0 && sem.count == INT32_MAX && kesa_sem_enhance_destroy(&sem) == 0);
 }
 
-// Each letter is how one look of the kernel side ends: t by the time, s by a signal, x since there is no such call; T and S
-// if units came meanwhile, the first of which is another's, who has waited longer. Signals end only the interruptible forms,
-// the unit is taken, and nothing is left behind.
+// Each letter says how one sleep in the kernel side ends: `t` by the timeout, `s` by a signal, `x` because there is
+// no such call. `T` and `S` are the same, but two units were given meanwhile; the first goes to a thread that has
+// waited longer. A signal ends only the interruptible forms. A unit that was given is taken, and no record stays in
+// the list.
 TEST(Semaphore, EndsOfAWait) {
   static kesa_sem_enhance sem;
   static GhostWaiter earlier;
@@ -80,7 +81,7 @@ TEST(Semaphore, EndsOfAWait) {
   }
 }
 
-// A full queue of signals delays a wake-up; after another error the unit is not given back.
+// A full queue of signals delays a wake-up. After any other error the unit still belongs to the waiter.
 TEST(Semaphore, WakeUpsThatFail) {
   static int tries, first, last;
   Imports imports(Object::library);
@@ -114,7 +115,8 @@ TEST(Semaphore, WakeUpsThatFail) {
   }
 }
 
-// At each signal: the newest first, its word cleared, still linked, and the queue's lock held.
+// The entries are woken newest first. At each signal, the state of the entry is cleared already, the entry is still
+// linked, and the lock of the queue is held.
 TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWokenInOrder) {
   static kesa_wait_queue_head queue;
   static kesa_wait_queue_entry entries[3];
@@ -147,7 +149,7 @@ TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWokenInOrder) {
   EXPECT_EQ(sched_wait(&oldest), -1);
   kesa_spinlock_lock(&queue.lock);
   oldest.state = 5;
-  finish_wait(&queue, &oldest);  // takes no lock, as the entry was woken
+  finish_wait(&queue, &oldest);  // takes no lock, because the entry was woken
   EXPECT_EQ(oldest.state, 5u);
   kesa_spinlock_unlock(&queue.lock);
   prepare_to_wait(&queue, &oldest);
@@ -155,7 +157,7 @@ TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWokenInOrder) {
   EXPECT_TRUE(oldest.state == 0 && queue.list.next == &queue.list && autoremove_wake_function() == 0);
 }
 
-// The condition is a plain word: only the wake-up's own order makes it visible.
+// The condition is a plain variable: only the memory order of the wake-up makes it visible.
 TEST(WaitQueue, WaiterSeesWhatWasDoneBeforeTheWakeUp) {
   kesa_wait_queue_head queue;
   kesa_wait_queue_head_init(&queue);

@@ -1,4 +1,4 @@
-// Work on several threads at once.
+// Runs work on several threads at once.
 #ifndef TIRN_TEST_TOGETHER_H
 #define TIRN_TEST_TOGETHER_H
 
@@ -8,7 +8,8 @@
 
 namespace tirn::test {
 
-// Runs work(0) to work(count - 1), each on a thread of its own and all from one moment on, and waits for their ends.
+// Runs work(0) to work(count - 1), each on a thread of its own. All start at the same moment. Returns when all have
+// ended.
 template <typename Work>
 void together(unsigned count, const Work& work) {
   std::barrier start(count);

@@ -1,4 +1,4 @@
-// What tests see of a semaphore's waiters.
+// Lets tests look at the threads that wait for a semaphore.
 #ifndef TIRN_TEST_WAITERS_H
 #define TIRN_TEST_WAITERS_H
 
@@ -6,14 +6,14 @@
 
 namespace tirn::test {
 
-// A waiter's record as it lies on its thread's stack.
+// The record of a waiter, as the library keeps it on the stack of the waiting thread.
 struct GhostWaiter {
   kesa_list_head link;
   uint32_t tid;
   uint32_t state;
 };
 
-// The thread that is served next; 0 where none waits.
+// Returns the id of the thread that is served next, or 0 if none waits.
 inline uint32_t oldest_waiter_of(kesa_sem_enhance& sem) {
   kesa_spinlock_lock(&sem.lock);
   const kesa_list_head* const link = sem.waiters.next;

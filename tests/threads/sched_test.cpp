@@ -36,7 +36,7 @@ bool is_bound_to(int cpu) {
   return CPU_COUNT(&set) == 1 && CPU_ISSET(cpu, &set);
 }
 
-// A piece in a thread of its own that has a record: priorities cannot always be raised again.
+// Runs the piece in a thread of its own that has a record, because a priority cannot always be raised again.
 void in_thread(const std::function<void()>& piece) {
   std::thread([&] {
     kesa_thrd_setcurthreadinfo();
@@ -55,7 +55,7 @@ milliseconds time_of(const std::function<void()>& piece) {
 
 }  // namespace
 
-// The emulator refuses sets of CPUs that are shorter than a word.
+// Not under emulation: the emulator refuses CPU sets that are shorter than a word, which the kernel accepts.
 TEST(ThreadStrategyNative, OneThatIsNotSetUpStandsForTheDefault) {
   const int cpu = sched_getcpu();
   const std::string text = std::to_string(cpu);
@@ -199,7 +199,7 @@ TEST(Affinity, ListsOfNumbersAndLevelsThatAreNot) {
   EXPECT_EQ(CPU_COUNT(&level.cpus), 0);
 }
 
-// The kernel's configuration, as the process called app_data finds it.
+// The replaced calls give the kernel's configuration to the process, which must be called app_data to read it.
 TEST(Affinity, LevelOfTheProcessIsReadFromTheKernelSide) {
   prctl(PR_SET_NAME, "app_data");
   EXPECT_EQ(kesa_affinity_init(), -1) << "there is no configuration";

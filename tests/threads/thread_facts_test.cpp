@@ -1,4 +1,4 @@
-// The thin functions of threads, and what a thread is left with.
+// Tests the small functions for threads, and the state that a thread starts and ends with.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -53,14 +53,14 @@ TEST(ThreadFacts, ThinFunctions) {
   uint64_t start, end;
   EXPECT_EQ(kesa_thread_get_specific_stack(static_cast<uint32_t>(gettid()), &start, &end), 0);
   EXPECT_EQ(references(), 1u);
-  // Of another process, whose CPUs are not this thread's.
+  // The query also works for another process, whose set of CPUs is a different one.
   cpu_set_t own{}, theirs{}, told{};
   CPU_SET(static_cast<unsigned>(sched_getcpu()), &own);
   sched_setaffinity(0, sizeof own, &own);
   sched_getaffinity(getppid(), sizeof theirs, &theirs);
   EXPECT_EQ(kesa_thrd_getbindcpu_bypid(getppid(), &told), 0);
   EXPECT_TRUE(CPU_EQUAL(&told, &theirs));
-  // Without what they cannot do without.
+  // Each function refuses a NULL argument that it needs.
   kesa_thrd_list(nullptr, 0, 0, 0, 0);
   EXPECT_EQ(kesa_thrd_attr_init(nullptr) + kesa_thrd_attr_destroy(nullptr) +
                 kesa_thrd_setstacksize(nullptr, 1 << 20) + kesa_thrd_create(nullptr, nullptr, nullptr) +
@@ -99,7 +99,7 @@ TEST(ThreadFacts, KernelSideQueries) {
   EXPECT_EQ(kesa_thrd_dump_cpu_stack(1), 0);
 }
 
-// The emulator refuses CPU sets of less than a word, which the kernel takes.
+// Not under emulation: the emulator refuses CPU sets that are shorter than a word, which the kernel accepts.
 TEST(ThreadFactsNative, StrategyAndPriority) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 2), "0-1023"};
@@ -116,14 +116,14 @@ TEST(ThreadFactsNative, StrategyAndPriority) {
     EXPECT_EQ(nice_value(), before + 2);
     const int kNice[] = {-20, -15, 0, 10, 15};
     for (uint32_t level = 0; level < 5; ++level) {
-      if (kesa_thrd_setprio(level) == 0) {  // lower values are root's
+      if (kesa_thrd_setprio(level) == 0) {  // only root may lower the value
         EXPECT_EQ(nice_value(), kNice[level]);
       }
     }
   }));
 }
 
-// The emulator refuses CPU sets of less than a word, which the kernel takes.
+// Not under emulation: the emulator refuses CPU sets that are shorter than a word, which the kernel accepts.
 TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 3), "0-1023"};
@@ -166,7 +166,7 @@ TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
   });
 }
 
-// Sleeps that a signal ends keep errno as well.
+// A sleep that a signal interrupts must not change errno either.
 TEST(ThreadFacts, InterruptedSleepKeepsErrno) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
@@ -180,9 +180,10 @@ TEST(ThreadFacts, InterruptedSleepKeepsErrno) {
   }
 }
 
-// A job that is given in a forked child runs there, on a thread or on the child's own pool, also where the parent's has
-// ended. The emulator loses locks of its own in a child of a threaded process.
+// A job that is given in a forked child runs in that child, in a new thread or in the child's own pool, even if the
+// parent's pool has ended. The emulator leaves its own locks locked in a forked child of a threaded process.
 TEST(ThreadFactsNative, PoolOfAForkedChild) {
+  TIRN_NEEDS_FORKS();
   ASSERT_GE(kesa_thread_pool_create(4), 1u);
   ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
   for (const bool has_ended : {false, true}) {

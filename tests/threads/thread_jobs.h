@@ -1,4 +1,4 @@
-// Pieces of a test in threads that the library starts.
+// Runs pieces of a test in threads that the library starts.
 #ifndef TIRN_TEST_THREAD_JOBS_H
 #define TIRN_TEST_THREAD_JOBS_H
 
@@ -12,7 +12,7 @@ namespace tirn::test {
 
 using Create = int (*)(kesa_thread_fn, void*, pthread_t*);
 
-// Outlives its thread's use of it.
+// A piece of a test. It must live until its thread no longer uses it.
 struct Job {
   explicit Job(std::function<void()> body_in) : body(std::move(body_in)) {}
   int start(Create create) {

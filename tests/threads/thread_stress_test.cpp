@@ -1,4 +1,5 @@
-// The thread table when it is full and when it never rests, a pool under load, and creation with failing calls.
+// Tests the thread table when it is full and when it changes all the time, a pool under load, and the creation of
+// threads with failing calls.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,7 +24,7 @@ int count_line(const char*, ...) {
 uint32_t living_threads() {
   g_listed = 0;
   kesa_thrd_list(count_line, 0, 0, 0, 0);
-  return g_listed - 2;  // the two heads
+  return g_listed - 2;  // the two heading lines
 }
 
 size_t count_threads() {
@@ -80,7 +81,7 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
         if (record != nullptr) {
           ++found;
           kesa_thrd_list(count_line, 0, 0, 0, 0);
-          // The record is still this thread's, though the thread may be long gone.
+          // The record still holds the data of the thread that was found, even if that thread has ended.
           EXPECT_TRUE(record->tid == tid && record->stack_low < record->stack_high);
         }
         kesa_thrd_putthreadinfo(record);
@@ -93,7 +94,7 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
         EXPECT_TRUE(run_in_thread(create_small, [&] {
           newest = kesa_thread_get_knl_tid();
           kesa_thrd_setname("number %d", i);
-          if (i == 0) {  // the first ones stay until they are found
+          if (i == 0) {  // each starter's first thread stays until a lookup finds one
             wait_until([&] { return newest = kesa_thread_get_knl_tid(), found != 0; });
           }
         }));
@@ -106,8 +107,8 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
 
-// Each job runs once that four threads give at once, by a worker or by a thread of its own where no worker is idle, and
-// one call ends all workers.
+// Four threads give jobs at once. Each job must run once, in a worker or, if no worker is idle, in a thread of its
+// own. One call ends all workers.
 TEST(ThreadStress, PoolEndsUnderLoad) {
   ASSERT_EQ(kesa_thread_pool_create(12), 4u);
   {
@@ -140,7 +141,8 @@ TEST(ThreadStress, PoolIsCappedAndASpawnerMakesMostOfIt) {
   EXPECT_TRUE(wait_until([] { return kesa_thread_pool_destroy() == 0; }));
 }
 
-// Whatever fails, a thread starts, or -1 comes out with its line; no slot stays taken behind it.
+// Whatever fails, either a thread starts, or the result is -1 and a log line reports it. No slot stays taken
+// afterwards.
 TEST(ThreadFaults, Creation) {
   kesa_set_instant_map_flag();
   static size_t threads_before;
@@ -161,7 +163,7 @@ TEST(ThreadFaults, Creation) {
     sweep({.prepare =
                [] {
                  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
-                 std::thread([] {}).join();  // a sanitizer starts its own with the first one
+                 std::thread([] {}).join();  // a sanitizer starts its own thread with the first one
                  threads_before = count_threads();
                },
            .run = [create] { return run_in_thread(create, [] {}) ? 0L : -1L; },
@@ -170,7 +172,7 @@ TEST(ThreadFaults, Creation) {
                  EXPECT_EQ(log.count(HURN_ERROR, "*failed, ret:*"), result != 0 ? 1u : 0u) << log;
                  EXPECT_TRUE(result == 0 || fault.happened);
                  EXPECT_TRUE(wait_until([] { return count_threads() <= threads_before; }));
-                 // The former thread may be about to give its slot back.
+                 // The former thread may not have given its slot back yet.
                  EXPECT_TRUE(wait_until([first = m_current_thread->slot] {
                    bool is_next = false;
                    return run_in_thread(create_thread_raw, [&] { is_next = m_current_thread->slot == first + 1; }) &&
@@ -190,8 +192,9 @@ TEST(ThreadFaults, NoMemoryAtAll) {
   EXPECT_EQ(log.count(HURN_ERROR, "Kesa_malloc sig stack for kesa_thread_s failed, errno=12."), 4u) << log;
 }
 
-// The CPUs are counted beforehand: a worker that does so after its job may have a file open when descriptors are
-// counted. Not tried at the emulator's pace, at which one was seen open.
+// The CPUs are counted beforehand. Otherwise a worker counts them after its job, and may have a file open while the
+// test counts descriptors. The emulator is so slow that this was seen there all the same, so the test does not run
+// there.
 TEST(ThreadFaultsNative, Pool) {
   kesa_set_instant_map_flag();
   sweep({.prepare = [] { kesa_thrd_bindAllCfgCpu(); },

@@ -60,7 +60,7 @@ TEST(Thread, EachWayOfStartingOne) {
       tid = kesa_thread_get_knl_tid();
       EXPECT_EQ(tid, static_cast<uint32_t>(gettid()));
       EXPECT_TRUE(is_alive(tid));
-      // All of the slot's former thread is gone.
+      // Nothing of the slot's former thread is left.
       EXPECT_STREQ(kesa_thrd_getname(), "[NULL]");
       EXPECT_EQ(kesa_thread_iod_thread_id_get(), KESA_THREAD_NO_IOD_ID);
       EXPECT_EQ(kesa_thread_run_in_irq_context_check() | kesa_thread_run_in_iod_context_check(), 0);
@@ -95,7 +95,7 @@ TEST(Thread, EachWayOfStartingOne) {
 
 TEST(Thread, NamesListAndAdoption) {
   LogCapture log;
-  int (*const set_name)(const char*, ...) = kesa_thrd_setname;  // without the compiler's checks
+  int (*const set_name)(const char*, ...) = kesa_thrd_setname;  // avoids the compiler's format checks
   EXPECT_EQ(set_name("x%d", 1), 0);
   EXPECT_EQ(kesa_thrd_getname(), nullptr);
   EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), -1);
@@ -155,7 +155,7 @@ TEST(Thread, StackOfAnAddressAndBacktrace) {
   trace_and_break_frames();
 }
 
-// Under emulation the process runs the emulator's program.
+// Not under emulation, where the program's name is the emulator's.
 TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   LogCapture log;
   const Faults counter({.number = 0});
@@ -183,11 +183,11 @@ TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   kesa_shm_destroy("kesaThreadWatch");
 }
 
-// The emulator refuses CPU sets of less than a word, which the kernel takes.
+// Not under emulation: the emulator refuses CPU sets that are shorter than a word, which the kernel accepts.
 TEST(ThreadPoolNative, WorkersTakeJobsUntilTheEnd) {
   LogCapture log;
   EXPECT_EQ(kesa_thread_pool_create(0), 0u);
-  ASSERT_EQ(kesa_thread_pool_create(2), 1u);  // the spawner, which makes one more
+  ASSERT_EQ(kesa_thread_pool_create(2), 1u);  // the spawner, which starts the second worker
   EXPECT_EQ(kesa_thread_pool_create(9999), 0u);
   EXPECT_EQ(log.texts(), (std::vector<std::string>{"Create OS thread pool 2, success 1.",
                                                    "OS thread pool just allowed create once 2048."}));
@@ -212,7 +212,7 @@ TEST(ThreadPoolNative, WorkersTakeJobsUntilTheEnd) {
   EXPECT_EQ(kesa_thread_pool_create(2), 0u);
 }
 
-// A worker whose job was cancelled too late goes with that job: the next one gets another worker, and runs.
+// A worker whose job was cancelled too late ends after that job. The next job gets another worker, and runs.
 TEST(ThreadPool, CancellationOfAJobDoesNotReachTheNext) {
   ASSERT_GE(kesa_thread_pool_create(2), 1u);
   Job cancelled([] { pthread_cancel(pthread_self()); }), next([] {});
@@ -222,7 +222,8 @@ TEST(ThreadPool, CancellationOfAJobDoesNotReachTheNext) {
   EXPECT_TRUE(next.wait());
 }
 
-// A function may give its thread's record back by itself, or end the thread: the record goes once, and comes back.
+// A thread's function may give the record back itself, or end the thread. Either way, the record is given back
+// exactly once, and can be used again.
 TEST(Thread, EndsInItsFunctionGiveTheRecordBackOnce) {
   constexpr kesa_thread_fn kEnds[] = {[](void* arg) {
                                         EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), 0);

@@ -1,4 +1,4 @@
-// Time by the clock and the zone of this machine.
+// The commands for time, served from the clock and the zone of this machine.
 #include <time.h>
 
 #include "commands.h"
@@ -6,9 +6,10 @@
 namespace zut {
 namespace {
 
-// The seconds that a wall clock of the zone shows at `utc`, daylight saving included.
+// Stores the seconds that a wall clock of the zone shows at `utc`, daylight saving included. A moment that the zone
+// would put before 1970 is stored as it is.
 long store_zone_time(uint64_t utc, uint64_t target) {
-  tzset();  // localtime_r need not see a change of the zone by itself
+  tzset();  // localtime_r alone may miss a change of the zone
   const time_t moment = static_cast<time_t>(utc);
   tm fields;
   if (localtime_r(&moment, &fields) == nullptr) {

@@ -1,4 +1,4 @@
-// The private commands, and how they reach their callers' memory.
+// Declares the private commands, and how they reach their callers' memory.
 #ifndef ZUT_COMMANDS_H
 #define ZUT_COMMANDS_H
 
@@ -25,12 +25,12 @@ inline long fail(int error) {
   return -1;
 }
 
-// An argument that is not used comes as all ones.
+// Returns whether the caller passed an address. In an unused argument all bits are ones.
 inline bool given(uint64_t address) { return address != 0 && address != ~uint64_t{0}; }
 
 inline void* pointer(uint64_t address) { return reinterpret_cast<void*>(static_cast<uintptr_t>(address)); }
 
-// Callers promise no alignment.
+// Copies bytes, because addresses from callers need not be aligned.
 template <typename T>
 T load(uint64_t address) {
   T value;
@@ -51,7 +51,7 @@ long store(uint64_t address, T value) {
 
 inline constexpr uint32_t kMostCpus = 1024;
 
-// CPUs that a command may name; at most kMostCpus.
+// Returns the number of CPUs that a command may name, at most kMostCpus.
 uint32_t cpu_count();
 
 // takedown.cpp

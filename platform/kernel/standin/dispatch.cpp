@@ -1,3 +1,4 @@
+// Passes each private call to the function that serves it, and counts the calls.
 #include <atomic>
 
 #include "commands.h"
@@ -76,7 +77,6 @@ long zut_private_call(uint64_t word, uint64_t a, uint64_t b, uint64_t c, uint64_
   zut::Record& record = zut::records[call.command()];
   record.calls.fetch_add(1, std::memory_order_relaxed);
   record.last_word.store(word, std::memory_order_relaxed);
-  // Pairs with the release in zut_replace: the handler sees what its test prepared.
   const zut_handler replacement = record.replacement.load(std::memory_order_acquire);
   return replacement != nullptr ? replacement(word, a, b, c, d) : zut::serve(call);
 }
@@ -85,6 +85,7 @@ int zut_replace(uint32_t command, zut_handler handler) {
   if (command >= zut::kCommandLimit) {
     return static_cast<int>(zut::fail(EINVAL));
   }
+  // Release: publishes what the test prepared for its handler. Pairs with the load in zut_private_call.
   zut::records[command].replacement.store(handler, std::memory_order_release);
   return 0;
 }

@@ -1,3 +1,4 @@
+// Recognises forked children and restarts the stand-in's thread in them.
 #include "fork.h"
 
 #include <pthread.h>
@@ -11,9 +12,9 @@
 namespace zut {
 namespace {
 
-constexpr unsigned kIdBits = 22;  // no process id needs more
+constexpr unsigned kIdBits = 22;  // enough for every process id
 
-constinit std::atomic<uint32_t> generation{0};  // forks between the process that began to follow them and this one
+constinit std::atomic<uint32_t> generation{0};  // forks from the process that first followed them to this one
 constinit pthread_once_t followed = PTHREAD_ONCE_INIT;
 
 void renew_in_child() {

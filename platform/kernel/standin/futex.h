@@ -1,4 +1,4 @@
-// Futexes of one process, as the C library offers no call for them.
+// Futexes within one process, for which the C library has no calls, and a lock that is made of them.
 #ifndef ZUT_FUTEX_H
 #define ZUT_FUTEX_H
 
@@ -26,8 +26,9 @@ inline int64_t monotonic_now() {
 
 inline timespec to_timespec(int64_t nanoseconds) { return {nanoseconds / kSecond, nanoseconds % kSecond}; }
 
-// Sleeps while `*word` is `expected`, until `deadline` (monotonic nanoseconds). A wait with a deadline ends at any
-// signal, whereas one without is started again behind the program's back where its handler has SA_RESTART.
+// Sleeps while `*word` is `expected`, until `deadline` (monotonic nanoseconds). Returns 0, or -1 with errno. There is
+// always a deadline, because a wait with one ends at any signal; the kernel restarts a wait without one after a
+// handler with SA_RESTART.
 inline long futex_wait(const void* word, uint32_t expected, int64_t deadline) {
   const timespec until = to_timespec(deadline);
   return syscall(SYS_futex, word, FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, expected, &until, nullptr,
@@ -38,14 +39,13 @@ inline void futex_wake(const void* word) {
   syscall(SYS_futex, word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, INT_MAX, nullptr, nullptr, 0);
 }
 
-// A lock that names its process, so that a child forked while another thread held it can tell that nobody will
-// release its copy, and takes it over.
+// A lock that stores the process of its holder. If another thread held it at a fork, the child sees that nobody will
+// release its copy of the lock, and takes it over.
 class ProcessLock {
  public:
   bool try_lock() {
     const uint32_t mine = this_process();
     uint32_t holder = holder_.load(std::memory_order_relaxed);
-    // The acquire pairs with the release in unlock.
     return holder != mine && holder_.compare_exchange_strong(holder, mine, std::memory_order_acquire);
   }
   void lock() {
@@ -55,6 +55,7 @@ class ProcessLock {
     }
   }
   void unlock() {
+    // Release: publishes what the lock guards. Pairs with the exchange in try_lock.
     holder_.store(0, std::memory_order_release);
     futex_wake(&holder_);
   }

@@ -1,4 +1,4 @@
-// The registers of code that a signal has interrupted: all that the stand-in knows of processors.
+// Reads the registers of code that a signal has interrupted. Nothing else in the stand-in depends on the processor.
 #ifndef ZUT_INTERRUPTED_H
 #define ZUT_INTERRUPTED_H
 

@@ -1,4 +1,4 @@
-// The offer of the jiffies device.
+// Offers the jiffies device: chooses its folder, and has its counter kept current.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -20,29 +20,29 @@ namespace {
 
 constexpr size_t kPathBytes = 64;
 
-// A device that was offered once. Neither its paths nor its mapping change: readers hold the paths, and the thread
-// stores into the mapping.
+// A device that has been offered. Its paths and its mapping never change, because callers keep the paths, and the
+// thread stores into the mapping.
 struct Device {
   char sysfs[kPathBytes];
   char dev[kPathBytes];
   dev_t system;
   ino_t file;
-  uint64_t* counter;  // NULL where another process keeps it
+  uint64_t* counter;  // NULL if another process keeps it current
 };
 
-// All of it under the lock.
+// The lock guards the variables below.
 constinit ProcessLock lock;
 constinit bool withdrawn = false;
-constinit const char* foreign_sysfs = nullptr;  // a test's own place
+constinit const char* foreign_sysfs = nullptr;  // the paths of a test, or NULL
 constinit const char* foreign_dev = nullptr;
 constinit Device devices[kMostDevices]{};
-constinit std::atomic<size_t> device_count{0};  // raised once a device is whole: a child is forked at any moment
-constinit char private_suffix[24] = "";         // chosen at first need; forked children share its folder
+constinit std::atomic<size_t> device_count{0};  // increased last, as a fork may come at any time
+constinit char private_suffix[24] = "";         // chosen when first needed; forked children use the same folder
 
-// The places that were refused, for one log line.
+// Collects the folders that were refused, for one log line.
 struct Refusals {
   char text[kPathBytes * 4] = "";
-  int error = 0;  // of the first
+  int error = 0;  // errno of the first
 
   void add(const char* root) {
     const int present = errno;
@@ -52,7 +52,7 @@ struct Refusals {
   }
 };
 
-// The device behind the descriptor, entered if it is a new one. NULL with errno.
+// Returns the entry of the device with this descriptor, after adding it if it is new, or NULL with errno.
 const Device* enter_device(int descriptor, const char* root, int access) {
   Device fresh{};
   struct stat status;
@@ -86,7 +86,8 @@ const Device* enter_device(int descriptor, const char* root, int access) {
   return &devices[count];
 }
 
-// Whether another process keeps the counter. Read, not mapped: the device may have been cut short.
+// Returns whether another process keeps the counter current, and sets errno for the case that none does. The counter
+// is read, not mapped, because the device file may have been truncated.
 bool is_current(int descriptor) {
   constexpr uint64_t kRecent = kSecond / kJiffy;
   uint64_t seen = 0;
@@ -95,7 +96,7 @@ bool is_current(int descriptor) {
   return whole && jiffies_now() - seen < kRecent;
 }
 
-// NULL with errno.
+// Offers the device in one folder. Returns NULL with errno if it cannot be had.
 const Device* offer(const char* root, int access) {
   const int descriptor = open_device_folder(root, access);
   if (descriptor < 0) {
@@ -110,9 +111,10 @@ const Device* offer(const char* root, int access) {
   return kept ? device : nullptr;
 }
 
-// What can only be read comes last: its counter stops with the process that keeps it.
+// Tries the folders for writing, then for reading: the counter of a device that can only be read stops when the
+// process that keeps it current ends.
 const Device* offer_any(Refusals* refusals) {
-  // Only root can make the first. Nobody stands in the way of the last, as nobody knows its name beforehand.
+  // Only root can make the first folder. Nobody can block the last one, as its name cannot be known beforehand.
   constexpr const char* kFolders[] = {"/run", "/dev/shm", "/tmp", "/tmp"};
   constexpr size_t kPrivate = std::size(kFolders) - 1;
   if (private_suffix[0] == '\0') {
@@ -161,7 +163,7 @@ int zut_jiffies_device(const char** sysfs, const char** dev) {
   zut::Refusals refusals;
   const int result = zut::offer_device(sysfs, dev, &refusals);
   const int error = errno;
-  // The lock is free again: a log callback may end the thread, or look for the device itself.
+  // Logged after the lock is released, because a log callback may end the thread or look for the device itself.
   if (refusals.error != 0 && hurn_level_check(zut::kModule, HURN_WARNING) == 0) {
     hurn(zut::kModule, HURN_WARNING, "standin", __LINE__, __func__, 0, "Jiffies device refused: %s.", refusals.text);
   }

@@ -1,5 +1,5 @@
-// The folder of the jiffies device. Several processes may make it at once: each file appears complete under its
-// name or not at all, and there is one device for all of them.
+// Makes and opens the folder of the jiffies device. Several processes may make it at once: each file appears complete
+// under its name or not at all, and there is one device for all of them.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,7 +38,7 @@ class Descriptor {
   int number_;
 };
 
-// A name that no other maker of the same file uses, in another process namespace neither.
+// A name that no other process chooses for the same file, even in another process namespace.
 struct TemporaryName {
   char text[64];
   TemporaryName() { snprintf(text, sizeof(text), ".new.%d.%lld", getpid(), static_cast<long long>(monotonic_now())); }
@@ -49,7 +49,8 @@ int refuse(int error) {
   return -1;
 }
 
-// Ours alone. Whatever else bears the name is refused: everybody may write beside the first folder.
+// Returns whether the file belongs to this user alone. Anything else with the name is refused, because every user may
+// make files next to the outermost folder.
 bool is_private(const Descriptor& file, struct stat* status) {
   if (!file.open() || fstat(file.get(), status) != 0) {
     return false;
@@ -65,7 +66,7 @@ int open_folder(int parent, const char* name) {
     if (mkdirat(parent, name, 0700) != 0 && errno != EEXIST) {
       return -1;
     }
-    // Whatever the umask, also where another maker is at it. Where that fails, the look at the folder decides.
+    // Sets the mode whatever the umask is, even if another process is making the folder. is_private tests the mode.
     [[maybe_unused]] const int changed = fchmodat(parent, name, 0700, AT_SYMLINK_NOFOLLOW);
     number = openat(parent, name, kFlags);
   }
@@ -81,7 +82,7 @@ bool holds(int folder, const char* name, const char* text) {
   return length == static_cast<ssize_t>(strlen(text)) && memcmp(present, text, static_cast<size_t>(length)) == 0;
 }
 
-// A new file under its temporary name, with its mode whatever the umask.
+// Makes a file under its temporary name, with mode 0600 whatever the umask is. Returns the descriptor, or -1.
 int make_file(int folder, const TemporaryName& name, int access) {
   Descriptor file(openat(folder, name.text, access | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   return file.open() && fchmod(file.get(), 0600) == 0 ? file.release() : -1;
@@ -97,7 +98,7 @@ int place_text(int folder, const char* name, const char* text) {
     return -1;
   }
   const ssize_t length = static_cast<ssize_t>(strlen(text));
-  errno = ENOSPC;  // for a write that is merely short
+  errno = ENOSPC;  // the error of a write that is only short
   if (write(file.get(), text, static_cast<size_t>(length)) == length &&
       renameat(folder, temporary.text, folder, name) == 0) {
     return 0;
@@ -118,7 +119,7 @@ int place_maps(int folder) {
              : -1;
 }
 
-// Gives the device its page now: a store into a mapped page that cannot be had any more would kill the process.
+// Allocates the page of the device now: without room for it, a store into the mapping would kill the process.
 int reserve_page(int device) {
   int error;
   do {
@@ -127,6 +128,8 @@ int reserve_page(int device) {
   return error == 0 ? 0 : refuse(error);
 }
 
+// Makes the device under a temporary name and links it to its own name. A device that another process has linked
+// first stays.
 int make_device(int folder, const char* name) {
   const TemporaryName temporary;
   const Descriptor device(make_file(folder, temporary, O_RDWR));
@@ -136,7 +139,7 @@ int make_device(int folder, const char* name) {
   int error = 0;
   if (reserve_page(device.get()) != 0) {
     error = errno;
-  } else if (linkat(folder, temporary.text, folder, name, 0) != 0 && errno != EEXIST) {  // the first one stays
+  } else if (linkat(folder, temporary.text, folder, name, 0) != 0 && errno != EEXIST) {
     error = errno;
   }
   unlinkat(folder, temporary.text, 0);

@@ -1,4 +1,4 @@
-// The thread that keeps the counters current.
+// Runs the thread that keeps the counters current.
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -14,15 +14,15 @@ namespace {
 constinit std::atomic<uint64_t*> counters[kMostDevices]{};
 constinit std::atomic<uint32_t> thread_process{0};  // the process in which the thread runs
 
-// Not back to what the clock showed a moment ago: other processes store into the same word. A counter that is ahead of
-// the clock itself is put right.
+// Sets the counter to `now`. Other processes store into the same word, so an older reading of the clock never
+// replaces a newer one. A counter that is ahead of the clock itself is corrected.
 void follow_clock(uint64_t* counter, uint64_t now) {
-  constexpr uint64_t kSlack = 1;  // two processors need not see a jiffy begin at once
+  constexpr uint64_t kSlack = 1;  // two processors may see a jiffy begin at different times
   const std::atomic_ref word(*counter);
   uint64_t seen = word.load(std::memory_order_relaxed);
   while (seen != now) {
     if (seen > now) {
-      now = jiffies_now();  // another process may have stored it since
+      now = jiffies_now();  // another process may have stored a newer reading
       if (seen <= now + kSlack) {
         return;
       }
@@ -38,7 +38,6 @@ void* tick(void*) {
   for (;;) {
     const uint64_t now = jiffies_now();
     for (const auto& counter : counters) {
-      // Pairs with the release in keep_current.
       if (uint64_t* word = counter.load(std::memory_order_acquire)) {
         follow_clock(word, now);
       }
@@ -61,7 +60,7 @@ int start_thread() {
   sigset_t all;
   sigset_t kept;
   sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &kept);  // the thread inherits it: no signal of the program ends up here
+  pthread_sigmask(SIG_SETMASK, &all, &kept);  // the thread inherits the mask and gets no signal
   pthread_t thread;
   const int error = pthread_create(&thread, &attributes, tick, nullptr);
   pthread_sigmask(SIG_SETMASK, &kept, nullptr);
@@ -83,6 +82,7 @@ int keep_current(uint64_t* counter) {
       continue;
     }
     follow_clock(counter, jiffies_now());
+    // Release: publishes the mapping. Pairs with the load in tick.
     slot.store(counter, std::memory_order_release);
     return start_thread();
   }
@@ -90,7 +90,8 @@ int keep_current(uint64_t* counter) {
   return -1;
 }
 
-// The parent may have been about to start its thread: the counter tells that one is due.
+// Tests for a counter, not for a thread of the parent, because the parent may have been forked just before it started
+// its thread.
 void restart_thread() {
   if (counters[0] != nullptr) {
     start_thread();

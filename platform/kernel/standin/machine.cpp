@@ -1,4 +1,4 @@
-// Console, frequency and idle settings: kept, without an effect on the machine.
+// The commands for console, frequency and idle settings, which are stored but have no effect on the machine.
 #include <algorithm>
 #include <atomic>
 #include <iterator>

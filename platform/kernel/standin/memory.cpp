@@ -1,4 +1,4 @@
-// Free memory, and the table of bytes held by each module.
+// The commands for free memory, and for the table of the bytes that each module holds.
 #include <sys/sysinfo.h>
 
 #include <atomic>
@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t kCounters = 1024;
 
-// A node shares this table with its kernel by whole pages.
+// Page-aligned, because a node shares this table with its kernel in whole pages.
 alignas(4096) constinit int64_t counters[kCounters]{};
 static_assert(sizeof(counters) == 8192);
 

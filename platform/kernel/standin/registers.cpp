@@ -1,4 +1,4 @@
-// The registers of a living thread: it is stopped by a signal, and its handler answers.
+// The command that reads the registers of a thread: a signal stops the thread, and its handler stores them.
 #include <signal.h>
 #include <sys/syscall.h>
 
@@ -14,30 +14,31 @@ namespace {
 constexpr int64_t kPatience = 2 * kSecond;
 constexpr uint64_t kThreadLimit = uint64_t{1} << 29;
 
-// A request names its thread in the bits above the phase, so that an answer which comes after its caller has given
-// up is never taken for another thread's.
+// A request contains its thread in the bits above the phase. An answer that comes after its caller has given up is
+// therefore never taken for that of another thread.
 enum Phase : uint32_t { kIdle, kAsked, kAnswering, kAnswered };
 constexpr uint32_t request_of(pid_t thread, Phase phase) { return static_cast<uint32_t>(thread) * 4 + phase; }
 
 constinit ProcessLock asking;  // one caller at a time
 constinit std::atomic<uint32_t> request{kIdle};
-constinit Registers answer{};  // the stopped thread's while kAnswering, the caller's when kAnswered
+constinit Registers answer{};  // the stopped thread writes it in kAnswering, the caller reads it in kAnswered
 
-// Runs in the stopped thread, at any place of it: no lock, no allocation, errno kept.
+// Runs as a signal handler at any point of the stopped thread: it neither locks nor allocates, and keeps errno.
 void answer_request(int, siginfo_t*, void* context) {
   const int kept = errno;
   const pid_t self = static_cast<pid_t>(syscall(SYS_gettid));
   uint32_t expected = request_of(self, kAsked);
   if (request.compare_exchange_strong(expected, request_of(self, kAnswering), std::memory_order_acquire)) {
     answer = interrupted_registers(context);
-    request.store(request_of(self, kAnswered), std::memory_order_release);  // pairs with await_answer
+    // Release: publishes the answer. Pairs with the load in await_answer.
+    request.store(request_of(self, kAnswered), std::memory_order_release);
     futex_wake(&request);
   }
   errno = kept;
 }
 
-// The stand-in's own signal: the highest below those of the node (59 to 61 and what stands above) that the program
-// has not taken. 0 where there is none.
+// Returns the stand-in's own signal, or 0 if there is none: the highest one below 59 that the program does not use.
+// The signals from 59 on are left to the node.
 int own_signal() {
   constexpr int kHighest = 58;
   for (int number = kHighest; number >= SIGRTMIN; --number) {
@@ -63,8 +64,8 @@ int own_signal() {
 
 bool lives(pid_t thread) { return syscall(SYS_tgkill, getpid(), thread, 0) == 0; }
 
-// 0, or the error after which nobody will answer the request any more. A thread that ends takes the signal with it,
-// so its life is looked at now and then.
+// Waits for the answer. Returns 0, or an error; after that, nobody answers the request any more. A signal to a thread
+// that ends is lost, so each round tests whether the thread still exists.
 int await_answer(pid_t thread) {
   constexpr int64_t kGlance = kSecond / 50;
   const int64_t deadline = monotonic_now() + kPatience;
@@ -89,6 +90,7 @@ int ask(pid_t thread, Registers* registers) {
   if (signal == 0) {
     return EBUSY;
   }
+  // Release: pairs with the exchange in answer_request.
   request.store(request_of(thread, kAsked), std::memory_order_release);
   if (syscall(SYS_tgkill, getpid(), thread, signal) != 0) {
     const int error = errno;

@@ -1,4 +1,4 @@
-// Reset, reboot and panic: nothing here takes a machine down.
+// The commands reset, reboot and panic: they are recorded, and do not take the machine down.
 #include "commands.h"
 #include "futex.h"
 #include "zut.h"
@@ -14,7 +14,7 @@ constinit bool any = false;
 
 }  // namespace
 
-// A panic may come from anywhere, a signal handler too: where the record is busy this call goes unrecorded.
+// A panic may come from anywhere, even from a signal handler. So if the record is locked, the call is not recorded.
 long refuse_takedown(const Call& call) {
   const bool panic = call.command() == kPanic;
   if (panic && !given(call.a)) {

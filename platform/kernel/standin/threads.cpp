@@ -1,5 +1,5 @@
-// What user space can tell of threads and of the CPUs that they run on. Called in signal handlers too: nothing here
-// locks or allocates, as streams and the C library's scans do.
+// The commands for threads and their CPUs, with what user space knows of them. Signal handlers call them too, so
+// nothing here locks or allocates, and streams and the C library's scan functions are not used.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -13,7 +13,7 @@
 namespace zut {
 namespace {
 
-// Reads a small file into a text, empty where it cannot be read. False then.
+// Reads a small file into a text. If the file is empty or cannot be read, the text is empty and the result is false.
 template <size_t kSize>
 bool read_text(const char* path, char (&text)[kSize]) {
   const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
@@ -25,7 +25,7 @@ bool read_text(const char* path, char (&text)[kSize]) {
   return length > 0;
 }
 
-// Likewise a file of one thread of this process.
+// Does the same with a file of one thread of this process.
 template <size_t kSize>
 bool read_task_file(const char* thread, const char* file, char (&text)[kSize]) {
   char path[64];
@@ -33,7 +33,7 @@ bool read_task_file(const char* thread, const char* file, char (&text)[kSize]) {
   return read_text(path, text);
 }
 
-// The number that the text begins with; `none` where it begins with no digit.
+// Returns the number at the start of the text, or `none` if the text does not start with a digit.
 uint32_t number_at(const char* text, uint32_t none) {
   std::from_chars(text, text + strlen(text), none);
   return none;
@@ -44,7 +44,7 @@ struct Status {
   char state[32];
 };
 
-// What stands behind the label, up to the end of its line; nothing where there is no such label.
+// Copies what follows the label, up to the end of its text line. The field is empty if there is no such label.
 template <size_t kSize>
 void copy_field(const char* text, const char* label, char (&field)[kSize]) {
   const char* start = strstr(text, label);
@@ -66,7 +66,8 @@ bool read_status(uint32_t thread, Status* status) {
   return true;
 }
 
-// The CPU that a thread ran on last: the 39th field of its line, of which the second, the name, may hold anything.
+// Returns whether the thread ran on this CPU last. The CPU is the 39th field of the file. Fields are counted from the
+// end of the second one, the name in parentheses, because the name may contain any character.
 bool ran_on(const char* thread, uint32_t cpu) {
   constexpr int kFieldsBehindName = 37;
   char line[1024];
@@ -80,7 +81,7 @@ bool ran_on(const char* thread, uint32_t cpu) {
   return field != nullptr && number_at(field + 1, kMostCpus) == cpu;
 }
 
-// As the kernel stores them.
+// A directory entry as getdents64 stores it.
 struct Entry {
   uint64_t inode;
   int64_t offset;
@@ -109,7 +110,8 @@ uint32_t threads_of_cpu(uint32_t cpu) {
 
 }  // namespace
 
-// A list such as "0-3,8-11". Not by sysconf, which may allocate. A machine that does not tell has all of them.
+// Takes the last number of a list such as "0-3,8-11". sysconf is not used, because it may allocate. If the list
+// cannot be read, all kMostCpus may be named.
 uint32_t cpu_count() {
   char list[1024];
   if (!read_text("/sys/devices/system/cpu/present", list)) {
@@ -155,7 +157,7 @@ long print_cpu(const Call& call) {
   return 0;
 }
 
-// The thread is not disturbed: the kernel tells in which call it sleeps, with its stack pointer and program counter.
+// Does not disturb the thread: the kernel reports the call in which it sleeps, its stack pointer and program counter.
 long print_sleeping_thread(const Call& call) {
   Status status;
   if (call.a > UINT32_MAX || !read_status(static_cast<uint32_t>(call.a), &status)) {

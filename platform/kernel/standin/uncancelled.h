@@ -1,4 +1,5 @@
-// The stand-in's doors hold cancellation off: what they open would stay open, and what they lock stay locked.
+// Holds cancellation off in the stand-in's exported functions: a cancelled thread would leave files open and locks
+// held.
 #ifndef ZUT_UNCANCELLED_H
 #define ZUT_UNCANCELLED_H
 

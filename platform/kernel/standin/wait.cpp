@@ -1,4 +1,4 @@
-// The sleep on a state word. Wakers clear the word and send a signal; none of them wakes a futex.
+// The command that sleeps on a state word. Wakers clear the word and send a signal; none of them wakes a futex.
 #include <algorithm>
 
 #include "commands.h"
@@ -10,11 +10,11 @@ namespace {
 // Far beyond any uptime, yet small enough that a deadline does not overflow.
 constexpr int64_t kLongest = INT64_MAX / 4 / kJiffy;
 
-// Sleeps while the word is not zero, whatever it changes to. The error that ended the sleep: ETIMEDOUT where the
-// time ran out.
+// Sleeps while the word is not zero, even if it changes to another value. Returns the error that ended the sleep:
+// EAGAIN for a word of zero, EINTR for a signal, ETIMEDOUT when the time ran out.
 int sleep_while_set(uint32_t* word, int64_t deadline) {
   for (;;) {
-    // Pairs with the waker's release of the word: what it did before is seen after.
+    // Acquire: pairs with the waker's release of the word; what the waker did before is seen after the sleep.
     const uint32_t value = std::atomic_ref(*word).load(std::memory_order_acquire);
     if (value == 0) {
       return EAGAIN;
@@ -40,8 +40,8 @@ long wait_while_set(const Call& call) {
   if (timeout > 0) {
     error = sleep_while_set(static_cast<uint32_t*>(pointer(call.a)), start + std::min(timeout, kLongest) * kJiffy);
   }
-  // Above zero whenever a signal or the word cut the sleep short, in its last moment too: zero tells that the time ran
-  // out, or that there was no sleep.
+  // If a signal or the word cut the sleep short, even in its last moment, the rest is above 0: a rest of 0 means that
+  // the time ran out or that there was no sleep.
   const bool is_cut_short = error == EINTR || error == EAGAIN;
   const int64_t passed = (monotonic_now() - start) / kJiffy;
   const int64_t rest = is_cut_short ? std::max<int64_t>(timeout - passed, 1) : 0;
