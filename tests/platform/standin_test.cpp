@@ -45,7 +45,8 @@ long call(uint32_t command, uint64_t a, uint64_t b = kNone, uint64_t c = kNone, 
   return zut_private_call(381ull << 32 | command, a, b, c, d);
 }
 
-TEST(Standin, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
+// Native: the process has the emulator's own signal handlers.
+TEST(StandinNative, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
   const std::string maps = read_file("/proc/self/maps");
   EXPECT_TRUE(tirn::test::matches(maps, "*libzut.so*") && !tirn::test::matches(maps, "*/zut-*")) << maps;
   EXPECT_TRUE(tirn::test::matches(read_file("/proc/self/status"), "*SigCgt:\t00000000*")) << "real-time signals";
@@ -327,9 +328,12 @@ void run_as_first(const std::function<void()>& piece) {
   EXPECT_TRUE(child.exited()) << child;
 }
 
+// Native: the emulator's own locks stay locked in a child of a threaded process.
+using StandinJiffiesNative = StandinJiffies;
+
 // One thread of the parent blocks all signals, holds the lock of the log's sink and waits for a reader of a pipe.
 // Another thread waits for the registers of the first.
-TEST_F(StandinJiffies, ChildrenStartAnew) {
+TEST_F(StandinJiffiesNative, ChildrenStartAnew) {
   static Target deaf;
   const auto inner = [&] {
     deaf.id = static_cast<uint64_t>(gettid());
