@@ -9,8 +9,8 @@
  *
  * Each call writes one log line, and so do the calls for raw texts. Line feeds at the beginning and at the end of a
  * text would only make empty text lines and are left out. Control characters within it, except tabs, are written as
- * \n, \r or \x1b: an argument can neither forge a log line nor control a terminal. The time is universal time. No
- * operation changes errno, and none is a cancellation point.
+ * the escape sequences of C: an argument can neither forge a log line nor control a terminal. The time is universal
+ * time. No operation changes errno, and none is a cancellation point.
  */
 #ifndef HURN_H
 #define HURN_H
