@@ -27,7 +27,7 @@ TIRN_API extern struct kesa_affinity_level g_affinityLevel_1;
 
 /*
  * Reads the level of the process. Does nothing if an earlier call succeeded.
- * @returns 0, also if the process has no level; -1 if its name or its level cannot be read.
+ * @returns 0, also if the process has no level or its level cannot be read; -1 if its name cannot be read.
  * @safety MT-Safe race:level, AS-Unsafe lock heap
  */
 TIRN_API int kesa_affinity_init(void);

@@ -15,8 +15,6 @@ using namespace tirn::bounded;
 // The significant digits of every double fit (at most 767); a longer number does not match.
 constexpr size_t kLongestReal = 1023;
 
-constexpr bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
 constexpr int lower(int c) { return c | 0x20; }  // only to compare with a letter
 
 constexpr unsigned digit_value(int c) {

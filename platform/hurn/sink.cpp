@@ -165,8 +165,8 @@ class FileLock {
   FileLock& operator=(const FileLock&) = delete;
 
   int descriptor() const { return descriptor_; }
-  // Tries to take the lock. Returns true if another process holds it.
-  bool is_busy() const { return flock(descriptor_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
+  // Returns false if another process holds the lock. A file that cannot be locked does not stop the caller.
+  bool try_lock() const { return flock(descriptor_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK; }
 
  private:
   const int descriptor_;
@@ -190,7 +190,7 @@ void rotate() {
       size.load(std::memory_order_relaxed) <= limit.load(std::memory_order_relaxed))
     return;
   const FileLock lock(path);
-  if (lock.is_busy())
+  if (!lock.try_lock())
     return;
   // If the rotation fails, the next attempt comes after as many bytes again.
   size.store(0, std::memory_order_relaxed);
