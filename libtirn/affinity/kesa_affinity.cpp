@@ -21,8 +21,8 @@ static_assert(sizeof(kesa_affinity_level) == 192 && offsetof(kesa_affinity_level
 
 constinit Once g_initialised;
 
-// Reads the level if this process has one; a level that cannot be read is not looked for again. Logs under the name of
-// the exported kesa_affinity_init.
+// Reads the level if this process has one; a level that cannot be read is not looked for again. Logs under the name
+// of the exported kesa_affinity_init.
 int read_level_of_process() {
   char name[256];
   if (kesa_get_process_name(name, sizeof name) != kOk) {

@@ -139,7 +139,7 @@ TEST(Init, MissingAffinityIsNotFatal) {
   Imports imports(Object::library);
   imports.redirect(
       "fopen", +[](const char* path, const char* mode) {
-        return std::strstr(path, "/comm") != nullptr ? nullptr : std::fopen(path, mode);
+        return std::strstr(path, "/status") != nullptr ? nullptr : std::fopen(path, mode);
       });
   EXPECT_EQ(kesa_Init(), 0u);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Kesa affinity initialize failed.")) << log;
