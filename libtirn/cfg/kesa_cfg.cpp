@@ -336,6 +336,7 @@ int32_t kesa_cfg_setItemValue(const char* section, const char* item, const char*
     return kFail;
   }
   // Declared after `copy`, so that the old value, which `copy` then owns, is freed after the lock is released.
+  // Searches all files under the lock of the list; kesa_cfg_setItemValue_ex takes the lock of its one file instead.
   const StoreHold hold(g_stCfgRwlock, RwlockHold::kWriteMayblock);
   for (kesa_cfg_file_node& file : g_files.all()) {
     if (kesa_cfg_item_node* const node = kesa_cfg_find_item_node(&file, section, item)) {

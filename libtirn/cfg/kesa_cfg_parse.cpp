@@ -81,14 +81,13 @@ bool kesa_cfg_is_section(Text line) {
   return true;
 }
 
-// Copies the name from `line`, which is "[name]".
+// Copies the name from `line`, which is "[name]". kesa_cfg_is_section has limited its length, so the copy cannot
+// fail and the former name is not lost.
 void copy_section(const char* line, char (&section)[KESA_CFG_NAME_SIZE]) {
-  char name[KESA_CFG_NAME_SIZE];
   const char* const begin = line + 1;
-  if (strncpy_s(name, sizeof name, begin, std::strcspn(begin, "]")) != 0) {
+  if (strncpy_s(section, sizeof section, begin, std::strcspn(begin, "]")) != 0) {
     return TIRN_ERROR_AS("kesa_cfg_ini_fd_parse", "copy section name (%s) fail in copy section.", begin);
   }
-  std::memcpy(section, name, sizeof section);
 }
 
 struct Item {

@@ -1,6 +1,10 @@
 // The server of the loopback service: one listener, and one thread with its own buffers for each client.
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -25,9 +29,12 @@ kesa_list_head g_sockets{&g_sockets, &g_sockets};
 
 class ServiceSocket {
  public:
-  explicit ServiceSocket(Fd fd) : fd_(std::move(fd)) {
+  // Opens the socket by `open` and lists it in one step, so that no fork comes between the two.
+  template <typename Open>
+  explicit ServiceSocket(Open open) {
     g_fork_steps.follow();
     const MutexLock lock(g_sockets_mutex);
+    fd_ = Fd(open());
     list::push_back(&g_sockets, &link_);
   }
   ServiceSocket(const ServiceSocket&) = delete;
@@ -40,12 +47,18 @@ class ServiceSocket {
 
   int get() const { return fd_.get(); }
 
+  // Makes the calling thread the one that uses the socket.
+  void adopt() {
+    const MutexLock lock(g_sockets_mutex);
+    thread_ = pthread_self();
+  }
+
  private:
   static void hold_list(ForkSteps&) { pthread_mutex_lock(&g_sockets_mutex); }
   static void free_list(ForkSteps&) { pthread_mutex_unlock(&g_sockets_mutex); }
   static void leave_all(ForkSteps&) {
     kesa_list_head* link = g_sockets.next;
-    list::init(&g_sockets);  // the other links lie on the stacks of threads that are gone
+    list::init(&g_sockets);  // the other links belong to threads that are gone
     while (link != &g_sockets) {
       const auto* const one = reinterpret_cast<ServiceSocket*>(link);
       const bool is_used_here = one->thread_ == pthread_self();
@@ -61,7 +74,7 @@ class ServiceSocket {
   static ForkSteps g_fork_steps;
 
   kesa_list_head link_;  // first, so that its address is that of the socket
-  const pthread_t thread_ = pthread_self();
+  pthread_t thread_ = pthread_self();
   Fd fd_;
 };
 constinit ForkSteps ServiceSocket::g_fork_steps(leave_all, hold_list, free_list);
@@ -69,13 +82,11 @@ constinit ForkSteps ServiceSocket::g_fork_steps(leave_all, hold_list, free_list)
 // A client, and the buffers of its requests. The output buffer is as large as the largest reply, because a handler
 // may report that many bytes.
 struct Client {
-  explicit Client(Fd fd)
-      : connection(std::move(fd)),
-        input(tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX)),
-        output(MORU_SYSCALL_OUTPUT_MAX) {}
+  explicit Client(ServiceSocket* accepted)
+      : connection(accepted), input(tagged_block<uint8_t>(MORU_SYSCALL_INPUT_MAX)), output(MORU_SYSCALL_OUTPUT_MAX) {}
 
   bool receive(void* bytes, size_t length) const {
-    return receive_whole(connection.get(), bytes, length, QuickAck::kYes);
+    return receive_whole(connection->get(), bytes, length, QuickAck::kYes);
   }
 
   // Discards what does not fit in the buffer, so that the stream stays in step.
@@ -95,7 +106,7 @@ struct Client {
     return true;
   }
 
-  const ServiceSocket connection;
+  const std::unique_ptr<ServiceSocket> connection;
   TaggedBlock<uint8_t> input;
   Mapping output;
 };
@@ -129,7 +140,7 @@ bool serve_request(Client& client) {
     TIRN_ERROR_AS("serve_request", "hdr.cmd=%x, hdr.len = %lu\n", static_cast<unsigned>(header.cmd), header.len);
     return false;
   }
-  return send_frame(client.connection.get(), header, client.output.get());
+  return send_frame(client.connection->get(), header, client.output.get());
 }
 
 // Logs under the name of the connection's thread function.
@@ -137,6 +148,7 @@ void serve_requests(Client& client) {
   if (client.input == nullptr || !client.output) {
     return TIRN_ERROR_AS("serve_client", "Param error: null pointer.\n");
   }
+  client.connection->adopt();
   kesa_set_process_name("syscall_do_thr");
   while (serve_request(client)) {
   }
@@ -145,60 +157,61 @@ void serve_requests(Client& client) {
 // The client is released also if a handler ends the thread.
 void* serve_client(void* argument) {
   std::optional<Client> client;
-  run_with_cleanup(
-      [&] { serve_requests(client.emplace(Fd(static_cast<int>(reinterpret_cast<intptr_t>(argument))))); },
-      [&client] { client.reset(); });
+  run_with_cleanup([&] { serve_requests(client.emplace(static_cast<ServiceSocket*>(argument))); },
+                   [&client] { client.reset(); });
   return nullptr;
 }
 
-// Opens the listening socket. Returns an empty Fd, after a log line, if that fails.
-Fd open_service() {
-  Fd service(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!service) {
-    TIRN_ERROR_AS("open_service", "Create socket %d fail!.\n", service.get());
-    return {};
+// Binds the socket and listens on it. Returns false, after a log line, if that fails.
+bool open_service(const ServiceSocket& service) {
+  if (service.get() < 0) {
+    return TIRN_ERROR_AS("open_service", "Create socket %d fail!.\n", service.get()), false;
   }
   enable(service.get(), SOL_SOCKET, SO_REUSEADDR);
   const sockaddr_in address = service_address();
   if (bind(service.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    TIRN_ERROR_AS("open_service", "Bind socket %d fail!， error is %d.\n", service.get(), errno);
-    return {};
+    return TIRN_ERROR_AS("open_service", "Bind socket %d fail!， error is %d.\n", service.get(), errno), false;
   }
   constexpr int kBacklog = 10;
   if (listen(service.get(), kBacklog) != 0) {
-    TIRN_ERROR_AS("open_service", "Listen socket %d fail!, error is %d.\n", service.get(), errno);
-    return {};
+    return TIRN_ERROR_AS("open_service", "Listen socket %d fail!, error is %d.\n", service.get(), errno), false;
   }
-  return service;
+  return true;
 }
 
-// Accepts one client. Returns false if the listener has to end.
+// Waits for a client and accepts it. Returns false if the listener has to end. The waiting is left to poll, because a
+// fork waits while a socket is being accepted.
 bool accept_client(const ServiceSocket& service) {
   constexpr char kFunction[] = "accept_clients";
-  Fd client(accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!client) {
-    if (errno == EINTR) {
+  pollfd ready{service.get(), POLLIN, 0};
+  poll(&ready, 1, -1);
+  int error = ENOMEM;
+  std::unique_ptr<ServiceSocket> client(new (std::nothrow) ServiceSocket([&service, &error] {
+    const int fd = accept4(service.get(), nullptr, nullptr, SOCK_CLOEXEC);
+    error = errno;
+    return fd;
+  }));
+  if (client == nullptr || client->get() < 0) {
+    if (error == EINTR || error == EAGAIN) {
       return true;
     }
-    return TIRN_ERROR_AS(kFunction, "accept errno = %d\n", errno), false;
+    return TIRN_ERROR_AS(kFunction, "accept errno = %d\n", error), false;
   }
-  enable(client.get(), IPPROTO_TCP, TCP_NODELAY);
-  const int result = create_thread_nopreempt_raw(
-      serve_client, reinterpret_cast<void*>(static_cast<intptr_t>(client.get())), nullptr);
+  enable(client->get(), IPPROTO_TCP, TCP_NODELAY);
+  const int result = create_thread_nopreempt_raw(serve_client, client.get(), nullptr);
   if (result != 0) {
     return TIRN_ERROR_AS(kFunction, "creat syscall thrd failed, ret = %d.\n", result), false;
   }
-  client.release();  // the client's thread closes it
+  (void)client.release();  // the client's thread deletes it
   return true;
 }
 
 void* accept_clients(void*) {
   const NoCancellation guard;  // held throughout: nobody waits for this thread, so nobody has to cancel it
-  Fd fd = open_service();
-  if (!fd) {
+  const ServiceSocket service([] { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
+  if (!open_service(service)) {
     return nullptr;
   }
-  const ServiceSocket service(std::move(fd));
   kesa_set_process_name("syscall_thr");
   while (accept_client(service)) {
   }

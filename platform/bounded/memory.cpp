@@ -12,20 +12,23 @@ using tirn::bounded::check_destination;
 using tirn::bounded::overlap;
 
 int copy(void* destination, size_t size, const void* source, size_t count, bool may_overlap) {
-  if (const int error = check_destination(destination, size))
+  if (const int error = check_destination(destination, size)) {
     return error;
+  }
   int error = 0;
-  if (!source)
+  if (source == nullptr) {
     error = EINVAL;
-  else if (count > size)
+  } else if (count > size) {
     error = ERANGE;
-  // A copy of a region onto itself is no error: the bytes are there already.
-  else if (!may_overlap && source != destination && overlap(destination, count, source, count))
+    // A copy of a region onto itself is no error: the bytes are there already.
+  } else if (!may_overlap && source != destination && overlap(destination, count, source, count)) {
     error = EINVAL;
-  if (error)
+  }
+  if (error) {
     memset(destination, 0, size);
-  else
+  } else {
     memmove(destination, source, count);
+  }
   return error;
 }
 
@@ -40,8 +43,9 @@ int memmove_s(void* destination, size_t size, const void* source, size_t count) 
 }
 
 int memset_s(void* destination, size_t size, int value, size_t count) {
-  if (const int error = check_destination(destination, size))
+  if (const int error = check_destination(destination, size)) {
     return error;
+  }
   const bool fits = count <= size;
   memset(destination, fits ? value : 0, fits ? count : size);
   // Callers wipe secrets with this. The barrier keeps the compiler from removing stores that nobody reads.

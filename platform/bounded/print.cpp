@@ -13,12 +13,14 @@ using tirn::bounded::check_destination;
 // be formatted; the destination is then empty.
 __attribute__((format(printf, 4, 0))) int print(char* destination, size_t size, size_t most, const char* format,
                                                 va_list arguments) {
-  if (check_destination(destination, size))
+  if (check_destination(destination, size)) {
     return -1;
+  }
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow the list through the calls
-  const int length = format ? vsnprintf(destination, most + 1, format, arguments) : -1;
-  if (length < 0)
+  const int length = format != nullptr ? vsnprintf(destination, most + 1, format, arguments) : -1;
+  if (length < 0) {
     destination[0] = '\0';
+  }
   return length;
 }
 
@@ -26,8 +28,9 @@ __attribute__((format(printf, 4, 0))) int print(char* destination, size_t size, 
 
 int vsprintf_s(char* destination, size_t size, const char* format, va_list arguments) {
   const int length = print(destination, size, size - 1, format, arguments);
-  if (length < 0 || static_cast<size_t>(length) < size)
+  if (length < 0 || static_cast<size_t>(length) < size) {
     return length;
+  }
   destination[0] = '\0';
   return -1;
 }

@@ -10,8 +10,9 @@ namespace tirn::bounded {
 // Returns 0, or the error if nothing may be written to the destination. No object is larger than PTRDIFF_MAX; such a
 // size is a negative number that was converted to size_t.
 inline int check_destination(const void* destination, size_t size) {
-  if (!destination)
+  if (destination == nullptr) {
     return EINVAL;
+  }
   return size == 0 || size > PTRDIFF_MAX ? ERANGE : 0;
 }
 

@@ -18,8 +18,9 @@ constexpr size_t kLongestReal = 1023;
 constexpr int lower(int c) { return c | 0x20; }  // only to compare with a letter
 
 constexpr unsigned digit_value(int c) {
-  if (is_digit(c))
+  if (is_digit(c)) {
     return static_cast<unsigned>(c - '0');
+  }
   return lower(c) >= 'a' && lower(c) <= 'f' ? static_cast<unsigned>(lower(c) - 'a') + 10 : 16;
 }
 
@@ -30,18 +31,21 @@ class Input {
   explicit Input(const char* text) : text_(text) {}
   explicit Input(FILE* stream) : stream_(stream) { flockfile(stream); }
   ~Input() {
-    if (!stream_)
+    if (stream_ == nullptr) {
       return;
-    if (ahead_ >= 0)
+    }
+    if (ahead_ >= 0) {
       ungetc(ahead_, stream_);
+    }
     funlockfile(stream_);
   }
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
 
   int peek() {
-    if (ahead_ == kUnknown)
+    if (ahead_ == kUnknown) {
       ahead_ = fetch();
+    }
     return ahead_;
   }
   void take() {
@@ -55,8 +59,9 @@ class Input {
   static_assert(EOF != kUnknown);
 
   int fetch() {
-    if (stream_)
+    if (stream_ != nullptr) {
       return getc_unlocked(stream_);
+    }
     return *text_ ? static_cast<unsigned char>(*text_++) : EOF;
   }
 
@@ -81,12 +86,13 @@ class Scanner {
     Outcome outcome = Outcome::kMatched;
     while (*format && outcome == Outcome::kMatched) {
       const char c = *format++;
-      if (c == '%')
+      if (c == '%') {
         outcome = convert(parse_directive(format));
-      else if (is_space(c))
+      } else if (is_space(c)) {
         skip_space();
-      else
+      } else {
         outcome = literal(c);
+      }
     }
     return outcome == Outcome::kEnded && assigned_ == 0 ? EOF : assigned_;
   }
@@ -107,8 +113,9 @@ class Scanner {
   Outcome assign(const Directive& directive, const void* value, size_t bytes, int counted);
 
   void skip_space() {
-    while (is_space(input_.peek()))
+    while (is_space(input_.peek())) {
       input_.take();
+    }
   }
   // Returns the next character, or EOF if the field's width is used up.
   int look() { return left_ ? input_.peek() : EOF; }
@@ -129,13 +136,16 @@ class Scanner {
 
 Outcome Scanner::convert(Directive directive) {
   constexpr char kSkipping[] = "%diuoxXpsaAeEfFgG";
-  const bool is_text = directive.conversion && strchr("sc[", directive.conversion);
-  if (!directive.conversion || (is_text && directive.modified))  // wide text is not supported
+  const bool is_text = directive.conversion && strchr("sc[", directive.conversion) != nullptr;
+  if (!directive.conversion || (is_text && directive.modified)) {  // wide text is not supported
     return Outcome::kMismatch;
-  if (strchr(kSkipping, directive.conversion))
+  }
+  if (strchr(kSkipping, directive.conversion) != nullptr) {
     skip_space();
-  if (directive.conversion != 'n' && input_.peek() == EOF)
+  }
+  if (directive.conversion != 'n' && input_.peek() == EOF) {
     return Outcome::kEnded;
+  }
   left_ = directive.width;
   const uint64_t taken = input_.taken();
   switch (directive.conversion) {
@@ -156,38 +166,44 @@ Outcome Scanner::convert(Directive directive) {
     case 'p':
       return pointer(directive);
     case 's':
-      for (int c = 0; c < 256; c++)
+      for (int c = 0; c < 256; c++) {
         directive.set[static_cast<size_t>(c)] = !is_space(c);
+      }
       return token(directive);
     case 'c':
       directive.set.set();
-      if (left_ == kNoWidth)
+      if (left_ == kNoWidth) {
         left_ = 1;
+      }
       return token(directive);
     case '[':
       return token(directive);
     default:
-      return strchr(kSkipping, directive.conversion) ? real(directive) : Outcome::kMismatch;
+      return strchr(kSkipping, directive.conversion) != nullptr ? real(directive) : Outcome::kMismatch;
   }
 }
 
 Outcome Scanner::literal(char c) {
   const int next = input_.peek();
-  if (next == EOF)
+  if (next == EOF) {
     return Outcome::kEnded;
-  if (next != static_cast<unsigned char>(c))
+  }
+  if (next != static_cast<unsigned char>(c)) {
     return Outcome::kMismatch;
+  }
   input_.take();
   return Outcome::kMatched;
 }
 
 // The machine has to be little-endian: the first `bytes` bytes of a value are its low ones.
 Outcome Scanner::assign(const Directive& directive, const void* value, size_t bytes, int counted) {
-  if (directive.suppressed)
+  if (directive.suppressed) {
     return Outcome::kMatched;
+  }
   void* destination = va_arg(arguments_, void*);
-  if (!destination)
+  if (destination == nullptr) {
     return Outcome::kMismatch;
+  }
   memcpy(destination, value, bytes);
   assigned_ += counted;
   return Outcome::kMatched;
@@ -199,26 +215,31 @@ Outcome Scanner::token(const Directive& directive) {
   if (!directive.suppressed) {
     destination = va_arg(arguments_, char*);
     room = va_arg(arguments_, unsigned);
-    if (!destination)
+    if (destination == nullptr) {
       room = 0;
+    }
   }
   const size_t terminator = directive.conversion == 'c' ? 0 : 1;
   size_t count = 0;
   for (int c; (c = look()) != EOF && directive.set[static_cast<size_t>(c)]; count++) {
     if (room <= count + terminator) {
-      if (room)
+      if (room) {
         destination[0] = '\0';
+      }
       return Outcome::kMismatch;
     }
-    if (destination)
+    if (destination != nullptr) {
       destination[count] = static_cast<char>(c);
+    }
     advance();
   }
-  if (count == 0)
+  if (count == 0) {
     return Outcome::kMismatch;
-  if (destination) {
-    if (terminator)
+  }
+  if (destination != nullptr) {
+    if (terminator) {
       destination[count] = '\0';
+    }
     assigned_++;
   }
   return Outcome::kMatched;
@@ -227,8 +248,9 @@ Outcome Scanner::token(const Directive& directive) {
 // A value beyond the range of the argument's type becomes the nearest value in it, as with strtol.
 Outcome Scanner::integer(const Directive& directive, unsigned base, bool is_signed) {
   const bool negative = look() == '-';
-  if (negative || look() == '+')
+  if (negative || look() == '+') {
     advance();
+  }
   bool any = false;
   if (look() == '0') {
     any = true;
@@ -240,8 +262,9 @@ Outcome Scanner::integer(const Directive& directive, unsigned base, bool is_sign
       base = 8;
     }
   }
-  if (base == 0)
+  if (base == 0) {
     base = 10;
+  }
   uint64_t value = 0;
   bool overflown = false;
   for (unsigned digit; (digit = digit_value(look())) < base; advance()) {
@@ -249,29 +272,35 @@ Outcome Scanner::integer(const Directive& directive, unsigned base, bool is_sign
     overflown |= __builtin_mul_overflow(value, base, &value);
     overflown |= __builtin_add_overflow(value, digit, &value);
   }
-  if (!any)
+  if (!any) {
     return Outcome::kMismatch;
+  }
   const size_t bytes = directive.bytes < 8 ? directive.bytes : 8;
   uint64_t most = UINT64_MAX >> (64 - bytes * 8);
-  if (is_signed)
+  if (is_signed) {
     most = (most >> 1) + negative;
+  }
   const bool clipped = overflown || value > most;
-  if (clipped)
+  if (clipped) {
     value = most;
-  if (negative && (is_signed || !clipped))
+  }
+  if (negative && (is_signed || !clipped)) {
     value = 0 - value;
+  }
   return assign(directive, &value, bytes, 1);
 }
 
 Outcome Scanner::pointer(const Directive& directive) {
   Directive as_long = directive;
   as_long.bytes = sizeof(void*);
-  if (look() != '(')
+  if (look() != '(') {
     return integer(as_long, 16, false);
+  }
   // printf shows NULL as this text.
   for (const char* c = "(nil)"; *c; c++) {
-    if (look() != *c)
+    if (look() != *c) {
       return Outcome::kMismatch;
+    }
     advance();
   }
   const uint64_t null = 0;
@@ -279,17 +308,19 @@ Outcome Scanner::pointer(const Directive& directive) {
 }
 
 void Scanner::keep(Real& number) {
-  if (number.length < kLongestReal)
+  if (number.length < kLongestReal) {
     number.text[number.length++] = static_cast<char>(look());
-  else
+  } else {
     number.too_long = true;
+  }
   advance();
 }
 
 bool Scanner::keep_word(Real& number, const char* word) {
   for (; *word; word++) {
-    if (lower(look()) != *word)
+    if (lower(look()) != *word) {
       return false;
+    }
     keep(number);
   }
   return true;
@@ -297,8 +328,9 @@ bool Scanner::keep_word(Real& number, const char* word) {
 
 size_t Scanner::keep_digits(Real& number, bool hexadecimal) {
   size_t count = 0;
-  for (; digit_value(look()) < (hexadecimal ? 16u : 10u); count++)
+  for (; digit_value(look()) < (hexadecimal ? 16u : 10u); count++) {
     keep(number);
+  }
   return count;
 }
 
@@ -319,31 +351,38 @@ bool Scanner::keep_digital(Real& number) {
     keep(number);
     count += keep_digits(number, hexadecimal);
   }
-  if (count == 0)
+  if (count == 0) {
     return false;
-  if (lower(look()) != (hexadecimal ? 'p' : 'e'))
+  }
+  if (lower(look()) != (hexadecimal ? 'p' : 'e')) {
     return true;
+  }
   keep(number);
-  if (look() == '+' || look() == '-')
+  if (look() == '+' || look() == '-') {
     keep(number);
+  }
   return keep_digits(number, false) > 0;
 }
 
 Outcome Scanner::real(const Directive& directive) {
-  if (directive.bytes < sizeof(float))
+  if (directive.bytes < sizeof(float)) {
     return Outcome::kMismatch;
+  }
   Real number;
-  if (look() == '+' || look() == '-')
+  if (look() == '+' || look() == '-') {
     keep(number);
+  }
   bool complete;
-  if (lower(look()) == 'i')
+  if (lower(look()) == 'i') {
     complete = keep_word(number, "inf") && (lower(look()) != 'i' || keep_word(number, "inity"));
-  else if (lower(look()) == 'n')
+  } else if (lower(look()) == 'n') {
     complete = keep_word(number, "nan");
-  else
+  } else {
     complete = keep_digital(number);
-  if (!complete || number.too_long)
+  }
+  if (!complete || number.too_long) {
     return Outcome::kMismatch;
+  }
   number.text[number.length] = '\0';
   if (directive.bytes == sizeof(long double)) {
     const long double value = strtold(number.text, nullptr);
@@ -362,8 +401,9 @@ Outcome Scanner::real(const Directive& directive) {
 }  // namespace
 
 int vsscanf_s(const char* text, const char* format, va_list arguments) {
-  if (!text || !format)
+  if (text == nullptr || format == nullptr) {
     return EOF;
+  }
   Input input(text);
   return Scanner(input, arguments).run(format);
 }
@@ -377,8 +417,9 @@ int sscanf_s(const char* text, const char* format, ...) {
 }
 
 int fscanf_s(FILE* stream, const char* format, ...) {
-  if (!stream || !format)
+  if (stream == nullptr || format == nullptr) {
     return EOF;
+  }
   va_list arguments;
   va_start(arguments, format);
   Input input(stream);

@@ -9,24 +9,29 @@ namespace {
 // Parses the set after "%[" up to its closing bracket. Returns false if the format ends before that.
 bool parse_set(const char*& format, std::bitset<256>& set) {
   const bool inverted = *format == '^';
-  if (inverted)
+  if (inverted) {
     format++;
+  }
   const char* first = format;
   for (; *format && (*format != ']' || format == first); format++) {
     const auto low = static_cast<unsigned char>(*format);
     set.set(low);
     // A reversed range such as "z-a" stands for its three characters.
-    if (format[1] != '-' || !format[2] || static_cast<unsigned char>(format[2]) < low || format[2] == ']')
+    if (format[1] != '-' || !format[2] || static_cast<unsigned char>(format[2]) < low || format[2] == ']') {
       continue;
+    }
     format += 2;
-    for (unsigned c = low; c <= static_cast<unsigned char>(*format); c++)
+    for (unsigned c = low; c <= static_cast<unsigned char>(*format); c++) {
       set.set(c);
+    }
   }
-  if (!*format)
+  if (!*format) {
     return false;
+  }
   format++;
-  if (inverted)
+  if (inverted) {
     set.flip();
+  }
   return true;
 }
 
@@ -45,10 +50,12 @@ Directive parse_directive(const char*& format) {
     format++;
   }
   size_t width = 0;
-  for (; is_digit(*format); format++)
+  for (; is_digit(*format); format++) {
     width = width < kNoWidth / 16 ? width * 10 + static_cast<size_t>(*format - '0') : kNoWidth / 16;
-  if (width)
+  }
+  if (width) {
     result.width = width;
+  }
   for (const Modifier& modifier : kModifiers) {
     const size_t length = strlen(modifier.name);
     if (strncmp(format, modifier.name, length) == 0) {
@@ -58,11 +65,13 @@ Directive parse_directive(const char*& format) {
       break;
     }
   }
-  if (!*format)
+  if (!*format) {
     return result;
+  }
   result.conversion = *format++;
-  if (result.conversion == '[' && !parse_set(format, result.set))
+  if (result.conversion == '[' && !parse_set(format, result.set)) {
     result.conversion = '\0';
+  }
   return result;
 }
 

@@ -16,7 +16,7 @@ using tirn::bounded::overlap;
 int place(char* destination, size_t size, size_t length, const char* source, size_t count) {
   const size_t room = size - length;
   int error = EINVAL;
-  if (source) {
+  if (source != nullptr) {
     const size_t most = count < room ? count : room;
     const size_t copied = strnlen(source, most);
     const size_t read = copied < most ? copied + 1 : copied;
@@ -34,11 +34,13 @@ int place(char* destination, size_t size, size_t length, const char* source, siz
 }
 
 int append(char* destination, size_t size, const char* source, size_t count) {
-  if (const int error = check_destination(destination, size))
+  if (const int error = check_destination(destination, size)) {
     return error;
+  }
   const size_t length = strnlen(destination, size);
-  if (length < size)
+  if (length < size) {
     return place(destination, size, length, source, count);
+  }
   destination[0] = '\0';
   return ERANGE;
 }
@@ -50,8 +52,9 @@ int strcpy_s(char* destination, size_t size, const char* source) {
 }
 
 int strncpy_s(char* destination, size_t size, const char* source, size_t count) {
-  if (const int error = check_destination(destination, size))
+  if (const int error = check_destination(destination, size)) {
     return error;
+  }
   return place(destination, size, 0, source, count);
 }
 
@@ -64,7 +67,8 @@ int strncat_s(char* destination, size_t size, const char* source, size_t count) 
 }
 
 char* strtok_s(char* text, const char* delimiters, char** position) {
-  if (!delimiters || !position || (!text && !*position))
+  if (delimiters == nullptr || position == nullptr || (text == nullptr && *position == nullptr)) {
     return nullptr;
+  }
   return strtok_r(text, delimiters, position);
 }

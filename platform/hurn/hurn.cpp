@@ -51,19 +51,21 @@ class Operation {
 // Passes the log line to the callback, if there is one. Returns whether the callback alone gets it.
 bool show_content(const Source& source, const Line& line) {
   const uintptr_t word = content_callback.load(std::memory_order_acquire);
-  if (!word || in_callback)
+  if (!word || in_callback) {
     return false;
+  }
   const hurn_line content{source.module,   source.level,           source.file,         source.line,
                           source.function, line.bytes + line.text, line.end - line.text};
   in_callback = true;
   reinterpret_cast<void (*)(const hurn_line*)>(word & ~kOnlyBit)(&content);
   in_callback = false;
-  return word & kOnlyBit;
+  return (word & kOnlyBit) != 0u;
 }
 
 void put_out(const Source& source, Line& line, unsigned priority) {
-  if (show_content(source, line))
+  if (show_content(source, line)) {
     return;
+  }
   line.close();
   write_line(line, priority);
 }
@@ -81,8 +83,9 @@ __attribute__((format(printf, 2, 3))) void report(const Source& source, const ch
 void report_suppressed(uint32_t module, uint32_t level) {
   for (int which = 0; which < 2; which++) {
     const Suppressed held = take_suppressed(which, module, level);
-    if (held.count)
+    if (held.count) {
       report({module, level, "hurn", __LINE__, "hurn"}, "%u lines of group %s suppressed.", held.count, held.group);
+    }
   }
 }
 
@@ -102,12 +105,14 @@ void hurn_destroy(void) {
 }
 
 int hurn_loglevel_set(uint32_t module, uint32_t level) {
-  if (!is_level(level) || (module >= HURN_MODULE_COUNT && module != HURN_ALL_MODULES))
+  if (!is_level(level) || (module >= HURN_MODULE_COUNT && module != HURN_ALL_MODULES)) {
     return -1;
+  }
   const bool all = module == HURN_ALL_MODULES;
   const uint32_t last = all ? HURN_MODULE_COUNT - 1 : module;
-  for (uint32_t i = all ? 0 : module; i <= last; i++)
+  for (uint32_t i = all ? 0 : module; i <= last; i++) {
     levels[i].most.store(static_cast<uint8_t>(level), std::memory_order_relaxed);
+  }
   return 0;
 }
 
@@ -125,11 +130,13 @@ int hurn_level_check(uint32_t module, uint32_t level) {
 
 void hurn(uint32_t module, uint32_t level, const char* file, uint32_t line, const char* function, uint32_t,
           const char* format, ...) {
-  if (!is_level(level) || !format)
+  if (!is_level(level) || format == nullptr) {
     return;
+  }
   const Operation operation;
-  if (!admit(module, level))
+  if (!admit(module, level)) {
     return;
+  }
   report_suppressed(module, level);
   const Source source{module, level, file, line, function};
   Line whole;
@@ -139,17 +146,20 @@ void hurn(uint32_t module, uint32_t level, const char* file, uint32_t line, cons
   va_start(arguments, format);
   const bool formatted = whole.put_text(format, arguments);
   va_end(arguments);
-  if (formatted)
+  if (formatted) {
     put_out(source, whole, level);
+  }
 }
 
 int hurn_vraw(const char* format, va_list arguments) {
-  if (!format)
+  if (format == nullptr) {
     return -1;
+  }
   const Operation operation;
   Line line;
-  if (!line.put_text(format, arguments))
+  if (!line.put_text(format, arguments)) {
     return -1;
+  }
   const auto length = static_cast<int>(line.end);
   put_out({kNone, kNone, nullptr, kNone, nullptr}, line, HURN_ERROR);
   return length;
@@ -170,10 +180,11 @@ int hurn_ratelimit_set(uint32_t group, uint32_t lines, uint32_t milliseconds) {
 }
 
 int hurn_register_content_callback(const struct hurn_content_record* record) {
-  if (!record)
+  if (record == nullptr) {
     return -1;
+  }
   const auto address = reinterpret_cast<uintptr_t>(record->callback);
-  const bool only = address && (record->flags & HURN_CALLBACK_ONLY);
+  const bool only = address != 0u && ((record->flags & HURN_CALLBACK_ONLY) != 0u);
   // Release: publishes what the callback uses. Pairs with the load in show_content.
   content_callback.store(address | (only ? kOnlyBit : 0), std::memory_order_release);
   return 0;

@@ -53,35 +53,39 @@ uint64_t milliseconds_now() {
 uint64_t next_window(uint64_t window, uint64_t limit, uint64_t now) {
   const uint64_t count = window & kCountMask;
   const uint64_t elapsed = (now - (window >> kCountBits)) & kTimeMask;
-  if (count == 0 || elapsed >= (limit & UINT32_MAX))
+  if (count == 0 || elapsed >= (limit & UINT32_MAX)) {
     return now << kCountBits | 1;
+  }
   return count < limit >> 32 ? window + 1 : 0;
 }
 
 bool is_full(Group& group, uint64_t limit) {
-  return limit && !next_window(group.window.load(std::memory_order_relaxed), limit, milliseconds_now());
+  return limit != 0u && (next_window(group.window.load(std::memory_order_relaxed), limit, milliseconds_now()) == 0u);
 }
 
 bool claim(Group& group, uint64_t limit) {
-  if (!limit)
+  if (!limit) {
     return true;
+  }
   const uint64_t now = milliseconds_now();
   uint64_t window = group.window.load(std::memory_order_relaxed);
   uint64_t next;
   do {
     next = next_window(window, limit, now);
-  } while (next && !group.window.compare_exchange_weak(window, next, std::memory_order_relaxed));
+  } while (next != 0u && !group.window.compare_exchange_weak(window, next, std::memory_order_relaxed));
   return next != 0;
 }
 
 }  // namespace
 
 uint32_t group_named(const char* name) {
-  if (!name)
+  if (name == nullptr) {
     return HURN_NO_GROUP;
+  }
   for (uint32_t level = 0; level < 8; level++) {
-    if (kLevelNames[level] && !strcmp(name, kLevelNames[level]))
+    if (kLevelNames[level] != nullptr && !strcmp(name, kLevelNames[level])) {
       return level_group(level);
+    }
   }
   uint32_t module = 0;
   const char* end = name + strlen(name);
@@ -90,8 +94,9 @@ uint32_t group_named(const char* name) {
 }
 
 bool set_limit(uint32_t group, uint32_t lines, uint32_t milliseconds) {
-  if (!is_group(group))
+  if (!is_group(group)) {
     return false;
+  }
   const uint64_t count = lines < kCountMask ? lines : kCountMask;
   groups[group].window.store(0, std::memory_order_relaxed);
   groups[group].limit.store(count && milliseconds ? count << 32 | milliseconds : 0, std::memory_order_relaxed);
@@ -106,23 +111,27 @@ bool admit(uint32_t module, uint32_t level) {
   // A log line that one group refuses should not count in the other group's window, so the level is tested before the
   // module's window counts the log line. It still counts there if it then loses a race for the last place in the
   // level's window.
-  if (is_full(of_level, level_limit))
+  if (is_full(of_level, level_limit)) {
     return of_level.refuse();
-  if (!claim(of_module, module_limit))
+  }
+  if (!claim(of_module, module_limit)) {
     return of_module.refuse();
+  }
   return claim(of_level, level_limit) || of_level.refuse();
 }
 
 Suppressed take_suppressed(int which, uint32_t module, uint32_t level) {
   Group& group = groups[which ? level_group(level) : module_index(module)];
   Suppressed result{};
-  if (!group.suppressed.load(std::memory_order_relaxed))
+  if (!group.suppressed.load(std::memory_order_relaxed)) {
     return result;
+  }
   result.count = group.suppressed.exchange(0, std::memory_order_relaxed);
-  if (which)
+  if (which) {
     snprintf(result.group, sizeof result.group, "%s", kLevelNames[level]);
-  else
+  } else {
     snprintf(result.group, sizeof result.group, "%u", module_index(module));
+  }
   return result;
 }
 

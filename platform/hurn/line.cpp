@@ -34,7 +34,7 @@ void show(char c, char* shown) {
   }
 }
 
-const char* or_unknown(const char* name) { return name ? name : "?"; }
+const char* or_unknown(const char* name) { return name != nullptr ? name : "?"; }
 
 }  // namespace
 
@@ -62,8 +62,9 @@ void Line::put_prefix(const char* program, const Source& source) {
 bool Line::put_text(const char* format, va_list arguments) {
   const size_t room = HURN_LINE_MAX - text;
   const int length = vsnprintf(bytes + text, room + 1, format, arguments);
-  if (length < 0)
+  if (length < 0) {
     return false;
+  }
   const auto wanted = static_cast<size_t>(length);
   if (wanted < room || (wanted == room && bytes[HURN_LINE_MAX - 1] == '\n')) {
     end = text + wanted;
@@ -76,14 +77,17 @@ bool Line::put_text(const char* format, va_list arguments) {
 
 void Line::close() {
   size_t begin = text;
-  while (begin < end && bytes[begin] == '\n')
+  while (begin < end && bytes[begin] == '\n') {
     begin++;
-  while (end > begin && bytes[end - 1] == '\n')
+  }
+  while (end > begin && bytes[end - 1] == '\n') {
     end--;
+  }
   memmove(bytes + text, bytes + begin, end - begin);
   end -= begin - text;
-  if (std::any_of(bytes + text, bytes + end, is_control))
+  if (std::any_of(bytes + text, bytes + end, is_control)) {
     escape();
+  }
   bytes[end++] = '\n';
 }
 

@@ -14,7 +14,7 @@ inline constexpr uint32_t kLevelBits = 1u << HURN_ERROR | 1u << HURN_WARNING | 1
 inline constexpr const char* kLevelNames[8] = {nullptr,   nullptr, nullptr, "error",
                                                "warning", nullptr, "info",  "debug"};
 
-constexpr bool is_level(uint32_t level) { return level < 8 && (kLevelBits >> level & 1); }
+constexpr bool is_level(uint32_t level) { return level < 8 && ((kLevelBits >> level & 1) != 0u); }
 
 // Returns the index of a module in the tables. Ids beyond the tables follow module 0.
 constexpr uint32_t module_index(uint32_t module) { return module < HURN_MODULE_COUNT ? module : 0; }

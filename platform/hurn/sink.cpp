@@ -47,38 +47,38 @@ struct Name {
   char text[];
 };
 
-constinit std::atomic<Kind> kind{Kind::kStderr};
-constinit std::atomic<const char*> program{nullptr};
+constinit std::atomic<Kind> g_kind{Kind::kStderr};
+constinit std::atomic<const char*> g_program{nullptr};
 
 // The descriptor of the log file. Its number never changes, since dup3 gives the same number to the next file: a
 // writer that has read the number cannot write to an unrelated file.
-constinit std::atomic<int> file{-1};
-constinit std::atomic<uint64_t> size{0};
-constinit std::atomic<uint64_t> limit{kDefaultLimit};
+constinit std::atomic<int> g_file{-1};
+constinit std::atomic<uint64_t> g_size{0};
+constinit std::atomic<uint64_t> g_limit{kDefaultLimit};
 
 // The process whose thread is changing or rotating the sink, or 0. A forked child does not wait for a thread of its
 // parent: it takes over the ownership of another process.
-constinit std::atomic<pid_t> owner{0};
+constinit std::atomic<pid_t> g_owner{0};
 
 // The variables below are used by the owner only. The path is one of the names, so a child that is forked during a
 // change has either the former path or the next one, each of them complete.
-constinit Name* names = nullptr;
-constinit unsigned keep = kDefaultKeep;
-constinit const char* path = "";
-char older_path[PATH_MAX];
-char newer_path[PATH_MAX];
+constinit Name* g_names = nullptr;
+constinit unsigned g_keep = kDefaultKeep;
+constinit const char* g_path = "";
+char g_older_path[PATH_MAX];
+char g_newer_path[PATH_MAX];
 
 bool try_own() {
   const pid_t self = getpid();
-  pid_t present = owner.load(std::memory_order_relaxed);
-  return present != self && owner.compare_exchange_strong(present, self, std::memory_order_acquire);
+  pid_t present = g_owner.load(std::memory_order_relaxed);
+  return present != self && g_owner.compare_exchange_strong(present, self, std::memory_order_acquire);
 }
 
 class Ownership {
  public:
   Ownership() = default;
   // Release: publishes the owner's variables. Pairs with the exchange in try_own.
-  ~Ownership() { owner.store(0, std::memory_order_release); }
+  ~Ownership() { g_owner.store(0, std::memory_order_release); }
   Ownership(const Ownership&) = delete;
   Ownership& operator=(const Ownership&) = delete;
 };
@@ -88,7 +88,7 @@ class Ownership {
 void follow_forks() {
   static constinit pthread_once_t followed = PTHREAD_ONCE_INIT;
   pthread_once(&followed,
-               [] { pthread_atfork(nullptr, nullptr, [] { owner.store(0, std::memory_order_relaxed); }); });
+               [] { pthread_atfork(nullptr, nullptr, [] { g_owner.store(0, std::memory_order_relaxed); }); });
 }
 
 // Waits by sleeping: a thread of real-time priority that only yields would keep an owner of lower priority off the
@@ -96,8 +96,9 @@ void follow_forks() {
 void wait_to_own() {
   follow_forks();
   const timespec pause{0, 1'000'000};
-  while (!try_own())
+  while (!try_own()) {
     nanosleep(&pause, nullptr);
+  }
 }
 
 // Returns the number of bytes written. A failure after the first write loses the rest.
@@ -105,10 +106,11 @@ size_t write_all(int descriptor, const char* bytes, size_t length) {
   size_t done = 0;
   while (done < length) {
     const ssize_t count = write(descriptor, bytes + done, length - done);
-    if (count > 0)
+    if (count > 0) {
       done += static_cast<size_t>(count);
-    else if (count == 0 || errno != EINTR)
+    } else if (count == 0 || errno != EINTR) {
       break;
+    }
   }
   return done;
 }
@@ -117,22 +119,23 @@ int open_log(const char* name) { return open(name, O_WRONLY | O_APPEND | O_CREAT
 
 void remember_size(int descriptor) {
   struct stat state {};
-  size.store(fstat(descriptor, &state) == 0 ? static_cast<uint64_t>(state.st_size) : 0, std::memory_order_relaxed);
+  g_size.store(fstat(descriptor, &state) == 0 ? static_cast<uint64_t>(state.st_size) : 0, std::memory_order_relaxed);
 }
 
-// Opens the file that has the name `path` now, under the number of the present descriptor.
+// Opens the file that has the name `g_path` now, under the number of the present descriptor.
 void reopen() {
-  const int fresh = open_log(path);
-  if (fresh < 0)
+  const int fresh = open_log(g_path);
+  if (fresh < 0) {
     return;
-  dup3(fresh, file.load(std::memory_order_relaxed), O_CLOEXEC);
+  }
+  dup3(fresh, g_file.load(std::memory_order_relaxed), O_CLOEXEC);
   remember_size(fresh);
   close(fresh);
 }
 
 bool put_number(char (&result)[PATH_MAX], unsigned number) {
-  const int length =
-      number ? snprintf(result, sizeof result, "%s.%u", path, number) : snprintf(result, sizeof result, "%s", path);
+  const int length = number ? snprintf(result, sizeof result, "%s.%u", g_path, number)
+                            : snprintf(result, sizeof result, "%s", g_path);
   return length < PATH_MAX;
 }
 
@@ -141,11 +144,14 @@ bool put_number(char (&result)[PATH_MAX], unsigned number) {
 // would replace it.
 bool shift_files() {
   unsigned number = 1;
-  while (number < keep && put_number(older_path, number) && access(older_path, F_OK) == 0)
+  while (number < g_keep && put_number(g_older_path, number) && access(g_older_path, F_OK) == 0) {
     number++;
+  }
   for (; number > 0; number--) {
-    if (!put_number(older_path, number) || !put_number(newer_path, number - 1) || rename(newer_path, older_path) != 0)
+    if (!put_number(g_older_path, number) || !put_number(g_newer_path, number - 1) ||
+        rename(g_newer_path, g_older_path) != 0) {
       return false;
+    }
   }
   return true;
 }
@@ -156,8 +162,9 @@ class FileLock {
  public:
   explicit FileLock(const char* name) : descriptor_(open(name, O_WRONLY | O_CLOEXEC | O_NOCTTY)) {}
   ~FileLock() {
-    if (descriptor_ < 0)
+    if (descriptor_ < 0) {
       return;
+    }
     flock(descriptor_, LOCK_UN);
     close(descriptor_);
   }
@@ -172,46 +179,52 @@ class FileLock {
   const int descriptor_;
 };
 
-// Returns whether the descriptor's file still has the name `path`.
+// Returns whether the descriptor's file still has the name `g_path`.
 bool is_named(int descriptor) {
   struct stat named {
   }, opened{};
-  return stat(path, &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_ino == opened.st_ino &&
+  return stat(g_path, &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_ino == opened.st_ino &&
          named.st_dev == opened.st_dev;
 }
 
 // Runs in the thread or signal handler whose log line exceeded the limit, in one at a time. A thread that writes
 // meanwhile writes to the old file, even after that has its new name.
 void rotate() {
-  if (!try_own())
+  if (!try_own()) {
     return;
+  }
   const Ownership ownership;
-  if (kind.load(std::memory_order_relaxed) != Kind::kFile ||
-      size.load(std::memory_order_relaxed) <= limit.load(std::memory_order_relaxed))
+  if (g_kind.load(std::memory_order_relaxed) != Kind::kFile ||
+      g_size.load(std::memory_order_relaxed) <= g_limit.load(std::memory_order_relaxed)) {
     return;
-  const FileLock lock(path);
-  if (!lock.try_lock())
+  }
+  const FileLock lock(g_path);
+  if (!lock.try_lock()) {
     return;
+  }
   // If the rotation fails, the next attempt comes after as many bytes again.
-  size.store(0, std::memory_order_relaxed);
+  g_size.store(0, std::memory_order_relaxed);
   // Another process may have renamed the file already, before the lock or long ago.
-  const bool renamed = !is_named(lock.descriptor()) || !is_named(file.load(std::memory_order_relaxed));
-  if (renamed || shift_files())
+  const bool renamed = !is_named(lock.descriptor()) || !is_named(g_file.load(std::memory_order_relaxed));
+  if (renamed || shift_files()) {
     reopen();
+  }
 }
 
 bool write_to_file(const char* bytes, size_t length) {
-  const size_t written = write_all(file.load(std::memory_order_relaxed), bytes, length);
-  if (size.fetch_add(written, std::memory_order_relaxed) + written > limit.load(std::memory_order_relaxed))
+  const size_t written = write_all(g_file.load(std::memory_order_relaxed), bytes, length);
+  if (g_size.fetch_add(written, std::memory_order_relaxed) + written > g_limit.load(std::memory_order_relaxed)) {
     rotate();
+  }
   return written != 0;
 }
 
 // Sends one datagram, without the line feed, through a socket of its own: syslog() would take a lock and allocate.
 bool write_to_syslog(const Line& line, unsigned priority) {
   const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (descriptor < 0)
+  if (descriptor < 0) {
     return false;
+  }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   memcpy(address.sun_path, "/dev/log", sizeof "/dev/log");
@@ -247,114 +260,131 @@ bool read_number(std::string_view digits, Number most, Number& value) {
 // Makes relative names absolute, so that a later change of the working directory does not move the log.
 bool fix_path(std::string_view name, char (&result)[PATH_MAX]) {
   result[0] = '\0';
-  if (name.empty() || (name[0] != '/' && !getcwd(result, sizeof result)))
+  if (name.empty() || (name[0] != '/' && (getcwd(result, sizeof result) == nullptr))) {
     return false;
+  }
   const size_t length = strlen(result);
-  if (length + 1 + name.size() > kLongestPath)
+  if (length + 1 + name.size() > kLongestPath) {
     return false;
+  }
   snprintf(result + length, sizeof result - length, "%s%.*s", length ? "/" : "", static_cast<int>(name.size()),
            name.data());
   return true;
 }
 
 bool parse(const char* description, Plan& plan) {
-  const std::string_view whole = description ? description : "stderr";
-  if (whole == "stderr")
+  const std::string_view whole = description != nullptr ? description : "stderr";
+  if (whole == "stderr") {
     return true;
+  }
   if (whole == "syslog") {
     plan.kind = Kind::kSyslog;
     return true;
   }
   std::string_view rest = whole;
-  if (next_field(rest) != "file" || !fix_path(next_field(rest), plan.path))
+  if (next_field(rest) != "file" || !fix_path(next_field(rest), plan.path)) {
     return false;
+  }
   plan.kind = Kind::kFile;
   const char* end = whole.data() + whole.size();
-  if (end[-1] == ':')
+  if (end[-1] == ':') {
     return false;
-  if (!rest.empty() && !read_number(next_field(rest), uint64_t{INT64_MAX}, plan.limit))
+  }
+  if (!rest.empty() && !read_number(next_field(rest), uint64_t{INT64_MAX}, plan.limit)) {
     return false;
+  }
   return rest.empty() || read_number(rest, kMostKept, plan.keep);
 }
 
 const char* intern(const char* text) {
-  for (Name* name = names; name; name = name->next) {
-    if (!strcmp(name->text, text))
+  for (Name* name = g_names; name != nullptr; name = name->next) {
+    if (!strcmp(name->text, text)) {
       return name->text;
+    }
   }
   const size_t length = strlen(text) + 1;
   auto* name = static_cast<Name*>(malloc(sizeof(Name) + length));
-  if (!name)
+  if (name == nullptr) {
     return nullptr;
+  }
   memcpy(name->text, text, length);
-  name->next = names;
-  names = name;
+  name->next = g_names;
+  g_names = name;
   return name->text;
 }
 
 bool use_file(const Plan& plan) {
   const char* kept = intern(plan.path);
-  const int fresh = kept ? open_log(kept) : -1;
-  if (fresh < 0)
+  const int fresh = kept != nullptr ? open_log(kept) : -1;
+  if (fresh < 0) {
     return false;
-  int known = file.load(std::memory_order_relaxed);
-  if (known < 0)
+  }
+  int known = g_file.load(std::memory_order_relaxed);
+  if (known < 0) {
     known = fcntl(fresh, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  else if (dup3(fresh, known, O_CLOEXEC) < 0)
+  } else if (dup3(fresh, known, O_CLOEXEC) < 0) {
     known = -1;
+  }
   close(fresh);
-  if (known < 0)
+  if (known < 0) {
     return false;
-  path = kept;
-  keep = plan.keep;
-  limit.store(plan.limit, std::memory_order_relaxed);
+  }
+  g_path = kept;
+  g_keep = plan.keep;
+  g_limit.store(plan.limit, std::memory_order_relaxed);
   remember_size(known);
-  file.store(known, std::memory_order_relaxed);
+  g_file.store(known, std::memory_order_relaxed);
   return true;
 }
 
 // Closes the file, and makes its descriptor another one of standard error: a writer that has already chosen the file
 // writes there.
 void leave_file() {
-  const int known = file.load(std::memory_order_relaxed);
-  if (known >= 0)
+  const int known = g_file.load(std::memory_order_relaxed);
+  if (known >= 0) {
     dup3(STDERR_FILENO, known, O_CLOEXEC);
+  }
 }
 
 void use(Kind next) {
   // Release: publishes the descriptor before the kind that uses it. Pairs with the load in write_line.
-  kind.store(next, std::memory_order_release);
-  if (next != Kind::kFile)
+  g_kind.store(next, std::memory_order_release);
+  if (next != Kind::kFile) {
     leave_file();
+  }
 }
 
 }  // namespace
 
 const char* program_name() {
-  const char* name = program.load(std::memory_order_acquire);
-  return name ? name : program_invocation_short_name;
+  const char* name = g_program.load(std::memory_order_acquire);
+  return name != nullptr ? name : program_invocation_short_name;
 }
 
 void write_line(const Line& line, unsigned priority) {
-  const Kind now = kind.load(std::memory_order_acquire);
-  if (now == Kind::kFile && write_to_file(line.bytes, line.end))
+  const Kind now = g_kind.load(std::memory_order_acquire);
+  if (now == Kind::kFile && write_to_file(line.bytes, line.end)) {
     return;
-  if (now == Kind::kSyslog && write_to_syslog(line, priority))
+  }
+  if (now == Kind::kSyslog && write_to_syslog(line, priority)) {
     return;
+  }
   write_all(STDERR_FILENO, line.bytes, line.end);
 }
 
 bool open_sink(const char* name, const char* description) {
   Plan plan;
-  if (!parse(description, plan))
+  if (!parse(description, plan)) {
     return false;
+  }
   wait_to_own();
   const Ownership ownership;
-  const char* kept = name ? intern(name) : nullptr;
-  if ((name && !kept) || (plan.kind == Kind::kFile && !use_file(plan)))
+  const char* kept = name != nullptr ? intern(name) : nullptr;
+  if ((name != nullptr && kept == nullptr) || (plan.kind == Kind::kFile && !use_file(plan))) {
     return false;
+  }
   // Release: publishes the bytes of the name. Pairs with the load in program_name.
-  program.store(kept, std::memory_order_release);
+  g_program.store(kept, std::memory_order_release);
   use(plan.kind);
   return true;
 }
@@ -362,7 +392,7 @@ bool open_sink(const char* name, const char* description) {
 void reset_sink() {
   wait_to_own();
   const Ownership ownership;
-  program.store(nullptr, std::memory_order_relaxed);
+  g_program.store(nullptr, std::memory_order_relaxed);
   use(Kind::kStderr);
 }
 
