@@ -29,6 +29,7 @@
 #include "tirn/syscall.h"
 #include "tirn/thread.h"
 #include "tirn/thread_strategy.h"
+#include "tirn/timer.h"
 #include "tirn/wait.h"
 
 #endif

@@ -59,27 +59,22 @@ void unlink(const Link* cur) {
 void move_all(Link* from, Link* to) {
   init(to);
   if (!is_empty(from)) {
-    to->next = from->next;
-    to->prev = from->prev;
-    for (Link** const end : {&to->next, &to->prev}) {
-      if (!leads_somewhere(*end)) {
-        *end = to;
-      }
+    if (leads_somewhere(from->next)) {
+      to->next = from->next;
+      set(to->next->prev, to);
     }
-    set(to->next->prev, to);
-    set(to->prev->next, to);
+    if (leads_somewhere(from->prev)) {
+      to->prev = from->prev;
+      set(to->prev->next, to);
+    }
   }
   init(from);
 }
 
-Link* take_first(Link* head, const Reporter& reporter) {
-  Link* const first = head->next;
-  check(first, reporter, head);
-  unlink(first);
-  if (head->next == first || !leads_somewhere(head->next)) [[unlikely]] {  // its `prev` did not lead back here
-    head->next = leads_somewhere(first->next) && first->next != first ? first->next : head;
+void step_over(Link* head, const Link* first, Link* next) {
+  if (head->next == first || !leads_somewhere(head->next)) [[unlikely]] {
+    head->next = leads_somewhere(next) && next != first ? next : head;
   }
-  return first;
 }
 
 }  // namespace tirn::list

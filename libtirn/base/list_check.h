@@ -28,9 +28,9 @@ void unlink(const Link* cur);
 // Moves the nodes of `from` to `to`, whose former content does not matter.
 void move_all(Link* from, Link* to);
 
-// Checks the first node of a list that is not empty and takes it off. Its own links do not change. If its pointers
-// lead nowhere, the rest of the list is given up.
-Link* take_first(Link* head, const Reporter& reporter);
+// Called after unlink of the first node of a list. If the node's pointers did not lead back to the head, goes on with
+// its former `next`; if that leads nowhere, the rest of the list is given up.
+void step_over(Link* head, const Link* first, Link* next);
 
 }  // namespace tirn::list
 

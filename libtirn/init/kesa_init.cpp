@@ -11,6 +11,7 @@
 #include "tirn/sched.h"
 #include "tirn/smp.h"
 #include "tirn/thread.h"
+#include "tirn/timer.h"
 
 using namespace tirn;
 
@@ -49,6 +50,7 @@ constexpr StartStep kStartSteps[] = {
     {kesa_gettime_init, "Kesa time initialize failed.", true},
     {kesa_thrd_module_init, nullptr, false},
     {kesa_affinity_init, "Kesa affinity initialize failed.", false},
+    {kesa_timer_module_init, "Kesa timer initialize failed.", true},
     {choose_checksum, nullptr, false},
 };
 // clang-format on

@@ -25,6 +25,7 @@ struct Row {
   std::function<void()> clean_up = [] {};
   int blocks_kept = 0;
   int descriptors_kept = 0;
+  int threads_kept = 0;
 };
 
 // With `is_started`, the library is started before the rows run, so the cancellation points of start-up do not count.
@@ -40,7 +41,8 @@ void cancel_everywhere(const std::vector<Row>& rows, bool is_started = true) {
                             .clean_up = row.clean_up,
                             .kinds = kCancellations,
                             .blocks_kept = row.blocks_kept,
-                            .descriptors_kept = row.descriptors_kept};
+                            .descriptors_kept = row.descriptors_kept,
+                            .threads_kept = row.threads_kept};
     for (const std::string& problem : find_problems(scenario, &calls)) {
       ADD_FAILURE() << row.name << ": " << problem;
     }
@@ -63,8 +65,9 @@ void end_pipe(FILE* stream) {
 }
 
 TEST(Cancellation, StartUpAndClocks) {
-  cancel_everywhere(
-      {{"kesa_Init", [] { kesa_Init(); }}, {"cpumask_init", [] { cpumask_init(), globalCpuNum_init(); }}}, false);
+  cancel_everywhere({{"kesa_Init", [] { kesa_Init(); }, [] {}, 0, 0, 1},
+                     {"cpumask_init", [] { cpumask_init(), globalCpuNum_init(); }}},
+                    false);
   cancel_everywhere({
       {"kesa_destory", [] { kesa_destory(); }, [] { kesa_Init(); }},
       {"kesa_glibc_init", [] { kesa_glibc_init(); }},
@@ -73,6 +76,15 @@ TEST(Cancellation, StartUpAndClocks) {
       // The shell finds no program, which is the fastest case. The function reads its second pipe like the first.
       {"kesa_get_tsc_freq", [] { setenv("PATH", "/none", 1), kesa_get_tsc_freq(); }, [] {}, 1},
       {"kesa_estimate_tsc_freq", kesa_estimate_tsc_freq},
+      {"kesa_timer_*",
+       [] {
+         static kesa_timer timer;
+         kesa_timer_set(&timer, 60'000, 0, [](uint64_t) {});
+         kesa_timer_add(&timer), kesa_timer_modify(&timer, 90'000), kesa_timer_destroy(&timer);
+         timer.timeout = 1'000'000;
+         kesa_timer_add_ns(&timer), kesa_timer_destroy(&timer);
+       },
+       [] {}, 0, 0, 1},  // that of the high-resolution timers
       {"kesa_key_*",
        [] {
          pthread_key_t key = 999;

@@ -89,10 +89,20 @@ bool processors() {
          kesa_thrd_bindAllCfgCpu() == 0;
 }
 
+bool timers() {
+  kesa_timer timer{};
+  kesa_timer_set(&timer, 60'000, 0, [](uint64_t) {});
+  if (kesa_timer_module_init() != 0 || kesa_timer_add(&timer) != 0 || kesa_timer_destroy(&timer) != 0) {
+    return false;
+  }
+  timer.timeout = 1'000'000;
+  return kesa_timer_add_ns(&timer) == 0 && kesa_timer_destroy(&timer) == 0;
+}
+
 const Family kFamilies[] = {
-    {"allocation", allocation}, {"logging", logging},           {"configuration", configuration},
-    {"threads", threads},       {"private call", private_call}, {"waiting", waiting},
-    {"start-up", start_up},     {"command", command},           {"processors", processors},
+    {"allocation", allocation},     {"logging", logging}, {"configuration", configuration}, {"threads", threads},
+    {"private call", private_call}, {"waiting", waiting}, {"start-up", start_up},           {"command", command},
+    {"processors", processors},     {"timers", timers},
 };
 
 // Runs in the child. Returns 0, or the number of the family that failed, counted from 1. The number after the last

@@ -204,7 +204,12 @@ TEST(ThreadFaultsNative, Pool) {
                wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(60));
                return run_in_thread(kesa_thrd_create, [] {}) ? static_cast<long>(made) : -1L;
              },
-         .check = [](long made, const Fault& fault,
-                     const LogCapture& log) { EXPECT_GE(made, fault.happened ? 2 : 3) << log; },
+         .check =
+             [](long made, const Fault& fault, const LogCapture& log) {
+               // On a loaded machine no worker may be idle yet, and the fault then meets the thread made instead.
+               if (made != -1 || !fault.happened) {
+                 EXPECT_GE(made, fault.happened ? 2 : 3) << log;
+               }
+             },
          .blocks_kept = 18});
 }
