@@ -16,6 +16,7 @@ struct Stop {
 bool show_start_up();
 bool show_memory();
 bool show_clocks();
+bool show_clock_tree();
 bool show_cpus();
 bool show_commands();
 bool show_configuration();
