@@ -35,6 +35,8 @@ constexpr Stop kStops[] = {
     {"Locks", "What those who use them wrongly, or for long, find in the log.", show_locks},
     {"Order of arrival", "Eight threads wait for a semaphore, one after the other, and are let go one by one.",
      show_order},
+    {"A clock tree", "Jobs of several rates from one loop: which of them ran in which of its steps.",
+     show_clock_tree},
 };
 
 // Prints a log line of the library, marked so that it differs from the output of the tour.

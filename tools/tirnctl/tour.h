@@ -17,6 +17,7 @@ bool show_start_up();
 bool show_memory();
 bool show_clocks();
 bool show_timers();
+bool show_clock_tree();
 bool show_cpus();
 bool show_commands();
 bool show_configuration();
