@@ -12,17 +12,18 @@
  *   }
  *
  * A module fires only when its parent's count equals its `nextTick` exactly. If that value was skipped, the module
- * stays silent until a reset.
+ * stays silent until a reset or a delay.
  *
  * A tree belongs to one thread at a time. Nothing is locked, allocated or logged. The records are the caller's, and
  * must stay as long as the tree is used: a module cannot leave its tree. Functions that walk a tree are recursive:
- * they are as many calls deep as the tree has levels, and the stack must have room for about 100 bytes a level.
+ * they are as many calls deep as the tree has levels, and the stack must have room for about 100 bytes a level in an
+ * optimised build.
  *
  * A handler may call clkm_clk_delay, clkm_clk_delay_and_reset, clkm_reset, clkm_disable and clkm_enable for any
  * module of its tree. The change takes effect in the same pass if the pass has not reached that module yet, otherwise
  * in the next one. A handler must not initialise, register or run a module of its own tree, because the pass is
- * walking the lists of children. With another tree it may do anything. A handler that ends its thread also ends the
- * pass; the tree stays usable.
+ * walking the lists of children. With a tree that is not in a pass it may do anything. A handler that ends its thread
+ * also ends the pass; the tree stays usable.
  */
 #ifndef TIRN_CLKM_H
 #define TIRN_CLKM_H
@@ -34,8 +35,8 @@ TIRN_EXTERN_C_BEGIN
 /* The flags of a module. The two reset bits are also the code that its handler receives. */
 #define CLKM_RESET 1u       /* reset in the next pass, even if the module is not due */
 #define CLKM_DELAY_RESET 2u /* reset at the next firing */
-#define CLKM_DISABLE 4u     /* the module is to stand still */
-#define CLKM_PAUSED 8u      /* it stands still: `nextTick` is the distance left */
+#define CLKM_DISABLE 4u     /* pause at the next pass */
+#define CLKM_PAUSED 8u      /* paused: `nextTick` is the distance left */
 #define CLKM_FIRED 16u      /* its handler has run; cleared by clkm_run_simu only */
 
 /* The result of a handler that keeps the pass from the module's children. */
@@ -73,9 +74,10 @@ struct clkm_module {
 TIRN_API int clkm_init(struct clkm_module* module, clkm_handler_fn handler, void* arg, const char* name);
 
 /*
- * Appends `child`, an initialised module that has no parent yet, to the children of `parent`. The child is first due
- * when the parent's count equals `period`. If the count has already reached that value, the child stays silent until
- * a reset. A child of period 0 fires at resets only.
+ * Appends `child`, an initialised module that has no parent yet, to the children of `parent`. It must not be `parent`
+ * or a module above it. The child is first due when the parent's count equals `period`. If the count has already
+ * passed that value, the child stays silent until it is reset, or delayed beyond the count. A child of period 0 fires
+ * at resets only, and once after each delay.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:parent, AS-Safe
  */
@@ -91,7 +93,7 @@ TIRN_API int clkm_test_bit(uint32_t bit, const uint8_t* bytes);
 
 /*
  * Delays the next firing by `delta` values of the module's clock. If the module is paused, the distance left grows.
- * For the root, which is due in each pass, the clock jumps ahead.
+ * For the root, which is due in each pass, the `tick` that its handler receives jumps ahead; its count does not.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:module, AS-Safe
  */
@@ -99,7 +101,8 @@ TIRN_API int clkm_clk_delay(struct clkm_module* module, uint64_t delta);
 
 /*
  * Delays the next firing as clkm_clk_delay does, and makes it a reset: `count` starts again at 0, and the handler and
- * those of all modules below are called with CLKM_DELAY_RESET.
+ * those of all modules below that are not paused or skipped are called with CLKM_DELAY_RESET. An earlier reset counts
+ * as this one.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:module, AS-Safe
  */
@@ -115,16 +118,17 @@ TIRN_API int clkm_clk_delay_and_reset(struct clkm_module* module, uint64_t delta
 TIRN_API int clkm_reset(struct clkm_module* module);
 
 /*
- * Pauses the module from the next pass on. The module keeps its distance from the next firing, and passes do not
- * reach the modules below.
+ * Pauses the module from the next pass on that reaches it. The module keeps its distance from the next firing, and
+ * passes do not reach the modules below.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:module, AS-Safe
  */
 TIRN_API int clkm_disable(struct clkm_module* module);
 
 /*
- * Ends the pause. In the next pass the module takes up its distance from the clock of that pass. A root starts again
- * at clock 0; if it was delayed meanwhile, that pass does not fire yet.
+ * Ends the pause. In the next pass the module takes up its distance from the clock of that pass. A root fires at
+ * once, with clock 0; if it was delayed by d while paused, the first pass does not fire and the second fires at clock
+ * 2 d.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:module, AS-Safe
  */
@@ -132,15 +136,17 @@ TIRN_API int clkm_enable(struct clkm_module* module);
 
 /*
  * Makes one pass over the module and all modules below, parents before children. The clock of the module itself is
- * its `nextTick`, so that it always fires unless it is disabled.
+ * its `nextTick`, so that it always fires unless it is disabled; see also clkm_enable. The module is normally the
+ * root: another one falls out of step with its parent.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:module, AS-Safe (as the handlers)
  */
 TIRN_API int clkm_run(struct clkm_module* module);
 
 /*
- * Makes one pass as clkm_run does, and records at the bit `step` modulo 128 of each `history` whether that module has
- * fired since the step before. The bit after it is cleared, as the gap between the newest step and the oldest.
+ * Makes one pass as clkm_run does, and sets the bit `step` modulo 128 of the `history` of each module that has fired
+ * since the last simulated step. The bit after it is cleared, as the gap between the newest step and the oldest, so
+ * steps must be consecutive: otherwise old bits remain.
  * @returns 0, or -1 for a NULL module.
  * @safety MT-Unsafe race:module, AS-Safe (as the handlers)
  */
@@ -148,7 +154,8 @@ TIRN_API int clkm_run_simu(struct clkm_module* module, uint64_t step);
 
 /*
  * Prints a text line for the module and each one below: the name, and a character for each of the 128 positions of
- * `history`. That is '+' where the module fired and '-' where it did not; '*' marks the position of `step`.
+ * `history`. That is '+' where the module fired and '-' where it did not; '*' marks the position of `step`,
+ * whether or not the module fired then.
  * @returns 0, or -1 for a NULL module or print function.
  * @safety MT-Unsafe race:module, AS-Safe (as the print function)
  */

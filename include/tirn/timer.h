@@ -56,8 +56,8 @@ struct kesa_timer {
   int32_t line;
 };
 
-/* The wheel. A slot is a list of timers, the oldest first. Each level has one slot for each value of the digit that it
- * stands for: milliseconds, seconds, minutes, hours, and units of 60 hours. */
+/* The wheel. A slot is a list of timers, the oldest first. Each level has one slot for each value of the digit that
+ * it stands for: milliseconds, seconds, minutes, hours, and units of 60 hours. */
 struct kesa_timer_root {
   struct kesa_spinlock lock; /* guards what follows, except mutex, cond and nextWake */
   pthread_mutex_t mutex;     /* guards the thread's sleep and nextWake */

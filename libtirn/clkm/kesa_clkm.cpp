@@ -11,9 +11,11 @@ namespace {
 
 constexpr uint32_t kResets = CLKM_RESET | CLKM_DELAY_RESET;
 
-static_assert(offsetof(clkm_module, flags) == 20 && offsetof(clkm_module, children) == 24 &&
-              offsetof(clkm_module, handler) == 56 && offsetof(clkm_module, name) == 72 &&
-              offsetof(clkm_module, history) == 104 && sizeof(clkm_module) == 120);
+static_assert(offsetof(clkm_module, nextTick) == 8 && offsetof(clkm_module, period) == 16 &&
+              offsetof(clkm_module, flags) == 20 && offsetof(clkm_module, sibling) == 40 &&
+              offsetof(clkm_module, children) == 24 && offsetof(clkm_module, handler) == 56 &&
+              offsetof(clkm_module, name) == 72 && offsetof(clkm_module, history) == 104 &&
+              sizeof(clkm_module) == 120);
 
 template <typename Visit>
 void for_each_child(const clkm_module& module, Visit visit) {
@@ -77,7 +79,7 @@ uint8_t& history_byte(clkm_module& module, uint64_t step) { return module.histor
 
 uint8_t history_mask(uint64_t step) { return static_cast<uint8_t>(1u << step % 8); }
 
-// What several functions do to a module: sets and clears flags, and delays the next firing.
+// Sets and clears flags of the module and delays its next firing. Shared by the functions that only do one of these.
 int change(clkm_module* module, uint32_t set, uint32_t cleared, uint64_t delta) {
   if (module == nullptr) {
     return kFail;
@@ -114,7 +116,7 @@ int clkm_reg_child_module(clkm_module* parent, clkm_module* child, uint32_t peri
   return kOk;
 }
 
-int clkm_test_bit(uint32_t bit, const uint8_t* bytes) { return bytes[bit / 8] >> bit % 8 & 1; }
+int clkm_test_bit(uint32_t bit, const uint8_t* bytes) { return (bytes[bit / 8] >> (bit % 8)) & 1; }
 
 int clkm_clk_delay(clkm_module* module, uint64_t delta) { return change(module, 0, 0, delta); }
 

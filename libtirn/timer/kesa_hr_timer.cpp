@@ -62,7 +62,8 @@ bool expiry_after(uint64_t nanoseconds, timespec& expiry, const char* function) 
   return true;
 }
 
-// Puts the timer after those that expire at the same time, and wakes the thread if it is the first. The mutex is held.
+// Puts the timer after those that expire at the same time, and wakes the thread if it is the first. The mutex is
+// held.
 void insert(kesa_timer& timer, const timespec& expiry) {
   timer.hrExpireSec = expiry.tv_sec;
   timer.hrExpireNsec = expiry.tv_nsec;
@@ -154,31 +155,32 @@ void stop_module(ForkSteps&) {
 constinit ForkSteps g_fork_steps(stop_module, hold_tree, free_tree);
 
 void kesa_hr_timer_module_init() {
+  constexpr char kFunction[] = "kesa_hr_timer_module_init";
   if (g_state.load(std::memory_order_relaxed) == kUp) {
-    return TIRN_INFO("kesa hr timer is already inited.");
+    return TIRN_INFO_AS(kFunction, "kesa hr timer is already inited.");
   }
   const auto fail = [](uint32_t step) { g_state.store(step, std::memory_order_relaxed); };
   g_fork_steps.follow();
   std::memset(&g_root, 0, offsetof(Root, once));  // `once` is in use
   if (const int error = pthread_mutex_init(&g_root.mutex, nullptr); error != 0) {
-    return TIRN_ERROR("Mutex init failed, error no %d.", error), fail(1);
+    return TIRN_ERROR_AS(kFunction, "Mutex init failed, error no %d.", error), fail(1);
   }
   if (const int error = pthread_condattr_init(&g_root.condAttr); error != 0) {
-    return TIRN_ERROR("Condattr init failed, error no %d", error), fail(2);
+    return TIRN_ERROR_AS(kFunction, "Condattr init failed, error no %d", error), fail(2);
   }
   if (const int error = pthread_condattr_setclock(&g_root.condAttr, CLOCK_MONOTONIC); error != 0) {
-    return TIRN_ERROR("Condattr setclock failed, error no %d", error), fail(3);
+    return TIRN_ERROR_AS(kFunction, "Condattr setclock failed, error no %d", error), fail(3);
   }
   if (const int error = pthread_cond_init(&g_root.cond, &g_root.condAttr); error != 0) {
-    return TIRN_ERROR("Cond init failed, error no %d", error), fail(4);
+    return TIRN_ERROR_AS(kFunction, "Cond init failed, error no %d", error), fail(4);
   }
   pthread_t thread{};
   if (create_thread_nopreempt_raw(kesa_hr_timer_thread, nullptr, &thread) != kOk) {
-    return TIRN_ERROR("Create thread failed."), fail(5);
+    return TIRN_ERROR_AS(kFunction, "Create thread failed."), fail(5);
   }
   g_state.store(kUp, std::memory_order_release);  // pairs with the acquire in is_up
-  bind_timer_thread(thread, __func__);
-  TIRN_INFO("kesa hr timer inited OK.");
+  bind_timer_thread(thread, kFunction);
+  TIRN_INFO_AS(kFunction, "kesa hr timer inited OK.");
 }
 
 // Logs under the name of `function` if the module is not up.

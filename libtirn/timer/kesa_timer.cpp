@@ -37,8 +37,8 @@ enum class State : uint32_t { kUp = 0, kNoThread = 1, kNotStarted = 2 };
 constinit std::atomic<State> g_state{State::kNotStarted};
 constinit Once g_started;
 
-// Before a fork the wheel's lock is taken, so that the lists in the child are whole. The child has no timer thread. It
-// takes its parent's timers off at once: those on the stacks of other threads are soon overwritten.
+// Before a fork the wheel's lock is taken, so that the lists in the child are whole. The child has no timer thread.
+// It takes its parent's timers off at once: those on the stacks of other threads are soon overwritten.
 constinit bool g_is_locked = false;
 void lock_wheel(ForkSteps&) {
   g_is_locked = take_before_fork([] { return take_spinlock(g_root.lock); });
@@ -108,6 +108,7 @@ void* kesa_run_timers(void*) {
 }
 
 int init_timer_root() {
+  constexpr char kFunction[] = "init_timer_root";
   kesa_gettime_init();
   empty_slots(g_root);
   std::memset(&g_root, 0, sizeof g_root);
@@ -115,10 +116,10 @@ int init_timer_root() {
   kesa_spinlock_init(&g_root.lock);
   start_over(g_root);
   if (const int error = kesa_mtx_init(&g_root.mutex, 0); error != kOk) {
-    return TIRN_ERROR("Mutex init failed, error no %d.", error), kFail;
+    return TIRN_ERROR_AS(kFunction, "Mutex init failed, error no %d.", error), kFail;
   }
   if (const int error = init_monotonic(g_root.cond); error != 0) {
-    return TIRN_ERROR("Cond init failed, error no %d", error), kFail;
+    return TIRN_ERROR_AS(kFunction, "Cond init failed, error no %d", error), kFail;
   }
   g_root.wheelTime = kesa_time_getmillisec();
   return kOk;

@@ -115,7 +115,7 @@ void run_first(kesa_timer_root& root, kesa_list_head* due) {
   }
   unlock_spinlock(root.lock);
   const uint64_t start = kesa_time_getmillisec();
-  function(data);
+  function(data);  // NOLINT(clang-analyzer-core.CallAndMessage): a NULL function is logged, and then it is the fault
   const uint64_t cost = kesa_time_getmillisec() - start;
   if (cost > KESA_TIMER_SLOW_CALLBACK) [[unlikely]] {
     report_cost(&timer, function, setter, cost);
