@@ -13,7 +13,7 @@
  *
  * A timer is the caller's memory. It must stay valid while it is pending, and until kesa_timer_delete_sync returns if
  * its callback may be running. A callback may add, modify or delete its own timer, and free it: nothing is read from
- * it after the call. A callback must not end its thread.
+ * it after the call. A callback must not end its thread, and the child of a fork in it must not return from it.
  *
  * kesa_Init starts the wheel, the first high-resolution timer the other thread; both run until the process ends. In a
  * forked child neither runs, and the timers of the parent do not fire: kesa_timer_module_init, and the first
@@ -59,8 +59,8 @@ struct kesa_timer {
 /* The wheel. A slot is a list of timers, the oldest first. Each level has one slot for each value of the digit that
  * it stands for: milliseconds, seconds, minutes, hours, and units of 60 hours. */
 struct kesa_timer_root {
-  struct kesa_spinlock lock; /* guards what follows, except mutex, cond and nextWake */
-  pthread_mutex_t mutex;     /* guards the thread's sleep and nextWake */
+  struct kesa_spinlock lock; /* guards what follows; held before the mutex is taken */
+  pthread_mutex_t mutex;     /* guards the thread's sleep, and nextWake against it */
   pthread_cond_t cond;       /* wakes the thread early */
   uint64_t wheelTime;        /* the next millisecond that the wheel has to process */
   uint64_t pendingCount;     /* timers on the wheel */
@@ -160,9 +160,10 @@ TIRN_API void kesa_timer_show(const struct kesa_list_head* node);
 /* High-resolution timers. */
 
 /*
- * Does the work of kesa_timer_add_ns. The first call starts the thread; if that fails, it is final.
+ * Does the work of kesa_timer_add_ns, which also marks the record for the functions above. The first call starts the
+ * thread; if that fails, it is final.
  * @returns 0, or -1 if the module could not be started, for a timer that is pending, for a timeout above
- * KESA_HR_TIMER_MAX, and if the clock cannot be read; all are logged.
+ * KESA_HR_TIMER_MAX, and if the clock cannot be read, which is logged; -1 for NULL.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API int kesa_hr_timer_add(struct kesa_timer* timer);
@@ -170,7 +171,8 @@ TIRN_API int kesa_hr_timer_add(struct kesa_timer* timer);
 /*
  * Lets the timer fire once, `delay` nanoseconds from now, whether it is pending or not. If the clock cannot be read,
  * the timer is not pending afterwards.
- * @returns as kesa_hr_timer_add.
+ * @returns 0, or -1 if the module is not up, for a delay above KESA_HR_TIMER_MAX, and if the clock cannot be read,
+ * which is logged; -1 for NULL.
  * @safety MT-Safe, AS-Unsafe lock
  */
 TIRN_API int kesa_hr_timer_modify(struct kesa_timer* timer, uint64_t delay);
@@ -190,7 +192,11 @@ TIRN_API int kesa_hr_timer_delete(struct kesa_timer* timer);
  */
 TIRN_API int kesa_hr_timer_delete_sync(struct kesa_timer* timer);
 
-/* Tests whether the timer is pending, without a lock. @returns 1 if it is, 0 if not. @safety MT-Safe, AS-Safe */
+/*
+ * Tests whether the timer is pending, without a lock.
+ * @returns 1 if it is, 0 if not and for NULL.
+ * @safety MT-Safe, AS-Safe
+ */
 TIRN_API int kesa_hr_timer_is_pending(struct kesa_timer* timer);
 
 /*

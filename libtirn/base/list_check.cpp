@@ -56,6 +56,17 @@ void unlink(const Link* cur) {
   }
 }
 
+void append(Link* head, Link* node) {
+  if (head->next == nullptr) [[unlikely]] {
+    init(head);
+  }
+  if (leads_somewhere(head->prev)) [[likely]] {
+    push_back(head, node);
+  } else {
+    push_front(head, node);
+  }
+}
+
 void move_all(Link* from, Link* to) {
   init(to);
   if (!is_empty(from)) {

@@ -25,6 +25,9 @@ void check(const Link* cur, const Reporter& reporter, const Link* last = nullptr
 // links of `cur` itself do not change.
 void unlink(const Link* cur);
 
+// Puts a node at the end of a list; at the front if the head's `prev` leads nowhere. A zeroed head is an empty list.
+void append(Link* head, Link* node);
+
 // Moves the nodes of `from` to `to`, whose former content does not matter.
 void move_all(Link* from, Link* to);
 

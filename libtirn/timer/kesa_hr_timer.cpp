@@ -36,6 +36,7 @@ constexpr uint32_t kNotStarted = 6;
 constinit std::atomic<uint32_t> g_state{kNotStarted};
 
 std::atomic_ref<uint8_t> mark_of(kesa_timer& timer) { return std::atomic_ref(timer.isp); }
+std::atomic_ref<uint64_t> timeout_of(kesa_timer& timer) { return std::atomic_ref(timer.timeout); }
 std::atomic_ref<kesa_timer*> running() { return std::atomic_ref(g_root.runningTimer); }
 
 bool is_pending(kesa_timer& timer) { return mark_of(timer).load(std::memory_order_relaxed) == KESA_HR_TIMER_PENDING; }
@@ -118,11 +119,11 @@ void* kesa_hr_timer_thread(void*) {
   pthread_mutex_lock(&g_root.mutex);
   while (true) {
     kesa_timer& timer = wait_for_first();
-    running().store(&timer, std::memory_order_relaxed);
-    take_out(timer);
-    // The timer may be freed as soon as the mutex is released.
+    // Once the timer is taken out it may be set anew, and freed once the mutex is released.
     const kesa_timer_fn function = timer.func;
     const uint64_t data = timer.data;
+    running().store(&timer, std::memory_order_relaxed);
+    take_out(timer);
     pthread_mutex_unlock(&g_root.mutex);
     if (function != nullptr) {
       function(data);
@@ -150,6 +151,7 @@ void stop_module(ForkSteps&) {
     mark_of(*timer_of(node)).store(0, std::memory_order_relaxed);
   }
   g_root = {{}, PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, {}, nullptr, PTHREAD_ONCE_INIT};
+  init_monotonic(g_root.cond);
   g_state.store(kNotStarted, std::memory_order_relaxed);
 }
 constinit ForkSteps g_fork_steps(stop_module, hold_tree, free_tree);
@@ -160,7 +162,6 @@ void kesa_hr_timer_module_init() {
     return TIRN_INFO_AS(kFunction, "kesa hr timer is already inited.");
   }
   const auto fail = [](uint32_t step) { g_state.store(step, std::memory_order_relaxed); };
-  g_fork_steps.follow();
   std::memset(&g_root, 0, offsetof(Root, once));  // `once` is in use
   if (const int error = pthread_mutex_init(&g_root.mutex, nullptr); error != 0) {
     return TIRN_ERROR_AS(kFunction, "Mutex init failed, error no %d.", error), fail(1);
@@ -174,6 +175,7 @@ void kesa_hr_timer_module_init() {
   if (const int error = pthread_cond_init(&g_root.cond, &g_root.condAttr); error != 0) {
     return TIRN_ERROR_AS(kFunction, "Cond init failed, error no %d", error), fail(4);
   }
+  g_fork_steps.follow();  // not before the mutex stands: a fork would take it
   pthread_t thread{};
   if (create_thread_nopreempt_raw(kesa_hr_timer_thread, nullptr, &thread) != kOk) {
     return TIRN_ERROR_AS(kFunction, "Create thread failed."), fail(5);
@@ -212,7 +214,8 @@ int kesa_hr_timer_add(kesa_timer* timer) {
     return TIRN_ERROR("the hr timer is pending."), kFail;
   }
   timespec expiry{};
-  if (!is_short(timer->timeout, __func__) || !expiry_after(timer->timeout, expiry, __func__)) {
+  const uint64_t timeout = timeout_of(*timer).load(std::memory_order_relaxed);
+  if (!is_short(timeout, __func__) || !expiry_after(timeout, expiry, __func__)) {
     return kFail;
   }
   const MutexLock lock(g_root.mutex);
@@ -228,7 +231,7 @@ int kesa_hr_timer_modify(kesa_timer* timer, uint64_t delay) {
     return kFail;
   }
   const MutexLock lock(g_root.mutex);
-  timer->timeout = delay;
+  timeout_of(*timer).store(delay, std::memory_order_relaxed);
   take_out(*timer);
   timespec expiry{};
   if (!expiry_after(delay, expiry, __func__)) {
@@ -267,7 +270,7 @@ int kesa_hr_timer_delete_sync(kesa_timer* timer) {
   return kOk;
 }
 
-int kesa_hr_timer_is_pending(kesa_timer* timer) { return static_cast<int>(is_pending(*timer)); }
+int kesa_hr_timer_is_pending(kesa_timer* timer) { return timer != nullptr && is_pending(*timer) ? 1 : 0; }
 
 void kesa_hr_timer_diagnose_func(int32_t argc, char** argv) {
   constexpr unsigned long kPage = 50;  // timers between two pauses, so that the log keeps pace

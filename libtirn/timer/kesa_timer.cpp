@@ -1,9 +1,9 @@
 // The timers of the wheel: the calls, and the thread that drives the wheel.
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "libtirn/base/fork.h"
+#include "libtirn/base/list_check.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/once.h"
 #include "libtirn/base/result.h"
@@ -24,13 +24,26 @@ constexpr uint64_t kMillisecond = 1'000'000;  // in nanoseconds
 constexpr uint64_t kNearest = 1000;           // milliseconds: a timer that expires sooner may have to wake the thread
 
 static_assert(offsetof(kesa_timer, link) == 40 && offsetof(kesa_timer, isp) == 88 && sizeof(kesa_timer) == 120);
-static_assert(sizeof(kesa_timer_root::tv1) == 1000 * sizeof(kesa_list_head));
+static_assert(offsetof(kesa_timer_root, tv5) - offsetof(kesa_timer_root, tv1) == 1180 * sizeof(kesa_list_head));
 
 // The wheel. kesa_timer_show may read as far behind the last slot as a timer is long.
 constinit struct {
   kesa_timer_root root;
   char behind[sizeof(kesa_timer)];
-} g_wheel{};
+} g_wheel{{KESA_SPINLOCK_INIT,
+           PTHREAD_MUTEX_INITIALIZER,
+           PTHREAD_COND_INITIALIZER,
+           0,
+           0,
+           0,
+           0,
+           nullptr,
+           {},
+           {},
+           {},
+           {},
+           {}},
+          {}};
 constinit kesa_timer_root& g_root = g_wheel.root;
 
 enum class State : uint32_t { kUp = 0, kNoThread = 1, kNotStarted = 2 };
@@ -52,19 +65,16 @@ void unlock_wheel(ForkSteps&) {
 void stop_wheel(ForkSteps&) {
   g_is_locked = false;
   empty_slots(g_root);
-  init_slots(g_root);
-  g_root.pendingCount = 0;
   kesa_spinlock_init(&g_root.lock);
   g_root.mutex = PTHREAD_MUTEX_INITIALIZER;
-  g_root.cond = PTHREAD_COND_INITIALIZER;
+  init_monotonic(g_root.cond);
   running_of(g_root).store(nullptr, std::memory_order_relaxed);
   g_state.store(State::kNotStarted, std::memory_order_relaxed);
   g_started.forget();
 }
 constinit ForkSteps g_fork_steps(stop_wheel, lock_wheel, unlock_wheel);
 
-// Sleeps until nextWake, for 20 ms at most. The sleep ends with the millisecond before, not a whole one later. The
-// caller holds the mutex.
+// Sleeps until the millisecond nextWake begins, for 20 ms at most. The caller holds the mutex.
 void sleep_until_wake() {
   while (true) {
     const uint64_t now = kesa_time_getnanosec();
@@ -107,14 +117,13 @@ void* kesa_run_timers(void*) {
   }
 }
 
+// The lock is held, so that a thread which modifies a timer meanwhile finds a whole wheel. It is made at load, and
+// the start does not touch it: a fork may be waiting for it.
 int init_timer_root() {
   constexpr char kFunction[] = "init_timer_root";
-  kesa_gettime_init();
   empty_slots(g_root);
-  std::memset(&g_root, 0, sizeof g_root);
-  init_slots(g_root);
-  kesa_spinlock_init(&g_root.lock);
   start_over(g_root);
+  g_root.runningTimer = nullptr;
   if (const int error = kesa_mtx_init(&g_root.mutex, 0); error != kOk) {
     return TIRN_ERROR_AS(kFunction, "Mutex init failed, error no %d.", error), kFail;
   }
@@ -129,19 +138,27 @@ int init_timer_root() {
 int start_module() {
   constexpr char kFunction[] = "kesa_timer_module_init";
   g_fork_steps.follow();
-  if (init_timer_root() != kOk) {
+  kesa_gettime_init();
+  lock_spinlock(g_root.lock);
+  const int result = init_timer_root();
+  unlock_spinlock(g_root.lock);
+  if (result != kOk) {
     return kFail;
   }
-  if (create_thread_nopreempt_raw(kesa_run_timers, nullptr, &g_root.threadId) != kOk) {
+  pthread_t thread{};
+  if (create_thread_nopreempt_raw(kesa_run_timers, nullptr, &thread) != kOk) {
     g_state.store(State::kNoThread, std::memory_order_relaxed);
     return TIRN_ERROR_AS(kFunction, "Create thread failed."), kFail;
   }
-  g_state.store(State::kUp, std::memory_order_relaxed);
-  bind_timer_thread(g_root.threadId, kFunction);
+  lock_spinlock(g_root.lock);
+  g_root.threadId = thread;
+  unlock_spinlock(g_root.lock);
+  g_state.store(State::kUp, std::memory_order_release);  // pairs with the acquire in is_up
+  bind_timer_thread(thread, kFunction);
   return kOk;
 }
 
-bool is_up() { return g_state.load(std::memory_order_relaxed) == State::kUp; }
+bool is_up() { return g_state.load(std::memory_order_acquire) == State::kUp; }
 
 bool is_high_resolution(const kesa_timer* timer) { return (timer->flags & KESA_TIMER_HIGH_RESOLUTION) != 0; }
 
@@ -222,14 +239,16 @@ int kesa_timer_add(kesa_timer* timer) {
   if (is_high_resolution(timer)) {  // otherwise no store, which another thread's read could meet
     timer->flags &= static_cast<uint8_t>(~KESA_TIMER_HIGH_RESOLUTION);
   }
-  return kesa_timer_modify(timer, timer->timeout);
+  return kesa_timer_modify(timer, std::atomic_ref(timer->timeout).load(std::memory_order_relaxed));
 }
 
 int kesa_timer_add_ns(kesa_timer* timer) {
   if (timer == nullptr || timer->func == nullptr) {
     return TIRN_ERROR("Input timer is null or not initiated."), kFail;
   }
-  timer->flags |= KESA_TIMER_HIGH_RESOLUTION;
+  if (!is_high_resolution(timer)) {  // see kesa_timer_add
+    timer->flags |= KESA_TIMER_HIGH_RESOLUTION;
+  }
   return kesa_hr_timer_add(timer);
 }
 
@@ -244,6 +263,9 @@ int kesa_timer_modify(kesa_timer* timer, uint64_t timeout) {
   const uint64_t expires = kesa_time_getmillisec() + timeout * 1000 / 1000;  // the product wraps on purpose
   if (is_pending(*timer) && expires_of(*timer).load(std::memory_order_relaxed) == expires) {
     return kOk;
+  }
+  if (!is_up()) [[unlikely]] {
+    g_fork_steps.follow();  // the start has not done so yet
   }
   lock_spinlock(g_root.lock);
   if (is_pending(*timer)) {
@@ -286,6 +308,10 @@ int kesa_timer_is_pending(kesa_timer* timer) {
 }
 
 void kesa_timer_show(const kesa_list_head* node) {
+  // What follows a slot's head are links, which may be poison.
+  const auto text = [](const char* string) {
+    return list::leads_somewhere(reinterpret_cast<const kesa_list_head*>(string)) ? string : "NULL";
+  };
   const auto* const timer =
       reinterpret_cast<const kesa_timer*>(reinterpret_cast<const char*>(node) - offsetof(kesa_timer, link));
   const unsigned long long entry = reinterpret_cast<uintptr_t>(timer);
@@ -294,10 +320,10 @@ void kesa_timer_show(const kesa_list_head* node) {
                  "[Infra]Timer entry:0x%llx, expirTime:%lu, timeOut:%lu, data:%lu, func:0x%llx         "
                  "isp:%x flags:%x in funcName:%s file:%s line:%d",
                  entry, timer->expires, timer->timeout, timer->data, function, timer->isp, timer->flags,
-                 timer->funcName, timer->file, timer->line);
+                 text(timer->funcName), text(timer->file), timer->line);
   TIRN_INFO(
       "Timer entry:0x%llx, expirTime:%lu, timeOut:%lu, data:%lu, func:0x%llx         "
       "isp:%x flags:%x in funcName:%s file:%s line:%d",
-      entry, timer->expires, timer->timeout, timer->data, function, timer->isp, timer->flags, timer->funcName,
-      timer->file, timer->line);
+      entry, timer->expires, timer->timeout, timer->data, function, timer->isp, timer->flags, text(timer->funcName),
+      text(timer->file), timer->line);
 }

@@ -23,6 +23,10 @@ static_assert(KESA_TIMER_REACH == kTop * kTopSlots);
 
 constexpr char kThread[] = "kesa_run_timers";
 
+// The head of the list of timers that a tick runs; the lists of the root do not hold them any more. A whole timer,
+// not only a link, because a check may show what is around a node.
+constinit kesa_timer g_due{};
+
 kesa_timer& timer_of(kesa_list_head* link) {
   return *reinterpret_cast<kesa_timer*>(reinterpret_cast<char*>(link) - offsetof(kesa_timer, link));
 }
@@ -98,21 +102,21 @@ void report_cost(const kesa_timer* timer, kesa_timer_fn function, const char* se
                  static_cast<unsigned long long>(cost));
 }
 
-// Takes the first timer off the list of those that are due, and calls its function without the lock. The timer may be
-// freed as soon as the lock is released, so what is needed of it is read before.
-void run_first(kesa_timer_root& root, kesa_list_head* due) {
-  kesa_list_head* const second = due->next->next;
-  kesa_timer& timer = timer_of(due->next);
-  list::check(&timer.link, {kThread, kesa_timer_show}, due);
-  running_of(root).store(&timer, std::memory_order_relaxed);
-  detachTimerFromList(root, timer, true);
-  list::step_over(due, &timer.link, second);
+// Takes the first timer off the list of those that are due, and calls its function without the lock. Once the timer
+// is off the list it may be set anew, and freed once the lock is released, so what is needed of it is read before.
+void run_first_due(kesa_timer_root& root) {
+  kesa_list_head* const second = g_due.link.next->next;
+  kesa_timer& timer = timer_of(g_due.link.next);
   const kesa_timer_fn function = timer.func;
   const char* const setter = timer.funcName;
   const uint64_t data = timer.data;
+  list::check(&timer.link, {kThread, kesa_timer_show}, &g_due.link);
   if (function == nullptr) [[unlikely]] {
     kesa_timer_show(&timer.link);
   }
+  running_of(root).store(&timer, std::memory_order_relaxed);
+  detachTimerFromList(root, timer, true);
+  list::step_over(&g_due.link, &timer.link, second);
   unlock_spinlock(root.lock);
   const uint64_t start = kesa_time_getmillisec();
   function(data);  // NOLINT(clang-analyzer-core.CallAndMessage): a NULL function is logged, and then it is the fault
@@ -127,19 +131,19 @@ void run_first(kesa_timer_root& root, kesa_list_head* due) {
 
 }  // namespace
 
-void init_slots(kesa_timer_root& root) {
-  for_each_slot(root, [](kesa_list_head& slot) { list::init(&slot); });
-}
-
 void empty_slots(kesa_timer_root& root) {
-  for_each_slot(root, [](kesa_list_head& slot) {
-    for (kesa_list_head* link = slot.next; link != nullptr && link != &slot;) {
+  const auto empty = [](kesa_list_head& slot) {
+    for (kesa_list_head* link = slot.next; list::leads_somewhere(link) && link != &slot;) {
       kesa_list_head* const next = link->next;
       list::set(link->next, nullptr);
       list::set(link->prev, KESA_LIST_POISON_PREV);
       link = next;
     }
-  });
+    list::init(&slot);
+  };
+  for_each_slot(root, empty);
+  empty(g_due.link);
+  root.pendingCount = 0;
 }
 
 void start_over(kesa_timer_root& root) {
@@ -148,11 +152,7 @@ void start_over(kesa_timer_root& root) {
 }
 
 void attachTimerToList(kesa_timer_root& root, kesa_timer& timer) {
-  kesa_list_head& slot = slot_for(root, timer.expires);
-  if (slot.next == nullptr) [[unlikely]] {
-    list::init(&slot);  // the wheel was never started
-  }
-  list::push_back(&slot, &timer.link);
+  list::append(&slot_for(root, timer.expires), &timer.link);
 }
 
 void detachTimerFromList(kesa_timer_root& root, kesa_timer& timer, bool clear_next) {
@@ -162,7 +162,7 @@ void detachTimerFromList(kesa_timer_root& root, kesa_timer& timer, bool clear_ne
     list::set(timer.link.next, nullptr);
   }
   list::set(timer.link.prev, KESA_LIST_POISON_PREV);
-  if (--root.pendingCount == 0) {
+  if (root.pendingCount != 0 && --root.pendingCount == 0) {  // 0 before: a damaged list has given up timers
     start_over(root);
   }
 }
@@ -184,11 +184,10 @@ void run_tick(kesa_timer_root& root) {
     cascade(root, time);
   }
   root.wheelTime = time + 1;
-  kesa_timer due{};  // not only a link, because a check may show what is around it
   list::check(&slot, {kThread, kesa_timer_show});
-  list::move_all(&slot, &due.link);
-  while (!list::is_empty(&due.link)) {
-    run_first(root, &due.link);
+  list::move_all(&slot, &g_due.link);
+  while (!list::is_empty(&g_due.link)) {
+    run_first_due(root);
   }
 }
 

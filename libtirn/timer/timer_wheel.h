@@ -22,10 +22,7 @@ inline std::atomic_ref<kesa_timer*> running_of(kesa_timer_root& root) { return s
 
 inline bool is_pending(kesa_timer& timer) { return next_of(timer).load(std::memory_order_relaxed) != nullptr; }
 
-// Makes all slots of a zeroed root empty.
-void init_slots(kesa_timer_root& root);
-
-// Takes all timers off, without any check.
+// Takes all timers off, without any check, also those that a tick is running. A zeroed root becomes an empty wheel.
 void empty_slots(kesa_timer_root& root);
 
 // Lets an idle wheel go on from the present time, so that it has nothing to catch up.

@@ -255,17 +255,24 @@ TEST(PosixTimer, IsMadeSetAndRead) {
 // A child has neither thread: the parent's timers do not fire in it, and it starts its own.
 TEST(TimerNative, ForkedChildStartsAnew) {
   ASSERT_EQ(kesa_Init(), 0u);
-  static kesa_timer wheel = make(50), fine = make(1'000'000);
+  static kesa_timer wheel = make(50), fine = make(1'000'000), in_tick = make(20);
   g_may_end = false;
-  kesa_timer holder = make(1, wait_for_end);
-  ASSERT_EQ(kesa_timer_add(&wheel), 0);
+  kesa_timer holder = make(1, wait_for_end), first = make(20, wait_for_end);
   ASSERT_EQ(kesa_timer_add_ns(&holder), 0);
-  ASSERT_TRUE(wait_until([] { return g_fired >= 1; }));
+  ASSERT_TRUE(wait_until([] { return g_fired == 1; }));
   ASSERT_EQ(kesa_timer_add_ns(&fine), 0);
+  // One timer's callback holds the wheel up while another one of the same millisecond waits for its turn.
+  do {
+    kesa_timer_modify(&first, 20);
+    kesa_timer_modify(&in_tick, 20);
+  } while (first.expires != in_tick.expires);
+  ASSERT_EQ(kesa_timer_add(&wheel), 0);
+  ASSERT_TRUE(wait_until([] { return g_fired == 2; }));
   const ChildOutcome outcome = run_child([] {
     g_fired = 0;
     EXPECT_EQ(kesa_timer_add(&wheel), -1);
     EXPECT_EQ(kesa_timer_is_pending(&fine), 0);
+    EXPECT_EQ(kesa_timer_is_pending(&in_tick), 0);
     EXPECT_EQ(kesa_timer_module_init(), 0);
     usleep(100'000);
     EXPECT_EQ(g_fired, 0u);
