@@ -1,4 +1,4 @@
-// Timers: starting, changing and firing them, and how late they fire.
+// Measures starting, changing and firing timers, and how late they fire.
 #include <semaphore.h>
 #include <sys/prctl.h>
 #include <sys/timerfd.h>

@@ -1,4 +1,4 @@
-// The timers of other libraries.
+// Calls the timers of other libraries.
 #include <cstdlib>
 #include <cstring>
 #include <vector>

@@ -1,4 +1,4 @@
-// The checks of lists whose nodes are the callers' memory.
+// Checks lists whose nodes are the callers' memory.
 #include "libtirn/base/list_check.h"
 
 #include "libtirn/base/log.h"

@@ -1,5 +1,5 @@
-// The checks of lists whose nodes are the callers' memory: a node that was freed or overwritten while it was listed is
-// logged before it crashes the process. Nothing is repaired.
+// Checks lists whose nodes are the callers' memory. A node that was freed or overwritten while it was on a list is
+// logged before the list is used further, which may crash the process. Nothing is repaired.
 #ifndef TIRN_BASE_LIST_CHECK_H
 #define TIRN_BASE_LIST_CHECK_H
 

@@ -1,4 +1,4 @@
-// Start-up and tear-down of the library.
+// Starts the library by one table of steps, and tears it down.
 #include <execinfo.h>
 
 #include "libtirn/base/log.h"

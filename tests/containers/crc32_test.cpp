@@ -67,7 +67,8 @@ class Crc32 : public testing::Test {
     std::generate(source.begin(), source.end(), [&] { return static_cast<uint8_t>(random()); });
   }
 
-  // Checks a form against the tables for `length` bytes at `from`: in one piece and, without the copy, cut in two.
+  // Checks a form against the tables for `length` bytes at `from`. The checksums are taken in one piece and in two;
+  // the CRC-32C with a copy to `to` is taken in one piece only.
   void check(const Form& form, const uint8_t* from, size_t length, uint8_t* to) {
     const auto seed = static_cast<uint32_t>(random());
     const size_t cut = random() % (length + 1);
