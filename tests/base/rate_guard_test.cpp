@@ -65,7 +65,9 @@ TEST_F(RateGuardTest, FirstLinesAtAnyMoment) {
     jiffies_.set(now);
     tirn::RateGuard guard;
     const auto admits = [&] { return guard.admit(tirn::kInfo, tirn::kInfo, kSite); };
-    EXPECT_TRUE(admits() && admits() && admits() && !admits()) << now;
+    for (const bool expected : {true, true, true, false}) {
+      EXPECT_EQ(admits(), expected) << now;
+    }
     jiffies_.advance(kWindow - 1);
     EXPECT_FALSE(admits());
     jiffies_.advance(1);
@@ -93,7 +95,8 @@ TEST_F(RateGuardTest, ThreeLevelsAreApart) {
   write(HURN_ERROR, 1, tirn::kError, tirn::kError, tirn::kError);
   EXPECT_TRUE(log_.has(HURN_ERROR, "write_limited", "print: 2 messages suppressed.write_limited,line=*.")) << log_;
   EXPECT_TRUE(log_.has(HURN_ERROR, "write_limited", "limited line")) << log_;
-  EXPECT_TRUE(log_.lines().size() == 2 && log_.lines()[0].file == "rate_guard_test") << log_;
+  ASSERT_EQ(log_.lines().size(), 2u) << log_;
+  EXPECT_EQ(log_.lines()[0].file, "rate_guard_test");
 }
 
 }  // namespace

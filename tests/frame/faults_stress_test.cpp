@@ -137,10 +137,10 @@ TEST(FrameFaults, SmallSetUps) {
     sweep({.run = [&row] { return long{row.run()}; },
            .check =
                [&row](long result, const Fault& fault, const LogCapture& log) {
-                 const bool is_told = fault.happened && (row.functions == nullptr ||
-                                                         std::strstr(row.functions, fault.function) != nullptr);
-                 EXPECT_EQ(result, is_told ? 0 : 1) << row.line << log;
-                 EXPECT_EQ(log.count(row.line), is_told ? 1u : 0u) << row.line << log;
+                 const bool has_failed = fault.happened && (row.functions == nullptr ||
+                                                            std::strstr(row.functions, fault.function) != nullptr);
+                 EXPECT_EQ(result, has_failed ? 0 : 1) << row.line << log;
+                 EXPECT_EQ(log.count(row.line), has_failed ? 1u : 0u) << row.line << log;
                },
            .clean_up = row.clean_up});
   }

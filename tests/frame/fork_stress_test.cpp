@@ -169,7 +169,7 @@ TEST(ForkNative, ChildrenUseEachFamily) {
 TEST(ForkNative, ChildrenAllocateWithoutCounters) {
   TIRN_NEEDS_FORKS();
   KernelSide kernel;
-  kernel.failing(0x401, ENOSYS);
+  kernel.failing(PrivateCommand::kMemoryTable, ENOSYS);
   std::atomic<bool> stop{false};
   std::thread loop([&] {
     while (!stop.load()) {

@@ -66,7 +66,7 @@ TEST(FsEvents, ChecksInTheirOrder) {
 }
 
 // The kernel may not know the protocol. If descriptor 0 is free, the socket gets it, and 0 is as valid as any other.
-TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
+TEST(FsEvents, SocketIsMadeOrItsErrorIsLoggedAndClosedAgain) {
   LogCapture log;
   Imports imports(Object::library);
   imports.redirect(
@@ -78,8 +78,9 @@ TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
   MORU_Netlink_ext3_release(-1);
   imports.redirect(
       "socket", +[](int domain, int type, int protocol) {
-        EXPECT_TRUE(domain == AF_NETLINK && type == (SOCK_RAW | SOCK_CLOEXEC) &&
-                    protocol == MORU_NETLINK_EXT3_PROTOCOL);
+        EXPECT_EQ(domain, AF_NETLINK);
+        EXPECT_EQ(type, SOCK_RAW | SOCK_CLOEXEC);
+        EXPECT_EQ(protocol, MORU_NETLINK_EXT3_PROTOCOL);
         return dup(1);
       });
   EXPECT_TRUE(run_child([] {
@@ -124,7 +125,7 @@ TEST(FsEventsNative, ReportsReachTheHandlerUntilTheSocketIsClosed) {
 
 TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
   KernelSide kernel;
-  kernel.replace(0x102, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+  kernel.replace(PrivateCommand::kTime, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     *reinterpret_cast<uint64_t*>(out) = 1700000000;
     return 0L;
   });
@@ -141,5 +142,5 @@ TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
   EXPECT_EQ(first, second);
   EXPECT_GT(std::set<char>(first.begin(), first.end()).size(), 20u);
   get_random_bytes(nullptr, 4);
-  EXPECT_EQ(KernelSide::last_word(0x102), 0x17D00000102u);
+  EXPECT_EQ(KernelSide::last_word(PrivateCommand::kTime), 0x17D00000102u);
 }

@@ -120,7 +120,8 @@ TEST(LogFacade, ReachesTheLogLibrary) {
   static std::atomic<int> lines{0};
   const hurn_content_record record{HURN_CALLBACK_ONLY, [](const hurn_line*) { ++lines; }};
   EXPECT_EQ(kesa_log_register_callback(&record), 0);
-  EXPECT_EQ(kesa_ratelimit_set("no such group", 1, 1) + kesa_ratelimit_set(nullptr, 1, 1), -2);
+  EXPECT_EQ(kesa_ratelimit_set("no such group", 1, 1), -1);
+  EXPECT_EQ(kesa_ratelimit_set(nullptr, 1, 1), -1);
   EXPECT_EQ(kesa_ratelimit_set("42", 2, 60000), 0);
   for (int i = 0; i < 10; ++i) {
     hurn(42, HURN_ERROR, "f", 1, "g", 0, "limited %d", i);
@@ -148,14 +149,18 @@ TEST(Init, MissingAffinityIsNotFatal) {
 TEST(Process, KindsOfMutex) {
   const struct {
     int kind, result, second_lock;
-  } kRows[] = {{-1, -1, 0}, {0, 0, EBUSY}, {1, 0, EBUSY}, {2, 0, 0}, {3, -1, 0}};
+  } kRows[] = {{-1, -1, 0},
+               {KESA_MTX_NORMAL, 0, EBUSY},
+               {KESA_MTX_ERRORCHECK, 0, EBUSY},
+               {KESA_MTX_RECURSIVE, 0, 0},
+               {KESA_MTX_RECURSIVE + 1, -1, 0}};
   for (const auto& row : kRows) {
     pthread_mutex_t mutex;
     ASSERT_EQ(kesa_mtx_init(&mutex, row.kind), row.result) << row.kind;
     if (row.result == 0) {
       pthread_mutex_lock(&mutex);
       EXPECT_EQ(pthread_mutex_trylock(&mutex), row.second_lock) << row.kind;
-      if (row.kind == 1) {
+      if (row.kind == KESA_MTX_ERRORCHECK) {
         EXPECT_EQ(pthread_mutex_lock(&mutex), EDEADLK);
       }
       pthread_mutex_unlock(&mutex);
