@@ -7,7 +7,6 @@
 
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/imports.h"
 #include "tirn/str.h"
 
 using namespace tirn::test;
@@ -114,8 +113,7 @@ TEST(Shell, ReplacingTheProcess) {
   LogCapture log;
   EXPECT_EQ(execv_s(nullptr, 1, argv, "", nullptr), KESA_COMMAND_MISSING);
   EXPECT_EQ(execv_s("/bin/sh", 1, nullptr, "", nullptr), KESA_COMMAND_MISSING);
-  const auto is_not_3 = [](const char*, int argc, char**) { return argc != 3; };
-  EXPECT_EQ(execv_s("/bin/sh", 3, argv, "", is_not_3), KESA_COMMAND_REFUSED);
+  EXPECT_EQ(execv_s("/bin/sh", 3, argv, "", [](auto, int argc, auto) { return argc != 3; }), KESA_COMMAND_REFUSED);
   EXPECT_EQ(execv_s("/no;file", 2, refused, "", nullptr), -1);  // the count leaves out the dangerous argument
   EXPECT_EQ(execv_s("/bin/sh", 3, refused, ";", nullptr), KESA_COMMAND_REFUSED);
   EXPECT_EQ(log.texts(), std::vector<std::string>{"execv cmd is dangerous, argv[2] is: exit $((1+1))."});
@@ -141,13 +139,11 @@ TEST(Shell, DescriptorTableFullAndGrown) {
   rlimit limit;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
   const int last = dup(0);
-  const auto leave = [&](unsigned count) {
-    limit.rlim_cur = static_cast<rlim_t>(last) + 1 + count;
-    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
-  };
-  ASSERT_TRUE(leave(0));
+  limit.rlim_cur = static_cast<rlim_t>(last) + 1;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
   EXPECT_EQ(kesa_popen("true", "r"), nullptr);  // the table is made for this limit
-  ASSERT_TRUE(leave(9));
+  limit.rlim_cur += 9;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
   for (const char* const mode : {"r", "w"}) {
     errno = 0;
     EXPECT_EQ(kesa_popen("true", mode), nullptr);
@@ -167,7 +163,7 @@ TEST(Shell, TableOfAHugeLimitIsNotTouched) {
   GTEST_SKIP() << "the sanitizers touch memory of their own for each byte";
 #endif
   Imports imports(Object::library);
-  imports.redirect("getdtablesize", reinterpret_cast<void*>(+[] { return 300000000; }));
+  imports.redirect("getdtablesize", [] { return 300000000; });
   rusage before{}, after{};
   getrusage(RUSAGE_SELF, &before);
   EXPECT_EQ(kesa_pclose(kesa_popen("exit 3", "r")), 0x300);
@@ -176,20 +172,20 @@ TEST(Shell, TableOfAHugeLimitIsNotTouched) {
 }
 
 TEST(Shell, FailingCalls) {
+  const auto open_and_close = [] {
+    FILE* const stream = kesa_popen("exit 3", "r");
+    return stream == nullptr ? 1L : kesa_pclose(stream);
+  };
+  const auto check = [](long result, const Fault& fault, const LogCapture& log) {
+    EXPECT_EQ(result, fault.happened ? 1 : 0x300);
+    const bool is_child_left = fault.happened && std::string(fault.function) == "fdopen";
+    EXPECT_EQ(has_no_child(), !is_child_left);
+    const char* const text = "Iop is NULL, modes:(r), pdes[0]=(*), pdes[1]=(*), errno:(12).";
+    EXPECT_EQ(log.has(HURN_INFO, "kesa_popen", text), is_child_left) << log;
+  };
   sweep({.prepare = [] { kesa_system("true"); },  // finds the shell, so that the run does not
-         .run =
-             [] {
-               FILE* const stream = kesa_popen("exit 3", "r");
-               return stream == nullptr ? 1L : kesa_pclose(stream);
-             },
-         .check =
-             [](long result, const Fault& fault, const LogCapture& log) {
-               EXPECT_EQ(result, fault.happened ? 1 : 0x300);
-               const bool is_left_behind = fault.happened && std::string(fault.function) == "fdopen";
-               EXPECT_EQ(has_no_child(), !is_left_behind);
-               const char* const text = "Iop is NULL, modes:(r), pdes[0]=(*), pdes[1]=(*), errno:(12).";
-               EXPECT_EQ(log.has(HURN_INFO, "kesa_popen", text), is_left_behind) << log;
-             },
+         .run = open_and_close,
+         .check = check,
          .blocks_kept = 1,
          .descriptors_kept = 1});
 }

@@ -15,8 +15,6 @@
 #include "fuzz/cfg_fuzz.cpp"
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/imports.h"
-#include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/random_seed.h"
 #include "support/temp_folder.h"
@@ -94,13 +92,13 @@ TEST(CfgParser, CallbackEndsItsThread) {
     return pthread_cancel(pthread_self()), pthread_testcancel(), int32_t{0};
   };
   for (const kesa_cfg_item_fn end : {exits, is_cancelled}) {
+    const auto check = [](long result, auto&&...) {
+      EXPECT_NE(result, 1);  // the call did not return
+      EXPECT_EQ(lseek(source.fd, 0, SEEK_CUR), 4);
+    };
     sweep({.prepare = [] { lseek(source.fd, 0, SEEK_SET); },
            .run = [end] { return kesa_cfg_ini_fd_parse(source.fd, nullptr, end, nullptr), 1L; },
-           .check =
-               [](long result, auto&&...) {
-                 EXPECT_NE(result, 1);  // the call did not return
-                 EXPECT_EQ(lseek(source.fd, 0, SEEK_CUR), 4);
-               },
+           .check = check,
            .kinds = kCancellations});
     const std::string path = "/proc/self/fd/" + std::to_string(source.fd);
     sweep({.run = [=] { return kesa_cfg_ini_file_parse(path.c_str(), end, nullptr) != nullptr; },
@@ -183,9 +181,7 @@ TEST(CfgStore, ForkWithTheListHeld) {
 // A thread forks inside the store while another thread is there too. This runs natively only: the emulator loses
 // locks of its own in the child of a threaded process.
 TEST(CfgStoreNative, ForkInsideBesideAReader) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the sanitizers lose locks of their own in a threaded process's child";
-#endif
+  TIRN_NEEDS_FORKS();
   const TempFolder folder;
   const std::string file = folder.write_file("a", "[s]\na=1\n");
   ASSERT_EQ(kesa_cfg_init(file.c_str()), 0);
@@ -322,8 +318,8 @@ int answer(int, unsigned long request, const uint64_t* argument) {
 class KernelItems : public testing::Test {
  protected:
   KernelItems() {
-    imports_.redirect("open", reinterpret_cast<void*>(open_control));
-    imports_.redirect("ioctl", reinterpret_cast<void*>(answer));
+    imports_.redirect("open", open_control);
+    imports_.redirect("ioctl", answer);
   }
   void expect(int result, const std::string& text) const {
     EXPECT_EQ(result, -1) << text;

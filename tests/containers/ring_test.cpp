@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "support/faults.h"
-#include "support/log_capture.h"
 #include "support/random_seed.h"
 #include "support/ring.h"
 #include "support/wait_until.h"
@@ -100,7 +99,7 @@ TEST(Ring, IsMadeOfPowersOfTwoAndAnswersForNull) {
 TEST(Ring, WaitsForEarlierClaims) {
   static std::atomic<int> yields;
   Imports imports(Object::library);
-  imports.redirect("sched_yield", reinterpret_cast<void*>(+[]() -> int { return ++yields, 0; }));
+  imports.redirect("sched_yield", []() -> int { return ++yields, 0; });
   const Ring ring = ring_from(UINT32_MAX, 8, 0);
   auto& side = ring->producer;
   std::atomic_ref(side.head).store(0);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <iterator>
 #include <random>
 #include <set>
 #include <vector>

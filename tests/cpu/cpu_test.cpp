@@ -7,7 +7,6 @@
 #include "support/child_process.h"
 #include "support/faults.h"
 #include "support/kernel_side.h"
-#include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"

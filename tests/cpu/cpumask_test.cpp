@@ -39,12 +39,10 @@ long g_online = 0, g_configured = 0;
 class CpuCounts : public testing::Test {
  protected:
   CpuCounts() {
-    imports_.redirect("sysconf", reinterpret_cast<void*>(+[](int name) {
-                        errno = ENOSYS;
-                        return name == _SC_NPROCESSORS_ONLN   ? g_online
-                               : name == _SC_NPROCESSORS_CONF ? g_configured
-                                                              : sysconf(name);
-                      }));
+    imports_.redirect("sysconf", [](int name) {
+      errno = ENOSYS;
+      return name == _SC_NPROCESSORS_ONLN ? g_online : name == _SC_NPROCESSORS_CONF ? g_configured : sysconf(name);
+    });
   }
   Imports imports_{Object::library};
   LogCapture log_;
@@ -128,10 +126,10 @@ TEST(CpuMask, ReadsTheThreeListsOnce) {
 TEST(Affinity, BindsTheThreadThatIsNamed) {
   Imports imports(Object::library);
   static std::pair<pthread_t, int> bound;
-  imports.redirect("pthread_setaffinity_np", reinterpret_cast<void*>(+[](pthread_t thread, size_t, cpu_set_t* set) {
-                     bound = {thread, CPU_COUNT(set)};
-                     return 0;
-                   }));
+  imports.redirect("pthread_setaffinity_np", [](pthread_t thread, size_t, cpu_set_t* set) {
+    bound = {thread, CPU_COUNT(set)};
+    return 0;
+  });
   CPU_SET(0, &g_affinityLevel_1.cpus);
   std::snprintf(g_affinityLevel_1.affinityLevelName, sizeof g_affinityLevel_1.affinityLevelName, "level");
   std::jthread other([] {});
@@ -144,8 +142,7 @@ TEST_F(CpuCounts, InitIsTriedAgainUntilBothAreKnown) {
   for (const auto& [online, configured, online_then, configured_then] : kRows) {
     g_online = online, g_configured = configured;
     globalCpuNum_init();
-    EXPECT_EQ(g_onlineCpuNum, online_then) << online << configured;
-    EXPECT_EQ(g_configCpuNum, configured_then) << online << configured;
+    EXPECT_TRUE(g_onlineCpuNum == online_then && g_configCpuNum == configured_then) << online << configured;
   }
   EXPECT_EQ(num_online_cpus(), 3u);
   EXPECT_EQ(num_config_cpus(), 4u);

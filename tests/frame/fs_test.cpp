@@ -69,20 +69,18 @@ TEST(FsEvents, ChecksInTheirOrder) {
 TEST(FsEvents, SocketIsMadeOrItsErrorIsLoggedAndClosedAgain) {
   LogCapture log;
   Imports imports(Object::library);
-  imports.redirect(
-      "socket", +[](int, int, int) { return errno = EPROTONOSUPPORT, -1; });
+  imports.redirect("socket", [](int, int, int) { return errno = EPROTONOSUPPORT, -1; });
   EXPECT_EQ(MORU_Netlink_ext3_create(), -1);
   EXPECT_TRUE(log.has(HURN_ERROR, "MORU_Netlink_ext3_create",
                       "MORU_Netlink_ext3_create failed, sockfd:-1, errno:93,Protocol not supported."))
       << log;
   MORU_Netlink_ext3_release(-1);
-  imports.redirect(
-      "socket", +[](int domain, int type, int protocol) {
-        EXPECT_EQ(domain, AF_NETLINK);
-        EXPECT_EQ(type, SOCK_RAW | SOCK_CLOEXEC);
-        EXPECT_EQ(protocol, MORU_NETLINK_EXT3_PROTOCOL);
-        return dup(1);
-      });
+  imports.redirect("socket", [](int domain, int type, int protocol) {
+    EXPECT_EQ(domain, AF_NETLINK);
+    EXPECT_EQ(type, SOCK_RAW | SOCK_CLOEXEC);
+    EXPECT_EQ(protocol, MORU_NETLINK_EXT3_PROTOCOL);
+    return dup(1);
+  });
   EXPECT_TRUE(run_child([] {
                 close(0);
                 EXPECT_EQ(MORU_Netlink_ext3_create(), 0);
@@ -132,9 +130,8 @@ TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
   for (const int length : {-1, 0, 3, 8}) {
     std::string bytes(80, '\x7e');
     get_random_bytes(bytes.data(), length);
-    EXPECT_EQ(bytes.substr(static_cast<size_t>(std::max(length, 0))),
-              std::string(static_cast<size_t>(80 - std::max(length, 0)), '\x7e'))
-        << length;
+    const size_t filled = length > 0 ? static_cast<size_t>(length) : 0;
+    EXPECT_EQ(bytes.substr(filled), std::string(80 - filled, '\x7e')) << length;
   }
   std::string first(64, '\0'), second(64, '\0');
   get_random_bytes(first.data(), 64);

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/printed.h"
+#include "sync/together.h"
 #include "tirn/mem.h"
 
 using namespace tirn::test;
@@ -99,7 +99,7 @@ TEST(TaggedMemory, WorksUncountedWithoutTheService) {
   EXPECT_EQ(errno, 0);
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
   kesa_free(bytes);
-  EXPECT_EQ(kernel.calls(PrivateCommand::kMemoryTable), 3u);  // the table is asked for at each use
+  EXPECT_EQ(KernelSide::calls(PrivateCommand::kMemoryTable), 3u);  // the table is asked for at each use
   static void* uncounted = nullptr;
   kernel.replace(PrivateCommand::kMemoryTable, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     uncounted = uncounted == nullptr ? kesa_malloc(8, 3) : uncounted;
@@ -146,19 +146,15 @@ TEST(TaggedMemory, NobodyWaitsForWhoAsksForTheTable) {
 }
 
 TEST(TaggedMemory, CountsOfManyThreadsAreExact) {  // also at first, when all of them look for the table
-  std::vector<std::thread> threads(4);
-  std::vector<void*> kept(threads.size());
-  for (size_t t = 0; t < kept.size(); ++t) {
-    threads[t] = std::thread([&kept, t] {
-      for (int i = 1; i < 5000; ++i) {
-        kesa_free(kesa_malloc(7, i % 300 + 1));
-      }
-      kept[t] = kesa_malloc(7, 11);
-    });
-  }
-  for (size_t t = 0; t < kept.size(); ++t) {
-    threads[t].join();
-    kesa_freesubproc(reinterpret_cast<kesa_mem_head*>(kept[t]) - 1, 1);
+  void* kept[4];
+  together(4, [&kept](unsigned thread) {
+    for (int i = 1; i < 5000; ++i) {
+      kesa_free(kesa_malloc(7, i % 300 + 1));
+    }
+    kept[thread] = kesa_malloc(7, 11);
+  });
+  for (void* const block : kept) {
+    kesa_freesubproc(static_cast<kesa_mem_head*>(block) - 1, 1);
   }
   EXPECT_EQ(shown(), kBegin + "| 7                44 \nTotal used memory: 44\n");
 }

@@ -200,9 +200,9 @@ TEST_F(Hurn, FilesArePrivateFewAndWhole) {
   };
   const auto expected = descriptors(1);
   tirn::test::Imports imports(tirn::test::Object::log);
-  imports.redirect("open", reinterpret_cast<void*>(+[](const char* name, int flags, mode_t mode) {
-                     return flags & O_CLOEXEC ? open(name, flags, mode) : -1;
-                   }));
+  imports.redirect("open", [](const char* name, int flags, mode_t mode) {
+    return flags & O_CLOEXEC ? open(name, flags, mode) : -1;
+  });
   umask(0);
   use_file(":100");
   for (int i = 0; i < 10; i++)
@@ -216,22 +216,21 @@ TEST_F(Hurn, FilesArePrivateFewAndWhole) {
   EXPECT_EQ(expected, descriptors(0));
 
   static string sent;
-  imports.redirect("sendmsg", reinterpret_cast<void*>(+[](int, const msghdr* message, int) -> ssize_t {
-                     for (size_t i = 0; i < message->msg_iovlen; i++)
-                       sent.append(static_cast<const char*>(message->msg_iov[i].iov_base),
-                                   message->msg_iov[i].iov_len);
-                     return 1;
-                   }));
+  imports.redirect("sendmsg", [](int, const msghdr* message, int) -> ssize_t {
+    for (size_t i = 0; i < message->msg_iovlen; i++)
+      sent.append(static_cast<const char*>(message->msg_iov[i].iov_base), message->msg_iov[i].iov_len);
+    return 1;
+  });
   ASSERT_EQ(0, hurn_init("tester", "syslog"));
   info(3, "to the system log\n");
   EXPECT_EQ("<14>tester[" + std::to_string(getpid()) + "]: info 3 f:1 g: to the system log", sent);
   EXPECT_EQ(expected, descriptors(0));
 
-  imports.redirect("write", reinterpret_cast<void*>(+[](int descriptor, const void* bytes, size_t count) {
-                     static int calls = 0;
-                     errno = EINTR;
-                     return calls++ % 2 == 0 ? -1 : write(descriptor, bytes, std::min<size_t>(count, 5));
-                   }));
+  imports.redirect("write", [](int descriptor, const void* bytes, size_t count) {
+    static int calls = 0;
+    errno = EINTR;
+    return calls++ % 2 == 0 ? -1 : write(descriptor, bytes, std::min<size_t>(count, 5));
+  });
   use_file();
   EXPECT_EQ(23, hurn_original("one piece after another"));
   EXPECT_EQ("one piece after another\n", read_file(log_));

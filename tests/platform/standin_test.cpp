@@ -19,6 +19,7 @@
 #include <functional>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 #include "libtirn/base/private_call.h"
 #include "support/child_process.h"
@@ -42,12 +43,16 @@ constexpr uint64_t kNone = ~uint64_t{0};
 uint64_t at(const volatile void* object) { return reinterpret_cast<uint64_t>(object); }
 
 using enum tirn::PrivateCommand;
-constexpr uint32_t number(tirn::PrivateCommand command) { return static_cast<uint32_t>(command); }
+using Command = tirn::PrivateCommand;
+uint64_t word_of(uint32_t module, Command command) { return uint64_t{module} << 32 | static_cast<uint32_t>(command); }
 
-long call(tirn::PrivateCommand command, uint64_t a, uint64_t b = kNone, uint64_t c = kNone, uint64_t d = kNone) {
+long call(Command command, uint64_t a, uint64_t b = kNone, uint64_t c = kNone, uint64_t d = kNone) {
   errno = 0;
-  return zut_private_call(381ull << 32 | number(command), a, b, c, d);
+  return zut_private_call(word_of(TIRN_MODULE_ID, command), a, b, c, d);
 }
+
+// Returns the error of a call that returned -1, and 0 for any other result.
+int error_of(long result) { return result == -1 ? errno : 0; }
 
 // Native: the process has the emulator's own signal handlers.
 TEST(StandinNative, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
@@ -67,9 +72,9 @@ TEST(StandinNative, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
 // that counts fields.
 TEST(Standin, CountersAndThreadsArePrinted) {
   int64_t *table = nullptr, *again = nullptr;
-  ASSERT_EQ(call(kMemoryTable, at(&table)), 0);
-  ASSERT_EQ(call(kMemoryTable, at(&again)), 0);
-  ASSERT_EQ(table, again);
+  EXPECT_EQ(call(kMemoryTable, at(&table)), 0);
+  EXPECT_EQ(call(kMemoryTable, at(&again)), 0);
+  ASSERT_TRUE(table != nullptr && table == again);
   EXPECT_EQ(std::count(table, table + 1024, 0), 1024);
   table[381] = 4096;
   table[1023] = -8;
@@ -83,13 +88,12 @@ TEST(Standin, CountersAndThreadsArePrinted) {
   ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
   ASSERT_EQ(prctl(PR_SET_NAME, "a) b) 1 2 3"), 0);
   const tirn::test::LogCapture log;
+  EXPECT_EQ(call(kMemoryDump, kNone), 0);
   EXPECT_EQ(call(kCpuTaskInfo, cpu, at(&count)), 0);
   EXPECT_GT(count, 0u);
-  const std::pair<tirn::PrivateCommand, uint64_t> printing[] = {
-      {kMemoryDump, kNone}, {kDumpCpuStack, at(&cpu)}, {kDumpIdleThreadStack, self}, {kThreadStatus, at(&self)}};
-  for (const auto& [command, argument] : printing) {
-    EXPECT_EQ(call(command, argument), 0) << std::hex << number(command);
-  }
+  EXPECT_EQ(call(kDumpCpuStack, at(&cpu)), 0);
+  EXPECT_EQ(call(kDumpIdleThreadStack, self), 0);
+  EXPECT_EQ(call(kThreadStatus, at(&self)), 0);
   const std::string named = "thread " + std::to_string(self) + " (a) b) 1 2 3)";
   const std::string counted = "cpu " + std::to_string(cpu) + ": " + std::to_string(count) + " threads*";
   const std::string expected[] = {"module 381 holds 4096 bytes", "module 1023 holds -8 bytes", counted,
@@ -101,57 +105,35 @@ TEST(Standin, WrongWordsAndPointersAreRefused) {
   const uint64_t good[2] = {1, 1}, ok = at(good);
   const std::string text(300, 'x');
   const uint64_t nobody = 0x7FFFFFFF, pointer = at(&nobody), long_text = at(text.c_str());
-  const std::tuple<uint32_t, tirn::PrivateCommand, uint64_t, int> rows[] = {
-      {0, kFreeMemory, ok, EINVAL},
-      {0x8000017D, kFreeMemory, ok, EINVAL},
-      {381, kResetLocalBoard, ok, ENOSYS},
-      {381, tirn::PrivateCommand{0x900}, ok, ENOSYS},
-      {381, tirn::PrivateCommand{0xFFFFFFFF}, ok, ENOSYS},
-      {381, kPanic, long_text, ENOSYS},
-      {381, kGetIdleNoCstates, 100000, EINVAL},
-      {381, kSetIdleNoCstates, kNone / 2, EINVAL},
-      {381, kThreadStatus, pointer, ESRCH},
-      {381, kDumpIdleThreadStack, nobody, ESRCH},
-      {381, kWait, ok + 1, EINVAL},
-  };
-  for (const auto& [module, command, a, error] : rows) {
-    EXPECT_EQ(zut_private_call(uint64_t{module} << 32 | number(command), a, ok, ok, ok), -1)
-        << std::hex << number(command);
-    EXPECT_EQ(errno, error) << std::hex << number(command);
+  for (const uint32_t module : {0u, 0x8000017Du}) {
+    EXPECT_EQ(error_of(zut_private_call(word_of(module, kFreeMemory), ok, ok, ok, ok)), EINVAL);
+  }
+  const std::tuple<Command, uint64_t, int> rows[] = {
+      {kResetLocalBoard, ok, ENOSYS},  {Command{0x900}, ok, ENOSYS},          {Command{0xFFFFFFFF}, ok, ENOSYS},
+      {kPanic, long_text, ENOSYS},     {kGetIdleNoCstates, 100000, EINVAL},   {kSetIdleNoCstates, kNone / 2, EINVAL},
+      {kThreadStatus, pointer, ESRCH}, {kDumpIdleThreadStack, nobody, ESRCH}, {kWait, ok + 1, EINVAL}};
+  for (const auto& [command, a, error] : rows) {
+    EXPECT_EQ(error_of(call(command, a, ok, ok, ok)), error) << std::hex << word_of(0, command);
   }
   zut_takedown last{};
   EXPECT_EQ(zut_last_takedown(&last), 0);
   EXPECT_EQ(std::string(last.text, strnlen(last.text, 256)), text.substr(0, 255));
-  // A bit for each argument of a command that is a pointer. Each pointer is bad in turn, and the others are good.
-  const std::pair<tirn::PrivateCommand, uint32_t> commands[] = {
-      {kRebootCount, 4},
-      {kPanic, 1},
-      {kLocalTime, 1},
-      {kLocalFromUtc, 3},
-      {kTime, 1},
-      {kDstFromUtc, 3},
-      {kDstTime, 1},
-      {kCpufreqLowAll, 1},
-      {kCpufreqStepDownAll, 1},
-      {kLocalCpufreq, 1},
-      {kGetIdleNoCstates, 2},
-      {kSetIdleNoCstates, 2},
-      {kCpuTaskInfo, 2},
-      {kFreeMemory, 1},
-      {kMemoryTable, 1},
-      {kThreadStatus, 1},
-      {kDumpCpuStackKernel, 1},
-      {kDumpCpuStack, 1},
-      {kThreadRegisters, 15},
-      {kWait, 7},
-  };
-  for (const auto& [command, pointers] : commands) {
+  // A bit for each argument that is a pointer. Each pointer is bad in turn, and the others are good.
+  const std::pair<uint32_t, std::vector<Command>> groups[] = {
+      {1,
+       {kPanic, kLocalTime, kTime, kDstTime, kCpufreqLowAll, kCpufreqStepDownAll, kLocalCpufreq, kFreeMemory,
+        kMemoryTable, kThreadStatus, kDumpCpuStackKernel, kDumpCpuStack}},
+      {2, {kGetIdleNoCstates, kSetIdleNoCstates, kCpuTaskInfo}},  // after the number of a CPU
+      {3, {kLocalFromUtc, kDstFromUtc}},
+      {4, {kRebootCount}},
+      {7, {kWait}},
+      {15, {kThreadRegisters}}};
+  for (const auto& [pointers, commands] : groups) {
     for (uint32_t bad = 0; bad < 8; ++bad) {
-      uint64_t args[4] = {kGetIdleNoCstates <= command && command <= kCpuTaskInfo ? 0 : ok, ok, ok, ok};
+      uint64_t args[4] = {pointers == 2 ? 0 : ok, ok, ok, ok};
       args[bad / 2] = bad % 2 != 0 ? kNone : 0;
-      if ((pointers >> bad / 2 & 1) != 0) {
-        EXPECT_EQ(call(command, args[0], args[1], args[2], args[3]), -1) << std::hex << number(command) << ' ' << bad;
-        EXPECT_EQ(errno, EFAULT) << std::hex << number(command) << ' ' << bad;
+      for (size_t i = 0; i < commands.size() && (pointers >> bad / 2 & 1) != 0; ++i) {
+        EXPECT_EQ(error_of(call(commands[i], args[0], args[1], args[2], args[3])), EFAULT) << pointers << ' ' << i;
       }
     }
   }
@@ -185,8 +167,8 @@ TEST(Standin, WaitEndsByTimeWordOrSignal) {
     const auto lasted = (steady_clock::now() - start) / milliseconds(4);
     over = true;
     other.join();
-    EXPECT_TRUE(result == (end == kTimeout ? 0 : -1) && rest == in_and_out)
-        << result << ' ' << rest << ' ' << timeout;
+    EXPECT_EQ(result, end == kTimeout ? 0 : -1) << timeout;
+    EXPECT_EQ(rest, in_and_out) << timeout;
     if (end == kTimeout) {
       EXPECT_TRUE(rest == 0 && lasted >= timeout) << rest << ' ' << timeout;
     } else {
@@ -233,8 +215,7 @@ TEST(Standin, RegistersOfSpinningThreads) {
     spinner.join();
     for (const uint64_t other : {target.id.load(), 1ul, 0ul, kNone, 1ul << 32 | static_cast<uint32_t>(getpid())}) {
       target.id = other;
-      EXPECT_EQ(target.ask(), -1) << other;
-      EXPECT_EQ(errno, ESRCH) << other;
+      EXPECT_EQ(error_of(target.ask()), ESRCH) << other;
     }
   };
   std::thread other_caller(spin_and_ask);
@@ -306,7 +287,7 @@ TEST_F(StandinJiffies, OneCurrentDeviceForAll) {
 
   ASSERT_TRUE(offered());
   sigset_t mask;
-  EXPECT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &mask), 0);
+  pthread_sigmask(SIG_BLOCK, nullptr, &mask);
   EXPECT_EQ(sigismember(&mask, SIGUSR1), 0) << "its thread's mask";
   const uint64_t* const first = counter();
   for (const char* damage : {"", "/dev/uio0", "/sysfs/uio0/maps/map0/size", "/sysfs"}) {

@@ -38,30 +38,21 @@ char* map_page() {
 }  // namespace
 
 KernelSide::~KernelSide() {
-  for (const auto& [command, calls] : calls_before_) {
-    zut_replace(command, nullptr);
+  for (const PrivateCommand command : replaced_) {
+    zut_replace(number(command), nullptr);
   }
   zut_offer_jiffies(1);
   zut_set_jiffies_paths(nullptr, nullptr);
 }
 
-void KernelSide::watch(PrivateCommand command) {
-  calls_before_.try_emplace(number(command), zut_call_count(number(command)));
-}
-
 void KernelSide::replace(PrivateCommand command, zut_handler handler) {
-  watch(command);
+  replaced_.insert(command);
   zut_replace(number(command), handler);
 }
 
 void KernelSide::failing(PrivateCommand command, int error) {
   g_errors[number(command)].store(error, std::memory_order_relaxed);
   replace(command, fail_as_set);
-}
-
-uint64_t KernelSide::calls(PrivateCommand command) const {
-  const auto before = calls_before_.find(number(command));
-  return zut_call_count(number(command)) - (before != calls_before_.end() ? before->second : 0);
 }
 
 void KernelSide::no_jiffies() { zut_offer_jiffies(0); }

@@ -3,7 +3,7 @@
 #define TIRN_TEST_KERNEL_SIDE_H
 
 #include <cstdint>
-#include <map>
+#include <set>
 #include <string>
 
 #include "libtirn/base/private_call.h"
@@ -26,9 +26,8 @@ class KernelSide {
   void replace(PrivateCommand command, zut_handler handler);
   // From now on the command returns -1 and sets this errno.
   void failing(PrivateCommand command, int error);
-  // Returns the number of calls since replace(), failing() or watch() first named the command to this object.
-  uint64_t calls(PrivateCommand command) const;
-  void watch(PrivateCommand command);
+  // Returns the number of calls in this process so far.
+  static uint64_t calls(PrivateCommand command) { return zut_call_count(static_cast<uint32_t>(command)); }
   // Returns the whole 64-bit word of the last call.
   static uint64_t last_word(PrivateCommand command) { return zut_last_word(static_cast<uint32_t>(command)); }
 
@@ -38,7 +37,7 @@ class KernelSide {
   void jiffies_at(const std::string& sysfs, const std::string& dev);
 
  private:
-  std::map<uint32_t, uint64_t> calls_before_;  // by the number of the command
+  std::set<PrivateCommand> replaced_;
 };
 
 // A jiffies device whose counter stands still until the test moves it. Make the first one before the library first

@@ -8,7 +8,6 @@
 
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
 
@@ -90,11 +89,9 @@ TEST(Faults, FindLeaks) {
   const std::pair<Leak, const char*> cases[] = {
       {kBlock, "leaked heap blocks"}, {kFile, "/dev/null"}, {kInherited, "without close-on-exec"}};
   for (const auto& [kind, text] : cases) {
+    const auto check = [](long result, const Fault& fault, auto&) { EXPECT_EQ(result, fault.happened ? -1 : 0); };
     const auto problems =
-        find_problems({.run = [kind = kind] { return leak(kind); },
-                       .check = [](long result, const Fault& fault,
-                                   const LogCapture&) { EXPECT_EQ(result, fault.happened ? -1 : 0); },
-                       .object = Object::program});
+        find_problems({.run = [kind = kind] { return leak(kind); }, .check = check, .object = Object::program});
     ASSERT_FALSE(problems.empty()) << text;
     EXPECT_NE(problems.back().find("failing call 3, calloc"), std::string::npos) << problems.back();
     EXPECT_NE(problems.back().find(text), std::string::npos) << problems.back();

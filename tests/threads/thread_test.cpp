@@ -5,11 +5,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/wait_until.h"
 #include "thread_jobs.h"
@@ -43,8 +41,7 @@ __attribute__((noinline)) void trace_and_break_frames() {
   EXPECT_EQ(result, 0);
   EXPECT_EQ(whole[1], reinterpret_cast<uintptr_t>(__builtin_return_address(0)));
   EXPECT_TRUE(skipped[0] == whole[1] && skipped[1] == whole[2] && broken[1] == whole[1]);
-  EXPECT_EQ(broken[2], 0u);
-  EXPECT_EQ(broken[3], 0u);
+  EXPECT_TRUE(broken[2] == 0 && broken[3] == 0);
 }
 
 }  // namespace
@@ -127,8 +124,7 @@ TEST(Thread, StackOfAnAddressAndBacktrace) {
   EXPECT_EQ(kesa_thrd_getcurrentstack(here, &start, &end, nullptr), -1);
   EXPECT_EQ(kesa_thrd_getcurrentstack(here, &start, &end, &name), 0);
   EXPECT_STREQ(name, "UNKNOWN_STACK");
-  EXPECT_EQ(start, here - here % 4096);
-  EXPECT_EQ(end, start + 4096);
+  EXPECT_TRUE(start == here - here % 4096 && end == start + 4096);
   ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
   const kesa_lwt_stack_ops ops{lwt_yes, lwt_bounds};
   EXPECT_EQ(register_lwt_stack_ops(&ops), 0);
