@@ -10,6 +10,7 @@
 #include "support/faults.h"
 #include "support/wait_until.h"
 #include "tirn/fileops.h"
+#include "tirn/str.h"
 
 using namespace tirn::test;
 
