@@ -42,8 +42,8 @@ class ForkSteps {
   std::atomic<bool> is_followed_{false};
 };
 
-// Makes attempts to take a lock before a fork, for some tenths of a second, and returns whether it was taken. The wait has an
-// end because the forking thread may hold the lock itself, in a function that the lock's owner calls.
+// Makes attempts to take a lock before a fork, for some tenths of a second, and returns whether it was taken. The
+// wait has an end because the forking thread may hold the lock itself, in a function that the lock's owner calls.
 template <typename TryLock>
 bool take_before_fork(TryLock try_lock) {
   const NoCancellation guard;
