@@ -120,7 +120,7 @@ void run_first_due(kesa_timer_root& root) {
   unlock_spinlock(root.lock);
   const uint64_t start = kesa_time_getmillisec();
   // A NULL function is logged, and then called all the same: the fault shows where it happens.
-  // cppcheck-suppress nullPointer
+  // cppcheck-suppress nullPointerRedundantCheck
   function(data);  // NOLINT(clang-analyzer-core.CallAndMessage)
   const uint64_t cost = kesa_time_getmillisec() - start;
   if (cost > KESA_TIMER_SLOW_CALLBACK) [[unlikely]] {
