@@ -13,6 +13,7 @@
 #include "loopback.h"
 #include "support/faults.h"
 #include "support/temp_folder.h"
+#include "threads/pool_watch.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
@@ -66,7 +67,8 @@ TEST(Cancellation, StartUpAndClocks) {
   cancel_everywhere(
       {{"kesa_Init", [] { kesa_Init(); }}, {"cpumask_init", [] { cpumask_init(), globalCpuNum_init(); }}}, false);
   cancel_everywhere({
-      {"kesa_destory", [] { kesa_destory(); }, [] { kesa_Init(); }},
+      // The next threads of the pool take the slots of the last ones.
+      {"kesa_destory", [] { kesa_destory(); }, [] { kesa_destory(), pool_becomes(0), kesa_Init(); }, 8},
       {"kesa_glibc_init", [] { kesa_glibc_init(); }},
       {"kesa_log_init", [] { kesa_log_init("name", "file:/dev/null"); }, kesa_log_destroy, 2, 1},  // names stay
       {"jiffies_uio_adp_open", [] { jiffies_uio_adp_open(); }},
@@ -145,6 +147,15 @@ TEST(Cancellation, Threads) {
        }},
       {"sleeps", [] { kesa_msleep(1), kesa_usleep(1), kesa_10msleep(0), kesa_schedule(); }},
       {"kesa_sched_setaffinity", [] { kesa_sched_init(), kesa_sched_setaffinity(100000); }},
+      {"kesa_sched_add_work",
+       [] {
+         static kesa_sched_work work;
+         kesa_sched_init_work(
+             &work, [](kesa_sched_work*) { return 0; }, nullptr);
+         kesa_sched_add_work(&work), kesa_sched_add_work(nullptr), kesa_sched_delete_work(nullptr);
+         while (kesa_sched_delete_work(&work) == 0) {
+         }
+       }},
       {"kesa_sem_enhance_up",
        [] {
          static kesa_sem_enhance sem;

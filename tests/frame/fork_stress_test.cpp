@@ -16,6 +16,7 @@
 #include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
@@ -61,6 +62,27 @@ bool threads() {
   return made && kesa_get_process_name(name, sizeof name) == 0;
 }
 
+// Another thread may end the pool, which drops the record: then another one is queued. Records are never freed, since
+// a dropped one cannot be told from one that is about to run.
+bool scheduled_work() {
+  struct Item {
+    kesa_sched_work work;
+    std::atomic<bool> has_run;
+  };
+  for (;;) {
+    Item& item = *new Item{};
+    const auto run = [](kesa_sched_work* work) { return static_cast<Item*>(work->data)->has_run = true, 0; };
+    kesa_sched_init_work(&item.work, run, &item);
+    if (kesa_set_sched_work_timeout(&item.work, 15) != 0 || kesa_sched_add_work(&item.work) == -1) {
+      return false;
+    }
+    kesa_sched_work_timeout_theck();
+    if (wait_until([&item] { return item.has_run.load(); }, std::chrono::milliseconds(100))) {
+      return true;
+    }
+  }
+}
+
 bool waiting() {
   kesa_sem_enhance sem;
   kesa_sem_enhance_init(&sem, 0);
@@ -90,9 +112,11 @@ bool processors() {
 }
 
 const Family kFamilies[] = {
-    {"allocation", allocation}, {"logging", logging},           {"configuration", configuration},
-    {"threads", threads},       {"private call", private_call}, {"waiting", waiting},
-    {"start-up", start_up},     {"command", command},           {"processors", processors},
+    {"allocation", allocation},       {"logging", logging},
+    {"configuration", configuration}, {"threads", threads},
+    {"private call", private_call},   {"waiting", waiting},
+    {"start-up", start_up},           {"command", command},
+    {"processors", processors},       {"scheduled work", scheduled_work},
 };
 
 // Runs in the child. Returns 0, or the number of the family that failed, counted from 1. The number after the last

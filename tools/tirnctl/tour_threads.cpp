@@ -1,10 +1,12 @@
-// The stops of the tour about threads, the pool, locks and semaphores.
+// The stops of the tour about threads, the pools, locks and semaphores.
 #include <pthread.h>
 #include <tirn/tirn.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "tour.h"
 
@@ -74,6 +76,30 @@ void* queue_up(void* number) {
   return nullptr;
 }
 
+// Counts the workers of scheduled work among the threads that kesa_thrd_list prints.
+uint32_t g_workers;
+int count_worker(const char* format, ...) {
+  char line[128];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  g_workers += std::strstr(line, "kesa_schedwork") != nullptr ? 1 : 0;
+  return length;
+}
+
+uint32_t workers() {
+  g_workers = 0;
+  kesa_thrd_list(count_worker, 0, 0, 0, 0);
+  return g_workers;
+}
+
+int sleep_in_work(kesa_sched_work* work) {
+  kesa_msleep(work->timeout != 0 ? 1100 : 50);
+  kesa_sem_enhance_up(&g_done);
+  return 0;
+}
+
 }  // namespace
 
 bool show_threads() {
@@ -110,6 +136,40 @@ bool show_pool() {
   std::printf("    a thread for each of %u jobs  %7.1f us a job\n", kJobs, started);
   std::printf("    a worker of the pool          %7.1f us a job\n", pooled);
   return started > 0 && pooled > 0;
+}
+
+bool show_scheduled_work() {
+  constexpr uint32_t kItems = 20;
+  static kesa_sched_work items[kItems];
+  if (sched_work_init() != 0) {
+    return false;
+  }
+  kesa_msleep(20);
+  const uint32_t at_first = workers();
+  for (kesa_sched_work& item : items) {
+    kesa_sched_init_work(&item, sleep_in_work, nullptr);
+    kesa_sched_add_work(&item);
+  }
+  kesa_msleep(30);
+  const uint32_t under_load = workers();
+  if (!wait_for(kItems)) {
+    return false;
+  }
+  kesa_msleep(20);
+  const uint32_t afterwards = workers();
+  std::printf("    threads: %u idle at first, %u while %u items sleep, %u afterwards\n", at_first, under_load, kItems,
+              afterwards);
+  std::printf("    An item sleeps past its limit, which is a second here (a program's own limits are 15 or more).\n");
+  items[0].timeout = 1;
+  kesa_sched_add_work(&items[0]);
+  kesa_msleep(1050);
+  kesa_heal_check check{};
+  kesa_heal_check_callback(&check);
+  std::printf("    the verdict on the pool: %s\n", check.verdict != 0 ? "healthy" : "stuck");
+  const bool is_through = wait_for(1);
+  sched_work_destroy();
+  std::printf("    threads after the end of the pool: %u\n", workers());
+  return is_through && under_load > kItems && afterwards < under_load && check.verdict == 1;
 }
 
 bool show_locks() {
