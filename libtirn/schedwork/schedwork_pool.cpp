@@ -231,8 +231,7 @@ constinit ForkSteps g_fork_steps(forget_threads, lock_list, unlock_list);
 
 int sched_work_init() {
   g_fork_steps.follow();
-  const int result = g_pool.init_mutex.run(start_pool, Once::Done::kNever, Once::LockFailure::kIsResult);
-  return result == kOk ? kOk : kFail;
+  return g_pool.init_mutex.run(start_pool, Once::Done::kNever);
 }
 
 int sched_work_destroy() {

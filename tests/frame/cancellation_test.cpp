@@ -32,7 +32,11 @@ struct Row {
 void cancel_everywhere(const std::vector<Row>& rows, bool is_started = true) {
   for (const Row& row : rows) {
     uint32_t calls = 0;
-    const Scenario scenario{.prepare = is_started ? [] { EXPECT_EQ(kesa_Init(), 0u); } : [] {},
+    const Scenario scenario{.prepare =
+                                [is_started] {
+                                  have_no_pool_threads();
+                                  EXPECT_EQ(is_started ? kesa_Init() : 0, 0u);
+                                },
                             .run =
                                 [&row] {
                                   row.run();
@@ -67,8 +71,7 @@ TEST(Cancellation, StartUpAndClocks) {
   cancel_everywhere(
       {{"kesa_Init", [] { kesa_Init(); }}, {"cpumask_init", [] { cpumask_init(), globalCpuNum_init(); }}}, false);
   cancel_everywhere({
-      // The next threads of the pool take the slots of the last ones.
-      {"kesa_destory", [] { kesa_destory(); }, [] { kesa_destory(), pool_becomes(0), kesa_Init(); }, 8},
+      {"kesa_destory", [] { kesa_destory(); }, [] { kesa_Init(); }},
       {"kesa_glibc_init", [] { kesa_glibc_init(); }},
       {"kesa_log_init", [] { kesa_log_init("name", "file:/dev/null"); }, kesa_log_destroy, 2, 1},  // names stay
       {"jiffies_uio_adp_open", [] { jiffies_uio_adp_open(); }},
@@ -152,9 +155,8 @@ TEST(Cancellation, Threads) {
          static kesa_sched_work work;
          kesa_sched_init_work(
              &work, [](kesa_sched_work*) { return 0; }, nullptr);
-         kesa_sched_add_work(&work), kesa_sched_add_work(nullptr), kesa_sched_delete_work(nullptr);
-         while (kesa_sched_delete_work(&work) == 0) {
-         }
+         kesa_sched_add_work(&work), kesa_sched_add_work(nullptr), kesa_sched_delete_work(&work);
+         kesa_set_sched_work_timeout(&work, 1), sched_work_destroy(), sched_work_init();
        }},
       {"kesa_sem_enhance_up",
        [] {

@@ -8,6 +8,7 @@
 
 #include "loopback.h"
 #include "support/faults.h"
+#include "threads/pool_watch.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
@@ -21,7 +22,8 @@ int handler(uint32_t, MORU_SYSCALL_PARAM*) { return 0; }
 }  // namespace
 
 TEST(FrameFaults, StartUp) {
-  sweep({.run = [] { return static_cast<long>(kesa_Init()); },
+  sweep({.prepare = have_no_pool_threads,
+         .run = [] { return static_cast<long>(kesa_Init()); },
          .check =
              [](long result, const Fault& fault, const LogCapture& log) {
                EXPECT_EQ(log.count("Kesa init start."), 1u) << log;
@@ -49,8 +51,8 @@ TEST(FrameFaults, LockThatCannotBeTaken) {
     std::function<void()> prepare;
     long (*run)();
     uint32_t number;  // of the lock whose failure is the result; 0 if there is none
-  } kRows[] = {{[] {}, [] { return static_cast<long>(kesa_Init()); }, 0},
-               {[] { ASSERT_EQ(kesa_Init(), 0u); }, [] { return static_cast<long>(kesa_destory()); }, 1},
+  } kRows[] = {{have_no_pool_threads, [] { return static_cast<long>(kesa_Init()); }, 0},
+               {[] { have_no_pool_threads(), kesa_Init(); }, [] { return static_cast<long>(kesa_destory()); }, 1},
                {[] {}, [] { return static_cast<long>(pid_init_names()); }, 2}};
   for (const auto& row : kRows) {
     sweep({.prepare = row.prepare,

@@ -7,11 +7,21 @@
 #include <string>
 
 #include "support/printed.h"
+#include "support/temp_folder.h"
 #include "support/wait_until.h"
+#include "tirn/cfg.h"
 #include "tirn/schedwork.h"
 #include "tirn/thread.h"
 
 namespace tirn::test {
+
+inline void configure_pool(const std::string& items) {
+  const TempFolder folder;
+  kesa_cfg_init(folder.write_file("pool.ini", "[KESA]\n" + items).c_str());
+}
+
+// For what threads of the pool would disturb.
+inline void have_no_pool_threads() { configure_pool("SCHED_THREAD_FREE_NUM_MIN=0\n"); }
 
 // Waits until the pool has so many threads.
 inline bool pool_becomes(size_t threads) {
