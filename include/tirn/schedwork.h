@@ -62,7 +62,7 @@ TIRN_API int kesa_set_sched_work_timeout(struct kesa_sched_work* work, uint32_t 
 TIRN_API int kesa_sched_add_work(struct kesa_sched_work* work);
 
 /* Takes the record off the queue. Does not wait for its handler.
- * @returns 0; -ENOANO if it is not queued, also while its handler runs; -1 for NULL and while the pool is not started.
+ * @returns 0; -ENOANO if it is not queued, also while its handler runs; -1 for NULL and if the pool is not started.
  * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int kesa_sched_delete_work(struct kesa_sched_work* work);
 

@@ -46,8 +46,8 @@ struct Pool {
   std::atomic<int32_t> free_threads{0};
   std::atomic<uint64_t> started_works{0};
   std::atomic<uint64_t> finished_works{0};
-  // list_lock, work_list and work_sem are neighbours: KesaSchedWorkShow takes the list's head for a record's link, and
-  // finds a whole record's bytes around it.
+  // KesaSchedWorkShow may take the list's head for the link of a record: it then reads `list_lock`, before the head,
+  // and the bytes up to `work_sem`.
   alignas(kCacheLine) kesa_spinlock list_lock = KESA_SPINLOCK_INIT;
   kesa_list_head work_list{&work_list, &work_list};
   alignas(kCacheLine) kesa_sem_enhance work_sem{KESA_SPINLOCK_INIT, 0, {&work_sem.waiters, &work_sem.waiters}};

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <utility>
 
+#include "libtirn/arch/arch.h"
 #include "libtirn/base/cancellation.h"
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
@@ -133,6 +134,15 @@ bool run_work(Worker& worker, kesa_sched_work* work) {
   return false;
 }
 
+// Looks for more work for a few microseconds. To sleep and be woken for the next record costs both sides more.
+void look_for_work() {
+  constexpr int kLooks = 100;
+  const std::atomic_ref first(g_pool.work_list.next);
+  for (int i = 0; i < kLooks && first.load(relaxed) == &g_pool.work_list; ++i) {
+    arch::spin_hint();
+  }
+}
+
 // Runs work until the thread has to end.
 void serve(Worker& worker) {
   for (;;) {
@@ -147,8 +157,11 @@ void serve(Worker& worker) {
       return;
     }
     kesa_sched_work* const work = sched_work_select_task();
-    if (work != nullptr && !run_work(worker, work)) {
-      return;
+    if (work != nullptr) {
+      if (!run_work(worker, work)) {
+        return;
+      }
+      look_for_work();
     }
   }
 }

@@ -198,7 +198,7 @@ TEST(Schedwork, EndOfThePool) {
   EXPECT_TRUE(log.has(HURN_DEBUG, "sched_work_destroy", "some sched work thread exited abnormally. totalThread = 1"))
       << log;
   EXPECT_TRUE(!is_queued(*g_early) && is_queued(*g_late));
-  // The next addition starts a pool, which runs the late record too. The busy thread ends uncounted, and its slot stays.
+  // The next addition starts a pool, which runs the late record too. The busy thread ends uncounted; its slot stays.
   kesa_sched_add_work(&new_work(count_run));
   EXPECT_TRUE(runs_become(2) && free_threads());
   expect_whole_pool(log, 0, 1);
