@@ -65,19 +65,16 @@ bool threads() {
 // Another thread may end the pool, which drops the record: then another one is queued. Records are never freed, since
 // a dropped one cannot be told from one that is about to run.
 bool scheduled_work() {
-  struct Item {
-    kesa_sched_work work;
-    std::atomic<bool> has_run;
-  };
   for (;;) {
-    Item& item = *new Item{};
-    const auto run = [](kesa_sched_work* work) { return static_cast<Item*>(work->data)->has_run = true, 0; };
-    kesa_sched_init_work(&item.work, run, &item);
-    if (kesa_set_sched_work_timeout(&item.work, 15) != 0 || kesa_sched_add_work(&item.work) == -1) {
+    auto& has_run = *new std::atomic<bool>(false);
+    kesa_sched_work& work = *new kesa_sched_work;
+    const auto run = [](kesa_sched_work* mine) { return *static_cast<std::atomic<bool>*>(mine->data) = true, 0; };
+    kesa_sched_init_work(&work, run, &has_run);
+    if (kesa_set_sched_work_timeout(&work, 15) != 0 || kesa_sched_add_work(&work) == -1) {
       return false;
     }
     kesa_sched_work_timeout_theck();
-    if (wait_until([&item] { return item.has_run.load(); }, std::chrono::milliseconds(100))) {
+    if (wait_until([&has_run] { return has_run.load(); }, std::chrono::milliseconds(100))) {
       return true;
     }
   }
