@@ -76,8 +76,8 @@ TIRN_API int sched_work_init(void);
 
 /*
  * Ends the idle threads and drops the queue: the records in it are not run, and can be added again. Takes 10 ms, and
- * 10 ms more for each idle thread. A thread that runs work ends when its handler returns. Must not be called while
- * the calling thread holds what a handler waits for. A later kesa_sched_add_work starts the pool again.
+ * 10 ms more for each idle thread. A thread that runs work ends when its handler returns; its worker slot stays
+ * claimed. A later kesa_sched_add_work starts the pool again.
  * @returns 0.
  * @safety MT-Safe, AS-Unsafe lock heap
  */

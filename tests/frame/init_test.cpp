@@ -14,6 +14,7 @@
 #include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
+#include "threads/pool_watch.h"
 #include "tirn/cpumask.h"
 #include "tirn/crc32.h"
 #include "tirn/init.h"
@@ -25,23 +26,13 @@ using namespace tirn::test;
 
 static const std::vector<std::string> kStarted = {"Kesa init start.", "Kesa init end ret 0."};
 
-// Returns the log lines of start-up and tear-down themselves, without those of the steps and of the threads.
-static std::vector<std::string> frame_of(const LogCapture& log) {
-  std::vector<std::string> texts;
-  for (const LogLine& line : log.lines()) {
-    if (line.function == "kesa_Init" || line.function == "kesa_destory") {
-      texts.push_back(line.text);
-    }
-  }
-  return texts;
-}
-
 TEST(Init, StartsOnceAndAgainAfterTearDown) {
+  have_no_pool_threads();  // and so only the log lines of start-up itself
   LogCapture log;
   EXPECT_EQ(kesa_destory(), 0);
   EXPECT_TRUE(log.texts().empty()) << log;
   EXPECT_EQ(kesa_Init(), 0u);
-  EXPECT_EQ(frame_of(log), kStarted) << log;
+  EXPECT_EQ(log.texts(), kStarted) << log;
   EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
   EXPECT_NE(kesa_first_cpu(cpu_online_mask), KESA_CPU_MAX);
   EXPECT_NE(g_onlineCpuNum, 0u);
@@ -51,16 +42,17 @@ TEST(Init, StartsOnceAndAgainAfterTearDown) {
   log.clear();
   EXPECT_EQ(kesa_Init(), 0u);
   EXPECT_EQ(kesa_destory(), 0);
-  EXPECT_EQ(frame_of(log), (std::vector<std::string>{"Kesa destroy start.", "Kesa destroy end."})) << log;
+  EXPECT_EQ(log.texts(), (std::vector<std::string>{"Kesa destroy start.", "Kesa destroy end."})) << log;
   EXPECT_STREQ(kesa_pid_get_name(381), "TIRN");
   EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
 
   log.clear();
   EXPECT_EQ(kesa_Init(), 0u);
-  EXPECT_EQ(frame_of(log), kStarted) << log;
+  EXPECT_EQ(log.texts(), kStarted) << log;
 }
 
 TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
+  have_no_pool_threads();
   KernelSide kernel;
   LogCapture log;
   kernel.no_jiffies();
@@ -74,7 +66,7 @@ TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
   zut_offer_jiffies(1);
   log.clear();
   EXPECT_EQ(kesa_Init(), 0u);
-  EXPECT_EQ(frame_of(log), kStarted) << log;
+  EXPECT_EQ(log.texts(), kStarted) << log;
 }
 
 // Log lines are written from inside the set-ups of start-up, of the device and of the clock.
@@ -97,6 +89,7 @@ TEST(Init, LogCallbackMayCallTheLibrary) {
 }
 
 TEST(Init, ThreadsThatStartTogetherStartOnce) {
+  have_no_pool_threads();
   LogCapture log;
   std::atomic<int> failed{0};
   {
@@ -106,7 +99,7 @@ TEST(Init, ThreadsThatStartTogetherStartOnce) {
     }
   }
   EXPECT_EQ(failed, 0);
-  EXPECT_EQ(frame_of(log), kStarted) << log;
+  EXPECT_EQ(log.texts(), kStarted) << log;
 }
 
 TEST(ModuleNames, TableIsBuiltOnDemandAndSurvives) {

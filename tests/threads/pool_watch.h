@@ -20,8 +20,8 @@ inline void configure_pool(const std::string& items) {
   kesa_cfg_init(folder.write_file("pool.ini", "[KESA]\n" + items).c_str());
 }
 
-// For what threads of the pool would disturb.
-inline void have_no_pool_threads() { configure_pool("SCHED_THREAD_FREE_NUM_MIN=0\n"); }
+// For tests that the threads of the pool, or a log line about a missing item, would disturb.
+inline void have_no_pool_threads() { configure_pool("SCHED_THREAD_FREE_NUM_MIN=0\nSCHED_THREAD_FREE_NUM_MAX=0\n"); }
 
 // Waits until the pool has so many threads.
 inline bool pool_becomes(size_t threads) {
