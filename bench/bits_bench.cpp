@@ -1,4 +1,4 @@
-// Searching bit maps.
+// Measures searches for the first set bit of a map.
 #include <cstring>
 
 #include "peers/peers.h"

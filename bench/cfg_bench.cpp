@@ -1,4 +1,4 @@
-// Parsing configuration files, looking items up, and reading text lines.
+// Measures parsing configuration files, looking items up, and reading text lines.
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// Reading jiffies and the cycle clock.
+// Measures readings of the jiffies and of the cycle clock.
 #include <ctime>
 
 #include "peers/peers.h"

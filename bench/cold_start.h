@@ -1,4 +1,4 @@
-// Measures first start-ups. A process has only one, so the program runs itself again for each.
+// Measures cold start-ups. A process can start cold only once, so the program runs itself again for each measurement.
 #ifndef TIRN_BENCH_COLD_START_H
 #define TIRN_BENCH_COLD_START_H
 

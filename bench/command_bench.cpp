@@ -1,4 +1,4 @@
-// Running commands, and screening them.
+// Measures running and screening commands.
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>

@@ -1,4 +1,4 @@
-// Trees and hash tables.
+// Measures trees and hash tables.
 #include <bit>
 #include <deque>
 #include <memory>
@@ -20,7 +20,7 @@ struct Pick {
   void* object;
 };
 
-// Calls exported functions directly. Containers that compile code into the program are in sites/.
+// Calls exported functions. Containers whose code is inlined into the program are measured through sites/.
 struct AvlCalls {
   struct Object {
     kesa_avl_node node;
@@ -64,8 +64,8 @@ struct HashCalls {
   static void erase(void*, uint64_t key) { kesa_hash_delete(table, 0, key, nullptr); }
 };
 
-// A container with its wanted number of objects, and objects that are not in it. Of these, the ones that were taken
-// out first are inserted first: the memory around them is in no cache any more.
+// A container of the requested size and, if that is large, a stock of objects outside it. The object that was taken
+// out longest ago is inserted first, so that its memory has left the caches.
 template <class Calls>
 class Bed {
  public:

@@ -1,4 +1,4 @@
-// Checksums, with and without a copy of the data.
+// Measures checksums, with and without a copy of the data.
 #include "tirn/crc32.h"
 
 #include <cstring>
@@ -53,7 +53,8 @@ struct Cold {
   static Measure measure() {
     return one_thread(
         [] {
-          // Get the data that the previous row wrote out of the caches before the timing starts.
+          // Before the timing starts, read other memory, so that the data which the previous row wrote leaves the
+          // caches.
           for (size_t read = 0; read < kArena / 4; read += kCold) {
             peer_read(next().source, kCold);
           }

@@ -1,4 +1,4 @@
-// The first start-up of a process, and later calls of it.
+// Measures the first start-up of a process, and later calls of kesa_Init.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>

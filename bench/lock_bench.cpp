@@ -1,4 +1,4 @@
-// Each lock alone, with two threads on two cores, and with more threads than cores.
+// Measures each lock alone, with two threads on two cores, and with more threads than cores.
 #include <pthread.h>
 #include <unistd.h>
 
@@ -43,7 +43,9 @@ void read() { static_cast<void>(guarded[0]); }
 // Registers the thread, so that its id is in its record. Other threads ask the kernel for it at each ticket.
 void adopt() { kesa_thrd_setcurthreadinfo(); }
 
-// The four measurements of a lock.
+// What is measured of each lock: `alone`, one thread without work; `contended`, two threads; `crowded`, the time per
+// operation with more threads than cores; `waited`, the longest time that a thread of such a crowd takes for
+// kCrowdStint operations.
 struct Lock {
   std::string name;
   Measure alone, contended, crowded, waited;

@@ -1,4 +1,4 @@
-// A log call whose level is off.
+// Measures a log call whose level is off.
 #include "hurn.h"
 #include "sites/log_site.h"
 #include "support/bench.h"
@@ -11,8 +11,8 @@ const Family log_calls{[] {
       {.name = "log/debug_off",
        .target = 1.1,
        .ours = {"log line with its level off", one_thread([] { site_debug_line(1); })},
-       .peers = {{"the same around two loads and a branch", one_thread([] { site_two_loads(1); })}},
-       .shown = {{"the same around an empty function", one_thread([] { site_empty_call(1); })},
+       .peers = {{"same function, two loads and a branch instead", one_thread([] { site_two_loads(1); })}},
+       .shown = {{"same function, a call of an empty one instead", one_thread([] { site_empty_call(1); })},
                  {"hurn_level_check alone", one_thread([] { hurn_level_check(381, HURN_DEBUG); })}}},
   };
 }};

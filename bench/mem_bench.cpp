@@ -1,4 +1,4 @@
-// Tagged allocation.
+// Measures tagged allocation on one thread and on two.
 #include <atomic>
 #include <cstdlib>
 

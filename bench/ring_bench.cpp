@@ -1,4 +1,4 @@
-// The ring on one thread, between two cores, and with more threads than cores.
+// Measures the ring on one thread, between two cores, and with more threads than cores.
 #include <sched.h>
 
 #include <algorithm>

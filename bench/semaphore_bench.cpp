@@ -1,4 +1,4 @@
-// The semaphore alone, and between two threads that wake each other in turns.
+// Measures the semaphore alone, and between two threads that wake each other in turns.
 #include <linux/futex.h>
 #include <semaphore.h>
 #include <sys/syscall.h>

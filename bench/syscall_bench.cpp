@@ -1,4 +1,4 @@
-// A private call through the loopback service beside a bare echo of the same bytes over loopback TCP.
+// Measures a private call through the loopback service, beside a bare echo of the same bytes over loopback TCP.
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>

@@ -1,4 +1,4 @@
-// Starting threads and jobs, and finding threads.
+// Measures starting threads and jobs, finding threads, and asking for the current CPU.
 #include <pthread.h>
 #include <sched.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// Ways to find the first set bit of a map.
+// Finds the first set bit of a map in several ways.
 #include <bit>
 #include <bitset>
 #include <cstring>

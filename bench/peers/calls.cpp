@@ -1,4 +1,4 @@
-// Small calls with a known cost, and clocks.
+// Defines small calls with a known cost, and readings of clocks.
 #include <array>
 #include <chrono>
 

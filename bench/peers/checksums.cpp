@@ -1,4 +1,4 @@
-// ISA-L's checksums, and a plain read.
+// Finds ISA-L's checksums, and reads memory plainly.
 #include <dlfcn.h>
 
 #include <cstring>

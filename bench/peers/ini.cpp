@@ -1,4 +1,4 @@
-// Other readers of INI files.
+// Reads INI files by other libraries.
 #include "peers/ini.h"
 
 #include <cstdio>

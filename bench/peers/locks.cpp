@@ -1,4 +1,4 @@
-// Other locks.
+// Takes and gives the locks of other libraries.
 #include <pthread.h>
 
 #include <cstring>

@@ -104,6 +104,18 @@ struct peer_ring {
 /* Returns NULL if this build has not found the library. */
 PEER const struct peer_ring* peer_ring_named(const char* name);
 
+/* One-shot timers of milliseconds on a loop of their own, which runs only when it is told to. */
+struct peer_timers {
+  const char* name;
+  void (*make)(uint32_t count);                         /* makes the loop and its timers, none of them started */
+  void (*start)(uint32_t index, uint64_t milliseconds); /* also for a timer that is pending */
+  void (*stop)(uint32_t index);
+  uint64_t (*run)(void); /* runs the timers that are due; returns how many there were */
+};
+
+/* Returns NULL if this build has not found the library. */
+PEER const struct peer_timers* peer_timers_named(const char* name);
+
 #ifdef __cplusplus
 }
 #endif

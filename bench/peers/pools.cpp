@@ -1,4 +1,4 @@
-// Other ways to run a job on another thread.
+// Runs a job on another thread in other ways.
 #include <pthread.h>
 #include <semaphore.h>
 

@@ -1,4 +1,4 @@
-// Other rings.
+// Calls the rings of other libraries.
 #include <cstdlib>
 #include <cstring>
 

@@ -1,4 +1,4 @@
-// Other trees and hash tables.
+// Calls the trees and hash tables of other libraries.
 #include <cstring>
 #include <new>
 #include <unordered_map>

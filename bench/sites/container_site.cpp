@@ -1,4 +1,4 @@
-// The trees of tirn/containers.hpp.
+// Compiles the trees of tirn/containers.hpp into the program.
 #include "sites/container_site.h"
 
 #include <compare>

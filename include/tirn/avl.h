@@ -76,8 +76,8 @@ TIRN_API int kesa_destroy_avl(struct kesa_avl_tree* tree);
  * Finds the object that is equal to the key, in O(log n). If there is none and `cookie` is not NULL, stores there the
  * position where such an object would be inserted: the address of the parent node with the direction in the lowest
  * bit, or 0 for an empty tree. The position is valid until the tree changes. The search fails if the compare function
- * returns a value other than -1, 0 and 1. It then stores 0 as well, so a cookie below 2 is a position only if the
- * tree is empty.
+ * returns a value other than -1, 0 and 1. The cookie is then 0, too. A cookie of 0 or 1 names no parent node; it is a
+ * valid position only if the tree is empty.
  * @returns the object, or NULL if there is none or the search failed.
  * @safety MT-Safe race:tree, AS-Safe (as the compare function)
  */
@@ -92,8 +92,8 @@ TIRN_API void* kesa_find_avl_node(const struct kesa_avl_tree* tree, const void* 
 TIRN_API void* kesa_find_avl_nearest_node(const struct kesa_avl_tree* tree, uint64_t cookie, uint32_t direction);
 
 /*
- * Inserts the object at a position that kesa_find_avl_node stored, without a comparison, in O(log n). A cookie below
- * 2 makes the object the root; if the tree was not empty, its former nodes are then no longer reachable.
+ * Inserts the object at a position that kesa_find_avl_node stored, without a comparison, in O(log n). A cookie of 0
+ * or 1 makes the object the root; if the tree was not empty, its former nodes are then no longer reachable.
  * @returns 0, or -1 if the tree or the object is NULL.
  * @safety MT-Unsafe race:tree, AS-Safe
  */

@@ -38,21 +38,21 @@ TIRN_API uint64_t find_next_bit(const void* map, uint64_t size, uint64_t offset)
 TIRN_API uint64_t kesa_find_next_zero_bit(const void* map, uint64_t size, uint64_t offset);
 
 /*
- * Stores the number of the lowest set bit.
+ * Finds the lowest set bit and stores its number in `*position`.
  * @returns 1, or 0 with nothing stored if there is no such bit or a pointer is NULL.
  * @safety MT-Safe race:map, AS-Safe
  */
 TIRN_API int kesa_bitop_findfirstsetbit(const void* map, uint32_t size, int32_t* position);
 
 /*
- * Stores the number of the lowest clear bit.
+ * Finds the lowest clear bit and stores its number in `*position`.
  * @returns 1, or 0 with nothing stored if there is no such bit or a pointer is NULL.
  * @safety MT-Safe race:map, AS-Safe
  */
 TIRN_API int kesa_bitop_findfirstclrbit(const void* map, uint32_t size, int32_t* position);
 
 /*
- * Stores the number of the lowest set bit at or above `offset`.
+ * Finds the lowest set bit at or above `offset` and stores its number in `*position`.
  * @returns 1, or 0 with nothing stored if there is no such bit or a pointer is NULL.
  * @safety MT-Safe race:map, AS-Safe
  */
@@ -60,7 +60,7 @@ TIRN_API int kesa_bitop_findnextsetbit(const void* map, uint32_t size, uint32_t 
 
 /*
  * Sets a bit, atomically on its byte and without any memory order.
- * @returns a value without meaning.
+ * @returns an unspecified value; ignore it.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API uint32_t kesa_set_bit(uint32_t bit, void* map);

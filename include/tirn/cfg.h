@@ -20,7 +20,7 @@
  * lock of the list is taken first. Functions without a file argument hold only the lock of the list; kesa_cfg_init,
  * kesa_cfg_destroy and kesa_cfg_destroy_ex change the list under it. kesa_cfg_getItemValue_ex and
  * kesa_cfg_setItemValue_ex hold only the lock of their file while they use its items. All functions may therefore run
- * beside one another, except for these ("race:files" below):
+ * concurrently, except for the pairs marked "no" in this table ("race:files" below):
  *
  *   may run beside            getItemValue  getItemValue_ex  setItemValue  setItemValue_ex  destroy
  *   kesa_cfg_getItemValue     yes           yes              yes           no               yes
@@ -31,8 +31,8 @@
  *
  * While a function here parses or holds a lock, its thread cannot be cancelled. The callback of a parse may end its
  * thread (pthread_exit): the parse then releases everything that it holds. A forked child finds the store unlocked
- * and not in the middle of a change. If a program forks while it holds g_stCfgRwlock itself, the fork waits for the
- * lock for about a second, and the child still holds it.
+ * and not in the middle of a change. If a program forks while it holds g_stCfgRwlock itself, the fork tries to take
+ * the lock for about a second and then goes on; in the child the lock stays held.
  */
 #ifndef TIRN_CFG_H
 #define TIRN_CFG_H
@@ -117,8 +117,9 @@ TIRN_API int32_t kesa_cfg_destroy_ex(const char* file);
  * Copies the value of an item to `buffer`. Of the files that have the item, the one that was registered last counts.
  * The search is linear in the number of files, sections and items.
  * @returns 0; KESA_CFG_BUFFER_TOO_SMALL, with nothing copied, if the value with its terminator is longer than `size`;
- * -1 if no file has the item, which is logged as a warning at most three times in a row, for a NULL name, or for a
- * size of 0. A NULL buffer is noticed only by the copy: the result is then -1, as if no file had the item.
+ * -1 if no file has the item, for a NULL name, or for a size of 0. That no file has the item is logged as a warning;
+ * after three such log lines in a row, none is written for a minute. A NULL buffer is noticed only by the copy: the
+ * result is then -1, as if no file had the item.
  * @safety MT-Safe race:files, AS-Unsafe heap lock
  */
 TIRN_API int32_t kesa_cfg_getItemValue(const char* section, const char* item, char* buffer, uint32_t size);
@@ -160,8 +161,8 @@ TIRN_API int32_t kesa_cfg_getItemFromFile(const char* file, const char* section,
                                           struct KesaCfgItemRecord* record);
 
 /*
- * Trees of nodes. Each of these four functions takes the file's lock for writing. The file and the names must not be
- * NULL; ignored arguments may be.
+ * Trees of nodes. The next four functions take the file's lock for writing; kesa_cfg_new_item_node_ex takes none. The
+ * file and the names given to the four must not be NULL; ignored arguments may be.
  */
 
 /*

@@ -144,15 +144,14 @@ TIRN_API unsigned kesa_numam_status_get(void);
 TIRN_API int kesa_numam_status_set(unsigned status);
 
 /*
- * Counts the nodes.
- * @returns the number of nodes that the file states, or 0 if none was read. After a failed read it may be too high or
- * negative.
+ * Reads how many nodes the file states.
+ * @returns the number, or 0 if none was read. After a failed read it may be too high or negative.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API int kesa_numam_num_get(void);
 
 /*
- * Sets the bits (id modulo 64) of the nodes that this process may use. No bit is cleared.
+ * Sets bit (id modulo 64) of `*mask` for each node that this process may use. No bit is cleared.
  * @returns 0, or -1 for NULL.
  * @safety MT-Safe race:nodes, AS-Unsafe heap
  */
@@ -203,7 +202,7 @@ TIRN_API int kesa_numam_parse_cpumask(const char* text, uint64_t* mask);
 TIRN_API int kesa_numam_parse_cpumask_as_list(const char* item, uint64_t* mask);
 
 /*
- * Reads the two ends of the range that a text begins with. For a number, both ends are that number.
+ * Stores in `*start` and `*end` the ends of the range that a text begins with. A single number is both ends.
  * @returns 0, or -1 if the text begins with no number or its range is reversed.
  * @safety MT-Safe, AS-Unsafe heap
  */
@@ -219,15 +218,16 @@ TIRN_API int kesa_numam_parse_cpustr(const char* item, unsigned* start, unsigned
 TIRN_API int kesa_numam_parse_digit_item(const char* section, const char* item);
 
 /*
- * Adds one node.
- * @returns 0, or -1.
+ * Reads the list of CPUs of one node, from the item numa_<id> of the section NUMA_PARTITION, and adds the node.
+ * @returns 0, or -1 if the item cannot be read or there is no memory.
  * @safety MT-Unsafe race:nodes, AS-Unsafe lock heap
  */
 TIRN_API int kesa_numam_parse_per_numa(int numa_id);
 
 /*
  * Reads the number of CPUs and the number of nodes, and adds all nodes.
- * @returns 0, or -1.
+ * @returns 0; -1 if a number cannot be read or is below 1, or at the first node that cannot be added: the nodes
+ * before it stay.
  * @safety MT-Unsafe race:nodes, AS-Unsafe lock heap
  */
 TIRN_API int kesa_numam_parse_numa_partition(void);
@@ -235,7 +235,7 @@ TIRN_API int kesa_numam_parse_numa_partition(void);
 /*
  * Reads whether NUMA handling is on, and sets the status. Any value that begins with "tru" means on, any that begins
  * with "fals" means off.
- * @returns 0, or -1.
+ * @returns 0, or -1 if the item cannot be read or has another value.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
 TIRN_API int kesa_numam_parse_proc_numa_switch(void);

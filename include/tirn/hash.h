@@ -78,7 +78,7 @@ TIRN_API int kesa_hash_destory(struct kesa_hash_table* table, kesa_hash_release_
 TIRN_API int kesa_hash_insert(struct kesa_hash_table* table, struct kesa_hash_node* node);
 
 /*
- * Removes the node with this key, and stores the node unless `node` is NULL.
+ * Removes the node with this key, and stores its address in `*node` unless `node` is NULL.
  * @returns 0; -1 if there is no such node; -EINVAL for a NULL table.
  * @safety MT-Unsafe race:table, AS-Safe
  */
@@ -86,7 +86,7 @@ TIRN_API int kesa_hash_delete(struct kesa_hash_table* table, uint32_t key_type, 
                               struct kesa_hash_node** node);
 
 /*
- * Finds the node with this key and stores it.
+ * Finds the node with this key and stores its address in `*node`.
  * @returns 0; -1, with NULL stored, if there is no such node; -EINVAL for a NULL pointer.
  * @safety MT-Safe race:table, AS-Safe
  */

@@ -42,7 +42,8 @@ TIRN_API int kesa_destory(void);
 TIRN_API int kesa_glibc_init(void);
 
 /* Calls hurn_init: sets the program's name and the sink ("stderr", "syslog", "file:PATH[:BYTES[:KEEP]]").
- * @returns 0, or -1.
+ * @returns 0; -1, with the former name and sink kept, if `sink` has another form, if the file cannot be opened, or if
+ * there is no memory.
  * @safety MT-Safe, AS-Unsafe lock */
 TIRN_API int kesa_log_init(const char* program, const char* sink);
 
@@ -51,7 +52,7 @@ TIRN_API int kesa_log_init(const char* program, const char* sink);
 TIRN_API void kesa_log_destroy(void);
 
 /* Calls hurn_loglevel_set: sets the level up to which a module's log lines are written (3, 4, 6 or 7).
- * @returns 0, or -1.
+ * @returns 0, or -1 for a module or level that does not exist.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_log_level_set(uint32_t module, uint32_t level);
 

@@ -39,7 +39,7 @@ TIRN_API int jiffies_Init(void);
 TIRN_API void jiffies_fini(void);
 
 /* Finds and maps the jiffies device, once. After a failure a later call tries again.
- * @returns 0, or -1.
+ * @returns 0, or -1 if jiffies_uio_adp_open fails.
  * @safety MT-Safe race:g_jiffies_uio, AS-Unsafe lock heap */
 TIRN_API int jiffies_usr_main(void);
 

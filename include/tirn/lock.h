@@ -81,7 +81,7 @@ TIRN_API int kesa_spinlock_set_flags(uint64_t flags);
  * @safety MT-Safe race:flags, AS-Safe */
 TIRN_API int kesa_spinlock_clear_flags(uint64_t flags);
 
-/* Stores the flags of this process.
+/* Stores the flags of this process in `*flags`.
  * @returns 0.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_spinlock_get_flags(uint64_t* flags);

@@ -40,10 +40,10 @@ TIRN_API void* kesa_mallocsubstandard(uint32_t pid, int32_t size, uint64_t reser
                                       uint32_t line);
 
 /*
- * Frees a block of kesa_mallocsubstandard and subtracts its bytes from its owner's count. A NULL pointer is logged,
- * at most three times in a row. A pointer without the magic number of the record is logged and passed to free, so
- * memory of plain malloc is accepted; this check reads memory 16 bytes before the pointer. A second free of a block
- * is not detected.
+ * Frees a block of kesa_mallocsubstandard and subtracts its bytes from its owner's count. A NULL pointer is logged;
+ * after three such log lines in a row, none is written for a minute. A pointer without the magic number of the record
+ * is logged and passed to free, so memory of plain malloc is accepted; this check reads memory 16 bytes before the
+ * pointer. A second free of a block is not detected.
  * @safety MT-Safe, AS-Unsafe heap lock
  */
 TIRN_API void kesa_freesub(void* pointer, const char* function, uint32_t line);

@@ -1,4 +1,4 @@
-/* The stamp of this incarnation of the process, and mutexes by kind. */
+/* A stamp that differs between this process and an earlier one of the same program, and mutexes by kind. */
 #ifndef TIRN_PROCESS_H
 #define TIRN_PROCESS_H
 
@@ -16,8 +16,8 @@ enum kesa_mtx_kind {
 };
 
 /*
- * Reads the stamp of this incarnation of the process: CLOCK_MONOTONIC_RAW at the first call. The function is exported
- * as a weak symbol, so a program may define its own.
+ * Reads the stamp of this process: CLOCK_MONOTONIC_RAW at the first call. The function is exported as a weak symbol,
+ * so a program may define its own.
  * @returns the stamp in nanoseconds, the same at every call; always 0 if the first call could not read the clock.
  * @safety MT-Safe, AS-Unsafe lock
  */

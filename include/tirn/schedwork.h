@@ -42,7 +42,7 @@ struct kesa_sched_work {
   kesa_sched_work_fn handler;
 };
 
-/* Makes the record one that is not queued and has no time limit. The record must not be queued.
+/* Initialises the record: not queued, no time limit. The record must not be queued, or the rest of the queue is lost.
  * @safety MT-Unsafe race:work, AS-Safe */
 TIRN_API void kesa_sched_init_work(struct kesa_sched_work* work, kesa_sched_work_fn handler, void* data);
 
@@ -131,7 +131,7 @@ TIRN_API void kesa_del_sched_work_timeout_check(uint32_t index);
 
 /*
  * The heal task: what a health-check service calls periodically. Each call reports at most one thread that runs past
- * its time limit, the first in the order of the slots. The pool counts as stuck when all its threads have been busy
+ * its time limit, the first in the order of the slots. The pool counts as stuck when 64 records have been running
  * for 180 seconds and no work has begun meanwhile; then the first four threads are reported.
  */
 
@@ -157,8 +157,8 @@ TIRN_API void kesa_heal_check_callback(struct kesa_heal_check* check);
  * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int kesa_sched_work_timeout_theck(void);
 
-/* Finds out whether the whole pool is stuck; the three minutes begin at the first call that finds no progress. If it
- * is, each call reports four threads.
+/* Finds out whether the whole pool is stuck; the three minutes begin at the last call that found progress or an idle
+ * thread. If it is, each call reports four threads.
  * @returns 1 if the pool is stuck, else 0.
  * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int kesa_is_all_work_timeout(void);

@@ -11,7 +11,7 @@ TIRN_API extern uint32_t g_onlineCpuNum;
 TIRN_API extern uint32_t g_configCpuNum;
 
 /* Fills both counts, once. While one of them is 0, a later call tries again.
- * @returns a value without meaning.
+ * @returns an unspecified value; ignore it.
  * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int globalCpuNum_init(void);
 

@@ -81,10 +81,10 @@ TIRN_API FILE* kesa_popen(const char* cmd, const char* mode);
 TIRN_API FILE* kesa_popen_s(const char* cmd, const char* mode, const char* white);
 
 /*
- * Does the same as kesa_popen, but stores the child's process id. The caller closes the stream with fclose and waits
- * for the child. The mode is not checked: any mode that does not begin with 'r' makes a pipe to the command's input,
- * and the mode is passed to fdopen unchanged. If the table of kesa_popen still holds a child for the same descriptor,
- * the entry is removed, so kesa_pclose refuses the stream.
+ * Does the same as kesa_popen, but stores the child's process id in `*pid`. The caller closes the stream with fclose
+ * and waits for the child. The mode is not checked: any mode that does not begin with 'r' makes a pipe to the
+ * command's input, and the mode is passed to fdopen unchanged. If the table of kesa_popen still holds a child for the
+ * same descriptor, the entry is removed, so kesa_pclose refuses the stream.
  * @returns the stream, or NULL on failure.
  * @safety MT-Safe, AS-Unsafe lock heap
  */
@@ -182,7 +182,7 @@ TIRN_API int __wrap_system(const char* cmd);
 TIRN_API int kesa_ismodevalid(const char* mode);
 
 /*
- * Stores the position of the first `c` in the text.
+ * Finds the first `c` in the text and stores its position, counted from 0, in `*pos`.
  * @returns 0; -1 if the text has no `c`, or if `c` is NUL; -22 if a pointer is NULL.
  * @safety MT-Safe, AS-Unsafe lock (for a NULL pointer, which is logged)
  */

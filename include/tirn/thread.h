@@ -272,18 +272,18 @@ TIRN_API int kesa_thread_run_in_irq_context_check(void);
 /* Reads the iod thread id. @returns the id, KESA_THREAD_NO_IOD_ID until one is given. @safety MT-Safe, AS-Safe */
 TIRN_API uint32_t kesa_thread_iod_thread_id_get(void);
 
-/* Stores the context through `saved` and enters an irq context. @returns 0. @safety MT-Safe, AS-Safe */
+/* Stores the context in `*saved` and enters an irq context. @returns 0. @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_thread_run_in_irq_context_save(uint32_t* saved);
 
 /* Goes back to a saved context. @returns 0. @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_thread_run_in_irq_context_restore(uint32_t saved);
 
-/* Stores the bounds of the stack that the system made for the calling thread.
+/* Stores in `*start` and `*end` the bounds of the stack that the system made for the calling thread.
  * @returns 0, or -1 if they are not known.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_thrd_getosstack(uint64_t* start, uint64_t* end);
 
-/* Stores the bounds of the calling thread's signal stack.
+/* Stores in `*start` and `*end` the bounds of the calling thread's signal stack.
  * @returns 0, or -1 if it has none.
  * @safety MT-Safe, AS-Safe */
 TIRN_API int kesa_thrd_getsigstack(uint64_t* start, uint64_t* end);
@@ -336,15 +336,17 @@ TIRN_API int kesa_thrd_backtrace(uint64_t* out, uint32_t count, uint32_t skip);
 /* Binding to CPUs. Sets have 1024 bits; kesa_thrd_setbindcpu reads only the part for the configured CPUs. */
 
 /* Binds a thread to the CPUs of a set. An empty set changes nothing.
- * @returns 0, or -1.
+ * @returns 0, or -1 if the system refuses, which is logged.
  * @safety MT-Safe race:set, AS-Unsafe heap */
 TIRN_API int kesa_thrd_setbindcpu(pthread_t thread, const cpu_set_t* set);
 
-/* Stores the CPUs that a thread is bound to. @returns 0, or -1. @safety MT-Safe race:set, AS-Unsafe heap */
+/* Stores in `*set` the CPUs that a thread is bound to.
+ * @returns 0, or -1 if the system refuses, which is logged: the set is then empty.
+ * @safety MT-Safe race:set, AS-Unsafe heap */
 TIRN_API int kesa_thrd_getbindcpu(pthread_t thread, cpu_set_t* set);
 
-/* Stores the CPUs that the thread with this kernel id is bound to; 0 is the calling thread.
- * @returns 0, or -1.
+/* Stores in `*set` the CPUs that the thread with this kernel id is bound to; 0 is the calling thread.
+ * @returns a result as kesa_thrd_getbindcpu does.
  * @safety MT-Safe race:set, AS-Unsafe heap */
 TIRN_API int kesa_thrd_getbindcpu_bypid(pid_t pid, cpu_set_t* set);
 
@@ -377,7 +379,9 @@ TIRN_API int kesa_thrd_dump_thread_stack_if_not_running(uint32_t tid);
 
 /* A number that all processes of one user on a node share, in a shared cell. */
 
-/* Stores the number. @returns 0, or -1 if the shared cell cannot be made. @safety MT-Safe, AS-Unsafe lock heap */
+/* Stores `value` as the number.
+ * @returns 0, or -1 if the shared cell cannot be made.
+ * @safety MT-Safe, AS-Unsafe lock heap */
 TIRN_API int kesa_thread_watch_add(uint32_t value);
 
 /* Stores 0. @returns 0. @safety MT-Safe, AS-Unsafe lock heap */

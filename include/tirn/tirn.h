@@ -7,6 +7,7 @@
 #include "tirn/base.h"
 #include "tirn/bitops.h"
 #include "tirn/cfg.h"
+#include "tirn/clkm.h"
 #include "tirn/cpu.h"
 #include "tirn/cpumask.h"
 #include "tirn/crc32.h"
@@ -30,6 +31,7 @@
 #include "tirn/syscall.h"
 #include "tirn/thread.h"
 #include "tirn/thread_strategy.h"
+#include "tirn/timer.h"
 #include "tirn/wait.h"
 
 #endif

@@ -5,6 +5,9 @@
 
 #include <atomic>
 
+#include "libtirn/base/cancellation.h"
+#include "tirn/sched.h"
+
 namespace tirn {
 
 // The steps of one owner of such state. Owners are static objects. They join through follow() when they first have
@@ -38,6 +41,20 @@ class ForkSteps {
   ForkSteps* next_ = nullptr;
   std::atomic<bool> is_followed_{false};
 };
+
+// Makes attempts to take a lock before a fork, for some tenths of a second, and returns whether it was taken. The
+// wait has an end because the forking thread may hold the lock itself, in a function that the lock's owner calls.
+template <typename TryLock>
+bool take_before_fork(TryLock try_lock) {
+  const NoCancellation guard;
+  for (int i = 0; i < 4000; ++i) {
+    if (try_lock()) {
+      return true;
+    }
+    kesa_usleep(50);
+  }
+  return false;
+}
 
 }  // namespace tirn
 

@@ -1,4 +1,4 @@
-// The checks of lists whose nodes are the callers' memory.
+// Checks lists whose nodes are the callers' memory.
 #include "libtirn/base/list_check.h"
 
 #include "libtirn/base/log.h"
@@ -56,30 +56,42 @@ void unlink(const Link* cur) {
   }
 }
 
+void append(Link* head, Link* node) {
+  if (head->next == nullptr) [[unlikely]] {
+    init(head);
+  }
+  if (leads_somewhere(head->prev)) [[likely]] {
+    push_back(head, node);
+  } else {
+    push_front(head, node);
+  }
+}
+
 void move_all(Link* from, Link* to) {
   init(to);
   if (!is_empty(from)) {
-    to->next = from->next;
-    to->prev = from->prev;
-    for (Link** const end : {&to->next, &to->prev}) {
-      if (!leads_somewhere(*end)) {
-        *end = to;
-      }
+    if (leads_somewhere(from->next)) {
+      to->next = from->next;
+      set(to->next->prev, to);
     }
-    set(to->next->prev, to);
-    set(to->prev->next, to);
+    if (leads_somewhere(from->prev)) {
+      to->prev = from->prev;
+      set(to->prev->next, to);
+    }
   }
   init(from);
 }
 
-Link* take_first(Link* head, const Reporter& reporter) {
-  Link* const first = head->next;
-  check(first, reporter, head);
-  unlink(first);
-  if (head->next == first || !leads_somewhere(head->next)) [[unlikely]] {  // its `prev` did not lead back here
-    head->next = leads_somewhere(first->next) && first->next != first ? first->next : head;
+void step_over(Link* head, const Link* first, Link* next) {
+  if (head->next != first && leads_somewhere(head->next)) [[likely]] {
+    return;
   }
-  return first;
+  if (leads_somewhere(next) && next != first) {
+    set(head->next, next);
+  } else {
+    set(head->next, head);
+    set(head->prev, head);
+  }
 }
 
 }  // namespace tirn::list

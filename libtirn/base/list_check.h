@@ -1,5 +1,5 @@
-// The checks of lists whose nodes are the callers' memory: a node that was freed or overwritten while it was listed is
-// logged before it crashes the process. Nothing is repaired.
+// Checks lists whose nodes are the callers' memory. A node that was freed or overwritten while it was on a list is
+// logged before the list is used further, which may crash the process. Nothing is repaired.
 #ifndef TIRN_BASE_LIST_CHECK_H
 #define TIRN_BASE_LIST_CHECK_H
 
@@ -25,12 +25,15 @@ void check(const Link* cur, const Reporter& reporter, const Link* last = nullptr
 // links of `cur` itself do not change.
 void unlink(const Link* cur);
 
+// Puts a node at the end of a list; at the front if the head's `prev` leads nowhere. A zeroed head is an empty list.
+void append(Link* head, Link* node);
+
 // Moves the nodes of `from` to `to`, whose former content does not matter.
 void move_all(Link* from, Link* to);
 
-// Checks the first node of a list that is not empty and takes it off. Its own links do not change. If its pointers
-// lead nowhere, the rest of the list is given up.
-Link* take_first(Link* head, const Reporter& reporter);
+// Called after unlink of the first node of a list. If the node's pointers did not lead back to the head, goes on with
+// its former `next`; if that leads nowhere, the rest of the list is given up.
+void step_over(Link* head, const Link* first, Link* next);
 
 }  // namespace tirn::list
 

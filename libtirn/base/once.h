@@ -63,6 +63,9 @@ class Once : ForkSteps {
     return unlock();
   }
 
+  // For a forked child, whose parent's set-up does not serve it: the set-up is to run again.
+  void forget() { done_.store(0, std::memory_order_release); }
+
   bool is_done() const { return done_.load(std::memory_order_acquire) != 0; }
 
  private:

@@ -13,7 +13,6 @@
 #include "libtirn/base/result.h"
 #include "libtirn/base/rwlock_guard.h"
 #include "libtirn/cfg/cfg_tree.h"
-#include "tirn/sched.h"
 
 using namespace tirn;
 using namespace tirn::cfg;
@@ -92,14 +91,10 @@ class StoreHold {
         return;
       }
     }
-    const NoCancellation guard;
-    for (int i = 0; i < 4000 && !g_is_list_locked; ++i) {
+    g_is_list_locked = take_before_fork([] {
       uint64_t free = 0;
-      g_is_list_locked = std::atomic_ref(g_stCfgRwlock).compare_exchange_strong(free, KESA_RWLOCK_WRITER);
-      if (!g_is_list_locked) {
-        kesa_usleep(50);
-      }
-    }
+      return std::atomic_ref(g_stCfgRwlock).compare_exchange_strong(free, KESA_RWLOCK_WRITER);
+    });
   }
 
   static void unlock_list(ForkSteps&) {

@@ -1,4 +1,4 @@
-// Error reports of file systems over netlink, and pseudo-random bytes.
+// Receives error reports of file systems over netlink, and makes pseudo-random bytes.
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <unistd.h>

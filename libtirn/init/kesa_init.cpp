@@ -1,4 +1,4 @@
-// Start-up and tear-down of the library.
+// Starts the library by one table of steps, and tears it down.
 #include <execinfo.h>
 
 #include "libtirn/base/log.h"
@@ -12,6 +12,7 @@
 #include "tirn/schedwork.h"
 #include "tirn/smp.h"
 #include "tirn/thread.h"
+#include "tirn/timer.h"
 
 using namespace tirn;
 
@@ -51,6 +52,7 @@ constexpr StartStep kStartSteps[] = {
     {kesa_gettime_init, "Kesa time initialize failed.", true},
     {kesa_thrd_module_init, nullptr, false},
     {kesa_affinity_init, "Kesa affinity initialize failed.", false},
+    {kesa_timer_module_init, "Kesa timer initialize failed.", true},
     {choose_checksum, nullptr, false},
 };
 // clang-format on

@@ -1,4 +1,4 @@
-// The rows of the table of module names.
+// Defines the rows of the table of module names.
 #include "libtirn/init/module_names.h"
 
 namespace tirn {

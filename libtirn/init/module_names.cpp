@@ -1,4 +1,4 @@
-// The names of modules by id: built once, and then changed by programs.
+// Builds the table of module names once. Programs may change it afterwards.
 #include "libtirn/init/module_names.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-// The names of a node's components by module id.
+// Declares the rows of the table of module names: the components of a node, by module id.
 #ifndef TIRN_INIT_MODULE_NAMES_H
 #define TIRN_INIT_MODULE_NAMES_H
 

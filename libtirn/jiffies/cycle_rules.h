@@ -1,4 +1,4 @@
-// The arithmetic of the cycle clock, apart from the processor's counter.
+// Finds an undisturbed reading of a counter, and rounds clock rates. The counter itself is read elsewhere.
 #ifndef TIRN_JIFFIES_CYCLE_RULES_H
 #define TIRN_JIFFIES_CYCLE_RULES_H
 

@@ -1,4 +1,4 @@
-// Jiffies from the mapped device, or from the cycle clock if there is none.
+// Reads jiffies from the mapped device, or from the cycle clock if there is none.
 #include <atomic>
 
 #include "libtirn/base/once.h"

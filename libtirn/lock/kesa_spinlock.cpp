@@ -20,7 +20,8 @@ constexpr int kBurst = 10;                  // attempts between two readings of 
 constexpr uint64_t kSpinTime = 99999;       // nanoseconds until the waiter sleeps
 constexpr uint32_t kFramesOfTheWaiter = 2;  // the frames of debug_dump_stack and of the lock function
 
-// Relaxed, with separate read and write: of two concurrent changes one may be lost.
+// Relaxed. A change is a separate load and store, so of two concurrent changes one may be lost; the flags only switch
+// diagnostics.
 constinit std::atomic<uint64_t> g_flags{0};
 
 // Reads the word before it tries to take it, so that a waiter does not pull the cache line away from the holder.

@@ -33,8 +33,8 @@ inline bool count(uint64_t& word, uint64_t& pair, uint32_t of_writers) {
                                                      std::memory_order_relaxed);
 }
 
-// Counts one more reader or writer and returns the pair as it was. On the releasing pair, the release in here pairs
-// with the acquire in released().
+// Counts one more reader or writer and returns the pair as it was. On `released_pair`, the release in here pairs with
+// the acquire in released().
 inline uint64_t add(uint64_t& word, uint32_t of_writers) {
   uint64_t pair = std::atomic_ref(word).load(std::memory_order_relaxed);
   while (!count(word, pair, of_writers)) {
@@ -48,8 +48,8 @@ inline uint64_t released(kesa_trwlock& lock) {
 
 // Takes a ticket and waits until all earlier tickets that `half` counts are released.
 //
-// As in the ticket spinlock, no full barrier is needed: what the lock guards is accessed after an acquiring load of
-// the releasing pair and before a releasing increment of it.
+// As in the ticket spinlock, no full barrier is needed: what the lock guards is accessed after an acquire load of
+// `released_pair` and before a release increment of it.
 template <uint32_t (*half)(uint64_t)>
 inline void take(kesa_trwlock& lock, uint32_t of_writers) {
   const uint32_t earlier = half(add(lock.tickets_pair, of_writers));

@@ -18,8 +18,8 @@ namespace {
 
 constexpr size_t kTableBytes = TIRN_MODULE_COUNT * sizeof(int64_t);
 
-// Held while a thread looks for the table. No thread waits for this mutex, because the look-up may call handlers of
-// the kernel side and of the log: these allocate memory too, or wait for a thread that does.
+// Held while a thread looks for the table. No thread waits for this mutex: handlers of the kernel side and of the log
+// that the look-up calls may allocate, or wait for a thread that does, so a waiting thread could deadlock.
 pthread_mutex_t g_table_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 constinit ForkSteps g_fork_steps([](ForkSteps&) { g_table_mutex = PTHREAD_MUTEX_INITIALIZER; });

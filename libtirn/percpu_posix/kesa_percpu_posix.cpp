@@ -1,4 +1,4 @@
-// The once control and the thread keys of POSIX, with a log line for each failure.
+// Calls the once control and the thread keys of POSIX, and logs each failure.
 #include "libtirn/base/log.h"
 #include "libtirn/base/result.h"
 #include "tirn/percpu_posix.h"

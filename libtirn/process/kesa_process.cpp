@@ -1,4 +1,4 @@
-// The stamp of this process incarnation, and mutexes by kind.
+// Takes a stamp that differs between this process and an earlier one of the same program, and makes mutexes by kind.
 #include "tirn/process.h"
 
 #include <time.h>

@@ -36,19 +36,23 @@ kesa_sched_work* take_first(const list::Reporter& reporter) {
   if (list::is_empty(&g_pool.work_list)) {
     return nullptr;
   }
-  list::Link* const first = list::take_first(&g_pool.work_list, reporter);
+  list::Link* const first = g_pool.work_list.next;
+  list::check(first, reporter);
+  list::Link* const second = first->next;
+  list::unlink(first);
+  list::step_over(&g_pool.work_list, first, second);
   poison(first);
   return const_cast<kesa_sched_work*>(work_of(first));
 }
 
-// Queues the record, unless it is queued already, and returns whether it did. Between this and the raising of the
-// semaphore nothing is a cancellation point.
+// Queues the record, unless it is queued already, and returns whether it did. There is no cancellation point between
+// this and kesa_sem_enhance_up, so no record is left without its unit.
 bool queue(kesa_sched_work& work) {
   lock_spinlock(g_pool.list_lock);
   const bool can_be_queued = is_poisoned(work.link);
   if (can_be_queued) {
     list::check(&g_pool.work_list, {"kesa_sched_add_work", KesaSchedWorkShow});
-    list::push_back(&g_pool.work_list, &work.link);
+    list::append(&g_pool.work_list, &work.link);
   }
   unlock_spinlock(g_pool.list_lock);
   return can_be_queued;

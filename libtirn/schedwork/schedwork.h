@@ -34,13 +34,13 @@ struct WorkerSlot {
 
 inline constexpr size_t kCacheLine = 64;
 
-// What the adders write, what the workers count and what all only read lie in cache lines of their own. The initial
-// values are valid: a pool that could not be set up is merely empty.
+// The counts, the queue, the semaphore and what is mostly read lie in cache lines of their own. The initial values
+// are valid: a pool that could not be set up is merely empty.
 struct Pool {
   Once init_mutex;  // one start or end of the pool at a time
   std::atomic<uint32_t> inited{0};
   std::atomic<uint32_t> threads_started{0};
-  kesa_spinlock destroy_lock = KESA_SPINLOCK_INIT;  // for changes of `destroying` and the end of the counts
+  kesa_spinlock destroy_lock = KESA_SPINLOCK_INIT;  // guards `destroying` and the reset of the counts
   std::atomic<uint32_t> destroying{0};
   alignas(kCacheLine) std::atomic<int32_t> total_threads{0};
   std::atomic<int32_t> free_threads{0};
@@ -51,7 +51,7 @@ struct Pool {
   alignas(kCacheLine) kesa_spinlock list_lock = KESA_SPINLOCK_INIT;
   kesa_list_head work_list{&work_list, &work_list};
   alignas(kCacheLine) kesa_sem_enhance work_sem{KESA_SPINLOCK_INIT, 0, {&work_sem.waiters, &work_sem.waiters}};
-  alignas(kCacheLine) std::atomic<uint32_t> generation{0};  // of the threads; each end of the pool begins a new one
+  alignas(kCacheLine) std::atomic<uint32_t> generation{0};  // raised by each end of the pool
   kesa_heal_task heal_task{};
   std::atomic<uint64_t> last_check_jiffies{0};  // when the three minutes began; 0 before the first check
   std::atomic<uint64_t> last_started_works{0};

@@ -143,12 +143,12 @@ int kesa_sched_work_timeout_theck() {
 }
 
 int kesa_is_all_work_timeout() {
-  const uint64_t now = kesa_get_jiffies();
   const uint64_t started = g_pool.started_works.load(relaxed);
   const auto running = static_cast<int64_t>(started - g_pool.finished_works.load(relaxed));
-  const uint64_t last = g_pool.last_check_jiffies.load(relaxed);
+  const uint64_t last = g_pool.last_check_jiffies.load(std::memory_order_acquire);
+  const uint64_t now = kesa_get_jiffies();  // after `last`, which another caller may be storing
   if (last == 0 || started != g_pool.last_started_works.load(relaxed) || running < int64_t{kSlots}) {
-    g_pool.last_check_jiffies.store(now, relaxed);
+    g_pool.last_check_jiffies.store(now, std::memory_order_release);
     g_pool.last_started_works.store(started, relaxed);
     return 0;
   }

@@ -30,18 +30,11 @@ constexpr auto relaxed = std::memory_order_relaxed;
 constinit std::atomic<int32_t> g_least_free{kLeastFree};
 constinit std::atomic<int32_t> g_most_free{kMostFree};
 
-// The queue is locked during a fork, so that the child finds it whole. The wait ends after about a second: the
-// forking thread may hold the lock itself, in a log callback that forks.
+// The queue is locked during a fork, so that the child finds it whole.
 bool g_is_list_locked = false;
 
 void lock_list(ForkSteps&) {
-  const NoCancellation guard;
-  for (int i = 0; i < 4000 && !g_is_list_locked; ++i) {
-    g_is_list_locked = take_spinlock(g_pool.list_lock);
-    if (!g_is_list_locked) {
-      kesa_usleep(50);
-    }
-  }
+  g_is_list_locked = take_before_fork([] { return take_spinlock(g_pool.list_lock); });
 }
 
 void unlock_list(ForkSteps&) {
@@ -97,16 +90,22 @@ void discount_idle_thread() {
 }
 
 // Returns whether the thread has to end because the pool does. It is no longer counted then.
-bool ends_with_pool() {
+bool ends_with_pool(const Worker& worker) {
   if (g_pool.destroying.load(std::memory_order_acquire) == 0) {
     return false;
   }
   lock_spinlock(g_pool.destroy_lock);
-  if (g_pool.destroying.load(relaxed) != 0) {  // otherwise the counts are 0 already
+  if (worker.is_counted()) {
     discount_idle_thread();
   }
   unlock_spinlock(g_pool.destroy_lock);
   return true;
+}
+
+void release_slot(Worker& worker) {
+  if (worker.slot != kNoSlot) {
+    kesa_del_sched_work_timeout_check(std::exchange(worker.slot, kNoSlot));
+  }
 }
 
 // Runs a record. Returns false if the thread has to end afterwards.
@@ -129,16 +128,18 @@ bool run_work(Worker& worker, kesa_sched_work* work) {
   if (g_pool.free_threads.fetch_add(1, relaxed) < g_most_free.load(relaxed)) {
     return true;
   }
+  release_slot(worker);  // first, since a thread that is counted in its place needs one
   discount_idle_thread();
   TIRN_DEBUG_AS(kFunction, "Sched work thread exited.");
   return false;
 }
 
+bool has_work() { return std::atomic_ref(g_pool.work_list.next).load(relaxed) != &g_pool.work_list; }
+
 // Looks for more work for a few microseconds. To sleep and be woken for the next record costs both sides more.
 void look_for_work() {
   constexpr int kLooks = 100;
-  const std::atomic_ref first(g_pool.work_list.next);
-  for (int i = 0; i < kLooks && first.load(relaxed) == &g_pool.work_list; ++i) {
+  for (int i = 0; i < kLooks && !has_work(); ++i) {
     arch::spin_hint();
   }
 }
@@ -153,7 +154,7 @@ void serve(Worker& worker) {
       }
       return;
     }
-    if (ends_with_pool()) {
+    if (ends_with_pool(worker)) {
       return;
     }
     kesa_sched_work* const work = sched_work_select_task();
@@ -166,16 +167,18 @@ void serve(Worker& worker) {
   }
 }
 
-// Gives back what the worker has. If a handler has ended the thread, it is still counted, though not as idle.
+// Gives back what the worker has. If a handler has ended the thread, it is still counted, though not as idle; if the
+// pool has ended meanwhile, the slot stays claimed.
 void leave(Worker& worker) {
   if (worker.is_running_work) {
     g_pool.finished_works.fetch_add(1, relaxed);
-    if (worker.is_counted()) {
-      g_pool.total_threads.fetch_sub(1, relaxed);
+    if (!worker.is_counted()) {
+      return;
     }
   }
-  if (worker.slot != kNoSlot) {
-    kesa_del_sched_work_timeout_check(worker.slot);
+  release_slot(worker);
+  if (worker.is_running_work) {
+    g_pool.total_threads.fetch_sub(1, relaxed);
   }
 }
 
@@ -224,13 +227,13 @@ void end_pool() {
     TIRN_DEBUG_AS("sched_work_destroy", "some sched work thread exited abnormally. totalThread = %d",
                   total - kNoMoreThreads);
   }
-  // In one step for a thread that still finds the pool ending: it discounts itself before this, or not at all.
+  // Under the lock, so that a thread which sees `destroying` either subtracts itself before the reset or not at all.
   lock_spinlock(g_pool.destroy_lock);
   g_pool.total_threads.store(0, relaxed);
   g_pool.free_threads.store(0, relaxed);
   g_pool.destroying.store(0, std::memory_order_release);
-  unlock_spinlock(g_pool.destroy_lock);
   g_pool.threads_started.store(0, relaxed);
+  unlock_spinlock(g_pool.destroy_lock);
 }
 
 }  // namespace

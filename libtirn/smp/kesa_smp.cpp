@@ -1,4 +1,4 @@
-// The numbers of CPUs that are online and configured.
+// Counts the CPUs that are online and those that are configured.
 #include "tirn/smp.h"
 
 #include <unistd.h>

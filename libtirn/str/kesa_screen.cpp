@@ -1,4 +1,4 @@
-// The screen for special characters in commands.
+// Screens commands for special characters.
 #include <cstring>
 
 #include "tirn/str.h"

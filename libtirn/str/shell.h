@@ -1,4 +1,4 @@
-// Starting the shell that runs a command, and waiting for its end.
+// Starts the shell that runs a command, and waits for its end.
 #ifndef TIRN_STR_SHELL_H
 #define TIRN_STR_SHELL_H
 

@@ -1,4 +1,4 @@
-// Binding threads to CPUs.
+// Binds threads to CPUs, and tells which ones they are bound to.
 #include <algorithm>
 #include <atomic>
 #include <cerrno>

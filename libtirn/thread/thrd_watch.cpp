@@ -1,4 +1,4 @@
-// A number that the processes of one user on a node share.
+// Keeps a number that the processes of one user on a node share, in a shared-memory object.
 #include <atomic>
 
 #include "libtirn/base/once.h"

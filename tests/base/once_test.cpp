@@ -30,18 +30,25 @@ TEST(Once, WhatCountsAsDone) {
   const struct {
     Done done;
     int result, runs_of_three, last_result;
-  } kRows[] = {{Done::kOnSuccess, 0, 1, 0}, {Done::kOnSuccess, -22, 3, -22}, {Done::kAlways, 0, 1, 0},
-               {Done::kAlways, -22, 1, 0},  {Done::kNever, 0, 3, 0},         {Done::kNever, -22, 3, -22}};
+  } kRows[] = {{Done::kOnSuccess, 0, 1, 0}, {Done::kOnSuccess, -EINVAL, 3, -EINVAL},
+               {Done::kAlways, 0, 1, 0},    {Done::kAlways, -EINVAL, 1, 0},
+               {Done::kNever, 0, 3, 0},     {Done::kNever, -EINVAL, 3, -EINVAL}};
   for (const auto& row : kRows) {
     SCOPED_TRACE(testing::Message() << "row " << &row - kRows);
     Once& once = fresh();
     int runs = 0, undone = 0;
     const auto run = [&] { return once.run([&] { return ++runs, row.result; }, row.done); };
-    EXPECT_TRUE(run() == row.result && (run(), run() == row.last_result));
+    for (const int result : {row.result, row.last_result, row.last_result}) {
+      EXPECT_EQ(run(), result);
+    }
     const bool is_done = row.runs_of_three == 1;
-    EXPECT_TRUE(runs == row.runs_of_three && once.is_done() == is_done) << runs;
-    EXPECT_TRUE(once.undo([&] { ++undone; }) == 0 && once.undo([&] { ++undone; }) == 0);
-    EXPECT_TRUE(undone == is_done && !once.is_done()) << undone;
+    EXPECT_EQ(runs, row.runs_of_three);
+    EXPECT_EQ(once.is_done(), is_done);
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(once.undo([&] { ++undone; }), 0);
+    }
+    EXPECT_EQ(undone, is_done ? 1 : 0);
+    EXPECT_FALSE(once.is_done());
     EXPECT_EQ(run(), row.result);
     EXPECT_EQ(runs, row.runs_of_three + 1);
   }

@@ -49,7 +49,7 @@ TEST(JiffiesDevice, IsFoundReadAndRecorded) {
   EXPECT_EQ(jiffies_uio_get(), &g_jiffies_uio);
   EXPECT_EQ(g_jiffies_uio.addr, 0xfee00000u);
   EXPECT_EQ(g_jiffies_uio.size, 4096u);
-  EXPECT_TRUE(g_jiffies_uio.dev_fd > 2 && g_jiffies_uio.offset_fd > 2);
+  EXPECT_TRUE(g_jiffies_uio.dev_fd > STDERR_FILENO && g_jiffies_uio.offset_fd > STDERR_FILENO);
   EXPECT_EQ(mprotect(const_cast<uint64_t*>(g_jiffies_uio.jiffies - 2), 4096, PROT_READ), 0);
   // Once mapped, the device stays, whatever happens to the folder.
   kernel.no_jiffies();

@@ -20,7 +20,7 @@ TEST(ShellStressNative, ThreadsAndSignals) {
   const int lowest = dup(0);                           // the lowest descriptor that is free
   close(lowest);
   std::atomic<unsigned> running{16};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (unsigned thread = 0; thread < 16; ++thread) {
     threads.emplace_back([&running, thread] {
       for (unsigned round = 0; round < 20; ++round) {
@@ -38,14 +38,12 @@ TEST(ShellStressNative, ThreadsAndSignals) {
     });
   }
   while (running != 0) {
-    for (std::thread& thread : threads) {
+    for (std::jthread& thread : threads) {
       pthread_kill(thread.native_handle(), SIGUSR1);
     }
     usleep(3000);
   }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  threads.clear();  // joins them
   EXPECT_EQ(dup(0), lowest);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }

@@ -54,14 +54,17 @@ TEST(BitSearch, FindsTheNextHitWhereverItIs) {
 }
 
 TEST(BitSearch, NothingIsReadForAnEmptyRangeOrWithoutAPointer) {
-  EXPECT_TRUE(find_first_bit(nullptr, 0) == 0 && find_first_zero_bit(nullptr, 0) == 0);
-  EXPECT_TRUE(kesa_find_next_zero_bit(nullptr, 70, 70) == 70 && find_next_bit(nullptr, 64, ~0ull) == 64);
-  const uint8_t map[] = {1, 0};
+  EXPECT_EQ(find_first_bit(nullptr, 0), 0u);
+  EXPECT_EQ(find_first_zero_bit(nullptr, 0), 0u);
+  EXPECT_EQ(kesa_find_next_zero_bit(nullptr, 70, 70), 70u);
+  EXPECT_EQ(find_next_bit(nullptr, 64, ~0ull), 64u);
+  const uint8_t bits[] = {1, 0};
   int32_t at = -7;
-  EXPECT_TRUE(kesa_bitop_findfirstsetbit(map, 8, nullptr) == 0 && kesa_bitop_findfirstsetbit(nullptr, 8, &at) == 0);
-  EXPECT_TRUE(kesa_bitop_findfirstclrbit(map, 8, nullptr) == 0 && kesa_bitop_findfirstclrbit(nullptr, 8, &at) == 0);
-  EXPECT_TRUE(kesa_bitop_findnextsetbit(map, 8, 0, nullptr) == 0 &&
-              kesa_bitop_findnextsetbit(nullptr, 8, 0, &at) == 0);
+  for (const auto& [map, position] : {std::pair<const void*, int32_t*>{bits, nullptr}, {nullptr, &at}}) {
+    EXPECT_EQ(kesa_bitop_findfirstsetbit(map, 8, position), 0);
+    EXPECT_EQ(kesa_bitop_findfirstclrbit(map, 8, position), 0);
+    EXPECT_EQ(kesa_bitop_findnextsetbit(map, 8, 0, position), 0);
+  }
   EXPECT_EQ(at, -7);
 }
 
@@ -82,8 +85,10 @@ TEST(BitChange, IsAtomicOnItsByte) {
   together(2, [map](unsigned other) {
     const uint32_t bit = 19 + other;
     for (int i = 0; i < 300000 && !testing::Test::HasFailure(); ++i) {
-      EXPECT_TRUE(kesa_test_and_set_bit(bit, map) == 0 && kesa_test_and_set_bit(bit, map) == 1);
-      EXPECT_TRUE(kesa_test_and_clear_bit(bit, map) == 1 && kesa_test_and_clear_bit(bit, map) == 0);
+      EXPECT_EQ(kesa_test_and_set_bit(bit, map), 0);
+      EXPECT_EQ(kesa_test_and_set_bit(bit, map), 1);
+      EXPECT_EQ(kesa_test_and_clear_bit(bit, map), 1);
+      EXPECT_EQ(kesa_test_and_clear_bit(bit, map), 0);
       kesa_set_bit(bit, map), kesa_set_bit(bit, map);
       EXPECT_EQ(kesa_test_and_set_bit(bit, map), 1);
       kesa_clear_bit(bit, map), kesa_clear_bit(bit, map);
@@ -94,14 +99,17 @@ TEST(BitChange, IsAtomicOnItsByte) {
 }
 
 TEST(BitCount, Weights) {
-  EXPECT_TRUE(kesa_hweight32(0) == 0 && kesa_hweight32(0xFFFFFFFF) == 32 && kesa_hweight32(0x80010101) == 4);
-  EXPECT_TRUE(kesa_hweight64(~0ull) == 64 && kesa_hweight64(0x8000000100000001) == 3);
+  for (const auto& [word, weight] : {std::pair{0u, 0u}, {0xFFFFFFFF, 32}, {0x80010101, 4}}) {
+    EXPECT_EQ(kesa_hweight32(word), weight);
+    EXPECT_EQ(kesa_hweight64(uint64_t{word} << 32 | 1), weight + 1);
+  }
 }
 
 TEST(Endian, LittleStaysAndBigIsReversed) {
   const auto both = []<typename Value>(Value (*to)(Value), Value (*from)(Value), std::type_identity_t<Value> value,
                                        std::type_identity_t<Value> expected) {
-    EXPECT_TRUE(to(value) == expected && from(value) == expected) << std::hex << to(value) << ' ' << from(value);
+    EXPECT_EQ(to(value), expected) << std::hex << to(value);
+    EXPECT_EQ(from(value), expected) << std::hex << from(value);
   };
   both(kesa_endian_cputolittle16, kesa_endian_littletocpu16, 0x1234, 0x1234);
   both(kesa_endian_cputolittle32, kesa_endian_littletocpu32, 0x12345678, 0x12345678);

@@ -67,7 +67,8 @@ class Crc32 : public testing::Test {
     std::generate(source.begin(), source.end(), [&] { return static_cast<uint8_t>(random()); });
   }
 
-  // Checks a form against the tables for `length` bytes at `from`: in one piece and, without the copy, cut in two.
+  // Checks a form against the tables for `length` bytes at `from`. The checksums are taken in one piece and in two;
+  // the CRC-32C with a copy to `to` is taken in one piece only.
   void check(const Form& form, const uint8_t* from, size_t length, uint8_t* to) {
     const auto seed = static_cast<uint32_t>(random());
     const size_t cut = random() % (length + 1);
@@ -110,10 +111,13 @@ TEST_F(Crc32, KnownValuesAndEmptyInput) {
   char copied[9];
   EXPECT_EQ(~kesa_crc32cContinue_with_cpy(~0u, copied, 9, kText), 0xE3069283u);
   EXPECT_EQ(std::memcmp(copied, kText, 9), 0);
-  EXPECT_TRUE(kesa_crc16_soft(0, kText, 9) == 0xD0DB && kesa_crc16(0, kText, 9) == 0xD0DB);
+  EXPECT_EQ(kesa_crc16_soft(0, kText, 9), 0xD0DB);
+  EXPECT_EQ(kesa_crc16(0, kText, 9), 0xD0DB);
   for (const auto& [buffer, length] : {std::pair{static_cast<const char*>(nullptr), 9u}, {kText, 0u}}) {
-    EXPECT_TRUE(kesa_crc32c(buffer, length) == 0 && kesa_crc32c_soft(buffer, length) == 0);
-    EXPECT_TRUE(kesa_crc32cStart(buffer, length) == ~0u && kesa_crc32cContinue(7, buffer, length) == 7);
+    EXPECT_EQ(kesa_crc32c(buffer, length), 0u);
+    EXPECT_EQ(kesa_crc32c_soft(buffer, length), 0u);
+    EXPECT_EQ(kesa_crc32cStart(buffer, length), ~0u);
+    EXPECT_EQ(kesa_crc32cContinue(7, buffer, length), 7u);
     EXPECT_EQ(kesa_crc16(7, buffer, length), 7u);
   }
   for (const uint32_t length : {0x80000000u, 0xFFFFFFFFu}) {
@@ -149,7 +153,7 @@ TEST_F(Crc32, EveryFormAgreesWithTheTables) {
 // halves are cleared.
 TEST_F(Crc32, NoFormLeavesUpperHalves) {
   unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-  const bool is_told = __get_cpuid_count(0xD, 1, &eax, &ebx, &ecx, &edx) != 0 && (eax & 4) != 0;
+  const bool is_known = __get_cpuid_count(0xD, 1, &eax, &ebx, &ecx, &edx) != 0 && (eax & 4) != 0;
   const auto leaves_some = [](const auto& call) {
     asm volatile("vzeroupper");
     call();
@@ -158,7 +162,7 @@ TEST_F(Crc32, NoFormLeavesUpperHalves) {
     return (low & 4) != 0;
   };
   const auto dirty = [] { asm volatile("vpcmpeqd %%ymm0, %%ymm0, %%ymm0" ::: "xmm0"); };
-  if (!is_told || !__builtin_cpu_supports("avx2") || leaves_some([] {}) || !leaves_some(dirty)) {
+  if (!is_known || !__builtin_cpu_supports("avx2") || leaves_some([] {}) || !leaves_some(dirty)) {
     GTEST_SKIP() << "this processor does not tell which registers are in use";
   }
   for (const Form& form : forms()) {

@@ -96,16 +96,19 @@ TEST(HashTable, MemoryComesFromTheAllocatorAndGoesBack) {
     budget = pieces;
     table = reinterpret_cast<kesa_hash_table*>(&attr);
     EXPECT_EQ(kesa_hash_create_ex(4, &table, 0, &attr), pieces < 2 ? -ENOMEM : 0);
-    EXPECT_TRUE((table == nullptr) == (pieces < 2) && balance == (pieces < 2 ? 0 : 2)) << pieces << " " << balance;
+    EXPECT_EQ(table == nullptr, pieces < 2) << pieces;
+    EXPECT_EQ(balance, pieces < 2 ? 0 : 2) << pieces;
   }
   std::vector<kesa_hash_node> nodes(9);
   for (uint64_t i = 0; i < nodes.size(); ++i) {
     nodes[i].key = i;
     EXPECT_EQ(kesa_hash_insert(table, &nodes[i]), 0);
   }
-  EXPECT_TRUE(kesa_hash_delete(table, 0, 3, nullptr) == 0 && kesa_hash_delete(table, 0, 3, nullptr) == -1);
+  EXPECT_EQ(kesa_hash_delete(table, 0, 3, nullptr), 0);
+  EXPECT_EQ(kesa_hash_delete(table, 0, 3, nullptr), -1);
   kesa_hash_node* node = nodes.data();
-  EXPECT_TRUE(kesa_hash_search(table, 0, 3, &node) == -1 && node == nullptr);
+  EXPECT_EQ(kesa_hash_search(table, 0, 3, &node), -1);
+  EXPECT_EQ(node, nullptr);
   visits = 0;
   const auto release = [](kesa_hash_node* released) {
     visits += is_alone(*released);
@@ -113,7 +116,8 @@ TEST(HashTable, MemoryComesFromTheAllocatorAndGoesBack) {
   };
   EXPECT_EQ(kesa_hash_destory(table, release), 0);
   EXPECT_TRUE(visits == nodes.size() - 1 && balance == 0) << visits << ' ' << balance;
-  EXPECT_TRUE(kesa_hash_attr_init(nullptr) == -1 && kesa_hash_attr_init(&attr) == 0);
+  EXPECT_EQ(kesa_hash_attr_init(nullptr), -1);
+  EXPECT_EQ(kesa_hash_attr_init(&attr), 0);
   EXPECT_TRUE(attr.malloc == nullptr && attr.free == nullptr);
 }
 
@@ -122,14 +126,20 @@ TEST(HashTable, SizesAndWrongArguments) {
   kesa_hash_node node{{}, ~0ull, ~0u};
   for (const auto& [requested, count] : {std::pair{1u, 1u}, {2, 2}, {1000, 512}, {1024, 1024}}) {
     ASSERT_EQ(kesa_hash_create(requested, &table, 0), 0);
-    EXPECT_TRUE(table->bucketCount == count && hash_pow(table->bits) == count) << requested;
+    EXPECT_EQ(table->bucketCount, count);
+    EXPECT_EQ(hash_pow(table->bits), count);
     EXPECT_EQ(kesa_hash_insert(table, &node), 0);
     EXPECT_EQ(node.link.next, &table->buckets[hash_func(~0u, ~0ull, table->bits)]);
     kesa_hash_destory(table, nullptr);
   }
-  EXPECT_TRUE(hash_func(0, 1, 16) == 0x9E37 && hash_func(1, 0xFFFFFFFF00000000, 64) == 0xFFFC000100000000);
-  EXPECT_TRUE(hash_pow(30) == 1u << 30 && hash_pow(31) == 0 && hash_pow(255) == 0);
-  EXPECT_TRUE(hash_get_pow(0) == 0 && hash_get_pow(1) == 0 && hash_get_pow(UINT32_MAX) == 31);
+  EXPECT_EQ(hash_func(0, 1, 16), 0x9E37u);
+  EXPECT_EQ(hash_func(1, 0xFFFFFFFF00000000, 64), 0xFFFC000100000000u);
+  for (const auto& [bits, buckets] : {std::pair{uint8_t{30}, 1u << 30}, {31, 0}, {255, 0}}) {
+    EXPECT_EQ(hash_pow(bits), buckets);
+  }
+  for (const auto& [buckets, bits] : {std::pair{0u, 0u}, {1, 0}, {UINT32_MAX, 31}}) {
+    EXPECT_EQ(hash_get_pow(buckets), bits);
+  }
   Table some;
   EXPECT_EQ(some.for_each([](Item&) { return 0; }), -EINVAL);
   ASSERT_EQ(some.create(4, 0), 0);

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "support/faults.h"
-#include "support/log_capture.h"
 #include "support/random_seed.h"
 #include "support/ring.h"
 #include "support/wait_until.h"
@@ -27,15 +26,17 @@ TEST_P(RingByFlags, AgreesWithAModel) {
        {std::tuple{0u, 1u, 1u}, {UINT32_MAX - 500, 2, 2}, {UINT32_MAX - 500, 8, 5}, {0x7FFFFFFC, 64, 64}}) {
     const Ring ring = ring_from(start, count, GetParam());
     EXPECT_TRUE(ring->flags == GetParam() && ring->producer.watermark == count);
-    EXPECT_TRUE(ring->producer.singleProducer == (GetParam() & 1) &&
-                ring->consumer.singleConsumer == (GetParam() & 2));
+    EXPECT_TRUE(ring->producer.singleProducer == (GetParam() & KESA_RING_SINGLE_PRODUCER) &&
+                ring->consumer.singleConsumer == (GetParam() & KESA_RING_SINGLE_CONSUMER));
     ring->producer.watermark = watermark;
     const uint32_t mask = count - 1;
     std::deque<uint64_t> model;
     for (int step = 0; step < 20000; ++step) {
       const auto used = static_cast<uint32_t>(model.size());
-      ASSERT_TRUE(kesa_ring_count(ring.get()) == used && kesa_ring_free_count(ring.get()) == mask - used);
-      ASSERT_TRUE(kesa_ring_empty(ring.get()) == (used == 0) && kesa_ring_full(ring.get()) == (used == mask));
+      ASSERT_EQ(kesa_ring_count(ring.get()), used);
+      ASSERT_EQ(kesa_ring_free_count(ring.get()), mask - used);
+      ASSERT_EQ(kesa_ring_empty(ring.get()), used == 0 ? 1u : 0u);
+      ASSERT_EQ(kesa_ring_full(ring.get()), used == mask ? 1u : 0u);
       ASSERT_EQ(kesa_ring_size(ring.get()), count);
       const bool puts = random() % 2 == 0;
       const uint32_t room = puts ? mask - used : used;
@@ -73,7 +74,7 @@ TEST(Ring, IsMadeOfPowersOfTwoAndAnswersForNull) {
   EXPECT_EQ(capture.count(TIRN_LOG_ERROR, "kesa_ring_create:uiCount must be a power of 2 or great than MAX"), 4u);
   EXPECT_EQ(kesa_ring_free_count(Ring(kesa_ring_create(0x08000000, 0)).get()), 0x07FFFFFFu);
   kesa_ring* ring = kesa_ring_create(4, KESA_RING_SINGLE_BOTH);
-  EXPECT_EQ(ring->flags, 3u);
+  EXPECT_EQ(ring->flags, KESA_RING_SINGLE_PRODUCER | KESA_RING_SINGLE_CONSUMER);
   kesa_ring_delete(&ring), kesa_ring_delete(&ring), kesa_ring_delete(nullptr);
   {
     const Faults faults({.kinds = kHeapFaults, .number = 1});
@@ -98,7 +99,7 @@ TEST(Ring, IsMadeOfPowersOfTwoAndAnswersForNull) {
 TEST(Ring, WaitsForEarlierClaims) {
   static std::atomic<int> yields;
   Imports imports(Object::library);
-  imports.redirect("sched_yield", reinterpret_cast<void*>(+[]() -> int { return ++yields, 0; }));
+  imports.redirect("sched_yield", []() -> int { return ++yields, 0; });
   const Ring ring = ring_from(UINT32_MAX, 8, 0);
   auto& side = ring->producer;
   std::atomic_ref(side.head).store(0);

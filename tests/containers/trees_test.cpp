@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <iterator>
 #include <random>
 #include <set>
 #include <vector>
@@ -52,7 +51,8 @@ void insert(Avl& tree, Item& item) {
   } else {
     ASSERT_EQ(kesa_insert_avl_node(native, &item, cookie), 0);
   }
-  ASSERT_TRUE(tree.prev(item) == near[0] && tree.next(item) == near[1]);
+  ASSERT_EQ(tree.prev(item), near[0]);
+  ASSERT_EQ(tree.next(item), near[1]);
 }
 
 void erase(Avl& tree, Item& item) { tree.erase(item); }
@@ -201,7 +201,9 @@ TEST(AvlTree, RemovalTakesTheNeighbourOnTheHigherSideAndLogs) {
     EXPECT_EQ(log.count("Set AVL balance done."), 1u) << digits;
     bed.leave(bed.items[erased]);
     EXPECT_EQ(bed.tree.native()->root, &bed.items[root].avl) << digits;
-    EXPECT_TRUE(kesa_destroy_avl(bed.tree.native()) == 0 && bed.tree.empty() && bed.tree.size() == 0);
+    EXPECT_EQ(kesa_destroy_avl(bed.tree.native()), 0);
+    EXPECT_TRUE(bed.tree.empty());
+    EXPECT_EQ(bed.tree.size(), 0u);
     EXPECT_EQ(log.count("Remove node not need set balance."), 0u);
     bed.enter(bed.items[9]), bed.leave(bed.items[9]);
     EXPECT_EQ(log.count("Remove node not need set balance."), 1u);
@@ -220,7 +222,8 @@ TEST(AvlTree, ACompareFunctionThatAnswersNonsenseLosesNothing) {
     for (const int answer : {2, -2, INT_MIN}) {
       uint64_t cookie = 77;
       honest_turns = turns, last_answer = answer;
-      EXPECT_TRUE(kesa_find_avl_node(tree, &bed.items[9], &cookie) == nullptr && cookie == 0);
+      EXPECT_EQ(kesa_find_avl_node(tree, &bed.items[9], &cookie), nullptr);
+      EXPECT_EQ(cookie, 0u);
       honest_turns = turns;
       kesa_add_avl_node(tree, &bed.items[9]);
       const std::vector<Item*> found = checked(bed.tree);
@@ -286,7 +289,8 @@ TEST(RbTree, NodesInNoTreeAndReplacement) {
   Bed<Rb> bed("1234567");
   Item free{};
   kesa_rb_clear_node(&free.rb);
-  EXPECT_TRUE(kesa_rb_next(&free.rb) == nullptr && kesa_rb_prev(&free.rb) == nullptr);
+  EXPECT_EQ(kesa_rb_next(&free.rb), nullptr);
+  EXPECT_EQ(kesa_rb_prev(&free.rb), nullptr);
   for (Item& old : bed.tree) {  // the root, inner nodes and leaves
     Item twin = old;
     twin.rb = {~0ull, nullptr, nullptr};

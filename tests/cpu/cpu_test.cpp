@@ -7,7 +7,6 @@
 #include "support/child_process.h"
 #include "support/faults.h"
 #include "support/kernel_side.h"
-#include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
@@ -23,9 +22,7 @@ struct Mask {
   uint64_t words[16]{};
   int result = 1;
   explicit Mask(const char* text) { result = kesa_cpum_parse_cpumask(text, words); }
-  bool is(uint64_t first_word) const {
-    return words[0] == first_word && std::all_of(words + 1, words + 16, [](uint64_t word) { return word == 0; });
-  }
+  bool is(uint64_t first_word) const { return words[0] == first_word && std::count(words + 1, words + 16, 0) == 15; }
 };
 
 }  // namespace
@@ -34,7 +31,8 @@ TEST(CpuList, GoodItemsCountBesideBadOnes) {
   LogCapture log;
   EXPECT_EQ(kesa_cpum_init("/nowhere"), -1);
   const Mask mixed("0-3,x,8,3-1,2000");
-  EXPECT_TRUE(mixed.result == 0 && mixed.is(0x10F));
+  EXPECT_EQ(mixed.result, 0);
+  EXPECT_TRUE(mixed.is(0x10F));
   EXPECT_EQ(log.texts().size(), 4u) << log;  // two about the file, one about each bad item but the last
   EXPECT_EQ(Mask("1020-2000").words[15], uint64_t{0xF} << 60);
   for (const char* const text : {"3-1", "2000", static_cast<const char*>(nullptr)}) {
@@ -69,7 +67,8 @@ TEST(Partitions, AreFoundByNameAndStandInLists) {
       {"GROUP_3/loop", 6},  // a list that names itself is not read again, and the other items count
   };
   for (const auto& [text, mask] : rows) {
-    EXPECT_TRUE(Mask(text).result == 0 && Mask(text).is(mask)) << text;
+    EXPECT_EQ(Mask(text).result, 0) << text;
+    EXPECT_TRUE(Mask(text).is(mask)) << text;
   }
   EXPECT_EQ(Mask("GROUP_0/a_name_that_is_longer_than_any_can_be").result, -1);
   Mask all("0-22");
@@ -96,7 +95,8 @@ TEST(Partitions, ManyInARowWithAndWithoutMemory) {
   }
   ASSERT_EQ(kesa_cpum_init(folder.write_file("product.ini", text).c_str()), 0);
   EXPECT_TRUE(Mask("GROUP_0/p180").is(1u << 5));
-  EXPECT_TRUE(Mask("GROUP_0/p100").result == 0 && Mask("GROUP_0/p100").is(0)) << "the end lies too deep";
+  EXPECT_EQ(Mask("GROUP_0/p100").result, 0);
+  EXPECT_TRUE(Mask("GROUP_0/p100").is(0)) << "the end lies too deep";
   const Faults faults({.kinds = kHeapFaults, .number = 1, .and_later = true});
   EXPECT_EQ(Mask("GROUP_0/p299").result, -1);
   EXPECT_EQ(Mask("GROUP_0/p299,3").result, 0);
@@ -107,7 +107,10 @@ TEST(Partitions, ScriptMakesTheDefaultFileAndItsAbsenceIsMetOnce) {
   TIRN_NEEDS_PRIVATE_ROOT(root);
   LogCapture log;
   root.mkdir("/ZEK");
-  const auto init_twice = [] { return kesa_cpum_init(nullptr) == -1 && kesa_cpum_init(nullptr) == 0 ? 0 : 1; };
+  const auto init_twice = [] {
+    EXPECT_EQ(kesa_cpum_init(nullptr), -1);
+    return kesa_cpum_init(nullptr);
+  };
   EXPECT_TRUE(run_child(init_twice).exited());
   EXPECT_EQ(log.count(HURN_INFO, "Generate default cpu group cfg ret:*"), 1u) << log;
   EXPECT_EQ(log.count(HURN_INFO, "Invalid cpu group cfg *product.ini"), 1u) << log;
@@ -122,12 +125,17 @@ TEST(CpuIdle, AsksTheKernelSide) {
   LogCapture log;
   KernelSide kernel;
   unsigned value = 7;
-  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1) + kesa_get_idle_no_cstates(0, &value) + static_cast<int>(value), 1);
-  EXPECT_EQ(KernelSide::last_word(0x305), 0x17D00000305u);
-  EXPECT_EQ(kesa_get_idle_no_cstates(0, nullptr) + kesa_get_cpu_task_info(0, nullptr), -2);
-  kernel.failing(0x306, EIO);
-  kernel.replace(0x307, [](uint64_t, uint64_t, uint64_t, uint64_t, uint64_t) -> long { return 5; });
-  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1) + kesa_get_cpu_task_info(0, &value), -2);
+  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1), 0);
+  EXPECT_EQ(kesa_get_idle_no_cstates(0, &value), 0);
+  EXPECT_EQ(value, 1u);
+  EXPECT_EQ(KernelSide::last_word(PrivateCommand::kGetIdleNoCstates), 0x17D00000305u);
+  EXPECT_EQ(kesa_get_idle_no_cstates(0, nullptr), -1);
+  EXPECT_EQ(kesa_get_cpu_task_info(0, nullptr), -1);
+  kernel.failing(PrivateCommand::kSetIdleNoCstates, EIO);
+  kernel.replace(PrivateCommand::kCpuTaskInfo,
+                 [](uint64_t, uint64_t, uint64_t, uint64_t, uint64_t) -> long { return 5; });
+  EXPECT_EQ(kesa_set_idle_no_cstates(0, 1), -1);
+  EXPECT_EQ(kesa_get_cpu_task_info(0, &value), -1);
   EXPECT_EQ(log.count(HURN_ERROR, "Syscall for kesa_set_idle_no_cstates failed."), 1u);
 }
 
@@ -135,9 +143,11 @@ TEST(Numa, WithoutAFileThereAreNoNodes) {
   LogCapture log;
   EXPECT_EQ(kesa_numam_init("/nowhere"), 0);
   EXPECT_EQ(kesa_numam_status_set(2), -1);
-  EXPECT_EQ(std::pair(kesa_numam_status_get(), kesa_numam_num_get()), std::pair(0u, 0));
+  EXPECT_EQ(kesa_numam_status_get(), 0u);
+  EXPECT_EQ(kesa_numam_num_get(), 0);
   cpu_set_t set;
-  EXPECT_EQ(kesa_numam_cpuset_get(7, &set) + CPU_COUNT(&set), 0);
+  EXPECT_EQ(kesa_numam_cpuset_get(7, &set), 0);
+  EXPECT_EQ(CPU_COUNT(&set), 0);
   EXPECT_EQ(log.count(HURN_ERROR, "NumaId(7) not configured, numa_num(0)."), 1u) << log;
   EXPECT_EQ(kesa_numam_module_init(nullptr), 0) << "the flag is looked at first";
 }
@@ -152,12 +162,14 @@ TEST(Numa, FailedLoadCanBeTriedAgain) {
   EXPECT_EQ(load(kNodes + std::string("[PROC_PARTITION]\nnuma_enable=0\n")), -1);
   EXPECT_EQ(log.count(HURN_ERROR, "Get proc_numa_info fail, itemValue:0"), 1u) << log;
   EXPECT_EQ(load(kNodes + std::string("[PROC_PARTITION]\nnuma_enable=false\nproc_numa_info=1\n")), 0);
-  EXPECT_EQ(std::pair(kesa_numam_status_get(), kesa_numam_num_get()), std::pair(0u, 2));
+  EXPECT_EQ(kesa_numam_status_get(), 0u);
+  EXPECT_EQ(kesa_numam_num_get(), 2);
   uint64_t nodes = uint64_t{1} << 9;
   EXPECT_EQ(kesa_numam_proc_numamask_get(&nodes), 0);
   EXPECT_EQ(nodes, 0x203u) << "an earlier load marked node 0, and nothing takes that back";
   cpu_set_t set;
-  EXPECT_EQ(kesa_numam_cpuset_get(1, &set) + CPU_COUNT(&set), 5) << "numbers from 1024 on are passed over";
+  EXPECT_EQ(kesa_numam_cpuset_get(1, &set), 0);
+  EXPECT_EQ(CPU_COUNT(&set), 5) << "numbers from 1024 on are passed over";
   uint64_t mask[20] = {~uint64_t{0}, 0, 0, ~uint64_t{0}, 1};
   EXPECT_EQ(kesa_numam_cpumask_get(1, mask), 0);
   EXPECT_EQ(std::pair(mask[0], mask[3]), std::pair(uint64_t{0xF0}, uint64_t{0}));
@@ -169,10 +181,12 @@ TEST(Numa, ListsEndAtTheFirstFault) {
   LogCapture log;
   cpu_set_t set;
   CPU_ZERO(&set);
-  EXPECT_EQ(kesa_numam_parse_cpuset("0-3,a,5", &set) + CPU_COUNT(&set), 3);
+  EXPECT_EQ(kesa_numam_parse_cpuset("0-3,a,5", &set), -1);
+  EXPECT_EQ(CPU_COUNT(&set), 4);
   EXPECT_EQ(log.count(HURN_ERROR, "Parse CpuSet fail, invalid format:a,5"), 1u) << log;
   uint64_t mask[2]{};
-  EXPECT_EQ(std::pair(kesa_numam_parse_cpumask("64,9-8", mask), mask[1]), std::pair(-1, uint64_t{1}));
+  EXPECT_EQ(kesa_numam_parse_cpumask("64,9-8", mask), -1);
+  EXPECT_EQ(mask[1], 1u);
   EXPECT_EQ(kesa_numam_parse_cpuset(nullptr, &set), 0);
   EXPECT_EQ(kesa_numam_parse_cpuset("4294967290-4294967295", &set), 0) << "the largest range ends";
 }

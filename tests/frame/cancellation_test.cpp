@@ -12,7 +12,6 @@
 
 #include "loopback.h"
 #include "support/faults.h"
-#include "support/temp_folder.h"
 #include "threads/pool_watch.h"
 #include "tirn/tirn.h"
 
@@ -26,26 +25,24 @@ struct Row {
   std::function<void()> clean_up = [] {};
   int blocks_kept = 0;
   int descriptors_kept = 0;
+  int threads_kept = 0;
 };
 
 // With `is_started`, the library is started before the rows run, so the cancellation points of start-up do not count.
 void cancel_everywhere(const std::vector<Row>& rows, bool is_started = true) {
   for (const Row& row : rows) {
     uint32_t calls = 0;
-    const Scenario scenario{.prepare =
-                                [is_started] {
-                                  have_no_pool_threads();
-                                  EXPECT_EQ(is_started ? kesa_Init() : 0, 0u);
-                                },
-                            .run =
-                                [&row] {
-                                  row.run();
-                                  return 0L;
-                                },
+    const auto prepare = [is_started] {
+      have_no_pool_threads();
+      EXPECT_EQ(is_started ? kesa_Init() : 0u, 0u);
+    };
+    const Scenario scenario{.prepare = prepare,
+                            .run = [&row] { return row.run(), 0L; },
                             .clean_up = row.clean_up,
                             .kinds = kCancellations,
                             .blocks_kept = row.blocks_kept,
-                            .descriptors_kept = row.descriptors_kept};
+                            .descriptors_kept = row.descriptors_kept,
+                            .threads_kept = row.threads_kept};
     for (const std::string& problem : find_problems(scenario, &calls)) {
       ADD_FAILURE() << row.name << ": " << problem;
     }
@@ -55,6 +52,7 @@ void cancel_everywhere(const std::vector<Row>& rows, bool is_started = true) {
 
 void* nothing(void*) { return nullptr; }
 int print_nothing(const char*, ...) { return 0; }
+int go_on(void*, const char*, int, int64_t, uint64_t, unsigned) { return 0; }
 int end_thread(void*, const char*, int, int64_t, uint64_t, unsigned) { pthread_exit(nullptr); }
 int print_and_end(const char* format, ...) {
   return format[0] == '%' && format[1] == '5' ? (pthread_exit(nullptr), 0) : 0;
@@ -68,8 +66,9 @@ void end_pipe(FILE* stream) {
 }
 
 TEST(Cancellation, StartUpAndClocks) {
-  cancel_everywhere(
-      {{"kesa_Init", [] { kesa_Init(); }}, {"cpumask_init", [] { cpumask_init(), globalCpuNum_init(); }}}, false);
+  cancel_everywhere({{"kesa_Init", [] { kesa_Init(); }, [] {}, 0, 0, 1},
+                     {"cpumask_init", [] { cpumask_init(), globalCpuNum_init(); }}},
+                    false);
   cancel_everywhere({
       {"kesa_destory", [] { kesa_destory(); }, [] { kesa_Init(); }},
       {"kesa_glibc_init", [] { kesa_glibc_init(); }},
@@ -78,11 +77,16 @@ TEST(Cancellation, StartUpAndClocks) {
       // The shell finds no program, which is the fastest case. The function reads its second pipe like the first.
       {"kesa_get_tsc_freq", [] { setenv("PATH", "/none", 1), kesa_get_tsc_freq(); }, [] {}, 1},
       {"kesa_estimate_tsc_freq", kesa_estimate_tsc_freq},
-      {"kesa_key_*",
+      {"kesa_timer_*",
        [] {
-         pthread_key_t key = 999;
-         kesa_key_setspecific(key, nullptr), kesa_key_getspecific(key), kesa_key_delete(key);
-       }},
+         static kesa_timer timer;
+         kesa_timer_set(&timer, 60'000, 0, [](uint64_t) {});
+         kesa_timer_add(&timer), kesa_timer_modify(&timer, 90'000), kesa_timer_destroy(&timer);
+         timer.timeout = 1'000'000;
+         kesa_timer_add_ns(&timer), kesa_timer_destroy(&timer);
+       },
+       [] {}, 0, 0, 1},  // that of the high-resolution timers
+      {"kesa_key_*", [] { kesa_key_setspecific(999, nullptr), kesa_key_getspecific(999), kesa_key_delete(999); }},
       {"MORU_RegSysCall",
        [] {
          const MORU_SYSCALL_ENTRY entry = {kEcho, 0, serve_echo};
@@ -103,6 +107,7 @@ TEST(Cancellation, StartUpAndClocks) {
 }
 
 TEST(Cancellation, Threads) {
+  static char name[32];
   static constexpr auto create = [](auto function) {
     function(nothing, nullptr, nullptr), kesa_usleep(1), function(nullptr, nullptr, nullptr);
   };
@@ -120,12 +125,9 @@ TEST(Cancellation, Threads) {
          kesa_thrd_list(print_and_end, 0, 0, 0, 0);
          pthread_cleanup_pop(1);
        }},
-      {"kesa_get_process_name",
-       [] {
-         char name[32];
-         kesa_get_process_name(name, sizeof name), kesa_get_process_exe_name(name, sizeof name);
-         kesa_get_process_exe_name(nullptr, 0);
-       }},
+      {"kesa_get_process_name", [] { kesa_get_process_name(name, sizeof name); }},
+      {"kesa_get_process_exe_name",
+       [] { kesa_get_process_exe_name(name, sizeof name), kesa_get_process_exe_name(nullptr, 0); }},
       {"kesa_thrd_getstatus",
        [] {
          kesa_thrd_getstatus(static_cast<uint32_t>(gettid())), kesa_thrd_getstatus(0);
@@ -198,11 +200,7 @@ TEST(Cancellation, Commands) {
          kesa_cmd_mkdir(nullptr);
        }},
       {"kesa_copy", [] { kesa_copy(one.c_str(), other.c_str()), kesa_copy("/missing", other.c_str()); }},
-      {"kesa_readdir_new",
-       [] {
-         kesa_readdir_new(
-             "/proc/self", [](auto...) { return 0; }, nullptr);
-       }},
+      {"kesa_readdir_new", [] { kesa_readdir_new("/proc/self", go_on, nullptr); }},
       {"kesa_readdir_new, ended", [] { kesa_readdir_new("/proc/self", end_thread, nullptr); }},
       {"kesa_open",
        [] {
@@ -238,16 +236,18 @@ TEST(Cancellation, Configuration) {
   static const TempFolder folder;
   static const std::string file = folder.write_file("one.ini", "[S]\na=1\nb=2\n[ x\n[T]\n!=\n");
   static constexpr char kMissing[] = "/missing";
+  static kesa_cpumask mask;
+  static uint64_t words[16];
+  static char value[8];
   const auto forget = [] { kesa_cfg_destroy(); };
   cancel_everywhere({
       {"kesa_cfg_init", [] { kesa_cfg_init(file.c_str()), kesa_cfg_init(file.c_str()); }, forget},
       {"kesa_cfg_destroy_ex", [] { kesa_cfg_init(file.c_str()), kesa_cfg_destroy_ex(file.c_str()); }, forget},
       {"kesa_cfg_getItemValue",
        [] {
-         char value[2];
          KesaCfgItemRecord record;
          kesa_cfg_init(file.c_str());
-         kesa_cfg_getItemValue("S", "a", value, sizeof value), kesa_cfg_getItemValue("S", "z", value, 1);
+         kesa_cfg_getItemValue("S", "a", value, 2), kesa_cfg_getItemValue("S", "z", value, 1);
          kesa_cfg_getItemValue_ex(file.c_str(), "S", "a", value, 1);
          kesa_cfg_getItemValue_ex(kMissing, "S", "a", value, 1);
          kesa_cfg_getItemFromFile(file.c_str(), "S", "b", &record);
@@ -261,27 +261,18 @@ TEST(Cancellation, Configuration) {
        },
        forget},
       {"kesa_cst_*",
-       [] {
-         char value[8];
-         kesa_cst_getItem("s", "i", value, sizeof value), kesa_cst_setItem("s", "i", "v"), kesa_cst_reloadConfig();
-       }},
-      {"load_cpumask",
-       [] {
-         kesa_cpumask mask{};
-         load_cpumask(&mask, "/sys/devices/system/cpu/online", 30);
-       }},
+       [] { kesa_cst_getItem("s", "i", value, 8), kesa_cst_setItem("s", "i", "v"), kesa_cst_reloadConfig(); }},
+      {"load_cpumask", [] { load_cpumask(&mask, "/sys/devices/system/cpu/online", 30); }},
       {"kesa_cpum_init",
        [] {
-         uint64_t mask[16]{};
-         kesa_cpum_init(file.c_str()), kesa_cpum_parse_cpumask("0-3,GROUP_0/A,x", mask);
+         kesa_cpum_init(file.c_str()), kesa_cpum_parse_cpumask("0-3,GROUP_0/A,x", words);
          kesa_cpum_get_partition("GROUP_0", "A"), kesa_cpum_dbg_show(print_nothing);
        },
        forget},
       {"kesa_numam_init",
        [] {
-         uint64_t mask[16]{};
          kesa_numam_init(file.c_str()), kesa_numam_cfg_check(nullptr), kesa_numam_cpumask_get(0, nullptr);
-         kesa_numam_parse_cpumask("3-1", mask);
+         kesa_numam_parse_cpumask("3-1", words);
        },
        forget},
   });

@@ -15,33 +15,34 @@ using namespace tirn::test;
 
 namespace {
 
-bool failed_in(const Fault& fault, std::string_view function) { return fault.happened && fault.function == function; }
-
 int handler(uint32_t, MORU_SYSCALL_PARAM*) { return 0; }
 
 }  // namespace
 
 TEST(FrameFaults, StartUp) {
+  const auto check = [](long result, const Fault& fault, const LogCapture& log) {
+    EXPECT_EQ(log.count("Kesa init start."), 1u) << log;
+    if (result == 0) {
+      EXPECT_EQ(log.count("Kesa init end ret 0."), 1u) << log;
+    } else {
+      EXPECT_TRUE(fault.happened) << log;
+      EXPECT_TRUE(log.has(
+          HURN_ERROR, "kesa_Init",
+          jiffies_uio_get()->jiffies == nullptr ? "Get jiffies usr addr failed." : "Kesa timer initialize failed."))
+          << log;
+      EXPECT_EQ(log.count("Kesa init end ret -1."), 1u) << log;
+    }
+  };
+  // Whatever failed, the next start succeeds, and does what the failed one left out.
+  const auto start_again = [] {
+    EXPECT_EQ(kesa_Init(), 0u);
+    EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
+  };
   sweep({.prepare = have_no_pool_threads,
-         .run = [] { return static_cast<long>(kesa_Init()); },
-         .check =
-             [](long result, const Fault& fault, const LogCapture& log) {
-               EXPECT_EQ(log.count("Kesa init start."), 1u) << log;
-               if (static_cast<uint32_t>(result) == 0) {
-                 EXPECT_EQ(log.count("Kesa init end ret 0."), 1u) << log;
-               } else {
-                 EXPECT_TRUE(fault.happened) << log;
-                 EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Get jiffies usr addr failed.")) << log;
-                 EXPECT_EQ(log.count("Kesa init end ret -1."), 1u) << log;
-                 EXPECT_EQ(jiffies_uio_get()->jiffies, nullptr);
-               }
-             },
-         // Whatever failed, the next start succeeds, and does what the failed one left out.
-         .clean_up =
-             [] {
-               EXPECT_EQ(kesa_Init(), 0u);
-               EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
-             }});
+         .run = [] { return long{kesa_Init()}; },
+         .check = check,
+         .clean_up = start_again,
+         .threads_kept = 1});
 }
 
 // Start-up goes on without a lock that cannot be taken. The first lock is that of the fork handler, which always goes
@@ -55,13 +56,10 @@ TEST(FrameFaults, LockThatCannotBeTaken) {
                {[] { have_no_pool_threads(), kesa_Init(); }, [] { return static_cast<long>(kesa_destory()); }, 1},
                {[] {}, [] { return static_cast<long>(pid_init_names()); }, 2}};
   for (const auto& row : kRows) {
-    sweep({.prepare = row.prepare,
-           .run = row.run,
-           .check =
-               [&row](long result, const Fault& fault, const LogCapture& log) {
-                 EXPECT_EQ(result, fault.happened && fault.number == row.number ? EINVAL : 0) << row.number << log;
-               },
-           .kinds = kLockFaults});
+    const auto check = [&row](long result, const Fault& fault, const LogCapture& log) {
+      EXPECT_EQ(result, fault.happened && fault.number == row.number ? EINVAL : 0) << row.number << log;
+    };
+    sweep({.prepare = row.prepare, .run = row.run, .check = check, .kinds = kLockFaults, .threads_kept = 1});
   }
 }
 
@@ -69,29 +67,29 @@ TEST(FrameFaults, LockThatCannotBeTaken) {
 // table keeps its record and its signal stack.
 TEST(FrameFaults, ServerAndClient) {
   TIRN_NEEDS_PRIVATE_NETWORK();
-  sweep({.run =
-             [] {
-               const MORU_SYSCALL_ENTRY entries[] = {{kEcho, MORU_SYSCALL_DIRECT, serve_echo}};
-               if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 1) != 0) {
-                 return -1L;
-               }
-               bool echoed = false;
-               for (int tries = 0; tries < 50 && !echoed; ++tries) {
-                 echoed = call(kEcho, "text", 8).second == "text";
-                 usleep(echoed ? 0 : 2000);
-               }
-               return echoed ? 0L : -2L;
-             },
-         .check =
-             [](long result, const Fault& fault, const LogCapture& log) {
-               if (result != 0) {
-                 EXPECT_TRUE(fault.happened) << log;
-                 EXPECT_GE(log.count(HURN_ERROR, "*"), 1u) << log;
-               }
-               if (failed_in(fault, "pthread_create") && fault.number <= 2) {
-                 EXPECT_TRUE(log.count("creat syscall thrd failed, ret = 11.\n") >= 1) << log;
-               }
-             },
+  const auto serve_and_call = [] {
+    const MORU_SYSCALL_ENTRY entry{kEcho, MORU_SYSCALL_DIRECT, serve_echo};
+    if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, &entry, 1) != 0) {
+      return -1L;
+    }
+    bool echoed = false;
+    for (int tries = 0; tries < 50 && !echoed; ++tries) {
+      echoed = call(kEcho, "text", 8).second == "text";
+      usleep(echoed ? 0 : 2000);
+    }
+    return echoed ? 0L : -2L;
+  };
+  const auto check = [](long result, const Fault& fault, const LogCapture& log) {
+    if (result != 0) {
+      EXPECT_TRUE(fault.happened) << log;
+      EXPECT_GE(log.count(HURN_ERROR, "*"), 1u) << log;
+    }
+    if (fault.happened && fault.function == std::string_view("pthread_create") && fault.number <= 2) {
+      EXPECT_GE(log.count("creat syscall thrd failed, ret = 11.\n"), 1u) << log;
+    }
+  };
+  sweep({.run = serve_and_call,
+         .check = check,
          .kinds = kHeapFaults | kThreadFaults,
          .blocks_kept = 2 + 2 * 3,
          .descriptors_kept = 3});
@@ -136,14 +134,36 @@ TEST(FrameFaults, SmallSetUps) {
        [] { kesa_shm_destroy(name.c_str()); }},
   };
   for (const auto& row : kRows) {
-    sweep({.run = [&row] { return long{row.run()}; },
+    const auto check = [&row](long result, const Fault& fault, const LogCapture& log) {
+      const bool has_failed =
+          fault.happened && (row.functions == nullptr || std::strstr(row.functions, fault.function) != nullptr);
+      EXPECT_EQ(result, has_failed ? 0 : 1) << row.line << log;
+      EXPECT_EQ(log.count(row.line), has_failed ? 1u : 0u) << row.line << log;
+    };
+    sweep({.run = [&row] { return long{row.run()}; }, .check = check, .clean_up = row.clean_up});
+  }
+}
+
+// A start that fails is logged. That of the wheel can be repeated, that of the high-resolution timers is final.
+TEST(FrameFaults, Timers) {
+  static kesa_timer timer;
+  static const auto add_ns = [] {
+    kesa_timer_set(&timer, 1'000'000, 0, [](uint64_t) {});
+    return kesa_timer_add_ns(&timer);
+  };
+  const struct {
+    int (*start)();
+    bool is_final;
+  } kRows[] = {{kesa_timer_module_init, false}, {add_ns, true}};
+  for (const auto& row : kRows) {
+    sweep({.run = [&row] { return static_cast<long>(row.start()); },
            .check =
-               [&row](long result, const Fault& fault, const LogCapture& log) {
-                 const bool is_told = fault.happened && (row.functions == nullptr ||
-                                                         std::strstr(row.functions, fault.function) != nullptr);
-                 EXPECT_EQ(result, is_told ? 0 : 1) << row.line << log;
-                 EXPECT_EQ(log.count(row.line), is_told ? 1u : 0u) << row.line << log;
+               [](long result, const Fault& fault, const LogCapture& log) {
+                 const size_t failures = log.count("* failed, error no *") + log.count("Create thread failed.");
+                 EXPECT_EQ(failures, result == 0 ? 0u : 1u) << log;
+                 EXPECT_TRUE(result == 0 || fault.happened) << log;
                },
-           .clean_up = row.clean_up});
+           .clean_up = [&row] { EXPECT_TRUE(row.is_final || row.start() == 0); },
+           .threads_kept = 1});
   }
 }

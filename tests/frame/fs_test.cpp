@@ -66,22 +66,21 @@ TEST(FsEvents, ChecksInTheirOrder) {
 }
 
 // The kernel may not know the protocol. If descriptor 0 is free, the socket gets it, and 0 is as valid as any other.
-TEST(FsEvents, SocketIsMadeOrToldOfAndClosedAgain) {
+TEST(FsEvents, SocketIsMadeOrItsErrorIsLoggedAndClosedAgain) {
   LogCapture log;
   Imports imports(Object::library);
-  imports.redirect(
-      "socket", +[](int, int, int) { return errno = EPROTONOSUPPORT, -1; });
+  imports.redirect("socket", [](int, int, int) { return errno = EPROTONOSUPPORT, -1; });
   EXPECT_EQ(MORU_Netlink_ext3_create(), -1);
   EXPECT_TRUE(log.has(HURN_ERROR, "MORU_Netlink_ext3_create",
                       "MORU_Netlink_ext3_create failed, sockfd:-1, errno:93,Protocol not supported."))
       << log;
   MORU_Netlink_ext3_release(-1);
-  imports.redirect(
-      "socket", +[](int domain, int type, int protocol) {
-        EXPECT_TRUE(domain == AF_NETLINK && type == (SOCK_RAW | SOCK_CLOEXEC) &&
-                    protocol == MORU_NETLINK_EXT3_PROTOCOL);
-        return dup(1);
-      });
+  imports.redirect("socket", [](int domain, int type, int protocol) {
+    EXPECT_EQ(domain, AF_NETLINK);
+    EXPECT_EQ(type, SOCK_RAW | SOCK_CLOEXEC);
+    EXPECT_EQ(protocol, MORU_NETLINK_EXT3_PROTOCOL);
+    return dup(1);
+  });
   EXPECT_TRUE(run_child([] {
                 close(0);
                 EXPECT_EQ(MORU_Netlink_ext3_create(), 0);
@@ -124,16 +123,15 @@ TEST(FsEventsNative, ReportsReachTheHandlerUntilTheSocketIsClosed) {
 
 TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
   KernelSide kernel;
-  kernel.replace(0x102, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+  kernel.replace(PrivateCommand::kTime, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     *reinterpret_cast<uint64_t*>(out) = 1700000000;
     return 0L;
   });
   for (const int length : {-1, 0, 3, 8}) {
     std::string bytes(80, '\x7e');
     get_random_bytes(bytes.data(), length);
-    EXPECT_EQ(bytes.substr(static_cast<size_t>(std::max(length, 0))),
-              std::string(static_cast<size_t>(80 - std::max(length, 0)), '\x7e'))
-        << length;
+    const size_t filled = length > 0 ? static_cast<size_t>(length) : 0;
+    EXPECT_EQ(bytes.substr(filled), std::string(80 - filled, '\x7e')) << length;
   }
   std::string first(64, '\0'), second(64, '\0');
   get_random_bytes(first.data(), 64);
@@ -141,5 +139,5 @@ TEST(RandomBytes, FillExactlyAndFollowTheSecond) {
   EXPECT_EQ(first, second);
   EXPECT_GT(std::set<char>(first.begin(), first.end()).size(), 20u);
   get_random_bytes(nullptr, 4);
-  EXPECT_EQ(KernelSide::last_word(0x102), 0x17D00000102u);
+  EXPECT_EQ(KernelSide::last_word(PrivateCommand::kTime), 0x17D00000102u);
 }

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include "hurn.h"
@@ -14,6 +13,7 @@
 #include "support/imports.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
+#include "sync/together.h"
 #include "threads/pool_watch.h"
 #include "tirn/cpumask.h"
 #include "tirn/crc32.h"
@@ -91,14 +91,10 @@ TEST(Init, LogCallbackMayCallTheLibrary) {
 TEST(Init, ThreadsThatStartTogetherStartOnce) {
   have_no_pool_threads();
   LogCapture log;
-  std::atomic<int> failed{0};
-  {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 8; ++i) {
-      threads.emplace_back([&] { failed += kesa_Init() != 0 || jiffies_uio_get()->jiffies == nullptr; });
-    }
-  }
-  EXPECT_EQ(failed, 0);
+  together(8, [](unsigned) {
+    EXPECT_EQ(kesa_Init(), 0u);
+    EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
+  });
   EXPECT_EQ(log.texts(), kStarted) << log;
 }
 
@@ -124,7 +120,8 @@ TEST(LogFacade, ReachesTheLogLibrary) {
   static std::atomic<int> lines{0};
   const hurn_content_record record{HURN_CALLBACK_ONLY, [](const hurn_line*) { ++lines; }};
   EXPECT_EQ(kesa_log_register_callback(&record), 0);
-  EXPECT_EQ(kesa_ratelimit_set("no such group", 1, 1) + kesa_ratelimit_set(nullptr, 1, 1), -2);
+  EXPECT_EQ(kesa_ratelimit_set("no such group", 1, 1), -1);
+  EXPECT_EQ(kesa_ratelimit_set(nullptr, 1, 1), -1);
   EXPECT_EQ(kesa_ratelimit_set("42", 2, 60000), 0);
   for (int i = 0; i < 10; ++i) {
     hurn(42, HURN_ERROR, "f", 1, "g", 0, "limited %d", i);
@@ -141,40 +138,31 @@ TEST(LogFacade, ReachesTheLogLibrary) {
 TEST(Init, MissingAffinityIsNotFatal) {
   LogCapture log;
   Imports imports(Object::library);
-  imports.redirect(
-      "fopen", +[](const char* path, const char* mode) {
-        return std::strstr(path, "/status") != nullptr ? nullptr : std::fopen(path, mode);
-      });
+  imports.redirect("fopen", [](const char* path, const char* mode) {
+    return std::strstr(path, "/status") != nullptr ? nullptr : std::fopen(path, mode);
+  });
   EXPECT_EQ(kesa_Init(), 0u);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_Init", "Kesa affinity initialize failed.")) << log;
 }
 
 TEST(Process, KindsOfMutex) {
-  const struct {
-    int kind, result, second_lock;
-  } kRows[] = {{-1, -1, 0}, {0, 0, EBUSY}, {1, 0, EBUSY}, {2, 0, 0}, {3, -1, 0}};
-  for (const auto& row : kRows) {
-    pthread_mutex_t mutex;
-    ASSERT_EQ(kesa_mtx_init(&mutex, row.kind), row.result) << row.kind;
-    if (row.result == 0) {
-      pthread_mutex_lock(&mutex);
-      EXPECT_EQ(pthread_mutex_trylock(&mutex), row.second_lock) << row.kind;
-      if (row.kind == 1) {
-        EXPECT_EQ(pthread_mutex_lock(&mutex), EDEADLK);
-      }
-      pthread_mutex_unlock(&mutex);
+  pthread_mutex_t mutex;
+  EXPECT_EQ(kesa_mtx_init(&mutex, -1), -1);
+  EXPECT_EQ(kesa_mtx_init(&mutex, KESA_MTX_RECURSIVE + 1), -1);
+  for (const int kind : {KESA_MTX_NORMAL, KESA_MTX_ERRORCHECK, KESA_MTX_RECURSIVE}) {
+    ASSERT_EQ(kesa_mtx_init(&mutex, kind), 0) << kind;
+    pthread_mutex_lock(&mutex);
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), kind == KESA_MTX_RECURSIVE ? 0 : EBUSY) << kind;
+    if (kind == KESA_MTX_ERRORCHECK) {
+      EXPECT_EQ(pthread_mutex_lock(&mutex), EDEADLK);
     }
+    pthread_mutex_unlock(&mutex);
   }
 }
 
 TEST(Process, StampIsTheSameForAllThreads) {
   std::vector<uint64_t> stamps(8);
-  {
-    std::vector<std::jthread> threads;
-    for (uint64_t& stamp : stamps) {
-      threads.emplace_back([&stamp] { stamp = ps_get_version(); });
-    }
-  }
+  together(8, [&stamps](unsigned thread) { stamps[thread] = ps_get_version(); });
   EXPECT_NE(stamps[0], 0u);
   EXPECT_EQ(stamps, std::vector<uint64_t>(8, ps_get_version()));
 }
@@ -183,8 +171,7 @@ TEST(Process, ClockThatCannotBeReadKeepsTheStampAtZero) {
   LogCapture log;
   {
     Imports imports(Object::library);
-    imports.redirect(
-        "clock_gettime", +[](clockid_t, timespec*) { return errno = EPERM, -1; });
+    imports.redirect("clock_gettime", [](clockid_t, timespec*) { return errno = EPERM, -1; });
     EXPECT_EQ(ps_get_version(), 0u);
   }
   EXPECT_EQ(ps_get_version(), 0u);

@@ -76,7 +76,7 @@ inline int run_server() {
   if (MORU_PrivateSysCallInit() != 0 || MORU_RegSysCall(kGroup, entries, 7) != 0) {
     return 1;
   }
-  [[maybe_unused]] const ssize_t told =
+  [[maybe_unused]] const ssize_t written =
       write(STDOUT_FILENO, ".", 1);  // the parent waits for this, as the service listens before it has the commands
   pause();
   return 0;

@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <random>
-#include <thread>
 #include <vector>
 
 #include "loopback.h"
 #include "support/random_seed.h"
+#include "sync/together.h"
 
 using namespace tirn::test;
 
@@ -69,19 +68,13 @@ TEST(ServiceStress, FirstCallersOfAProcess) {
   TIRN_NEEDS_SERVER(server);
   for (int round = 0; round < 20; ++round) {
     const ChildOutcome outcome = run_child([] {
-      std::atomic<int> wrong{0};
-      {
-        std::vector<std::jthread> threads;
-        for (int t = 0; t < 8; ++t) {
-          threads.emplace_back([&wrong, t] {
-            for (int i = 0; i < 20; ++i) {
-              const std::string text = std::to_string(t * 100 + i);
-              wrong += call(kEcho, text, 16).second != text;
-            }
-          });
+      together(8, [](unsigned thread) {
+        for (unsigned i = 0; i < 20; ++i) {
+          const std::string text = std::to_string(thread * 100 + i);
+          EXPECT_EQ(call(kEcho, text, 16).second, text);
         }
-      }
-      return wrong == 0 ? 0 : 1;
+      });
+      return 0;
     });
     ASSERT_TRUE(outcome.exited()) << outcome;
   }

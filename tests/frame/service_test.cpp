@@ -54,10 +54,8 @@ TEST(Service, ReplyThatDoesNotFitLeavesTheStreamInStep) {
   for (const uint32_t excess : {1u, 4000u}) {
     log.clear();
     EXPECT_EQ(call(kFill, u32_text(100 + excess), 100).first, 0xFFFFFFFFu);
-    EXPECT_TRUE(log.has(
-        HURN_ERROR, "MORU_SysCall",
-        "syscall_user: buffer length too small, hdr.len=" + std::to_string(100 + excess) + " uiOutBufLen=100"))
-        << log;
+    const std::string lengths = "hdr.len=" + std::to_string(100 + excess) + " uiOutBufLen=100";
+    EXPECT_TRUE(log.has(HURN_ERROR, "MORU_SysCall", "syscall_user: buffer length too small, " + lengths)) << log;
     EXPECT_EQ(call(kEcho, "next", 8).second, "next");
   }
 }
@@ -65,7 +63,7 @@ TEST(Service, ReplyThatDoesNotFitLeavesTheStreamInStep) {
 TEST(Service, ReplyBeyondTheLimitEndsTheConnection) {
   TIRN_NEEDS_SERVER(server);
   EXPECT_EQ(call(kFill, u32_text(MORU_SYSCALL_OUTPUT_MAX + 1), MORU_SYSCALL_OUTPUT_MAX).first, 0xFFFFFFFFu);
-  EXPECT_TRUE(log.wait_for("hdr.cmd=701, hdr.len = 1048577\n")) << log;
+  EXPECT_TRUE(wait_until([&] { return log.count("hdr.cmd=701, hdr.len = 1048577\n") != 0; })) << log;
   EXPECT_TRUE(log.has(HURN_ERROR, "recv_all", "recv error, err=*, buf=0x*, len=32")) << log;
   EXPECT_EQ(call(kEcho, "anew", 8).second, "anew");
 }
@@ -125,31 +123,29 @@ TEST(Service, CorruptFramesStayWithinTheBuffers) {
   EXPECT_EQ(call(kEcho, "alive", 8).second, "alive");
 }
 
-TEST(Service, ThreadsBearTheirNames) {
+TEST(Service, ThreadsHaveTheirNames) {
   TIRN_NEEDS_SERVER(server);
   EXPECT_EQ(call(kEcho, "x", 4).second, "x");  // now the client's thread exists
   std::set<std::string> names;
   for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(server.pid()) + "/task")) {
     names.insert(read_file(task.path() / "comm"));
   }
-  EXPECT_TRUE(names.contains("syscall_do_thr\n") && names.contains("syscall_thr\n"));
+  EXPECT_TRUE(names.contains("syscall_do_thr\n"));
+  EXPECT_TRUE(names.contains("syscall_thr\n"));
 }
 
 // The next call must not take the reply that a cancelled call did not wait for.
 TEST(Service, CancelledCallLeavesTheNextOneItsAnswer) {
   TIRN_NEEDS_SERVER(server);
   EXPECT_EQ(call(kEcho, "x", 4).second, "x");
+  const auto call_slowly = [](void*) -> void* {
+    pthread_cleanup_push([](void*) { leave_frames(); }, nullptr);
+    call(kSlow, "x", 8);
+    pthread_cleanup_pop(0);
+    return nullptr;
+  };
   pthread_t thread;
-  ASSERT_EQ(pthread_create(
-                &thread, nullptr,
-                [](void*) -> void* {
-                  pthread_cleanup_push([](void*) { leave_frames(); }, nullptr);
-                  call(kSlow, "x", 8);
-                  pthread_cleanup_pop(0);
-                  return nullptr;
-                },
-                nullptr),
-            0);
+  ASSERT_EQ(pthread_create(&thread, nullptr, call_slowly, nullptr), 0);
   usleep(50000);
   pthread_cancel(thread);
   pthread_join(thread, nullptr);
@@ -184,28 +180,25 @@ TEST(Service, HowSocketsAreMadeAndUsed) {
   static std::atomic<int> interruptions{3};
   static std::atomic<bool> reuses{false};
   Imports imports(Object::library);
-  imports.redirect(
-      "socket", +[](int domain, int type, int protocol) {
-        EXPECT_NE(type & SOCK_CLOEXEC, 0);
-        return socket(domain, type, protocol);
-      });
-  imports.redirect(
-      "accept4", +[](int fd, sockaddr* address, socklen_t* length, int flags) {
-        EXPECT_EQ(flags, SOCK_CLOEXEC);
-        return interruptions-- > 0 ? (errno = EINTR, -1) : accept4(fd, address, length, flags);
-      });
-  imports.redirect(
-      "setsockopt", +[](int fd, int level, int option, const void* value, socklen_t length) {
-        reuses = reuses || (level == SOL_SOCKET && option == SO_REUSEADDR);
-        return setsockopt(fd, level, option, value, length);
-      });
-  imports.redirect(
-      "sendmsg", +[](int fd, const msghdr* message, int flags) {
-        EXPECT_EQ(flags, MSG_NOSIGNAL);
-        return sendmsg(fd, message, flags);
-      });
+  imports.redirect("socket", [](int domain, int type, int protocol) {
+    EXPECT_NE(type & SOCK_CLOEXEC, 0);
+    return socket(domain, type, protocol);
+  });
+  imports.redirect("accept4", [](int fd, sockaddr* address, socklen_t* length, int flags) {
+    EXPECT_EQ(flags, SOCK_CLOEXEC);
+    return interruptions-- > 0 ? (errno = EINTR, -1) : accept4(fd, address, length, flags);
+  });
+  imports.redirect("setsockopt", [](int fd, int level, int option, const void* value, socklen_t length) {
+    reuses = reuses || (level == SOL_SOCKET && option == SO_REUSEADDR);
+    return setsockopt(fd, level, option, value, length);
+  });
+  imports.redirect("sendmsg", [](int fd, const msghdr* message, int flags) {
+    EXPECT_EQ(flags, MSG_NOSIGNAL);
+    return sendmsg(fd, message, flags);
+  });
   const MORU_SYSCALL_ENTRY entry{kEcho, MORU_SYSCALL_DIRECT, serve_echo};
-  ASSERT_EQ(MORU_PrivateSysCallInit() | MORU_RegSysCall(kGroup, &entry, 1), 0);
+  ASSERT_EQ(MORU_PrivateSysCallInit(), 0);
+  ASSERT_EQ(MORU_RegSysCall(kGroup, &entry, 1), 0);
   EXPECT_TRUE(wait_until([] { return call(kEcho, "x", 4).second == "x"; }));
   EXPECT_TRUE(reuses);
   EXPECT_LT(interruptions, 0);

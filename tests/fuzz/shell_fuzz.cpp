@@ -14,18 +14,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   hurn_register_content_callback(&quiet);
   const char* const input = reinterpret_cast<const char*>(data);
   char* const set = strndup(input, size);  // of exact size, so that the sanitizer sees each read beyond it
-  const size_t behind = std::min(size, std::strlen(set) + 1);
-  char* const text = strndup(input + behind, size - behind);
+  const size_t begin = std::min(size, std::strlen(set) + 1);
+  char* const text = strndup(input + begin, size - begin);
 
   bool is_dangerous = false;
   std::vector<std::string_view> expected, found;
-  for (const char *at = text, *begin = text;; ++at) {
+  for (const char *at = text, *token = text;; ++at) {
     is_dangerous |= *at != '\0' && std::strchr("|;&$<>!\n`", *at) != nullptr && std::strchr(set, *at) == nullptr;
     if (std::strchr(set, *at) != nullptr) {  // strchr finds the terminator too
-      if (at != begin || (*at == '\0' && expected.empty())) {
-        expected.emplace_back(begin, at);
+      if (at != token || (*at == '\0' && expected.empty())) {
+        expected.emplace_back(token, at);
       }
-      begin = at + 1;
+      token = at + 1;
     }
     if (*at == '\0') {
       break;

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "support/child_process.h"
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "support/printed.h"
+#include "sync/together.h"
 #include "tirn/mem.h"
 
 using namespace tirn::test;
@@ -41,7 +41,7 @@ TEST(TaggedMemory, CountsByOwner) {
   kesa_free(bytes);
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
   EXPECT_TRUE(log.texts().empty()) << log;
-  EXPECT_EQ(KernelSide::last_word(0x401), 0x17D00000401u);
+  EXPECT_EQ(KernelSide::last_word(PrivateCommand::kMemoryTable), 0x17D00000401u);
 }
 
 TEST(TaggedMemory, FiveCountersToALine) {
@@ -65,7 +65,8 @@ TEST(TaggedMemory, SizesThatCannotBeServed) {
       log.has(HURN_ERROR, "kesa_mallocsubstandard", "Malloc memory fails. PID: (7), size: (-16), type: (1)."));
   uint32_t type = 0;
   void* const empty = kesa_mallocsubproc(0, &type, 0, 7, __func__, __LINE__);
-  EXPECT_TRUE(empty != nullptr && type == 1);
+  EXPECT_NE(empty, nullptr);
+  EXPECT_EQ(type, KESA_MEM_TYPE_STANDARD);
   EXPECT_EQ(kesa_munmap(nullptr, 4096), -1);
   kesa_free(empty);
 }
@@ -91,21 +92,22 @@ TEST(TaggedMemory, FreeingWhatIsNotABlock) {
 
 TEST(TaggedMemory, WorksUncountedWithoutTheService) {
   KernelSide kernel;
-  kernel.failing(0x401, ENOSYS);
+  kernel.failing(PrivateCommand::kMemoryTable, ENOSYS);
   errno = 0;
   void* const bytes = kesa_malloc(7, 100);
-  EXPECT_TRUE(bytes != nullptr && errno == 0);
+  EXPECT_NE(bytes, nullptr);
+  EXPECT_EQ(errno, 0);
   EXPECT_EQ(shown(), kBegin + "\nTotal used memory: 0\n");
   kesa_free(bytes);
-  EXPECT_EQ(kernel.calls(0x401), 3u);  // the table is asked for at each use
+  EXPECT_EQ(KernelSide::calls(PrivateCommand::kMemoryTable), 3u);  // the table is asked for at each use
   static void* uncounted = nullptr;
-  kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+  kernel.replace(PrivateCommand::kMemoryTable, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     uncounted = uncounted == nullptr ? kesa_malloc(8, 3) : uncounted;
     *reinterpret_cast<void**>(out) = nullptr;
     return 0L;
   });
   kesa_free(kesa_malloc(7, 100));
-  kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+  kernel.replace(PrivateCommand::kMemoryTable, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     static int64_t table[1024] = {1, 2, 3};  // the library clears it when it takes the table
     *reinterpret_cast<void**>(out) = table;
     return 0L;
@@ -120,7 +122,7 @@ TEST(TaggedMemory, NobodyWaitsForWhoAsksForTheTable) {
   static int asked = 0;
   static void* kept[2];
   KernelSide kernel;
-  kernel.replace(0x401, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
+  kernel.replace(PrivateCommand::kMemoryTable, [](uint64_t, uint64_t out, uint64_t, uint64_t, uint64_t) {
     static int64_t table[1024];
     *reinterpret_cast<void**>(out) = table;
     if (++asked == 1) {
@@ -144,19 +146,15 @@ TEST(TaggedMemory, NobodyWaitsForWhoAsksForTheTable) {
 }
 
 TEST(TaggedMemory, CountsOfManyThreadsAreExact) {  // also at first, when all of them look for the table
-  std::vector<std::thread> threads(4);
-  std::vector<void*> kept(threads.size());
-  for (size_t t = 0; t < kept.size(); ++t) {
-    threads[t] = std::thread([&kept, t] {
-      for (int i = 1; i < 5000; ++i) {
-        kesa_free(kesa_malloc(7, i % 300 + 1));
-      }
-      kept[t] = kesa_malloc(7, 11);
-    });
-  }
-  for (size_t t = 0; t < kept.size(); ++t) {
-    threads[t].join();
-    kesa_freesubproc(reinterpret_cast<kesa_mem_head*>(kept[t]) - 1, 1);
+  void* kept[4];
+  together(4, [&kept](unsigned thread) {
+    for (int i = 1; i < 5000; ++i) {
+      kesa_free(kesa_malloc(7, i % 300 + 1));
+    }
+    kept[thread] = kesa_malloc(7, 11);
+  });
+  for (void* const block : kept) {
+    kesa_freesubproc(static_cast<kesa_mem_head*>(block) - 1, 1);
   }
   EXPECT_EQ(shown(), kBegin + "| 7                44 \nTotal used memory: 44\n");
 }

@@ -52,10 +52,12 @@ TEST(SharedMemory, OpeningFlagsAndSizes) {
   EXPECT_TRUE(log.texts().empty()) << log;
   // An object that is opened for reading is not resized, and is mapped without write access.
   void* const readable = kesa_shm_create_ext(name.c_str(), O_RDONLY, 0600, 64);
-  EXPECT_TRUE(readable != nullptr && size_of(name) == 4096);
+  EXPECT_NE(readable, nullptr);
+  EXPECT_EQ(size_of(name), 4096);
   EXPECT_EQ(mprotect(readable, 64, PROT_READ | PROT_WRITE), -1);
   // Opening with another size resizes the object.
-  EXPECT_TRUE(kesa_shm_create(name.c_str(), 8192) != nullptr && size_of(name) == 8192);
+  EXPECT_NE(kesa_shm_create(name.c_str(), 8192), nullptr);
+  EXPECT_EQ(size_of(name), 8192);
   // If the system accepts the fourth access mode, an error is logged, and the mapping allows no access.
   void* const nothing = kesa_shm_create_ext(name.c_str(), O_ACCMODE, 0600, 8192);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_shm_create_ext", "Oflag open failed, oflag<3>.") || nothing == nullptr)
@@ -86,12 +88,14 @@ TEST(SystemVSegments, TwoMappingsShowOne) {
   const int id = kesa_shmget(key, 4096);
   ASSERT_GE(id, 0) << strerror(errno);
   shmid_ds segment{};
-  EXPECT_TRUE(shmctl(id, IPC_STAT, &segment) == 0 && (segment.shm_perm.mode & 0777) == 0600);
+  EXPECT_EQ(shmctl(id, IPC_STAT, &segment), 0);
+  EXPECT_EQ(segment.shm_perm.mode & 0777, 0600);
   auto* const one = static_cast<std::atomic<int>*>(kesa_shmat(id));
   auto* const other = static_cast<std::atomic<int>*>(kesa_shmat(kesa_shmget_ex(key, 4096, 0)));
   EXPECT_EQ(kesa_shmget_ex(key, 4096, IPC_CREAT | IPC_EXCL | 0600), -1);
   EXPECT_EQ(kesa_shmdel(id), 0);
-  EXPECT_TRUE(kesa_shmdel(-1) == -1 && kesa_shmat(-1) == nullptr);
+  EXPECT_EQ(kesa_shmdel(-1), -1);
+  EXPECT_EQ(kesa_shmat(-1), nullptr);
   ASSERT_TRUE(one != nullptr && other != nullptr && one != other);
   *one = 41;
   EXPECT_EQ(*other, 41);

@@ -32,10 +32,12 @@ TEST(Bounded, Memory) {
   }
   char text[] = "0123456789";
   EXPECT_EQ(EINVAL, memcpy_s(nullptr, 2, "ab", 1));
-  EXPECT_EQ(0, memmove_s(text + 2, 8, text, 8) + memcpy_s(text, 10, text, 10));
+  EXPECT_EQ(0, memmove_s(text + 2, 8, text, 8));
+  EXPECT_EQ(0, memcpy_s(text, 10, text, 10));
   EXPECT_STREQ("0101234567", text);
   EXPECT_EQ(0, memcpy_s(text, 5, text + 5, 5)) << "neighbours";
-  EXPECT_TRUE(memcpy_s(text + 4, 6, text, 5) == EINVAL && memcpy_s(text, 2, nullptr, 1) == EINVAL);
+  EXPECT_EQ(EINVAL, memcpy_s(text + 4, 6, text, 5));
+  EXPECT_EQ(EINVAL, memcpy_s(text, 2, nullptr, 1));
   EXPECT_EQ(string(2, '\0') + "56" + string(6, '\0'), string(text, 10)) << "a refused destination is cleared";
 }
 
@@ -61,8 +63,10 @@ TEST(Bounded, CopiesAndAppends) {
   }
   char text[] = "abcdef";
   EXPECT_EQ(EINVAL, strcpy_s(nullptr, 4, "a"));
-  EXPECT_EQ(0, strcpy_s(text, sizeof text, text) + strncpy_s(text, 4, text + 4, 2)) << "itself and its neighbour";
-  EXPECT_TRUE(strcpy_s(text + 4, 3, text + 5) == EINVAL && strcat_s(text, sizeof text, text) == EINVAL);
+  EXPECT_EQ(0, strcpy_s(text, sizeof text, text));
+  EXPECT_EQ(0, strncpy_s(text, 4, text + 4, 2)) << "neighbours";
+  EXPECT_EQ(EINVAL, strcpy_s(text + 4, 3, text + 5));
+  EXPECT_EQ(EINVAL, strcat_s(text, sizeof text, text));
   EXPECT_STREQ("", text);
 }
 
@@ -79,7 +83,8 @@ TEST(Bounded, PrintsEmptyOrCut) {
     EXPECT_STREQ(expected, cut) << size << ' ' << count;
   }
   char text[] = "old";
-  EXPECT_TRUE(snprintf_s(text, 4, 2, "%lc", wint_t{0xd800}) == -1 && text[0] == '\0') << "no such character";
+  EXPECT_EQ(-1, snprintf_s(text, 4, 2, "%lc", wint_t{0xd800})) << "no such character";
+  EXPECT_STREQ("", text);
 }
 
 // Scans each row from a text and from a stream.
@@ -107,12 +112,13 @@ TEST(Bounded, ScannedTokensFitOrFail) {
   for (const char* malformed : {"%", "%*", "%12", "%l", "%[", "%[]", "%[^", "%[a-", "%ls", "%k"})
     EXPECT_EQ(0, sscanf_s("word", malformed, name, 8)) << malformed;
   EXPECT_STREQ("old", name);
-  EXPECT_TRUE(sscanf_s(nullptr, "%d") == EOF && sscanf_s("word", "%999999999999999999999s", name, 8) == 1);
+  EXPECT_EQ(EOF, sscanf_s(nullptr, "%d"));
+  EXPECT_EQ(1, sscanf_s("word", "%999999999999999999999s", name, 8));
   EXPECT_EQ(1, sscanf_s("12 too-long-a-name 7", "%d%s%d", &number, name, 8, &end)) << "the third is not reached";
   EXPECT_TRUE(number == 12 && end == 0) << number << ' ' << end;
   FILE* const stream = fmemopen(const_cast<char*>("12kB"), 4, "r");
   EXPECT_EQ(1, fscanf_s(stream, "%d", &number));
-  EXPECT_EQ('k', getc(stream)) << "the character behind the number";
+  EXPECT_EQ('k', getc(stream)) << "the character after the number";
   fclose(stream);
 }
 
@@ -126,10 +132,12 @@ TEST(Bounded, ScannedNumbersStayInTheirWidth) {
   };
   for (const auto& [text, format, after] : rows) {
     uint64_t word = UINT64_MAX;
-    EXPECT_TRUE(sscanf_s(text, format, &word) == 1 && word == after) << format << " of " << text << ": " << word;
+    EXPECT_EQ(1, sscanf_s(text, format, &word)) << format << " of " << text;
+    EXPECT_EQ(after, word) << format << " of " << text;
   }
   long double number = 0;
-  EXPECT_TRUE(sscanf_s("0x1.8p1", "%La", &number) == 1 && number == 3) << number;
+  EXPECT_EQ(1, sscanf_s("0x1.8p1", "%La", &number));
+  EXPECT_EQ(3, number);
   EXPECT_EQ(0, sscanf_s((string(2000, '1') + ".").c_str(), "%Lf", &number)) << "longer than any number";
 }
 

@@ -19,7 +19,9 @@
 #include <functional>
 #include <thread>
 #include <tuple>
+#include <vector>
 
+#include "libtirn/base/private_call.h"
 #include "support/child_process.h"
 #include "support/imports.h"
 #include "support/log_capture.h"
@@ -40,15 +42,23 @@ constexpr uint64_t kNone = ~uint64_t{0};
 
 uint64_t at(const volatile void* object) { return reinterpret_cast<uint64_t>(object); }
 
-long call(uint32_t command, uint64_t a, uint64_t b = kNone, uint64_t c = kNone, uint64_t d = kNone) {
+using enum tirn::PrivateCommand;
+using Command = tirn::PrivateCommand;
+uint64_t word_of(uint32_t module, Command command) { return uint64_t{module} << 32 | static_cast<uint32_t>(command); }
+
+long call(Command command, uint64_t a, uint64_t b = kNone, uint64_t c = kNone, uint64_t d = kNone) {
   errno = 0;
-  return zut_private_call(381ull << 32 | command, a, b, c, d);
+  return zut_private_call(word_of(TIRN_MODULE_ID, command), a, b, c, d);
 }
+
+// Returns the error of a call that returned -1, and 0 for any other result.
+int error_of(long result) { return result == -1 ? errno : 0; }
 
 // Native: the process has the emulator's own signal handlers.
 TEST(StandinNative, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
   const std::string maps = read_file("/proc/self/maps");
-  EXPECT_TRUE(tirn::test::matches(maps, "*libzut.so*") && !tirn::test::matches(maps, "*/zut-*")) << maps;
+  EXPECT_TRUE(tirn::test::matches(maps, "*libzut.so*")) << maps;
+  EXPECT_FALSE(tirn::test::matches(maps, "*/zut-*")) << maps;
   EXPECT_TRUE(tirn::test::matches(read_file("/proc/self/status"), "*SigCgt:\t00000000*")) << "real-time signals";
   const tirn::test::Imports imports(tirn::test::Object::kernel_side);
   EXPECT_NE(imports.function("syscall"), nullptr);
@@ -62,8 +72,10 @@ TEST(StandinNative, NothingHappensAtLoadAndNothingAllocatesInHandlers) {
 // that counts fields.
 TEST(Standin, CountersAndThreadsArePrinted) {
   int64_t *table = nullptr, *again = nullptr;
-  EXPECT_EQ(call(0x401, at(&table)) + call(0x401, at(&again)), 0);
-  ASSERT_TRUE(table == again && std::count(table, table + 1024, 0) == 1024);
+  EXPECT_EQ(call(kMemoryTable, at(&table)), 0);
+  EXPECT_EQ(call(kMemoryTable, at(&again)), 0);
+  ASSERT_TRUE(table != nullptr && table == again);
+  EXPECT_EQ(std::count(table, table + 1024, 0), 1024);
   table[381] = 4096;
   table[1023] = -8;
   cpu_set_t cpus, one{};
@@ -73,10 +85,15 @@ TEST(Standin, CountersAndThreadsArePrinted) {
     --cpu;
   }
   CPU_SET(cpu, &one);
-  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one) + prctl(PR_SET_NAME, "a) b) 1 2 3"), 0);
+  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+  ASSERT_EQ(prctl(PR_SET_NAME, "a) b) 1 2 3"), 0);
   const tirn::test::LogCapture log;
-  EXPECT_EQ(call(0x402, kNone) + call(0x307, cpu, at(&count)) + call(0x703, at(&cpu)), 0);
-  EXPECT_TRUE(call(0x704, self) + call(0x701, at(&self)) == 0 && count > 0);
+  EXPECT_EQ(call(kMemoryDump, kNone), 0);
+  EXPECT_EQ(call(kCpuTaskInfo, cpu, at(&count)), 0);
+  EXPECT_GT(count, 0u);
+  EXPECT_EQ(call(kDumpCpuStack, at(&cpu)), 0);
+  EXPECT_EQ(call(kDumpIdleThreadStack, self), 0);
+  EXPECT_EQ(call(kThreadStatus, at(&self)), 0);
   const std::string named = "thread " + std::to_string(self) + " (a) b) 1 2 3)";
   const std::string counted = "cpu " + std::to_string(cpu) + ": " + std::to_string(count) + " threads*";
   const std::string expected[] = {"module 381 holds 4096 bytes", "module 1023 holds -8 bytes", counted,
@@ -88,65 +105,71 @@ TEST(Standin, WrongWordsAndPointersAreRefused) {
   const uint64_t good[2] = {1, 1}, ok = at(good);
   const std::string text(300, 'x');
   const uint64_t nobody = 0x7FFFFFFF, pointer = at(&nobody), long_text = at(text.c_str());
-  const std::tuple<uint32_t, uint32_t, uint64_t, int> rows[] = {
-      {0, 0x400, ok, EINVAL},       {0x8000017D, 0x400, ok, EINVAL}, {381, 0x000, ok, ENOSYS},
-      {381, 0x900, ok, ENOSYS},     {381, 0xFFFFFFFF, ok, ENOSYS},   {381, 0x003, long_text, ENOSYS},
-      {381, 0x305, 100000, EINVAL}, {381, 0x306, kNone / 2, EINVAL}, {381, 0x701, pointer, ESRCH},
-      {381, 0x704, nobody, ESRCH},  {381, 0x800, ok + 1, EINVAL},
-  };
-  for (const auto& [module, command, a, error] : rows) {
-    EXPECT_TRUE(zut_private_call(uint64_t{module} << 32 | command, a, ok, ok, ok) == -1 && errno == error) << command;
+  for (const uint32_t module : {0u, 0x8000017Du}) {
+    EXPECT_EQ(error_of(zut_private_call(word_of(module, kFreeMemory), ok, ok, ok, ok)), EINVAL);
+  }
+  const std::tuple<Command, uint64_t, int> rows[] = {
+      {kResetLocalBoard, ok, ENOSYS},  {Command{0x900}, ok, ENOSYS},          {Command{0xFFFFFFFF}, ok, ENOSYS},
+      {kPanic, long_text, ENOSYS},     {kGetIdleNoCstates, 100000, EINVAL},   {kSetIdleNoCstates, kNone / 2, EINVAL},
+      {kThreadStatus, pointer, ESRCH}, {kDumpIdleThreadStack, nobody, ESRCH}, {kWait, ok + 1, EINVAL}};
+  for (const auto& [command, a, error] : rows) {
+    EXPECT_EQ(error_of(call(command, a, ok, ok, ok)), error) << std::hex << word_of(0, command);
   }
   zut_takedown last{};
-  EXPECT_TRUE(zut_last_takedown(&last) == 0 &&
-              text.substr(0, 255) == std::string(last.text, strnlen(last.text, 256)));
-  // A bit for each argument of a command that is a pointer. Each pointer is bad in turn, and the others are good.
-  const std::pair<uint32_t, uint32_t> commands[] = {
-      {0x002, 4}, {0x003, 1}, {0x100, 1}, {0x101, 3}, {0x102, 1},  {0x103, 3}, {0x104, 1},
-      {0x300, 1}, {0x303, 1}, {0x304, 1}, {0x305, 2}, {0x306, 2},  {0x307, 2}, {0x400, 1},
-      {0x401, 1}, {0x701, 1}, {0x702, 1}, {0x703, 1}, {0x500, 15}, {0x800, 7},
-  };
-  for (const auto& [command, pointers] : commands) {
+  EXPECT_EQ(zut_last_takedown(&last), 0);
+  EXPECT_EQ(std::string(last.text, strnlen(last.text, 256)), text.substr(0, 255));
+  // A bit for each argument that is a pointer. Each pointer is bad in turn, and the others are good.
+  const std::pair<uint32_t, std::vector<Command>> groups[] = {
+      {1,
+       {kPanic, kLocalTime, kTime, kDstTime, kCpufreqLowAll, kCpufreqStepDownAll, kLocalCpufreq, kFreeMemory,
+        kMemoryTable, kThreadStatus, kDumpCpuStackKernel, kDumpCpuStack}},
+      {2, {kGetIdleNoCstates, kSetIdleNoCstates, kCpuTaskInfo}},  // after the number of a CPU
+      {3, {kLocalFromUtc, kDstFromUtc}},
+      {4, {kRebootCount}},
+      {7, {kWait}},
+      {15, {kThreadRegisters}}};
+  for (const auto& [pointers, commands] : groups) {
     for (uint32_t bad = 0; bad < 8; ++bad) {
-      uint64_t args[4] = {0x305 <= command && command <= 0x307 ? 0 : ok, ok, ok, ok};
+      uint64_t args[4] = {pointers == 2 ? 0 : ok, ok, ok, ok};
       args[bad / 2] = bad % 2 != 0 ? kNone : 0;
-      if ((pointers >> bad / 2 & 1) != 0) {
-        EXPECT_TRUE(call(command, args[0], args[1], args[2], args[3]) == -1 && errno == EFAULT) << command << bad;
+      for (size_t i = 0; i < commands.size() && (pointers >> bad / 2 & 1) != 0; ++i) {
+        EXPECT_EQ(error_of(call(commands[i], args[0], args[1], args[2], args[3])), EFAULT) << pointers << ' ' << i;
       }
     }
   }
 }
 
 TEST(Standin, WaitEndsByTimeWordOrSignal) {
-  enum End { kTime, kZero, kWaker, kSignal };  // kWaker clears the word and sends the signal
+  enum End { kTimeout, kZero, kWaker, kSignal };  // kWaker clears the word and sends the signal
   struct sigaction action {};
   action.sa_handler = [](int) {};
   action.sa_flags = SA_RESTART;
   sigaction(SIGUSR1, &action, nullptr);
   const std::pair<int64_t, End> rows[] = {
-      {INT64_MIN, kTime}, {0, kTime},           {5, kTime},
-      {12, kZero},        {INT64_MAX, kSignal}, {INT64_MAX / 4'000'000 + 1, kWaker},
+      {INT64_MIN, kTimeout}, {0, kTimeout},        {5, kTimeout},
+      {12, kZero},           {INT64_MAX, kSignal}, {INT64_MAX / 4'000'000 + 1, kWaker},
   };
   for (const auto& [timeout, end] : rows) {
     std::atomic<uint32_t> word{end != kZero};
     std::atomic<bool> over{false};
     std::thread other([&, end = end, sleeper = pthread_self()] {
       while (!over) {
-        usleep(end == kTime ? 0 : 20000);
-        word = end == kTime ? word + 2 : end == kSignal;  // a value other than 0 does not end the wait
+        usleep(end == kTimeout ? 0 : 20000);
+        word = end == kTimeout ? word + 2 : end == kSignal;  // a value other than 0 does not end the wait
         syscall(SYS_futex, &word, FUTEX_WAKE | FUTEX_PRIVATE_FLAG, 1, nullptr, nullptr, 0);
-        pthread_kill(sleeper, end == kTime ? 0 : SIGUSR1);
+        pthread_kill(sleeper, end == kTimeout ? 0 : SIGUSR1);
       }
     });
     int64_t in_and_out = timeout, rest = -5;
     const auto start = steady_clock::now();
-    const long result = call(0x800, at(&word), at(&in_and_out), at(&rest));
+    const long result = call(kWait, at(&word), at(&in_and_out), at(&rest));
     const int error = errno;
     const auto lasted = (steady_clock::now() - start) / milliseconds(4);
     over = true;
     other.join();
-    EXPECT_TRUE(result == (end == kTime ? 0 : -1) && rest == in_and_out) << result << ' ' << rest << ' ' << timeout;
-    if (end == kTime) {
+    EXPECT_EQ(result, end == kTimeout ? 0 : -1) << timeout;
+    EXPECT_EQ(rest, in_and_out) << timeout;
+    if (end == kTimeout) {
       EXPECT_TRUE(rest == 0 && lasted >= timeout) << rest << ' ' << timeout;
     } else {
       EXPECT_TRUE((error == EINTR && end != kZero) || (error == EAGAIN && end != kSignal)) << error;
@@ -158,9 +181,9 @@ TEST(Standin, WaitEndsByTimeWordOrSignal) {
 
 struct Target {
   std::atomic<uint64_t> id{0};
-  uint64_t frame = 0, stack = 0, frame_told = 0, counter = 0;
+  uint64_t frame = 0, stack = 0, frame_seen = 0, counter = 0;
   bool spins = true;
-  long ask() { return call(0x500, at(&id), at(&stack), at(&frame_told), at(&counter)); }
+  long ask() { return call(kThreadRegisters, at(&id), at(&stack), at(&frame_seen), at(&counter)); }
 };
 
 // The function has a section of its own, as the linker defines symbols for the bounds of a section. It uses built-in
@@ -183,7 +206,7 @@ TEST(Standin, RegistersOfSpinningThreads) {
     for (int round = 0; round < 100 && !HasFailure(); ++round) {
       ASSERT_EQ(target.ask(), 0) << errno;
 #ifndef __SANITIZE_THREAD__  // this sanitizer delays signals until the next call into its own code
-      EXPECT_EQ(target.frame_told, target.frame);
+      EXPECT_EQ(target.frame_seen, target.frame);
       EXPECT_TRUE(target.stack <= target.frame && target.frame <= target.stack + 4096) << target.stack;
       EXPECT_TRUE(at(__start_spin_text) <= target.counter && target.counter < at(__stop_spin_text));
 #endif
@@ -191,7 +214,8 @@ TEST(Standin, RegistersOfSpinningThreads) {
     __atomic_store_n(&target.spins, false, __ATOMIC_RELAXED);
     spinner.join();
     for (const uint64_t other : {target.id.load(), 1ul, 0ul, kNone, 1ul << 32 | static_cast<uint32_t>(getpid())}) {
-      EXPECT_TRUE((target.id = other, target.ask()) == -1 && errno == ESRCH) << other << ' ' << errno;
+      target.id = other;
+      EXPECT_EQ(error_of(target.ask()), ESRCH) << other;
     }
   };
   std::thread other_caller(spin_and_ask);
@@ -247,7 +271,8 @@ TEST_F(StandinJiffies, OneCurrentDeviceForAll) {
     makers.emplace_back([&] {
       struct stat status {};
       std::this_thread::sleep_until(start);  // all at once
-      EXPECT_TRUE(offered() && stat((folder_ + "/dev/uio0").c_str(), &status) == 0) << strerror(errno);
+      EXPECT_TRUE(offered()) << strerror(errno);
+      EXPECT_EQ(stat((folder_ + "/dev/uio0").c_str(), &status), 0);
       return printf("%lu", static_cast<unsigned long>(status.st_ino)) > 0 ? 0 : 1;
     });
   }
@@ -262,7 +287,8 @@ TEST_F(StandinJiffies, OneCurrentDeviceForAll) {
 
   ASSERT_TRUE(offered());
   sigset_t mask;
-  EXPECT_TRUE(pthread_sigmask(SIG_BLOCK, nullptr, &mask) == 0 && !sigismember(&mask, SIGUSR1)) << "its thread's mask";
+  pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGUSR1), 0) << "its thread's mask";
   const uint64_t* const first = counter();
   for (const char* damage : {"", "/dev/uio0", "/sysfs/uio0/maps/map0/size", "/sysfs"}) {
     fs::remove_all(folder_ + damage);
@@ -271,7 +297,8 @@ TEST_F(StandinJiffies, OneCurrentDeviceForAll) {
   }
   EXPECT_TRUE(advances(first)) << "who mapped the old device reads on";
   forbid_writing();
-  EXPECT_TRUE(offered() && sysfs_ == folder_ + "/sysfs/") << "current, as its keeper lives";
+  EXPECT_TRUE(offered()) << "current, as its keeper lives";
+  EXPECT_EQ(sysfs_, folder_ + "/sysfs/");
 }
 
 // A process that has not mapped the device yet repairs it, and at once. In the end, no process keeps it current.
@@ -285,17 +312,19 @@ TEST_F(StandinJiffies, DamagedDevicesArePutRight) {
       const uint64_t before = clock();
       EXPECT_TRUE(offered()) << strerror(errno);
       const uint64_t seen = read(counter());
-      EXPECT_TRUE(before <= seen && seen <= clock() && advances(counter())) << before << ' ' << seen;
+      EXPECT_TRUE(before <= seen && seen <= clock()) << before << ' ' << seen;
+      EXPECT_TRUE(advances(counter()));
       return 0;
     });
     EXPECT_TRUE(child.exited()) << value << ' ' << child;
   }
   forbid_writing();
-  EXPECT_TRUE(wait_until([&] { return !offered(); }) && errno == EROFS) << errno;
+  EXPECT_TRUE(wait_until([&] { return !offered(); }));
+  EXPECT_EQ(errno, EROFS);
 }
 
 // Each place is made unusable in turn, and the device is then offered at the next one.
-TEST_F(StandinJiffies, RefusedPlacesAreToldAndLeft) {
+TEST_F(StandinJiffies, RefusedPlacesAreLoggedAndLeft) {
   const std::function<void()> spoil[] = {
       [] { EXPECT_TRUE(fs::create_directory("/run/zut-0") && chmod("/run/zut-0", 0750) == 0); },
       [&] { root_.tmpfs("/dev/shm", "size=12k,mode=1777"); },  // the text files fill it
@@ -310,14 +339,17 @@ TEST_F(StandinJiffies, RefusedPlacesAreToldAndLeft) {
   for (size_t i = 0; i < std::size(spoil); ++i) {
     const tirn::test::LogCapture log;
     spoil[i]();
-    ASSERT_TRUE(offered() && advances(counter())) << strerror(errno);
+    ASSERT_TRUE(offered()) << strerror(errno);
+    EXPECT_TRUE(advances(counter()));
     EXPECT_TRUE(tirn::test::matches(sysfs_, places[i + 1].first + "/sysfs/")) << sysfs_;
     refused += (i > 0 ? ", " : "") + places[i].first + " errno=" + std::to_string(places[i].second);
     EXPECT_EQ(log.count(HURN_WARNING, refused + "."), 1u) << log;
   }
   const std::string before = sysfs_;
-  EXPECT_TRUE(offered() && before == sysfs_) << "one private folder is enough";
-  EXPECT_TRUE(fs::is_empty("/dev/shm/zut-0/dev") && !fs::exists("/tmp/elsewhere/sysfs")) << "half a device is left";
+  EXPECT_TRUE(offered());
+  EXPECT_EQ(before, sysfs_) << "one private folder is enough";
+  EXPECT_TRUE(fs::is_empty("/dev/shm/zut-0/dev")) << "half a device is left";
+  EXPECT_FALSE(fs::exists("/tmp/elsewhere/sysfs")) << "half a device is left";
 }
 
 // Runs the piece in a child that is the first process of a new namespace, with process id 1. A nested call thus gives
@@ -337,11 +369,14 @@ TEST_F(StandinJiffiesNative, ChildrenStartAnew) {
   static Target deaf;
   const auto inner = [&] {
     deaf.id = static_cast<uint64_t>(gettid());
-    EXPECT_TRUE(wait_until([] { return ticking() == 1; }) && deaf.ask() == 0 && offered()) << strerror(errno);
+    EXPECT_TRUE(wait_until([] { return ticking() == 1; }));
+    EXPECT_EQ(deaf.ask(), 0) << strerror(errno);
+    EXPECT_TRUE(offered()) << strerror(errno);
     EXPECT_EQ(hurn_init(nullptr, nullptr), 0);
   };
   const auto outer = [&] {
-    EXPECT_TRUE(offered() && mkfifo("/tmp/pipe", 0600) == 0);
+    EXPECT_TRUE(offered());
+    EXPECT_EQ(mkfifo("/tmp/pipe", 0600), 0);
     std::thread([] {
       sigset_t all;
       sigfillset(&all);

@@ -26,6 +26,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "tirn/timer.h"
+
 namespace tirn::test {
 namespace {
 
@@ -34,6 +36,7 @@ constexpr size_t kMostBlocks = 16384;
 // The state of the one living Faults object, for the replacements.
 struct State {
   FaultPlan plan;
+  pthread_t timer_thread;  // its calls do not count: they come at any time
   std::atomic<bool> failing;
   std::atomic<uint32_t> calls;
   uintptr_t base;
@@ -67,7 +70,7 @@ bool is_to_fail(const char* function, unsigned kinds, uintptr_t caller) {
   const FaultPlan& plan = g_state.plan;
   const bool is_meant =
       plan.function != nullptr ? std::strcmp(plan.function, function) == 0 : (plan.kinds & kinds) != 0;
-  if (!is_meant || !g_state.failing.load(std::memory_order_acquire)) {
+  if (!is_meant || !g_state.failing.load(std::memory_order_acquire) || pthread_self() == g_state.timer_thread) {
     return false;
   }
   const uint32_t number = g_state.calls.fetch_add(1) + 1;
@@ -246,6 +249,9 @@ const Row kRows[] = {
     error_row<"pthread_setspecific", decltype(pthread_setspecific), kThreadFaults, ENOMEM>(),
     error_row<"pthread_mutex_init", decltype(pthread_mutex_init), kThreadFaults, EAGAIN>(),
     error_row<"pthread_mutexattr_init", decltype(pthread_mutexattr_init), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_condattr_init", decltype(pthread_condattr_init), kThreadFaults, ENOMEM>(),
+    error_row<"pthread_condattr_setclock", decltype(pthread_condattr_setclock), kThreadFaults, EINVAL>(),
+    error_row<"pthread_cond_init", decltype(pthread_cond_init), kThreadFaults, ENOMEM>(),
     error_row<"pthread_sigmask", decltype(pthread_sigmask), kThreadFaults, EINVAL>(),
     point_row<"close", decltype(close)>(),
     point_row<"fclose", decltype(fclose)>(),
@@ -277,6 +283,7 @@ void redirect(Imports& imports, const Row& row) {
 
 Faults::Faults(const FaultPlan& plan) {
   g_state.plan = plan;
+  g_state.timer_thread = kesa_get_timer_root()->threadId;
   g_state.calls = 0;
   g_state.fault = {};
   g_state.has_fault = false;

@@ -77,8 +77,9 @@ struct Scenario {
   // thread must be able to do the same afterwards, and no child process, descriptor, heap block or slot of the
   // thread table may be lost.
   unsigned kinds = kHeapFaults | kFileFaults | kThreadFaults;
-  int blocks_kept = 0;                                         // the most that may live as long as the process
-  int descriptors_kept = 0;                                    // the same for descriptors
+  int blocks_kept = 0;       // the most that may live as long as the process
+  int descriptors_kept = 0;  // the same for descriptors
+  int threads_kept = 0;      // the same for registered threads, each with a slot, a record and a signal stack
   std::chrono::milliseconds limit = std::chrono::seconds(20);  // for each run
   Object object = Object::library;
 };

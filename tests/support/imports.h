@@ -22,8 +22,8 @@ class Imports {
 
   // Returns the function that the object calls by this name, or nullptr if it calls none.
   void* function(std::string_view name) const;
-  // Redirects the object's calls of `name` to a function of the same type.
-  void redirect(std::string_view name, auto* replacement) { point(name, reinterpret_cast<void*>(replacement)); }
+  // Redirects the object's calls of `name` to a function, or a lambda without captures, of the same type.
+  void redirect(std::string_view name, auto replacement) { point(name, reinterpret_cast<void*>(+replacement)); }
   // Returns where the object is loaded. Subtract this from an address before passing it to addr2line.
   uintptr_t base() const { return base_; }
 

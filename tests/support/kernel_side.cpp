@@ -15,6 +15,8 @@ constexpr uint32_t kCommandLimit = 0x900;
 constexpr size_t kDeviceBytes = 4096;
 constexpr size_t kCounterOffset = 0x80;
 
+uint32_t number(PrivateCommand command) { return static_cast<uint32_t>(command); }
+
 constinit std::atomic<int> g_errors[kCommandLimit];
 
 long fail_as_set(uint64_t word, uint64_t, uint64_t, uint64_t, uint64_t) {
@@ -36,28 +38,21 @@ char* map_page() {
 }  // namespace
 
 KernelSide::~KernelSide() {
-  for (const auto& [command, calls] : calls_before_) {
-    zut_replace(command, nullptr);
+  for (const PrivateCommand command : replaced_) {
+    zut_replace(number(command), nullptr);
   }
   zut_offer_jiffies(1);
   zut_set_jiffies_paths(nullptr, nullptr);
 }
 
-void KernelSide::watch(uint32_t command) { calls_before_.try_emplace(command, zut_call_count(command)); }
-
-void KernelSide::replace(uint32_t command, zut_handler handler) {
-  watch(command);
-  zut_replace(command, handler);
+void KernelSide::replace(PrivateCommand command, zut_handler handler) {
+  replaced_.insert(command);
+  zut_replace(number(command), handler);
 }
 
-void KernelSide::failing(uint32_t command, int error) {
-  g_errors[command].store(error, std::memory_order_relaxed);
+void KernelSide::failing(PrivateCommand command, int error) {
+  g_errors[number(command)].store(error, std::memory_order_relaxed);
   replace(command, fail_as_set);
-}
-
-uint64_t KernelSide::calls(uint32_t command) const {
-  const auto before = calls_before_.find(command);
-  return zut_call_count(command) - (before != calls_before_.end() ? before->second : 0);
 }
 
 void KernelSide::no_jiffies() { zut_offer_jiffies(0); }

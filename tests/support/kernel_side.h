@@ -3,15 +3,18 @@
 #define TIRN_TEST_KERNEL_SIDE_H
 
 #include <cstdint>
-#include <map>
+#include <set>
 #include <string>
 
+#include "libtirn/base/private_call.h"
 #include "temp_folder.h"
 #include "zut.h"
 
 namespace tirn::test {
 
-// The destructor restores everything. A command is the low half of a command word, for example 0x800.
+using tirn::PrivateCommand;
+
+// The destructor restores everything.
 class KernelSide {
  public:
   KernelSide() = default;
@@ -20,14 +23,13 @@ class KernelSide {
   ~KernelSide();
 
   // Installs a handler for the command. A lambda without captures can be one.
-  void replace(uint32_t command, zut_handler handler);
+  void replace(PrivateCommand command, zut_handler handler);
   // From now on the command returns -1 and sets this errno.
-  void failing(uint32_t command, int error);
-  // Returns the number of calls since replace(), failing() or watch() first named the command to this object.
-  uint64_t calls(uint32_t command) const;
-  void watch(uint32_t command);
-  // Returns the whole 64-bit command word of the last call.
-  static uint64_t last_word(uint32_t command) { return zut_last_word(command); }
+  void failing(PrivateCommand command, int error);
+  // Returns the number of calls in this process so far.
+  static uint64_t calls(PrivateCommand command) { return zut_call_count(static_cast<uint32_t>(command)); }
+  // Returns the whole 64-bit word of the last call.
+  static uint64_t last_word(PrivateCommand command) { return zut_last_word(static_cast<uint32_t>(command)); }
 
   // Withdraws the jiffies device, as on a machine without the kernel module.
   void no_jiffies();
@@ -35,7 +37,7 @@ class KernelSide {
   void jiffies_at(const std::string& sysfs, const std::string& dev);
 
  private:
-  std::map<uint32_t, uint64_t> calls_before_;
+  std::set<PrivateCommand> replaced_;
 };
 
 // A jiffies device whose counter stands still until the test moves it. Make the first one before the library first

@@ -7,8 +7,6 @@
 #include <atomic>
 #include <cstring>
 
-#include "wait_until.h"
-
 namespace tirn::test {
 namespace {
 
@@ -119,10 +117,6 @@ bool LogCapture::has(uint32_t level, std::string_view function, std::string_view
   return count_if([&](const LogLine& line) {
            return line.level == level && line.function == function && matches(line.text, text);
          }) != 0;
-}
-
-bool LogCapture::wait_for(std::string_view text, std::chrono::milliseconds limit) const {
-  return wait_until([&] { return count(text) != 0; }, limit);
 }
 
 std::ostream& operator<<(std::ostream& out, const LogCapture& capture) {

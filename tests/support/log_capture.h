@@ -4,7 +4,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -14,7 +13,6 @@
 
 #include "hurn.h"
 #include "tirn/base.h"
-#include "wait_until.h"
 
 namespace tirn::test {
 
@@ -44,8 +42,6 @@ class LogCapture {
   size_t count(std::string_view text) const;
   size_t count(uint32_t level, std::string_view text) const;
   bool has(uint32_t level, std::string_view function, std::string_view text) const;
-  // Returns true as soon as there is such a log line, or false once the limit has passed.
-  bool wait_for(std::string_view text, std::chrono::milliseconds limit = kPatience) const;
   // Forgets the log lines so far.
   void clear();
 

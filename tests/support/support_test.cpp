@@ -8,7 +8,6 @@
 
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/log_capture.h"
 #include "support/private_root.h"
 #include "support/temp_folder.h"
 
@@ -31,16 +30,18 @@ TEST(Support, CaptureSeesLinesOfHandlersAndDyingChildren) {
   ASSERT_EQ(log.lines().size(), 1u) << log;
   EXPECT_NE(log.lines()[0].process, getpid());
   EXPECT_TRUE(log.has(HURN_INFO, "function", "in a*")) << log;
-  EXPECT_EQ(log.count("in a") + log.count("*hand") + log.count(HURN_ERROR, "*"), 0u) << log;
+  EXPECT_EQ(log.count("in a"), 0u);
+  EXPECT_EQ(log.count("*hand"), 0u);
+  EXPECT_EQ(log.count(HURN_ERROR, "*"), 0u);
 }
 
 TEST(Support, ChildWithAFailedExpectationIsSeen) {
   const ChildOutcome outcome = run_child([] {
-    EXPECT_EQ(1, 2) << "told in the child";
+    EXPECT_EQ(1, 2) << "printed in the child";
     return 0;
   });
   EXPECT_TRUE(outcome.exited(ChildProcess::kFailedInside)) << outcome;
-  EXPECT_NE(outcome.out.find("told in the child"), std::string::npos) << outcome;
+  EXPECT_NE(outcome.out.find("printed in the child"), std::string::npos) << outcome;
 }
 
 // This holds also for what the root shows of the machine: removing it there does not remove it from the machine.
@@ -88,11 +89,9 @@ TEST(Faults, FindLeaks) {
   const std::pair<Leak, const char*> cases[] = {
       {kBlock, "leaked heap blocks"}, {kFile, "/dev/null"}, {kInherited, "without close-on-exec"}};
   for (const auto& [kind, text] : cases) {
+    const auto check = [](long result, const Fault& fault, auto&) { EXPECT_EQ(result, fault.happened ? -1 : 0); };
     const auto problems =
-        find_problems({.run = [kind = kind] { return leak(kind); },
-                       .check = [](long result, const Fault& fault,
-                                   const LogCapture&) { EXPECT_EQ(result, fault.happened ? -1 : 0); },
-                       .object = Object::program});
+        find_problems({.run = [kind = kind] { return leak(kind); }, .check = check, .object = Object::program});
     ASSERT_FALSE(problems.empty()) << text;
     EXPECT_NE(problems.back().find("failing call 3, calloc"), std::string::npos) << problems.back();
     EXPECT_NE(problems.back().find(text), std::string::npos) << problems.back();

@@ -73,7 +73,7 @@ TEST(WordRwLock, BothMarksOfAWriterKeepReadersOut) {
   }
 }
 
-TEST(TicketSpinlock, MisuseIsToldAndChangesNothing) {
+TEST(TicketSpinlock, MisuseIsLoggedAndChangesNothing) {
   LogCapture log;
   kesa_tspinlock lock = {6, 6, 0, 3, 4};
   const auto at = [&](uint32_t serving, uint32_t next) { return lock.serving == serving && lock.next == next; };
@@ -82,7 +82,8 @@ TEST(TicketSpinlock, MisuseIsToldAndChangesNothing) {
   do_kesa_tspinlock_init(&lock, "here", 79);
   EXPECT_TRUE(at(0, 0));
   lock.serving = lock.next = UINT32_MAX;
-  EXPECT_TRUE(kesa_tspinlock_trylock(&lock) == 1 && at(UINT32_MAX, 0));
+  EXPECT_EQ(kesa_tspinlock_trylock(&lock), 1);
+  EXPECT_TRUE(at(UINT32_MAX, 0));
   kesa_tspinlock_unlock(&lock);
   do_kesa_tspinlock_unlock(&lock, "here", 80);
   EXPECT_TRUE(at(1, 0));
@@ -142,7 +143,7 @@ TEST(TicketRwLock, CountersWrapEachByItself) {
 
 int g_calls = 0;
 
-TEST(ThreadKeys, ErrorsComeBackAndAreTold) {
+TEST(ThreadKeys, ErrorsComeBackAndAreLogged) {
   LogCapture log;
   pthread_key_t key = 0;
   pthread_once_t once = PTHREAD_ONCE_INIT;
@@ -153,9 +154,11 @@ TEST(ThreadKeys, ErrorsComeBackAndAreTold) {
   EXPECT_EQ(kesa_key_create(&key, [](void*) { ++g_calls; }), 0);
   std::thread([&] { EXPECT_EQ(kesa_key_setspecific(key, &value), 0); }).join();
   EXPECT_EQ(g_calls, 2);
-  EXPECT_TRUE(kesa_key_setspecific(key, &value) == 0 && kesa_key_setspecific(key, nullptr) == -1);
+  EXPECT_EQ(kesa_key_setspecific(key, &value), 0);
+  EXPECT_EQ(kesa_key_setspecific(key, nullptr), -1);
   EXPECT_EQ(kesa_key_getspecific(key), &value);
-  EXPECT_TRUE(kesa_key_delete(key) == 0 && kesa_key_delete(key) == EINVAL);
+  EXPECT_EQ(kesa_key_delete(key), 0);
+  EXPECT_EQ(kesa_key_delete(key), EINVAL);
   EXPECT_EQ(kesa_key_setspecific(key, &value), EINVAL);
   EXPECT_EQ(kesa_key_getspecific(key), nullptr);
   EXPECT_EQ(log.texts(),

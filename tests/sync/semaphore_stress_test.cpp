@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <thread>
 
 #include "support/wait_until.h"
 #include "sync/together.h"

@@ -24,14 +24,16 @@ TEST(Semaphore, UnitsAreCountedAndTimesRunOut) {
   kesa_sem_enhance_down(&sem);
   EXPECT_EQ(kesa_sem_enhance_down_interruptible(&sem), 0);
   for (const int64_t timeout : {INT64_MIN, int64_t{-5}, int64_t{0}, int64_t{3}, int64_t{20}}) {
-    EXPECT_EQ(kesa_sem_enhance_down_timeout(&sem, timeout), -61) << timeout;
+    EXPECT_EQ(kesa_sem_enhance_down_timeout(&sem, timeout), -ENODATA) << timeout;
   }
   EXPECT_EQ(kesa_sem_enhance_up(&sem), 0);
   EXPECT_EQ(sem.count, 1);
   EXPECT_EQ(kesa_sem_enhance_down_timeout(&sem, 0), 0);
   EXPECT_EQ(sem.count, 0);
   kesa_sem_enhance_init(&sem, UINT32_MAX);
-  EXPECT_TRUE(kesa_sem_enhance_up(&sem) == 0 && sem.count == INT32_MAX && kesa_sem_enhance_destroy(&sem) == 0);
+  EXPECT_EQ(kesa_sem_enhance_up(&sem), 0);
+  EXPECT_EQ(sem.count, INT32_MAX);
+  EXPECT_EQ(kesa_sem_enhance_destroy(&sem), 0);
 }
 
 // Each letter says how one sleep in the kernel side ends: `t` by the timeout, `s` by a signal, `x` because there is
@@ -52,21 +54,23 @@ TEST(Semaphore, EndsOfAWait) {
     EXPECT_EQ(state, PTHREAD_CANCEL_DISABLE) << "the record of a cancelled waiter would stay in the list";
     const char look = *looks++;
     if (look == 'T' || look == 'S') {
-      EXPECT_TRUE(kesa_sem_enhance_up(&sem) == 0 && earlier.state == 0 && kesa_sem_enhance_up(&sem) == 0);
+      EXPECT_EQ(kesa_sem_enhance_up(&sem), 0);
+      EXPECT_EQ(earlier.state, 0u);
+      EXPECT_EQ(kesa_sem_enhance_up(&sem), 0);
     }
     *reinterpret_cast<int64_t*>(rest) = look == 's' || look == 'S' ? 5 : 0;
     return look == 't' || look == 'T' ? 0 : -1;
   };
-  imports.redirect("zut_private_call", reinterpret_cast<void*>(+wait));
+  imports.redirect("zut_private_call", wait);
   using Down = int (*)(kesa_sem_enhance*);
   const Down plain = [](kesa_sem_enhance* one) { return kesa_sem_enhance_down(one), 0; };
   const Down open = kesa_sem_enhance_down_interruptible;
   const Down timed = [](kesa_sem_enhance* one) { return kesa_sem_enhance_down_timeout(one, 40); };
-  for (const auto& [form, ends, result] : {std::tuple{open, "s", -4},
+  for (const auto& [form, ends, result] : {std::tuple{open, "s", -EINTR},
                                            {open, "S", 0},
-                                           {open, "x", -61},
-                                           {timed, "s", -4},
-                                           {timed, "t", -61},
+                                           {open, "x", -ENODATA},
+                                           {timed, "s", -EINTR},
+                                           {timed, "t", -ENODATA},
                                            {timed, "T", 0},
                                            {timed, "S", 0},
                                            {plain, "sssS", 0},
@@ -85,10 +89,10 @@ TEST(Semaphore, EndsOfAWait) {
 TEST(Semaphore, WakeUpsThatFail) {
   static int tries, first, last;
   Imports imports(Object::library);
-  imports.redirect("syscall", reinterpret_cast<void*>(+[](long, long, long, long) -> long {
-                     errno = ++tries < 4 ? first : last;
-                     return errno == 0 ? 0 : -1;
-                   }));
+  imports.redirect("syscall", [](long, long, long, long) -> long {
+    errno = ++tries < 4 ? first : last;
+    return errno == 0 ? 0 : -1;
+  });
   for (const auto& [error, then, level] :
        {std::tuple{ESRCH, 0, HURN_ERROR}, {EAGAIN, ESRCH, HURN_INFO}, {EAGAIN, 0, HURN_INFO}}) {
     const LogCapture log(HURN_INFO);
@@ -97,9 +101,10 @@ TEST(Semaphore, WakeUpsThatFail) {
     GhostWaiter ghost{{&sem.waiters, &sem.waiters}, 4711, 1};
     sem.waiters.next = sem.waiters.prev = &ghost.link;
     kesa_sem_enhance_show(&sem);
-    EXPECT_EQ(log.count(6, "TBTIRN:sem 0x* cnt 0"), 1u);
-    EXPECT_EQ(log.count(6, "TBTIRN:sem 0x* cnt 0 waiterTid 4711 status 1 cur 0x* next 0x* pre 0x*"), 1u) << log;
-    hurn_loglevel_set(381, level);
+    EXPECT_EQ(log.count(HURN_INFO, "TBTIRN:sem 0x* cnt 0"), 1u);
+    EXPECT_EQ(log.count(HURN_INFO, "TBTIRN:sem 0x* cnt 0 waiterTid 4711 status 1 cur 0x* next 0x* pre 0x*"), 1u)
+        << log;
+    hurn_loglevel_set(TIRN_MODULE_ID, level);
     tries = 0, first = error, last = then;
     const int result = error == EAGAIN ? then : error;
     EXPECT_EQ(kesa_sem_enhance_up(&sem), result);
@@ -108,8 +113,8 @@ TEST(Semaphore, WakeUpsThatFail) {
     const std::string end = result == 0 ? "sucess." : "fail ret(3).";
     for (const std::string& text : {"Wake up sem(0x*) waiter tid(4711) fail ret(" + std::to_string(error) + ").",
                                     "Retry wake up sem(0x*) waiter tid(4711) " + end}) {
-      EXPECT_EQ(log.count(6, "[Infra]" + text), 1u) << log;
-      EXPECT_EQ(log.count(6, text), level == HURN_INFO ? 1u : 0u) << "the library's own, by its level";
+      EXPECT_EQ(log.count(HURN_INFO, "[Infra]" + text), 1u) << log;
+      EXPECT_EQ(log.count(HURN_INFO, text), level == HURN_INFO ? 1u : 0u) << "the library's own, by its level";
     }
     EXPECT_TRUE(log.lines()[2].module == 0 && log.lines()[2].function == "kesa_sem_enhance_up") << log;
   }
@@ -129,18 +134,19 @@ TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWokenInOrder) {
   }
   kesa_wait_queue_entry& oldest = entries[0];
   oldest.state = 0;
-  EXPECT_TRUE(prepare_to_wait(&queue, &oldest) == 0 && oldest.state == 1) << "again, in its place";
+  EXPECT_EQ(prepare_to_wait(&queue, &oldest), 0) << "again, in its place";
+  EXPECT_EQ(oldest.state, 1u);
   EXPECT_EQ(sched_wait_timeout(&oldest, 3), 0);
   before_wait();
   {
     Imports imports(Object::library);
-    imports.redirect("syscall", reinterpret_cast<void*>(+[](long, long, long tid, long) -> long {
-                       const kesa_wait_queue_entry& entry = entries[2 - woken];
-                       EXPECT_EQ(tid, 102 - woken);
-                       EXPECT_TRUE(entry.state == 0 && entry.link.next != &entry.link && queue.lock.lock == 1);
-                       ++woken;
-                       return -1;
-                     }));
+    imports.redirect("syscall", [](long, long, long tid, long) -> long {
+      const kesa_wait_queue_entry& entry = entries[2 - woken];
+      EXPECT_EQ(tid, 102 - woken);
+      EXPECT_TRUE(entry.state == 0 && entry.link.next != &entry.link && queue.lock.lock == 1);
+      ++woken;
+      return -1;
+    });
     __wake_up(&queue);
   }
   EXPECT_EQ(woken, 3u) << "the signals' results are not looked at";
@@ -154,7 +160,8 @@ TEST(WaitQueue, EachEntryIsEnteredOnceAndAllAreWokenInOrder) {
   kesa_spinlock_unlock(&queue.lock);
   prepare_to_wait(&queue, &oldest);
   finish_wait(&queue, &oldest);
-  EXPECT_TRUE(oldest.state == 0 && queue.list.next == &queue.list && autoremove_wake_function() == 0);
+  EXPECT_TRUE(oldest.state == 0 && queue.list.next == &queue.list);
+  EXPECT_EQ(autoremove_wake_function(), 0);
 }
 
 // The condition is a plain variable: only the memory order of the wake-up makes it visible.

@@ -30,7 +30,9 @@ bool is_queued(const kesa_sched_work& work) { return work.link.next != KESA_LIST
 
 // All 64 threads can be busy at once, so none is counted that does not exist. Checks how many of them find no slot.
 void expect_whole_pool(const LogCapture& log, uint32_t busy = 0, size_t slots_missing = 0) {
-  EXPECT_TRUE(block_threads(64 - busy) && log.wait_for("All kesa_sched_work threads is running.") && pool_becomes(64))
+  EXPECT_TRUE(block_threads(64 - busy) &&
+              wait_until([&log] { return log.count("All kesa_sched_work threads is running.") > 0; }) &&
+              pool_becomes(64))
       << log;
   EXPECT_EQ(log.count("can not find spare index*"), slots_missing) << log;
 }
@@ -126,8 +128,7 @@ TEST(Schedwork, BoundsOfIdleThreads) {
 TEST(Schedwork, ChecksForWorkThatHangs) {
   KernelSide kernel;
   JiffiesDevice jiffies(kernel);
-  constexpr uint32_t kDumpStack = 0x704;
-  kernel.watch(kDumpStack);
+  constexpr auto kDumpStack = tirn::PrivateCommand::kDumpIdleThreadStack;
   LogCapture log;
   kesa_heal_check check{7};
   const auto verdict_after = [&](uint64_t time) {

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 
 #include "support/child_process.h"
 #include "support/imports.h"
@@ -29,13 +28,13 @@ TEST(ThreadFacts, ThinFunctions) {
   {
     static int destroyed;
     Imports imports(Object::library);
-    imports.redirect(
-        "pthread_attr_destroy",
-        +[](pthread_attr_t* attributes) { return ++destroyed, pthread_attr_destroy(attributes); });
+    imports.redirect("pthread_attr_destroy",
+                     [](pthread_attr_t* attributes) { return ++destroyed, pthread_attr_destroy(attributes); });
     ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
     EXPECT_EQ(destroyed, 1) << "they hold a set of CPUs";
   }
-  EXPECT_TRUE(kesa_thrd_gettid_accl() == pthread_self() && kesa_thrd_gettid_accl() == pthread_self());
+  EXPECT_EQ(kesa_thrd_gettid_accl(), pthread_self());
+  EXPECT_EQ(kesa_thrd_gettid_accl(), pthread_self()) << "kept";
   kesa_thrd_core_set(0);
   g_siKesaThrdPID = 0;
   EXPECT_EQ(smp_processor_id(), 0);
@@ -54,25 +53,26 @@ TEST(ThreadFacts, ThinFunctions) {
   EXPECT_EQ(kesa_thread_get_specific_stack(static_cast<uint32_t>(gettid()), &start, &end), 0);
   EXPECT_EQ(references(), 1u);
   // The query also works for another process, whose set of CPUs is a different one.
-  cpu_set_t own{}, theirs{}, told{};
+  cpu_set_t own{}, theirs{}, answer{};
   CPU_SET(static_cast<unsigned>(sched_getcpu()), &own);
   sched_setaffinity(0, sizeof own, &own);
   sched_getaffinity(getppid(), sizeof theirs, &theirs);
-  EXPECT_EQ(kesa_thrd_getbindcpu_bypid(getppid(), &told), 0);
-  EXPECT_TRUE(CPU_EQUAL(&told, &theirs));
+  EXPECT_EQ(kesa_thrd_getbindcpu_bypid(getppid(), &answer), 0);
+  EXPECT_TRUE(CPU_EQUAL(&answer, &theirs));
   // Each function refuses a NULL argument that it needs.
   kesa_thrd_list(nullptr, 0, 0, 0, 0);
-  EXPECT_EQ(kesa_thrd_attr_init(nullptr) + kesa_thrd_attr_destroy(nullptr) +
-                kesa_thrd_setstacksize(nullptr, 1 << 20) + kesa_thrd_create(nullptr, nullptr, nullptr) +
-                create_thread_raw(nullptr, nullptr, nullptr) +
-                create_thread_nopreempt_raw(nullptr, nullptr, nullptr) +
-                kesa_thrd_create_attr(nullptr, nullptr, nullptr, nullptr) +
-                create_thread_raw_base(nullptr, nullptr, nothing, nullptr, nullptr) +
-                create_thread_from_thread_pool(nullptr, nullptr, nullptr),
-            -9);
+  for (const Create create : {Create{kesa_thrd_create}, Create{create_thread_raw}, create_thread_nopreempt_raw,
+                              create_plain, Create{create_thread_from_thread_pool}}) {
+    EXPECT_EQ(create(nullptr, nullptr, nullptr), -1);
+  }
+  EXPECT_EQ(create_thread_raw_base(nullptr, nullptr, nothing, nullptr, nullptr), -1);
+  EXPECT_EQ(kesa_thrd_attr_init(nullptr), -1);
+  EXPECT_EQ(kesa_thrd_attr_destroy(nullptr), -1);
+  EXPECT_EQ(kesa_thrd_setstacksize(nullptr, 1 << 20), -1);
   uint32_t saved;
   kesa_thread_run_in_irq_context_save(&saved);
-  EXPECT_EQ(kesa_thread_run_in_irq_context_check() * 10 + kesa_thread_run_in_iod_context_check(), 10);
+  EXPECT_EQ(kesa_thread_run_in_irq_context_check(), 1);
+  EXPECT_EQ(kesa_thread_run_in_iod_context_check(), 0);
   kesa_thread_run_in_iod_context_init(4);
   EXPECT_EQ(kesa_thread_run_in_iod_context_check(), 1);
   kesa_thrd_clearcurthreadinfo();
@@ -82,18 +82,21 @@ TEST(ThreadFacts, ThinFunctions) {
 }
 
 TEST(ThreadFacts, KernelSideQueries) {
+  using enum PrivateCommand;
   KernelSide kernel;
   LogCapture log;
-  kernel.replace(0x704,
+  kernel.replace(kDumpIdleThreadStack,
                  [](uint64_t, uint64_t tid, uint64_t, uint64_t, uint64_t) -> long { return tid == 77 ? 5 : 6; });
   EXPECT_EQ(kesa_thrd_dump_thread_stack_if_not_running(77), 5);
-  for (const uint32_t command : {0x701u, 0x702u, 0x703u}) {
+  for (const PrivateCommand command : {kThreadStatus, kDumpCpuStackKernel, kDumpCpuStack}) {
     kernel.failing(command, EPERM);
   }
-  EXPECT_EQ(kesa_thrd_getstatus(1) + kesa_thrd_dump_cpu_stack_knl(0) * 10 + kesa_thrd_dump_cpu_stack(0) * 100, -100);
+  EXPECT_EQ(kesa_thrd_getstatus(1), 0);
+  EXPECT_EQ(kesa_thrd_dump_cpu_stack_knl(0), 0);
+  EXPECT_EQ(kesa_thrd_dump_cpu_stack(0), -1);
   EXPECT_TRUE(log.has(HURN_ERROR, "kesa_thrd_dump_cpu_stack_knl", "Kesa syscall for cur_cpu_thrd_getstatus failed."))
       << log;
-  kernel.replace(0x703, [](uint64_t, uint64_t cpu, uint64_t, uint64_t, uint64_t) -> long {
+  kernel.replace(kDumpCpuStack, [](uint64_t, uint64_t cpu, uint64_t, uint64_t, uint64_t) -> long {
     return *reinterpret_cast<const uint32_t*>(cpu) == 1 ? 0 : -1;
   });
   EXPECT_EQ(kesa_thrd_dump_cpu_stack(1), 0);
@@ -104,10 +107,7 @@ TEST(ThreadFactsNative, StrategyAndPriority) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 2), "0-1023"};
   ASSERT_EQ(kesa_initThreadStrategy(0, &row), 0);
-  const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
-    return kesa_thrd_create_attr(fn, arg, id, nullptr);
-  };
-  EXPECT_TRUE(run_in_thread(plain, [before] {
+  EXPECT_TRUE(run_in_thread(create_plain, [before] {
     EXPECT_EQ(m_current_thread->strategy, -1);
     EXPECT_EQ(nice_value(), before);
   }));
@@ -123,7 +123,6 @@ TEST(ThreadFactsNative, StrategyAndPriority) {
   }));
 }
 
-// Not under emulation: the emulator refuses CPU sets that are shorter than a word, which the kernel accepts.
 TEST(ThreadFactsNative, WhatAJobLeavesToTheNext) {
   const int before = nice_value();
   const KesaThreadStrategyCfg row{static_cast<uint32_t>(before + 3), "0-1023"};

@@ -12,6 +12,10 @@ namespace tirn::test {
 
 using Create = int (*)(kesa_thread_fn, void*, pthread_t*);
 
+inline int create_plain(kesa_thread_fn fn, void* arg, pthread_t* id) {
+  return kesa_thrd_create_attr(fn, arg, id, nullptr);
+}
+
 // A piece of a test. It must live until its thread no longer uses it.
 struct Job {
   explicit Job(std::function<void()> body_in) : body(std::move(body_in)) {}

@@ -6,9 +6,9 @@
 #include <deque>
 #include <filesystem>
 #include <thread>
-#include <vector>
 
 #include "support/faults.h"
+#include "sync/together.h"
 #include "thread_jobs.h"
 
 using namespace tirn::test;
@@ -16,10 +16,7 @@ using namespace tirn::test;
 namespace {
 
 std::atomic<uint32_t> g_listed{0};
-int count_line(const char*, ...) {
-  ++g_listed;
-  return 0;
-}
+int count_line(const char*, ...) { return ++g_listed, 0; }
 
 uint32_t living_threads() {
   g_listed = 0;
@@ -53,7 +50,8 @@ TEST(ThreadStress, FullTableRefusesThePoolAlone) {
   }
   EXPECT_TRUE(wait_until([] { return living_threads() == KESA_THREAD_SLOTS; }));
   EXPECT_EQ(create_thread_pool_base([](void*) -> void* { return nullptr; }, nullptr), -1);
-  EXPECT_EQ(kesa_thread_pool_create(8) + kesa_thread_pool_create(8), 0u);
+  EXPECT_EQ(kesa_thread_pool_create(8), 0u);
+  EXPECT_EQ(kesa_thread_pool_create(8), 0u);
   EXPECT_EQ(log.texts(), (std::vector<std::string>{"Create OS thread pool 8, success 0.",
                                                    "OS thread pool just allowed create once 8."}));
   EXPECT_TRUE(run_in_thread(kesa_thrd_create, [] {
@@ -72,37 +70,32 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
   constexpr uint32_t kStarters = 64;
   std::atomic<uint32_t> newest{0}, found{0}, starters{kStarters};
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  std::vector<std::jthread> threads;
-  for (int looker = 0; looker < 3; ++looker) {
-    threads.emplace_back([&] {
-      while (starters != 0) {
-        const uint32_t tid = newest;
-        kesa_thread_s* const record = kesa_thrd_getthreadinfobytid(tid);
-        if (record != nullptr) {
-          ++found;
-          kesa_thrd_list(count_line, 0, 0, 0, 0);
-          // The record still holds the data of the thread that was found, even if that thread has ended.
-          EXPECT_TRUE(record->tid == tid && record->stack_low < record->stack_high);
+  const auto look = [&] {
+    while (starters != 0) {
+      const uint32_t tid = newest;
+      kesa_thread_s* const record = kesa_thrd_getthreadinfobytid(tid);
+      if (record != nullptr) {
+        ++found;
+        kesa_thrd_list(count_line, 0, 0, 0, 0);
+        // The record still holds the data of the thread that was found, even if that thread has ended.
+        EXPECT_TRUE(record->tid == tid && record->stack_low < record->stack_high);
+      }
+      kesa_thrd_putthreadinfo(record);
+    }
+  };
+  const auto start = [&] {
+    for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+      EXPECT_TRUE(run_in_thread(create_small, [&] {
+        newest = kesa_thread_get_knl_tid();
+        kesa_thrd_setname("number %d", i);
+        if (i == 0) {  // each starter's first thread stays until a lookup finds one
+          wait_until([&] { return newest = kesa_thread_get_knl_tid(), found != 0; });
         }
-        kesa_thrd_putthreadinfo(record);
-      }
-    });
-  }
-  for (uint32_t starter = 0; starter < kStarters; ++starter) {
-    threads.emplace_back([&] {
-      for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
-        EXPECT_TRUE(run_in_thread(create_small, [&] {
-          newest = kesa_thread_get_knl_tid();
-          kesa_thrd_setname("number %d", i);
-          if (i == 0) {  // each starter's first thread stays until a lookup finds one
-            wait_until([&] { return newest = kesa_thread_get_knl_tid(), found != 0; });
-          }
-        }));
-      }
-      --starters;
-    });
-  }
-  threads.clear();
+      }));
+    }
+    --starters;
+  };
+  together(kStarters + 3, [&](unsigned thread) { thread < kStarters ? start() : look(); });
   EXPECT_GT(found, 0u);
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
 }
@@ -111,24 +104,19 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
 // own. One call ends all workers.
 TEST(ThreadStress, PoolEndsUnderLoad) {
   ASSERT_EQ(kesa_thread_pool_create(12), 4u);
-  {
-    std::vector<std::jthread> givers;
-    for (uint32_t giver = 0; giver < kGivers; ++giver) {
-      givers.emplace_back([giver] {
-        const auto count = [](void* place) -> void* {
-          ++*static_cast<std::atomic<uint32_t>*>(place);
-          return nullptr;
-        };
-        for (uint32_t i = giver; i < kJobs; i += kGivers) {
-          while (kesa_thrd_create(count, &g_runs[i], nullptr) != 0) {
-            sched_yield();
-          }
-        }
-      });
+  together(kGivers + 1, [](unsigned giver) {
+    if (giver == kGivers) {
+      EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }));
+      kesa_thread_pool_destroy();
+      return;
     }
-    EXPECT_TRUE(wait_until([] { return g_runs[kJobs / 4] != 0; }));
-    kesa_thread_pool_destroy();
-  }
+    const auto count = [](void* place) -> void* { return ++*static_cast<std::atomic<uint32_t>*>(place), nullptr; };
+    for (uint32_t i = giver; i < kJobs; i += kGivers) {
+      while (kesa_thrd_create(count, &g_runs[i], nullptr) != 0) {
+        sched_yield();
+      }
+    }
+  });
   EXPECT_TRUE(wait_until([] { return std::find(std::begin(g_runs), std::end(g_runs), 0u) == std::end(g_runs); }));
   EXPECT_EQ(std::count(std::begin(g_runs), std::end(g_runs), 1u), kJobs);
   EXPECT_TRUE(wait_until([] { return living_threads() == 0; }));
@@ -146,9 +134,6 @@ TEST(ThreadStress, PoolIsCappedAndASpawnerMakesMostOfIt) {
 TEST(ThreadFaults, Creation) {
   kesa_set_instant_map_flag();
   static size_t threads_before;
-  const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
-    return kesa_thrd_create_attr(fn, arg, id, nullptr);
-  };
   const Create adopted = [](kesa_thread_fn fn, void* arg, pthread_t*) {
     int result = -1;
     std::thread([&] {
@@ -158,28 +143,25 @@ TEST(ThreadFaults, Creation) {
     }).join();
     return result;
   };
+  const auto prepare = [] {
+    ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+    std::thread([] {}).join();  // a sanitizer starts its own thread with the first one
+    threads_before = count_threads();
+  };
+  const auto check = [](long result, const Fault& fault, const LogCapture& log) {
+    EXPECT_EQ(log.count(HURN_ERROR, "*failed, ret:*"), result != 0 ? 1u : 0u) << log;
+    EXPECT_TRUE(result == 0 || fault.happened);
+    EXPECT_TRUE(wait_until([] { return count_threads() <= threads_before; }));
+    // The former thread may not have given its slot back yet.
+    EXPECT_TRUE(wait_until([first = m_current_thread->slot] {
+      bool is_next = false;
+      return run_in_thread(create_thread_raw, [&] { is_next = m_current_thread->slot == first + 1; }) && is_next;
+    }));
+  };
   for (const Create create :
-       {Create{kesa_thrd_create}, Create{create_thread_raw}, create_thread_nopreempt_raw, plain, adopted}) {
-    sweep({.prepare =
-               [] {
-                 ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
-                 std::thread([] {}).join();  // a sanitizer starts its own thread with the first one
-                 threads_before = count_threads();
-               },
-           .run = [create] { return run_in_thread(create, [] {}) ? 0L : -1L; },
-           .check =
-               [](long result, const Fault& fault, const LogCapture& log) {
-                 EXPECT_EQ(log.count(HURN_ERROR, "*failed, ret:*"), result != 0 ? 1u : 0u) << log;
-                 EXPECT_TRUE(result == 0 || fault.happened);
-                 EXPECT_TRUE(wait_until([] { return count_threads() <= threads_before; }));
-                 // The former thread may not have given its slot back yet.
-                 EXPECT_TRUE(wait_until([first = m_current_thread->slot] {
-                   bool is_next = false;
-                   return run_in_thread(create_thread_raw, [&] { is_next = m_current_thread->slot == first + 1; }) &&
-                          is_next;
-                 }));
-               },
-           .blocks_kept = 2});
+       {Create{kesa_thrd_create}, Create{create_thread_raw}, create_thread_nopreempt_raw, create_plain, adopted}) {
+    const auto run = [create] { return run_in_thread(create, [] {}) ? 0L : -1L; };
+    sweep({.prepare = prepare, .run = run, .check = check, .blocks_kept = 2});
   }
 }
 
@@ -197,14 +179,16 @@ TEST(ThreadFaults, NoMemoryAtAll) {
 // there.
 TEST(ThreadFaultsNative, Pool) {
   kesa_set_instant_map_flag();
-  sweep({.prepare = [] { kesa_thrd_bindAllCfgCpu(); },
-         .run =
-             [] {
-               const uint32_t made = kesa_thread_pool_create(8);
-               wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(60));
-               return run_in_thread(kesa_thrd_create, [] {}) ? static_cast<long>(made) : -1L;
-             },
-         .check = [](long made, const Fault& fault,
-                     const LogCapture& log) { EXPECT_GE(made, fault.happened ? 2 : 3) << log; },
-         .blocks_kept = 18});
+  const auto run = [] {
+    const long made = kesa_thread_pool_create(8);
+    wait_until([] { return living_threads() == 8; }, std::chrono::milliseconds(60));
+    return run_in_thread(kesa_thrd_create, [] {}) ? made : -1L;
+  };
+  const auto check = [](long made, const Fault& fault, const LogCapture& log) {
+    // On a loaded machine no worker may be idle yet, and the fault then meets the thread that is made instead.
+    if (made != -1 || !fault.happened) {
+      EXPECT_GE(made, fault.happened ? 2 : 3) << log;
+    }
+  };
+  sweep({.prepare = [] { kesa_thrd_bindAllCfgCpu(); }, .run = run, .check = check, .blocks_kept = 18});
 }

@@ -5,11 +5,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 
 #include "support/child_process.h"
 #include "support/faults.h"
-#include "support/log_capture.h"
 #include "support/printed.h"
 #include "support/wait_until.h"
 #include "thread_jobs.h"
@@ -43,18 +41,15 @@ __attribute__((noinline)) void trace_and_break_frames() {
   EXPECT_EQ(result, 0);
   EXPECT_EQ(whole[1], reinterpret_cast<uintptr_t>(__builtin_return_address(0)));
   EXPECT_TRUE(skipped[0] == whole[1] && skipped[1] == whole[2] && broken[1] == whole[1]);
-  EXPECT_EQ(broken[2] | broken[3], 0u);
+  EXPECT_TRUE(broken[2] == 0 && broken[3] == 0);
 }
 
 }  // namespace
 
 TEST(Thread, EachWayOfStartingOne) {
   kesa_set_instant_map_flag();
-  const Create plain = [](kesa_thread_fn fn, void* arg, pthread_t* id) {
-    return kesa_thrd_create_attr(fn, arg, id, nullptr);
-  };
   for (const Create create :
-       {Create{kesa_thrd_create}, Create{create_thread_raw}, create_thread_nopreempt_raw, plain}) {
+       {Create{kesa_thrd_create}, Create{create_thread_raw}, create_thread_nopreempt_raw, create_plain}) {
     uint32_t tid = 0;
     ASSERT_TRUE(run_in_thread(create, [&] {
       tid = kesa_thread_get_knl_tid();
@@ -63,7 +58,8 @@ TEST(Thread, EachWayOfStartingOne) {
       // Nothing of the slot's former thread is left.
       EXPECT_STREQ(kesa_thrd_getname(), "[NULL]");
       EXPECT_EQ(kesa_thread_iod_thread_id_get(), KESA_THREAD_NO_IOD_ID);
-      EXPECT_EQ(kesa_thread_run_in_irq_context_check() | kesa_thread_run_in_iod_context_check(), 0);
+      EXPECT_EQ(kesa_thread_run_in_irq_context_check(), 0);
+      EXPECT_EQ(kesa_thread_run_in_iod_context_check(), 0);
       kesa_thrd_setname("former");
       uint32_t saved = 9;
       kesa_thread_run_in_iod_context_init(7);
@@ -99,8 +95,10 @@ TEST(Thread, NamesListAndAdoption) {
   EXPECT_EQ(set_name("x%d", 1), 0);
   EXPECT_EQ(kesa_thrd_getname(), nullptr);
   EXPECT_EQ(kesa_thrd_clearcurthreadinfo(), -1);
-  ASSERT_EQ(kesa_thrd_setcurthreadinfo() | kesa_thrd_setcurthreadinfo(), 0);
-  EXPECT_EQ(set_name(nullptr) | set_name(""), 0);
+  ASSERT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+  EXPECT_EQ(kesa_thrd_setcurthreadinfo(), 0);
+  EXPECT_EQ(set_name(nullptr), 0);
+  EXPECT_EQ(set_name(""), 0);
   EXPECT_EQ(log.texts(),
             (std::vector<std::string>{"Kesa set thrd name(x%d) fail, please use kesa or Moru create thrd.",
                                       "Kesa set thrd name(NULL) fail.", "vsnprintf_s failed, name()."}));
@@ -160,7 +158,8 @@ TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   LogCapture log;
   const Faults counter({.number = 0});
   char name[64];
-  EXPECT_EQ(kesa_get_process_exe_name(nullptr, 9) + kesa_get_process_exe_name(name, 0), -2);
+  EXPECT_EQ(kesa_get_process_exe_name(nullptr, 9), -1);
+  EXPECT_EQ(kesa_get_process_exe_name(name, 0), -1);
   EXPECT_EQ(kesa_get_process_exe_name(name, sizeof name), 0);
   EXPECT_STREQ(name, "thread_test");
   EXPECT_EQ(kesa_get_process_exe_name(name, 7), 0);
@@ -173,9 +172,11 @@ TEST(ThreadNative, NamesAndIdsOfTheProcess) {
   const int parent = kesa_thrd_getpid_accl();
   EXPECT_EQ(kesa_thread_watch_add(42), 0);
   EXPECT_TRUE(run_child([parent] {
-                const bool is_stale = kesa_thrd_getpid_accl() == parent && kesa_thrd_setpid_accl() == 0;
-                const bool is_shared = kesa_thread_watch_get() == 42 && kesa_thread_watch_add(43) == 0;
-                return is_stale && kesa_thrd_getpid_accl() == getpid() && is_shared ? 0 : 1;
+                EXPECT_EQ(kesa_thrd_getpid_accl(), parent) << "not set anew yet";
+                EXPECT_EQ(kesa_thrd_setpid_accl(), 0);
+                EXPECT_EQ(kesa_thrd_getpid_accl(), getpid());
+                EXPECT_EQ(kesa_thread_watch_get(), 42u);
+                return kesa_thread_watch_add(43);
               }).exited());
   EXPECT_EQ(kesa_thread_watch_get(), 43u);
   EXPECT_EQ(kesa_thread_watch_del(), 0);

@@ -17,6 +17,7 @@ constexpr Stop kStops[] = {
     {"Memory", "Blocks carry the id of the module that owns them, and the bytes of each module are counted.",
      show_memory},
     {"Clocks", "Jiffies (4 ms) and the cycle clock beside the system's clocks, over a second.", show_clocks},
+    {"Timers", "How late they fire, and what a thread costs that waits for them.", show_timers},
     {"Processors", "The kernel's CPU lists as masks.", show_cpus},
     {"A private call", "From the caller through the command word to the kernel side, and back with the result.",
      show_private_call},
@@ -36,6 +37,8 @@ constexpr Stop kStops[] = {
     {"Locks", "What those who use them wrongly, or for long, find in the log.", show_locks},
     {"Order of arrival", "Eight threads wait for a semaphore, one after the other, and are let go one by one.",
      show_order},
+    {"A clock tree", "Jobs of several rates from one loop: which of them ran in which of its steps.",
+     show_clock_tree},
 };
 
 // Prints a log line of the library, marked so that it differs from the output of the tour.

@@ -16,6 +16,8 @@ struct Stop {
 bool show_start_up();
 bool show_memory();
 bool show_clocks();
+bool show_timers();
+bool show_clock_tree();
 bool show_cpus();
 bool show_commands();
 bool show_configuration();

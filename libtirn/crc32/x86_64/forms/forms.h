@@ -23,8 +23,8 @@ extern const Form kFold512;
 
 inline constexpr const Form* kForms[] = {&kChain, &kStreams, &kFold128, &kFold256, &kFold512};
 
-// Entry n of `by` holds the multipliers that advance a CRC-32C through 8 n zero bytes, and through twice and three
-// times as many. The carry-less product of the CRC and the multiplier is taken through one CRC step of 8 bytes.
+// Entry n of `by` holds the multipliers that advance a CRC-32C through 8 n, 16 n and 24 n zero bytes. To advance a
+// CRC, multiply it carry-less by the multiplier and apply one 8-byte step of the CRC instruction to the product.
 inline constexpr size_t kMostSteps = 1024;
 struct Advance {
   uint32_t once;
@@ -37,7 +37,8 @@ struct Advances {
 extern const Advances kAdvances;
 
 // Copies of at least this length bypass the caches when they store. Measured: from 256 KiB on that is faster even if
-// the destination is read right afterwards. The limit is twice as high to make use of larger second-level caches.
+// the destination is read right afterwards. The limit is twice that, so that copies that fit into a larger
+// second-level cache still go through it.
 inline constexpr size_t kStoresPassCaches = size_t{1} << 19;
 
 }  // namespace tirn::crc32
