@@ -1,20 +1,17 @@
 // Measures starting threads and jobs, finding threads, and asking for the current CPU.
 #include <pthread.h>
 #include <sched.h>
-#include <semaphore.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <shared_mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "peers/peers.h"
+#include "starts.h"
 #include "support/bench.h"
 #include "support/data.h"
 #include "support/machine.h"
@@ -23,124 +20,17 @@
 namespace tirn::bench {
 namespace {
 
-constexpr uint64_t kStarts = 15;  // in a repetition, which counts with their median
-constexpr unsigned kPause = 300;  // us before each start, so that the workers sleep
-constexpr unsigned kPoolWorkers = 4;
-
-// What the job reports to the thread that started it, which sleeps until then.
-struct Report {
-  uint64_t began;
-  sem_t done;
-};
-Report report;
-
-void* tell(void*) {
-  report.began = now();
-  sem_post(&report.done);
-  return nullptr;
-}
-
-// Nanoseconds since before the start.
-struct Times {
-  uint64_t to_first_instruction;
-  uint64_t to_end;
-};
-
-Times time_start(void (*start)(peer_job job, void* arg)) {
-  const uint64_t before = now();
-  start(tell, nullptr);
-  while (sem_wait(&report.done) != 0) {
-  }
-  return {report.began - before, now() - before};
-}
-
-Times time_join(void (*)(peer_job job, void* arg)) {
-  const uint64_t before = now();
-  pthread_t thread;
-  pthread_create(&thread, nullptr, tell, nullptr);
-  pthread_join(thread, nullptr);
-  const uint64_t end = now();
-  sem_wait(&report.done);
-  return {report.began - before, end - before};
-}
-
-void spin_for(unsigned microseconds) {
-  const uint64_t end = now() + uint64_t{microseconds} * 1000;
-  while (now() < end) {
-  }
-}
-
-using Figure = uint64_t Times::*;
-using TimeOne = Times (*)(void (*start)(peer_job job, void* arg));
-
-// Measures starts. The starter may sleep, but a preemption of it spoils the repetition.
-Measure starts(Figure figure, const peer_pool& pool, TimeOne time_one) {
-  return [figure, pool, time_one](uint64_t count) {
-    const Placement before = placement_now();
-    std::vector<uint64_t> times(count);
-    Sample sample = timed([&] {
-      for (uint64_t& time : times) {
-        spin_for(pool.pause);
-        time = time_one(pool.start).*figure;
-        if (pool.settle != nullptr) {
-          pool.settle();
-        }
-      }
-    });
-    std::nth_element(times.begin(), times.begin() + count / 2, times.end());
-    sample.nanoseconds = static_cast<double>(times[count / 2] * count);
-    sample.placement = placement_now();
-    sample.disturbed |= sample.placement != before;
-    return sample;
-  };
-}
-
 void start_in_pool(peer_job job, void* arg) { kesa_thrd_create(job, arg, nullptr); }
 void start_alone(peer_job job, void* arg) { create_thread_raw(job, arg, nullptr); }
-constexpr peer_pool kPool{"kesa_thrd_create, from the pool", start_in_pool, nullptr, kPause};
-constexpr peer_pool kPlain{"create_thread_raw", start_alone, nullptr, kPause};
-constexpr peer_pool kJoined{"pthread_create, pthread_join", nullptr, nullptr, kPause};
+constexpr peer_pool kPool{"kesa_thrd_create, from the pool", start_in_pool, nullptr, kPause, nullptr};
+constexpr peer_pool kPlain{"create_thread_raw", start_alone, nullptr, kPause, nullptr};
+constexpr peer_pool kJoined{"pthread_create, pthread_join", nullptr, nullptr, kPause, nullptr};
 
-Row row(Figure figure, const peer_pool& pool, TimeOne time_one = time_start) {
-  return {pool.name, starts(figure, pool, time_one), kStarts};
-}
-
-std::vector<Row> peers(Figure figure, const std::vector<const char*>& names) {
-  std::vector<Row> rows;
-  for (const char* const name : names) {
-    if (const peer_pool* const pool = peer_pool_named(name); pool != nullptr) {
-      rows.push_back(row(figure, *pool));
-    }
-  }
-  return rows;
-}
-constexpr Figure kToFirst = &Times::to_first_instruction;
-constexpr Figure kToEnd = &Times::to_end;
-constexpr char kBareWorker[] = "bare worker asleep on a sem_t";
 constexpr char kDetached[] = "pthread_create, detached";
-const std::vector<const char*> kQueues{kBareWorker, "GThreadPool", "uv_queue_work", "tbb::task_arena, enqueue"};
+const std::vector<const char*> kQueues{kBareWorker, kGlibPool, kUvPool, kTbbArena};
+constexpr unsigned kPoolWorkers = 4;
 
-std::optional<AwakeCores> awake;
-
-std::string set_up_starts() {
-  awake.emplace();
-  sem_init(&report.done, 0, 0);
-  return kesa_thread_pool_create(kPoolWorkers) != 0 ? "" : "the pool cannot be made";
-}
-
-void clear_starts() { awake.reset(); }
-
-Group group_of_starts(const char* name, double target, Row ours, std::vector<Row> peers, std::vector<Row> shown) {
-  return {.name = name,
-          .target = target,
-          .unit = kMicroseconds,
-          .cores = 2,
-          .set_up = set_up_starts,
-          .tear_down = clear_starts,
-          .ours = std::move(ours),
-          .peers = std::move(peers),
-          .shown = std::move(shown)};
-}
+std::string make_pool() { return kesa_thread_pool_create(kPoolWorkers) != 0 ? "" : "the pool cannot be made"; }
 
 // The kernel ids of the threads to look up, which sleep until the process ends.
 std::vector<uint32_t> sleepers;
@@ -216,16 +106,28 @@ std::string bind_here() {
   return "";
 }
 
+Group group(const char* name, double target, Row ours, std::vector<Row> peers, std::vector<Row> shown = {}) {
+  return group_of_starts({.name = name,
+                          .target = target,
+                          .unit = kMicroseconds,
+                          .ours = std::move(ours),
+                          .peers = std::move(peers),
+                          .shown = std::move(shown)},
+                         make_pool);
+}
+
 const Family threads{[] {
   return std::vector<Group>{
-      group_of_starts("threads/pool_to_first_instruction", 1.2, row(kToFirst, kPool), peers(kToFirst, kQueues), {}),
-      group_of_starts("threads/pool_against_create", 0.45, row(kToFirst, kPool), peers(kToFirst, {kDetached}), {}),
-      group_of_starts("threads/pool_to_end", 0, row(kToEnd, kPool), peers(kToEnd, kQueues),
-                      {row(kToEnd, kJoined, time_join)}),
-      group_of_starts("threads/plain_to_first_instruction", 0, row(kToFirst, kPlain), peers(kToFirst, {kDetached}),
-                      {}),
-      group_of_starts("threads/plain_to_end", 1.3, row(kToEnd, kPlain), {row(kToEnd, kJoined, time_join)},
-                      peers(kToEnd, {kDetached})),
+      group("threads/pool_to_first_instruction", 1.2, row_of_starts(kToFirst, kPool),
+            peers_of_starts(kToFirst, kQueues)),
+      group("threads/pool_against_create", 0.45, row_of_starts(kToFirst, kPool),
+            peers_of_starts(kToFirst, {kDetached})),
+      group("threads/pool_to_end", 0, row_of_starts(kToEnd, kPool), peers_of_starts(kToEnd, kQueues),
+            {row_of_starts(kToEnd, kJoined, time_join)}),
+      group("threads/plain_to_first_instruction", 0, row_of_starts(kToFirst, kPlain),
+            peers_of_starts(kToFirst, {kDetached})),
+      group("threads/plain_to_end", 1.3, row_of_starts(kToEnd, kPlain), {row_of_starts(kToEnd, kJoined, time_join)},
+            peers_of_starts(kToEnd, {kDetached})),
       lookup<10>(),
       lookup<500>(),
       lookup<2000>(),

@@ -60,12 +60,16 @@ PEER const struct peer_lock* peer_lock_named(const char* name);
 
 typedef void* (*peer_job)(void* arg);
 
-/* Runs jobs on threads of its own, one after the other. */
+#define PEER_FLOOD_MOST 50000
+
+/* Runs jobs on threads of its own. */
 struct peer_pool {
   const char* name;
   void (*start)(peer_job job, void* arg);
   void (*settle)(void); /* called after each job by the thread that started it; may be NULL */
   unsigned pause;       /* us until its threads sleep again after a job */
+  /* Queues a job `count` times, up to PEER_FLOOD_MOST. settle is called once all have run. NULL if it has no queue. */
+  void (*flood)(peer_job job, void* arg, unsigned count);
 };
 
 /* Returns NULL if this build has not found the library. */

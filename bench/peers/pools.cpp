@@ -23,7 +23,7 @@ struct Work {
   void* arg;
 };
 
-// The current job. There is only one, since each is started after the end of the last.
+// The current job. There is only one: another is queued only after the last has ended.
 Work work;
 
 void start_thread(peer_job job, void* arg) {
@@ -57,44 +57,56 @@ void start_on_bare_worker(peer_job job, void* arg) {
 }
 
 #ifdef PEERS_GLIB
-void start_in_glib(peer_job job, void* arg) {
+void flood_glib(peer_job job, void* arg, unsigned count) {
   static GThreadPool* const pool =
       g_thread_pool_new([](void* item, void*) { static_cast<Work*>(item)->job(static_cast<Work*>(item)->arg); },
                         nullptr, 2, TRUE, nullptr);
   work = {job, arg};
-  g_thread_pool_push(pool, &work, nullptr);
+  for (unsigned i = 0; i < count; ++i) {
+    g_thread_pool_push(pool, &work, nullptr);
+  }
 }
+
+void start_in_glib(peer_job job, void* arg) { flood_glib(job, arg, 1); }
 #endif
 
 #ifdef PEERS_UV
-void start_in_uv(peer_job job, void* arg) {
-  static uv_work_t request;
+void flood_uv(peer_job job, void* arg, unsigned count) {
+  static uv_work_t requests[PEER_FLOOD_MOST];
   work = {job, arg};
-  uv_queue_work(
-      uv_default_loop(), &request, [](uv_work_t*) { work.job(work.arg); }, [](uv_work_t*, int) {});
+  for (unsigned i = 0; i < count; ++i) {
+    uv_queue_work(
+        uv_default_loop(), &requests[i], [](uv_work_t*) { work.job(work.arg); }, [](uv_work_t*, int) {});
+  }
 }
+
+void start_in_uv(peer_job job, void* arg) { flood_uv(job, arg, 1); }
 
 void settle_uv() { uv_run(uv_default_loop(), UV_RUN_DEFAULT); }
 #endif
 
 #ifdef PEERS_TBB
-void start_in_tbb(peer_job job, void* arg) {
+void flood_tbb(peer_job job, void* arg, unsigned count) {
   static tbb::task_arena arena(2);
-  arena.enqueue([job, arg] { job(arg); });
+  for (unsigned i = 0; i < count; ++i) {
+    arena.enqueue([job, arg] { job(arg); });
+  }
 }
+
+void start_in_tbb(peer_job job, void* arg) { flood_tbb(job, arg, 1); }
 #endif
 
 const peer_pool pools[] = {
-    {"pthread_create, detached", start_thread, nullptr, 300},
-    {"bare worker asleep on a sem_t", start_on_bare_worker, nullptr, 300},
+    {"pthread_create, detached", start_thread, nullptr, 300, nullptr},
+    {"bare worker asleep on a sem_t", start_on_bare_worker, nullptr, 300, nullptr},
 #ifdef PEERS_GLIB
-    {"GThreadPool", start_in_glib, nullptr, 300},
+    {"GThreadPool", start_in_glib, nullptr, 300, flood_glib},
 #endif
 #ifdef PEERS_UV
-    {"uv_queue_work", start_in_uv, settle_uv, 300},
+    {"uv_queue_work", start_in_uv, settle_uv, 300, flood_uv},
 #endif
 #ifdef PEERS_TBB
-    {"tbb::task_arena, enqueue", start_in_tbb, nullptr, 2000},
+    {"tbb::task_arena, enqueue", start_in_tbb, nullptr, 2000, flood_tbb},
 #endif
 };
 

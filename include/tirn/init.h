@@ -4,7 +4,7 @@
  * A process calls kesa_Init once, before anything that needs the clock, the CPU tables or worker threads. Nothing
  * happens when the library is loaded.
  *
- * A child forked from a threaded process can use the library, but the listener, the pool and the registered threads
+ * A child forked from a threaded process can use the library, but the listener, the pools and the registered threads
  * of its parent do not run in it. A daemon therefore daemonises first and calls kesa_Init afterwards.
  */
 #ifndef TIRN_INIT_H

@@ -23,6 +23,7 @@
 #include "tirn/queue.h"
 #include "tirn/rbtree.h"
 #include "tirn/sched.h"
+#include "tirn/schedwork.h"
 #include "tirn/semaphore.h"
 #include "tirn/shm.h"
 #include "tirn/smp.h"

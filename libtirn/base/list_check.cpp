@@ -83,8 +83,14 @@ void move_all(Link* from, Link* to) {
 }
 
 void step_over(Link* head, const Link* first, Link* next) {
-  if (head->next == first || !leads_somewhere(head->next)) [[unlikely]] {
-    head->next = leads_somewhere(next) && next != first ? next : head;
+  if (head->next != first && leads_somewhere(head->next)) [[likely]] {
+    return;
+  }
+  if (leads_somewhere(next) && next != first) {
+    set(head->next, next);
+  } else {
+    set(head->next, head);
+    set(head->prev, head);
   }
 }
 

@@ -9,6 +9,7 @@
 #include "tirn/init.h"
 #include "tirn/jiffies.h"
 #include "tirn/sched.h"
+#include "tirn/schedwork.h"
 #include "tirn/smp.h"
 #include "tirn/thread.h"
 #include "tirn/timer.h"
@@ -45,6 +46,7 @@ constexpr StartStep kStartSteps[] = {
     {name_this_module, nullptr, false},
     {kesa_thrd_setpid_accl, nullptr, false},
     {kesa_sched_init, nullptr, false},
+    {sched_work_init, "Kesa schedWork initialize failed.", true},
     {cpumask_init, nullptr, false},
     {globalCpuNum_init, nullptr, false},
     {kesa_gettime_init, "Kesa time initialize failed.", true},
@@ -84,6 +86,7 @@ int kesa_destory() {
     constexpr char kFunction[] = "kesa_destory";
     TIRN_INFO_AS(kFunction, "Kesa destroy start.");
     pid_destroy_names();
+    sched_work_destroy();
     TIRN_INFO_AS(kFunction, "Kesa destroy end.");
   });
 }

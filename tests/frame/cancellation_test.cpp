@@ -12,6 +12,7 @@
 
 #include "loopback.h"
 #include "support/faults.h"
+#include "threads/pool_watch.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
@@ -31,7 +32,11 @@ struct Row {
 void cancel_everywhere(const std::vector<Row>& rows, bool is_started = true) {
   for (const Row& row : rows) {
     uint32_t calls = 0;
-    const Scenario scenario{.prepare = is_started ? [] { EXPECT_EQ(kesa_Init(), 0u); } : [] {},
+    const auto prepare = [is_started] {
+      have_no_pool_threads();
+      EXPECT_EQ(is_started ? kesa_Init() : 0u, 0u);
+    };
+    const Scenario scenario{.prepare = prepare,
                             .run = [&row] { return row.run(), 0L; },
                             .clean_up = row.clean_up,
                             .kinds = kCancellations,
@@ -147,6 +152,14 @@ TEST(Cancellation, Threads) {
        }},
       {"sleeps", [] { kesa_msleep(1), kesa_usleep(1), kesa_10msleep(0), kesa_schedule(); }},
       {"kesa_sched_setaffinity", [] { kesa_sched_init(), kesa_sched_setaffinity(100000); }},
+      {"kesa_sched_add_work",
+       [] {
+         static kesa_sched_work work;
+         kesa_sched_init_work(
+             &work, [](kesa_sched_work*) { return 0; }, nullptr);
+         kesa_sched_add_work(&work), kesa_sched_add_work(nullptr), kesa_sched_delete_work(&work);
+         kesa_set_sched_work_timeout(&work, 1), sched_work_destroy(), sched_work_init();
+       }},
       {"kesa_sem_enhance_up",
        [] {
          static kesa_sem_enhance sem;

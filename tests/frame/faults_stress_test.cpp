@@ -8,6 +8,7 @@
 
 #include "loopback.h"
 #include "support/faults.h"
+#include "threads/pool_watch.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
@@ -37,7 +38,11 @@ TEST(FrameFaults, StartUp) {
     EXPECT_EQ(kesa_Init(), 0u);
     EXPECT_NE(jiffies_uio_get()->jiffies, nullptr);
   };
-  sweep({.run = [] { return long{kesa_Init()}; }, .check = check, .clean_up = start_again, .threads_kept = 1});
+  sweep({.prepare = have_no_pool_threads,
+         .run = [] { return long{kesa_Init()}; },
+         .check = check,
+         .clean_up = start_again,
+         .threads_kept = 1});
 }
 
 // Start-up goes on without a lock that cannot be taken. The first lock is that of the fork handler, which always goes
@@ -47,8 +52,8 @@ TEST(FrameFaults, LockThatCannotBeTaken) {
     std::function<void()> prepare;
     long (*run)();
     uint32_t number;  // of the lock whose failure is the result; 0 if there is none
-  } kRows[] = {{[] {}, [] { return static_cast<long>(kesa_Init()); }, 0},
-               {[] { ASSERT_EQ(kesa_Init(), 0u); }, [] { return static_cast<long>(kesa_destory()); }, 1},
+  } kRows[] = {{have_no_pool_threads, [] { return static_cast<long>(kesa_Init()); }, 0},
+               {[] { have_no_pool_threads(), kesa_Init(); }, [] { return static_cast<long>(kesa_destory()); }, 1},
                {[] {}, [] { return static_cast<long>(pid_init_names()); }, 2}};
   for (const auto& row : kRows) {
     const auto check = [&row](long result, const Fault& fault, const LogCapture& log) {

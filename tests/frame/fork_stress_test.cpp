@@ -14,6 +14,7 @@
 
 #include "loopback.h"
 #include "support/kernel_side.h"
+#include "support/wait_until.h"
 #include "tirn/tirn.h"
 
 using namespace tirn::test;
@@ -59,6 +60,24 @@ bool threads() {
   return made && kesa_get_process_name(name, sizeof name) == 0;
 }
 
+// Another thread may end the pool, which drops the record: then another one is queued. Records are never freed, since
+// a dropped one cannot be told from one that is about to run.
+bool scheduled_work() {
+  for (;;) {
+    auto& has_run = *new std::atomic<bool>(false);
+    kesa_sched_work& work = *new kesa_sched_work;
+    const auto run = [](kesa_sched_work* mine) { return *static_cast<std::atomic<bool>*>(mine->data) = true, 0; };
+    kesa_sched_init_work(&work, run, &has_run);
+    if (kesa_set_sched_work_timeout(&work, 15) != 0 || kesa_sched_add_work(&work) == -1) {
+      return false;
+    }
+    kesa_sched_work_timeout_theck();
+    if (wait_until([&has_run] { return has_run.load(); }, std::chrono::milliseconds(100))) {
+      return true;
+    }
+  }
+}
+
 bool waiting() {
   kesa_sem_enhance sem;
   kesa_sem_enhance_init(&sem, 0);
@@ -98,9 +117,17 @@ bool timers() {
 }
 
 const Family kFamilies[] = {
-    {"allocation", allocation},     {"logging", logging}, {"configuration", configuration}, {"threads", threads},
-    {"private call", private_call}, {"waiting", waiting}, {"start-up", start_up},           {"command", command},
-    {"processors", processors},     {"timers", timers},
+    {"allocation", allocation},
+    {"logging", logging},
+    {"configuration", configuration},
+    {"threads", threads},
+    {"private call", private_call},
+    {"waiting", waiting},
+    {"start-up", start_up},
+    {"command", command},
+    {"processors", processors},
+    {"timers", timers},
+    {"scheduled work", scheduled_work},
 };
 
 // Runs in the child. Returns 0, or the number of the family that failed, counted from 1. The number after the last

@@ -14,6 +14,7 @@
 #include "support/kernel_side.h"
 #include "support/log_capture.h"
 #include "sync/together.h"
+#include "threads/pool_watch.h"
 #include "tirn/cpumask.h"
 #include "tirn/crc32.h"
 #include "tirn/init.h"
@@ -26,6 +27,7 @@ using namespace tirn::test;
 static const std::vector<std::string> kStarted = {"Kesa init start.", "Kesa init end ret 0."};
 
 TEST(Init, StartsOnceAndAgainAfterTearDown) {
+  have_no_pool_threads();  // and so only the log lines of start-up itself
   LogCapture log;
   EXPECT_EQ(kesa_destory(), 0);
   EXPECT_TRUE(log.texts().empty()) << log;
@@ -50,6 +52,7 @@ TEST(Init, StartsOnceAndAgainAfterTearDown) {
 }
 
 TEST(Init, MissingDeviceIsFatalAndIsTriedAgain) {
+  have_no_pool_threads();
   KernelSide kernel;
   LogCapture log;
   kernel.no_jiffies();
@@ -86,6 +89,7 @@ TEST(Init, LogCallbackMayCallTheLibrary) {
 }
 
 TEST(Init, ThreadsThatStartTogetherStartOnce) {
+  have_no_pool_threads();
   LogCapture log;
   together(8, [](unsigned) {
     EXPECT_EQ(kesa_Init(), 0u);

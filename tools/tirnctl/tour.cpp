@@ -31,6 +31,8 @@ constexpr Stop kStops[] = {
     {"Threads", "Strategies (a nice value and CPUs), and the table of threads with what each has taken.",
      show_threads},
     {"The pool", "Short jobs, on a new thread each and on workers that wait for them.", show_pool},
+    {"Scheduled work", "A pool that grows and shrinks with its queue, and reports work that hangs.",
+     show_scheduled_work},
     {"A ring", "Values from one thread to another without a lock, each seen to come once and in order.", show_ring},
     {"Locks", "What those who use them wrongly, or for long, find in the log.", show_locks},
     {"Order of arrival", "Eight threads wait for a semaphore, one after the other, and are let go one by one.",

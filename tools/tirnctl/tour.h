@@ -25,6 +25,7 @@ bool show_partitions();
 bool show_checksums();
 bool show_threads();
 bool show_pool();
+bool show_scheduled_work();
 bool show_ring();
 bool show_locks();
 bool show_order();

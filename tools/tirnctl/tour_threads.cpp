@@ -1,10 +1,12 @@
-// The stops of the tour about threads, the pool, locks and semaphores.
+// The stops of the tour about threads, the pools, locks and semaphores.
 #include <pthread.h>
 #include <tirn/tirn.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "tour.h"
 
@@ -74,6 +76,33 @@ void* queue_up(void* number) {
   return nullptr;
 }
 
+// Counts the workers of scheduled work among the threads that kesa_thrd_list prints.
+uint32_t g_workers;
+int count_worker(const char* format, ...) {
+  char line[128];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  g_workers += std::strstr(line, "kesa_schedwork") != nullptr ? 1 : 0;
+  return length;
+}
+
+uint32_t workers() {
+  g_workers = 0;
+  kesa_thrd_list(count_worker, 0, 0, 0, 0);
+  return g_workers;
+}
+
+std::atomic<bool> g_is_over{false};
+int wait_for_the_end(kesa_sched_work*) {
+  kesa_sem_enhance_up(&g_done);
+  while (!g_is_over) {
+    kesa_msleep(1);
+  }
+  return 0;
+}
+
 }  // namespace
 
 bool show_threads() {
@@ -110,6 +139,43 @@ bool show_pool() {
   std::printf("    a thread for each of %u jobs  %7.1f us a job\n", kJobs, started);
   std::printf("    a worker of the pool          %7.1f us a job\n", pooled);
   return started > 0 && pooled > 0;
+}
+
+bool show_scheduled_work() {
+  constexpr uint32_t kItems = 20, kMostIdle = 8;
+  static kesa_sched_work items[kItems];
+  if (sched_work_init() != 0) {
+    return false;
+  }
+  kesa_msleep(20);
+  const uint32_t at_first = workers();
+  for (kesa_sched_work& item : items) {
+    kesa_sched_init_work(&item, wait_for_the_end, nullptr);
+    kesa_sched_add_work(&item);
+  }
+  if (!wait_for(kItems)) {
+    return false;
+  }
+  const uint32_t under_load = workers();
+  g_is_over = true;
+  for (int i = 0; i < 1000 && workers() > kMostIdle; ++i) {
+    kesa_msleep(5);
+  }
+  const uint32_t afterwards = workers();
+  std::printf("    threads: %u at first, %u while %u items run, %u afterwards\n", at_first, under_load, kItems,
+              afterwards);
+  std::printf("    An item runs past its limit, which is a second here; programs set 15 or more.\n");
+  g_is_over = false;
+  items[0].timeout = 1;
+  kesa_sched_add_work(&items[0]);
+  const bool has_begun = wait_for(1);
+  kesa_msleep(1050);
+  kesa_heal_check check{};
+  kesa_heal_check_callback(&check);
+  std::printf("    the verdict on the pool: %s\n", check.verdict != 0 ? "healthy" : "stuck");
+  g_is_over = true;
+  sched_work_destroy();
+  return has_begun && under_load >= kItems && afterwards <= kMostIdle && check.verdict == 1;
 }
 
 bool show_locks() {
