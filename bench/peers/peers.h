@@ -68,7 +68,7 @@ struct peer_pool {
   void (*start)(peer_job job, void* arg);
   void (*settle)(void); /* called after each job by the thread that started it; may be NULL */
   unsigned pause;       /* us until its threads sleep again after a job */
-  /* Queues a job `count` times, up to PEER_FLOOD_MOST. settle is called once all have run. NULL: there is no queue. */
+  /* Queues a job `count` times, at most PEER_FLOOD_MOST. settle is called once all have run. NULL: no queue. */
   void (*flood)(peer_job job, void* arg, unsigned count);
 };
 
