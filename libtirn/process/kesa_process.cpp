@@ -40,7 +40,9 @@ int kesa_mtx_init(pthread_mutex_t* mutex, int kind) {
     return kFail;
   }
   pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
+  if (const int error = pthread_mutexattr_init(&attributes); error != 0) {
+    return error;
+  }
   pthread_mutexattr_settype(&attributes, kKinds[kind]);
   const int result = pthread_mutex_init(mutex, &attributes);
   pthread_mutexattr_destroy(&attributes);
