@@ -25,7 +25,7 @@ TIRN_API uint64_t ps_get_version(void);
 
 /*
  * Initialises a mutex of one of the kinds above.
- * @returns the result of pthread_mutex_init; -1 for another kind, which leaves the mutex as it was.
+ * @returns 0, or an error number as of pthread_mutex_init; -1 for another kind. A failure leaves the mutex as it was.
  * @safety MT-Safe, AS-Safe
  */
 TIRN_API int kesa_mtx_init(pthread_mutex_t* mutex, int kind);
