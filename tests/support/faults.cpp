@@ -67,10 +67,13 @@ void forget_block(void* block) {
 }
 
 bool is_to_fail(const char* function, unsigned kinds, uintptr_t caller) {
+  if (!g_state.failing.load(std::memory_order_acquire) || pthread_self() == g_state.timer_thread) {
+    return false;
+  }
   const FaultPlan& plan = g_state.plan;
   const bool is_meant =
       plan.function != nullptr ? std::strcmp(plan.function, function) == 0 : (plan.kinds & kinds) != 0;
-  if (!is_meant || !g_state.failing.load(std::memory_order_acquire) || pthread_self() == g_state.timer_thread) {
+  if (!is_meant) {
     return false;
   }
   const uint32_t number = g_state.calls.fetch_add(1) + 1;

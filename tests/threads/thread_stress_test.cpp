@@ -84,7 +84,8 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
     }
   };
   const auto start = [&] {
-    for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+    int i = 0;
+    do {
       EXPECT_TRUE(run_in_thread(create_small, [&] {
         newest = kesa_thread_get_knl_tid();
         kesa_thrd_setname("number %d", i);
@@ -92,7 +93,8 @@ TEST(ThreadStress, ThreadsStartAndEndUnderLookups) {
           wait_until([&] { return newest = kesa_thread_get_knl_tid(), found != 0; });
         }
       }));
-    }
+      ++i;
+    } while (std::chrono::steady_clock::now() < end);
     --starters;
   };
   together(kStarters + 3, [&](unsigned thread) { thread < kStarters ? start() : look(); });
