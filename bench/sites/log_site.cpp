@@ -8,7 +8,7 @@ void site_debug_line(uint32_t number) { TIRN_DEBUG("Number %u", number); }
 
 void site_two_loads(uint32_t number) {
   if (peer_two_loads(tirn::kModule, tirn::kDebug) != 0) {
-    TIRN_LOG_ALWAYS(tirn::kModule, tirn::kError, "Number %u", number);
+    TIRN_LOG_HERE(tirn::kError, __func__, "Number %u", number);
   }
 }
 
